@@ -1,0 +1,39 @@
+# Compiler settings shared by every target of the project.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+include(CheckIPOSupported)
+check_ipo_supported(RESULT QRT_HAVE_IPO OUTPUT QRT_IPO_OUTPUT LANGUAGES CXX)
+if(NOT QRT_HAVE_IPO)
+  message(WARNING "Interprocedural optimisation is not available: ${QRT_IPO_OUTPUT}")
+endif()
+
+add_library(qrt_options INTERFACE)
+target_compile_options(qrt_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
+                                             -Wnon-virtual-dtor -Woverloaded-virtual)
+if(QRT_WERROR)
+  target_compile_options(qrt_options INTERFACE -Werror)
+endif()
+if(QRT_SANITIZE)
+  target_compile_options(qrt_options INTERFACE -fsanitize=${QRT_SANITIZE}
+                                               -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(qrt_options INTERFACE -fsanitize=${QRT_SANITIZE})
+endif()
+
+# Interprocedural optimisation in Release folds the manager and the engine into one hot path. It is
+# set on the library's own targets only: tests and examples link faster without it.
+function(qrt_optimise_whole_program target)
+  if(QRT_HAVE_IPO)
+    set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
+  endif()
+endfunction()
