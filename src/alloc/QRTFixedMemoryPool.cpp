@@ -201,6 +201,8 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   formatChunk(added);
   if (m_useHeaders != 0) {
     m_current = added;
+  }
+  if (m_useHeaders != 0 || m_watched != 0) {
     indexChunk(added);
   }
   if (m_watched != 0) {
