@@ -62,15 +62,22 @@ std::unique_ptr<Allocator> make(const std::string& kind) {
 volatile char g_sink;
 std::unique_ptr<Allocator>* g_kept;  // reachable to the end
 
-[[gnu::noinline]] void dropElement() {
+// What is dropped is dropped several times: an address left over on the stack hides one at most.
+constexpr int kDrops = 8;
+
+[[gnu::noinline]] void dropElements() {
   // Not the first element of a chunk: that one's address may be the chunk's.
   char* const first = (*g_kept)->get();
-  std::memset((*g_kept)->get(), 1, kSize);
+  for (int i = 0; i < kDrops; ++i) {
+    std::memset((*g_kept)->get(), 1, kSize);
+  }
   (*g_kept)->put(first);
 }
 
-[[gnu::noinline]] void dropAllocator(const std::string& kind) {
-  make(kind).release()->get();
+[[gnu::noinline]] void dropAllocators(const std::string& kind) {
+  for (int i = 0; i < kDrops; ++i) {
+    make(kind).release()->get();
+  }
 }
 
 [[gnu::noinline]] void clearStack() {
@@ -118,12 +125,12 @@ int commit(const std::string& fault, const std::string& kind) {
   }
   if (fault == "leaked-element") {
     g_kept = new std::unique_ptr<Allocator>(make(kind));
-    dropElement();
+    dropElements();
     clearStack();
     return 0;
   }
   if (fault == "leaked-allocator") {
-    dropAllocator(kind);
+    dropAllocators(kind);
     clearStack();
     return 0;
   }
