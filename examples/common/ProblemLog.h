@@ -10,7 +10,9 @@ namespace example {
 /// Counts problems of one kind and keeps the first few, to be shown once the progress bar is gone.
 class ProblemLog {
  public:
-  void add(const std::string& text);
+  /// @param subject  what the problem is with, for example a path
+  /// @param problem  what is wrong with it
+  void add(const std::string& subject, const std::string& problem);
 
   std::uint64_t count() const { return m_count; }
   const std::vector<std::string>& shown() const { return m_shown; }

@@ -16,7 +16,7 @@ void DirectoryWalk::walk(const std::string& root, const Visitor& visit) {
   FileStatus status;
   std::string error = failure.message();
   if (failure || !readStatus(resolved, status, error)) {
-    m_unreadable.add(root + ": " + error);
+    m_unreadable.add(root, error);
     return;
   }
   if (firstVisit(status)) {
@@ -38,7 +38,7 @@ void DirectoryWalk::walkDirectory(const std::string& directory, const Visitor& v
     entry.increment(failure);
   }
   if (failure) {
-    m_unreadable.add(directory + ": " + failure.message());
+    m_unreadable.add(directory, failure.message());
   }
   std::sort(names.begin(), names.end());
 
@@ -48,7 +48,7 @@ void DirectoryWalk::walkDirectory(const std::string& directory, const Visitor& v
     FileStatus status;
     std::string error;
     if (!readStatus(path, status, error)) {
-      m_unreadable.add(path + ": " + error);
+      m_unreadable.add(path, error);
     } else if (status.isDirectory && firstVisit(status)) {
       subdirectories.push_back(path);
     } else if (status.isRegularFile && (status.links == 1 || firstVisit(status))) {

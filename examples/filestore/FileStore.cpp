@@ -24,11 +24,12 @@ void FileStore::storeFile(std::size_t file, ProgressBar& progress) {
   FileStatus before;
   SourceFile source;
   if (!m_catalogue.readPath(file, path)) {
-    m_unreadable.add(path + ": the store lost the path: " + m_manager.getLastStoreError());
+    m_unreadable.add(path,
+                     std::string("the store lost the path: ") + m_manager.getLastStoreError());
     return;
   }
   if (!source.open(path) || !source.readStatus(before)) {
-    m_unreadable.add(path + ": " + source.error());
+    m_unreadable.add(path, source.error());
     return;
   }
   m_catalogue.remember(file, before);
@@ -41,7 +42,7 @@ void FileStore::storeFile(std::size_t file, ProgressBar& progress) {
         static_cast<std::size_t>(std::min<std::uint64_t>(kPartBytes, before.size - offset));
     const std::size_t got = source.read(offset, m_buffer.get(), wanted);
     if (!source.error().empty()) {
-      m_unreadable.add(path + " from byte " + std::to_string(offset + got) + ": " + source.error());
+      m_unreadable.add(path + " from byte " + std::to_string(offset + got), source.error());
       return;
     }
     storePart(file, part++, got);
@@ -55,7 +56,7 @@ void FileStore::storeFile(std::size_t file, ProgressBar& progress) {
   FileStatus after;
   if (offset < before.size || !source.readStatus(after) ||
       !m_catalogue.looksUnchanged(file, after)) {
-    m_unsettled.add(path);
+    m_unsettled.add(path, "what was read of it is stored");
   }
 }
 

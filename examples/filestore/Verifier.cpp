@@ -37,11 +37,11 @@ void Verifier::verifyObject(std::size_t object, const UpdatePattern* updates) {
   const bool pathIntact = m_catalogue.readPath(stored.file, path);
   const std::string name = path + ", part " + std::to_string(stored.part);
   if (!pathIntact) {
-    m_mismatches.add(name + ": the path is not what was stored");
+    m_mismatches.add(name, "the path is not what was stored");
   }
 
   // Step 2
-  std::string state;
+  std::string state = "content differs, size and time do not";
   const std::size_t expectedSize = pathIntact ? readExpected(path, stored, state) : 0;
   if (updated) {
     updates->apply(object, m_buffer.get(), expectedSize);
@@ -50,43 +50,40 @@ void Verifier::verifyObject(std::size_t object, const UpdatePattern* updates) {
   // Step 3
   const Comparison found = compare(object, expectedSize, updated ? updates : nullptr);
   if (!found.readable) {
-    m_mismatches.add(name +
-                     ", byte 0: the object cannot be read back: " + m_manager.getLastStoreError());
+    m_mismatches.add(name + ", byte 0",
+                     std::string("cannot be read back: ") + m_manager.getLastStoreError());
     return;
   }
   m_bytes += stored.item.getSize();
-  if (found.equal) {
-    return;
-  }
 
   // Step 4
-  if (found.intact) {
-    m_changed.add(name + ": " + (state.empty() ? "content differs, size and time do not" : state));
-  } else {
-    const std::uint64_t place = std::uint64_t{stored.part} * FileStore::kPartBytes;
+  if (!found.equal && !found.intact) {
+    const std::uint64_t start = std::uint64_t{stored.part} * FileStore::kPartBytes;
     m_mismatches.add(name + ", byte " + std::to_string(found.differsAt) + " (byte " +
-                     std::to_string(place + found.differsAt) + " of the file): the object is not " +
-                     "what was stored" + (state.empty() ? "" : "; also, " + state));
+                         std::to_string(start + found.differsAt) + " of the file)",
+                     "not what was stored (the file: " + state + ")");
+  } else if (!found.equal && pathIntact) {
+    m_changed.add(name, state);
   }
 }
 
 /// Reads an object's part of the file into the buffer.
-/// @param state  receives what is wrong with the file; stays empty when it looks as it did
+/// @param state  receives what is wrong with the file; left alone when it looks as it did
 std::size_t Verifier::readExpected(const std::string& path, const StoredObject& object,
                                    std::string& state) {
   SourceFile source;
   FileStatus status;
   if (!source.open(path) || !source.readStatus(status)) {
-    state = "the file cannot be read any more: " + source.error();
+    state = "cannot be read any more: " + source.error();
     return 0;
   }
   if (!m_catalogue.looksUnchanged(object.file, status)) {
-    state = "the file has changed since it was stored";
+    state = "has changed since it was stored";
   }
   const std::uint64_t offset = std::uint64_t{object.part} * FileStore::kPartBytes;
   const std::size_t size = source.read(offset, m_buffer.get(), object.item.getSize());
   if (!source.error().empty()) {
-    state = "the file cannot be read any more: " + source.error();
+    state = "cannot be read any more: " + source.error();
   }
   return size;
 }

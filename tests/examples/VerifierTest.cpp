@@ -123,6 +123,21 @@ TEST_F(VerifierTest, two_objects_that_changed_places_are_both_named) {
   EXPECT_EQ(verified().mismatches().count(), 2U);
 }
 
+TEST_F(VerifierTest, a_damaged_path_is_a_mismatch_of_its_own) {
+  m_tree.write("file", noise(100));
+  storeTree();
+  QRTVirtualPageItem path;  // the pool hands out the item the catalogue holds
+  m_manager.allocUsingPool("file", 4, path);
+  {
+    const example::PinnedObject pinned(m_manager, path);
+    pinned.bytes()[0] = std::byte{'m'};
+  }
+  const Verifier verifier = verified();
+  EXPECT_THAT(verifier.mismatches().shown(),
+              ElementsAre(AllOf(HasSubstr(m_tree.path("mile")), HasSubstr("the path is not"))));
+  EXPECT_EQ(verifier.changed().count(), 0U) << "the content is intact and its file not known";
+}
+
 TEST_F(VerifierTest, a_freed_object_is_named) {
   m_tree.write("file", noise(100));
   storeTree();
@@ -169,8 +184,8 @@ TEST_F(VerifierTest, a_changed_file_does_not_hide_a_damaged_object) {
 }
 
 TEST_F(VerifierTest, updates_are_expected_where_they_were_made_and_only_there) {
-  for (int file = 0; file < 100; ++file) {
-    m_tree.write(std::to_string(file), noise(static_cast<std::size_t>(1000 + file)));
+  for (std::size_t size = 1000; size < 1100; ++size) {
+    m_tree.write(std::to_string(size), noise(size));
   }
   storeTree();
   const UpdatePattern pattern(1);
