@@ -23,6 +23,13 @@ void Verifier::verify(const std::vector<std::uint32_t>& order, const UpdatePatte
   }
 }
 
+void Verifier::Findings::add(std::size_t object, const std::string& subject,
+                             const std::string& problem) {
+  if (objects.insert(object).second) {
+    log.add(subject, problem);
+  }
+}
+
 /// Checks one object:
 /// 1. fetch the file's path out of the store,
 /// 2. read the part's content from the file and bring it up to date,
@@ -37,7 +44,7 @@ void Verifier::verifyObject(std::size_t object, const UpdatePattern* updates) {
   const bool pathIntact = m_catalogue.readPath(stored.file, path);
   const std::string name = path + ", part " + std::to_string(stored.part);
   if (!pathIntact) {
-    m_mismatches.add(name, "the path is not what was stored");
+    m_mismatches.log.add(name, "the path is not what was stored");
   }
 
   // Step 2
@@ -50,7 +57,7 @@ void Verifier::verifyObject(std::size_t object, const UpdatePattern* updates) {
   // Step 3
   const Comparison found = compare(object, expectedSize, updated ? updates : nullptr);
   if (!found.readable) {
-    m_mismatches.add(name + ", byte 0",
+    m_mismatches.add(object, name + ", byte 0",
                      std::string("cannot be read back: ") + m_manager.getLastStoreError());
     return;
   }
@@ -59,11 +66,12 @@ void Verifier::verifyObject(std::size_t object, const UpdatePattern* updates) {
   // Step 4
   if (!found.equal && !found.intact) {
     const std::uint64_t start = std::uint64_t{stored.part} * FileStore::kPartBytes;
-    m_mismatches.add(name + ", byte " + std::to_string(found.differsAt) + " (byte " +
+    m_mismatches.add(object,
+                     name + ", byte " + std::to_string(found.differsAt) + " (byte " +
                          std::to_string(start + found.differsAt) + " of the file)",
                      "not what was stored (the file: " + state + ")");
   } else if (!found.equal && pathIntact) {
-    m_changed.add(name, state);
+    m_changed.add(object, name, state);
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,10 +29,10 @@ class Verifier {
   void verify(const std::vector<std::uint32_t>& order, const UpdatePattern* updates,
               ProgressBar& progress);
 
-  std::uint64_t bytes() const { return m_bytes; }                ///< bytes read back
-  double secondsInStore() const { return m_inStore.seconds(); }  ///< time reading back took
-  const ProblemLog& mismatches() const { return m_mismatches; }  ///< objects the store damaged
-  const ProblemLog& changed() const { return m_changed; }        ///< objects whose file changed
+  std::uint64_t bytes() const { return m_bytes; }                    ///< bytes read back
+  double secondsInStore() const { return m_inStore.seconds(); }      ///< time reading back took
+  const ProblemLog& mismatches() const { return m_mismatches.log; }  ///< objects the store damaged
+  const ProblemLog& changed() const { return m_changed.log; }        ///< objects whose file changed
 
  private:
   /// What comparing an object with its file showed.
@@ -40,6 +41,14 @@ class Verifier {
     bool equal = false;         // whether it is what the file says
     bool intact = false;        // whether it is what was stored; looked at only when not equal
     std::size_t differsAt = 0;  // first byte that differs from the file
+  };
+
+  /// Objects with a problem, each noted once however often it is verified.
+  struct Findings {
+    void add(std::size_t object, const std::string& subject, const std::string& problem);
+
+    std::set<std::size_t> objects;  // the objects noted so far
+    ProblemLog log;                 // what is wrong with them
   };
 
   void verifyObject(std::size_t object, const UpdatePattern* updates);
@@ -52,8 +61,8 @@ class Verifier {
   std::unique_ptr<std::byte[]> m_buffer;  // one part as the file has it
   std::uint64_t m_bytes = 0;              // bytes read back
   Stopwatch m_inStore;                    // runs while the store gives back and we compare
-  ProblemLog m_mismatches;                // objects that are not what was stored
-  ProblemLog m_changed;                   // objects whose files are not what was stored
+  Findings m_mismatches;                  // objects that are not what was stored
+  Findings m_changed;                     // objects whose files are not what was stored
 };
 
 }  // namespace example
