@@ -11,7 +11,7 @@ namespace example {
 FileStore::FileStore(QRTVirtualMemoryMgr& manager, FileCatalogue& catalogue)
     : m_manager(manager),
       m_catalogue(catalogue),
-      m_buffer(std::make_unique<std::byte[]>(kPartBytes)) {}
+      m_buffer(std::make_unique_for_overwrite<std::byte[]>(kPartBytes)) {}
 
 void FileStore::storeFiles(ProgressBar& progress) {
   for (std::size_t file = 0; file < m_catalogue.size(); ++file) {

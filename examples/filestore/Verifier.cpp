@@ -13,7 +13,7 @@ Verifier::Verifier(QRTVirtualMemoryMgr& manager, const FileCatalogue& catalogue,
     : m_manager(manager),
       m_catalogue(catalogue),
       m_store(store),
-      m_buffer(std::make_unique<std::byte[]>(FileStore::kPartBytes)) {}
+      m_buffer(std::make_unique_for_overwrite<std::byte[]>(FileStore::kPartBytes)) {}
 
 void Verifier::verify(const std::vector<std::uint32_t>& order, const UpdatePattern* updates,
                       ProgressBar& progress) {
