@@ -24,8 +24,7 @@ void FileStore::storeFile(std::size_t file, ProgressBar& progress) {
   FileStatus before;
   SourceFile source;
   if (!m_catalogue.readPath(file, path)) {
-    m_unreadable.add(path,
-                     std::string("the store lost the path: ") + m_manager.getLastStoreError());
+    m_lostPaths.add(path, m_manager.getLastStoreError());
     return;
   }
   if (!source.open(path) || !source.readStatus(before)) {

@@ -46,6 +46,7 @@ class FileStore {
 
   std::uint64_t bytes() const { return m_bytes; }                ///< bytes stored
   double secondsInStore() const { return m_inStore.seconds(); }  ///< time storing them took
+  const ProblemLog& lostPaths() const { return m_lostPaths; }    ///< paths the store damaged
   const ProblemLog& unreadable() const { return m_unreadable; }  ///< files not stored
   const ProblemLog& unsettled() const { return m_unsettled; }    ///< changed while being read
 
@@ -59,6 +60,7 @@ class FileStore {
   std::deque<StoredObject> m_objects;     // the parts of a file stand together, in order
   std::uint64_t m_bytes = 0;              // the objects' sizes together
   Stopwatch m_inStore;                    // runs while the store works
+  ProblemLog m_lostPaths;                 // files whose path did not come back
   ProblemLog m_unreadable;                // files that could not be read
   ProblemLog m_unsettled;                 // files that changed while they were read
 };

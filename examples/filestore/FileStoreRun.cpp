@@ -110,9 +110,12 @@ void FileStoreRun::shuffleOrder() {
   std::shuffle(m_order.begin(), m_order.end(), m_random);
 }
 
+std::uint64_t FileStoreRun::mismatches() const {
+  return m_store.lostPaths().count() + m_verifier.mismatches().count();
+}
+
 bool FileStoreRun::storeFailed() {
-  return m_full || m_verifier.mismatches().count() != 0 ||
-         readStatistics(m_manager).pinnedObjects != 0;
+  return m_full || mismatches() != 0 || readStatistics(m_manager).pinnedObjects != 0;
 }
 
 void FileStoreRun::printProblems() const {
@@ -120,6 +123,7 @@ void FileStoreRun::printProblems() const {
   m_store.unreadable().print("files that could not be read");
   m_store.unsettled().print("files that changed while they were stored");
   m_verifier.changed().print("objects whose file changed after it was stored; the store is intact");
+  m_store.lostPaths().print("MISMATCHES, paths that did not come back for storing");
   m_verifier.mismatches().print("MISMATCHES");
   if (m_full) {
     std::cerr << "the store is full: " << m_manager.getLastStoreError() << '\n';
@@ -149,7 +153,7 @@ void FileStoreRun::printTable() {
             "reading the files not counted");
   table.add("speed out", formatSpeed(m_verifier.bytes(), m_verifier.secondsInStore()),
             "comparing included, reading the files not");
-  table.add("mismatches", formatCount(m_verifier.mismatches().count()));
+  table.add("mismatches", formatCount(mismatches()));
   std::cout << '\n';
   table.print(std::cout);
   std::cout.flush();

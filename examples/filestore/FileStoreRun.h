@@ -30,6 +30,7 @@ class FileStoreRun {
   void updateObjects(const UpdatePattern& pattern);
   void printProblems() const;
   void printTable();
+  std::uint64_t mismatches() const;
   bool storeFailed();
   void shuffleOrder();
 

@@ -36,14 +36,22 @@ class VerifierTest : public testing::Test {
     return text;
   }
 
-  void storeTree() {
+  void findFiles() {
     example::DirectoryWalk walk;
     walk.walk(m_tree.root(), [this](const std::string& directory, const std::string& name,
                                     const example::FileStatus& status) {
       m_catalogue.add(directory, name, status);
     });
+  }
+
+  void storeFiles() {
     example::ProgressBar progress("store", 0);
     m_store.storeFiles(progress);
+  }
+
+  void storeTree() {
+    findFiles();
+    storeFiles();
   }
 
   /// The object that holds a part of a file.
@@ -216,17 +224,23 @@ TEST_F(VerifierTest, updates_are_expected_where_they_were_made_and_only_there) {
   EXPECT_EQ(verified(&pattern).mismatches().count(), 2U);
 }
 
+TEST_F(VerifierTest, a_path_damaged_before_its_file_is_stored_is_no_unreadable_file) {
+  m_tree.write("file", noise(10));
+  findFiles();
+  QRTVirtualPageItem path;
+  m_manager.allocUsingPool("file", 4, path);
+  m_manager.free(path);
+  storeFiles();
+  EXPECT_EQ(m_store.lostPaths().count(), 1U);
+  EXPECT_EQ(m_store.unreadable().count(), 0U);
+}
+
 TEST_F(VerifierTest, a_file_that_is_gone_before_it_is_stored_is_noted) {
   m_tree.write("here", noise(10));
   m_tree.write("gone", noise(10));
-  example::DirectoryWalk walk;
-  walk.walk(m_tree.root(), [this](const std::string& directory, const std::string& name,
-                                  const example::FileStatus& status) {
-    m_catalogue.add(directory, name, status);
-  });
+  findFiles();
   std::filesystem::remove(m_tree.path("gone"));
-  example::ProgressBar progress("store", 0);
-  m_store.storeFiles(progress);
+  storeFiles();
   EXPECT_EQ(m_store.objects().size(), 1U);
   EXPECT_THAT(m_store.unreadable().shown(),
               ElementsAre(AllOf(HasSubstr("gone"), HasSubstr("No such file"))));
