@@ -126,7 +126,8 @@ void FileStoreRun::printProblems() const {
   m_store.lostPaths().print("MISMATCHES, paths that did not come back for storing");
   m_verifier.mismatches().print("MISMATCHES");
   if (m_full) {
-    std::cerr << "the store is full: " << m_manager.getLastStoreError() << '\n';
+    std::cerr << "the store was full after " << formatCount(m_store.objects().size())
+              << " objects: " << m_manager.getLastStoreError() << '\n';
   }
 }
 
