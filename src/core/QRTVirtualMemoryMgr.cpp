@@ -109,7 +109,7 @@ QRTVirtualMemoryMgr::~QRTVirtualMemoryMgr() {
 //    pool cannot be made.
 void QRTVirtualMemoryMgr::initialize(unsigned int memorySize) {
   // Step 1
-  QRT_ASSERT(m_pool == NULL);
+  QRT_ASSERT(m_pool == NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
 
   // Step 2
   if (memorySize == 0) {

@@ -20,6 +20,8 @@ TEST(QRTAssert, TextIsTheCallAsWritten) {
   EXPECT_EQ(pointer.getCode(), 0);
   EXPECT_EQ(traceOf(pointer), std::vector<TraceEntry>{kThrown});
 
+  // A macro in the condition is quoted by its name.
+  // NOLINTNEXTLINE(modernize-use-nullptr)
   const auto macro = expectRaised<QRTAssertError>([&] { QRT_ASSERT(m_pool == NULL); });
   EXPECT_EQ(textOf(macro), "QRT_ASSERT(m_pool == NULL);");
 

@@ -184,14 +184,14 @@ TEST_F(QRTVirtualMemoryMgrDumpTest, WithoutMemoryForTheRecordNothingIsWritten) {
 TEST_F(QRTVirtualMemoryMgrDumpTest, ListsPinnedObjectsMostPinsFirst) {
   EXPECT_EQ(references(), "Objects with reference count > 0: 0\n");
   pinned("one pin", 1);
-  pinned(std::string("three\n\0\x7F\xC3 pins, long", 21), 3);
+  pinned(std::string("three\n\0\x7F\xC3 pins, long", 20), 3);
   QRTVirtualPageItem none = pinned("no pin", 1);
   manager->dismiss(none);
   pinned("z", 1);
   record.take();
   EXPECT_EQ(references(),
             "Objects with reference count > 0: 3\n"
-            "  offset 2, 21 bytes, pins 3: 74 68 72 65 65 0a 00 7f c3 20 70 69 6e 73 2c 20"
+            "  offset 2, 20 bytes, pins 3: 74 68 72 65 65 0a 00 7f c3 20 70 69 6e 73 2c 20"
             "  |three.... pins, |\n"
             "  offset 1, 7 bytes, pins 1: 6f 6e 65 20 70 69 6e  |one pin|\n"
             "  offset 4, 1 bytes, pins 1: 7a  |z|\n");

@@ -39,7 +39,7 @@ TEST_P(StoreFailureTest, NothingStoredIsLost) {
     QRTVirtualPageItem item;
     try {
       void* const address = manager.alloc(500, item);
-      std::strcpy(static_cast<char*>(address), content(items.size()).c_str());
+      std::memcpy(address, content(items.size()).c_str(), content(items.size()).size() + 1);
       manager.dismiss(item);
       items.push_back(item);
     } catch (const QRTOutOfMemoryError&) {
