@@ -139,6 +139,7 @@ TEST_F(QRTVirtualMemoryMgrDumpTest, WritesEverySection) {
 }
 
 TEST_F(QRTVirtualMemoryMgrDumpTest, LeavesOutWhatIsNotThere) {
+  record.stats = StatsBytes(0).put32(0, 4096).put64(96, 14).putName("/tmp/former").bytes();
   const std::string statistics =
       "Mapping Mode - libtcmalloc_virtualmm\n"
       "Page size: 4096 bytes\n"
@@ -155,6 +156,7 @@ TEST_F(QRTVirtualMemoryMgrDumpTest, LeavesOutWhatIsNotThere) {
   EXPECT_EQ(dump(1), kHeading + statistics + kClosing);
   EXPECT_EQ(dump(2), kHeading + notice + kClosing);
   EXPECT_EQ(dump(3), kHeading + statistics + notice + kClosing);
+  EXPECT_EQ(dump(5), kHeading + statistics + kClosing);
   EXPECT_EQ(dump(~3), std::string(kHeading) + kClosing);
 }
 
