@@ -105,12 +105,28 @@ std::u16string unitsFromUtf8(const char* data, std::size_t length) {
   return units;
 }
 
-std::string utf8FromUnits(const std::u16string& units) {
-  // An upper bound, exact but for surrogate pairs: they count six bytes and take four.
-  std::size_t bound = units.size();
-  for (const char16_t unit : units) {
-    bound += (unit >= 0x80U ? 1U : 0U) + (unit >= 0x800U ? 1U : 0U);
+// The end of the run of ASCII units that begins at `at`.
+const char16_t* asciiEnd(const char16_t* at, const char16_t* end) {
+  for (std::uint64_t word = 0; end - at >= 4; at += 4) {
+    std::memcpy(&word, at, sizeof word);
+    if ((word & 0xFF80FF80FF80FF80U) != 0) {
+      break;
+    }
   }
+  while (at != end && *at < 0x80U) {
+    ++at;
+  }
+  return at;
+}
+
+std::string utf8FromUnits(const std::u16string& units) {
+  // An upper bound, exact but for surrogate pairs: they count six bytes and take four. 32-bit sums
+  // let this loop become vector code.
+  std::uint32_t extra = 0;
+  for (const char16_t unit : units) {
+    extra += (unit >= 0x80U ? 1U : 0U) + (unit >= 0x800U ? 1U : 0U);
+  }
+  const std::size_t bound = units.size() + extra;
   if (bound >= static_cast<std::size_t>(INT_MAX)) {
     raiseTooLong();
   }
@@ -118,20 +134,22 @@ std::string utf8FromUnits(const std::u16string& units) {
   char* out = bytes.data();
   const char16_t* at = units.data();
   const char16_t* const end = at + units.size();
-  if (bound == units.size()) {
-    for (std::size_t i = 0; i < bound; ++i) {
+  while (at != end) {
+    const std::size_t run = static_cast<std::size_t>(asciiEnd(at, end) - at);
+    for (std::size_t i = 0; i < run; ++i) {
       out[i] = static_cast<char>(at[i]);
     }
-    return bytes;
-  }
-  while (at != end) {
-    std::uint32_t codePoint = *at++;
-    if (isHighSurrogate(static_cast<char16_t>(codePoint)) && at != end && isLowSurrogate(*at)) {
-      codePoint = 0x10000U + ((codePoint - 0xD800U) << 10U) + (*at++ - 0xDC00U);
-    } else if (codePoint >= 0xD800U && codePoint <= 0xDFFFU) {
-      codePoint = kReplacement;
+    out += run;
+    at += run;
+    while (at != end && *at >= 0x80U) {
+      std::uint32_t codePoint = *at++;
+      if (isHighSurrogate(static_cast<char16_t>(codePoint)) && at != end && isLowSurrogate(*at)) {
+        codePoint = 0x10000U + ((codePoint - 0xD800U) << 10U) + (*at++ - 0xDC00U);
+      } else if (codePoint >= 0xD800U && codePoint <= 0xDFFFU) {
+        codePoint = kReplacement;
+      }
+      out = utf8::unchecked::append(codePoint, out);
     }
-    out = utf8::unchecked::append(codePoint, out);
   }
   bytes.resize(static_cast<std::size_t>(out - bytes.data()));
   return bytes;

@@ -31,22 +31,22 @@ struct FixedPoolStats {
 /// The statistics record that ExtractStats fills; `poolCount` records of FixedPoolStats follow at
 /// byte 368. Every figure is a real count since the engine was made.
 struct VirtualMemoryStats {
-  std::uint32_t pageSize;           ///< bytes 0..3      engine page size in bytes
-  std::uint32_t reserved0;          ///< bytes 4..7      zero
-  std::uint64_t budgetBytes;        ///< bytes 8..15     resident bytes the engine aims to stay under
-  std::uint64_t residentBytes;      ///< bytes 16..23    bytes of pages in memory now
-  std::uint64_t currentObjects;     ///< bytes 24..31    objects allocated now
-  std::uint64_t maxObjects;         ///< bytes 32..39    most objects allocated at one time
+  std::uint32_t pageSize;        ///< bytes 0..3      engine page size in bytes
+  std::uint32_t reserved0;       ///< bytes 4..7      zero
+  std::uint64_t budgetBytes;     ///< bytes 8..15     resident bytes the engine aims to stay under
+  std::uint64_t residentBytes;   ///< bytes 16..23    bytes of pages in memory now
+  std::uint64_t currentObjects;  ///< bytes 24..31    objects allocated now
+  std::uint64_t maxObjects;      ///< bytes 32..39    most objects allocated at one time
   std::uint64_t cumulativeObjects;  ///< bytes 40..47    objects allocated in all
   std::uint64_t staleHandles;       ///< bytes 48..55    calls refused for a stale or foreign offset
   std::uint64_t pageFileSize;       ///< bytes 56..63    size of the paging file; 0 without one
   std::uint64_t pageReads;          ///< bytes 64..71    pages read from the paging file
-  std::uint64_t pageOuts;           ///< bytes 72..79    pages that left memory with their content kept
-  std::uint64_t pageWrites;         ///< bytes 80..87    pages written to the paging file
-  std::uint64_t largePages;         ///< bytes 88..95    pages held by large objects
-  std::uint64_t largeSpans;         ///< bytes 96..103   large objects, one span each
-  std::uint32_t poolCount;          ///< bytes 104..107  FixedPoolStats records behind this one
-  char pagingFileName[260];         ///< bytes 108..367  path of the paging file, NUL-terminated
+  std::uint64_t pageOuts;    ///< bytes 72..79    pages that left memory with their content kept
+  std::uint64_t pageWrites;  ///< bytes 80..87    pages written to the paging file
+  std::uint64_t largePages;  ///< bytes 88..95    pages held by large objects
+  std::uint64_t largeSpans;  ///< bytes 96..103   large objects, one span each
+  std::uint32_t poolCount;   ///< bytes 104..107  FixedPoolStats records behind this one
+  char pagingFileName[260];  ///< bytes 108..367  path of the paging file, NUL-terminated
 };
 
 static_assert(sizeof(FixedPoolStats) == 32);

@@ -1,0 +1,16 @@
+#ifndef EXAMPLES_COMMON_HOSTPROCESS_H
+#define EXAMPLES_COMMON_HOSTPROCESS_H
+
+#include <cstdint>
+
+namespace example {
+
+/// The most memory the process ever had resident, in bytes; 0 when the system does not tell.
+std::uint64_t peakResidentBytes();
+
+/// Whether standard error is a terminal, where a progress bar makes sense.
+bool standardErrorIsTerminal();
+
+}  // namespace example
+
+#endif  // EXAMPLES_COMMON_HOSTPROCESS_H

@@ -1,0 +1,166 @@
+#ifndef QRTVIRTUALMEMORYMGR_H
+#define QRTVIRTUALMEMORYMGR_H
+
+#include <iosfwd>
+
+#include "QRTCore/QRTExport.h"
+#include "QRTVirtualPageItem.h"
+
+class QRTVirtualMapper;
+class QRTVirtualPageItemPool;
+
+namespace tcmalloc {
+class VirtualMemoryPool;
+}
+
+/// The door to the store: allocates objects, pins them to get their addresses, unpins and frees
+/// them, by page item or by bare offset. A manager owns its paging engine and its page item pool;
+/// deleting it ends every object made through it.
+///
+/// Pins are counted per object. While an object has a pin its address stays the same; without one
+/// it may leave memory for the paging file and come back elsewhere. Every `alloc` and every
+/// `getAddress` that gave an address is matched by one `dismiss`. Offset 0 and
+/// QRTVirtualPageItem::kInvalidOffset name nothing and are ignored by every operation; so are
+/// offsets of objects that have been freed.
+///
+/// A manager takes no lock: it is used by one thread at a time, with everything that works in it.
+class QRT_EXPORT QRTVirtualMemoryMgr {
+ public:
+  /// Ways to map stored objects into memory. There is one, so no value is ever looked at.
+  enum mappertype { eMapperDefault = 0 };
+
+  /// Sections of `dumpMapper`, to be combined with |.
+  enum diagflags {
+    eDumpStatistics = 1,  ///< the engine's statistics
+    eDumpMapper = 2       ///< a notice that mapper records cannot be dumped
+  };
+
+  /// Makes a store under the temp directory (see QRTFmDir). No file is made before the first page
+  /// has to leave memory.
+  /// @param memorySize  bytes of stored objects to hold in memory; 0 means 4,194,304
+  /// The remaining arguments have no effect.
+  /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the engine fails otherwise
+  QRTVirtualMemoryMgr(unsigned int memorySize, unsigned int, int);
+
+  /// The same; only `memorySize` has an effect.
+  QRTVirtualMemoryMgr(unsigned int, unsigned int memorySize, unsigned int, int);
+
+  /// The same; only `memorySize` has an effect.
+  QRTVirtualMemoryMgr(mappertype, unsigned int, unsigned int memorySize, unsigned int, int);
+
+  /// Ends the page item pool, then the engine with every object in it and the paging file. Objects
+  /// still pinned are not reported.
+  virtual ~QRTVirtualMemoryMgr();
+
+  QRTVirtualMemoryMgr(const QRTVirtualMemoryMgr&) = delete;
+  QRTVirtualMemoryMgr& operator=(const QRTVirtualMemoryMgr&) = delete;
+
+  /// Kept for hosts that call it; the engine decides by itself what leaves memory. Does nothing.
+  virtual void pageOut(unsigned int);
+
+  /// Makes an item name an object of `size` bytes.
+  ///  - An empty item gets a new object; its bytes are unspecified.
+  ///  - A `size` below the item's trims it in place: same object, same content, and the room beyond
+  ///    `size` is given up for the item's lifetime.
+  ///  - Otherwise, equal sizes included, the item moves to a new object that begins with the old
+  ///    content (the item's old size in bytes); the old object is freed and its addresses die.
+  /// @param size  bytes wanted, 0 to 4 GiB - 1
+  /// @param item  receives the object
+  /// @return the object's address, never null, pinned once more; the caller owes one `dismiss`
+  /// @throws QRTOutOfMemoryError when no room can be had; see `getLastStoreError`. The item is as
+  ///         it was, but a trim whose object cannot be read has already noted the lower size.
+  /// @throws QRTAssertError when the object to be moved cannot be read; the item is as it was
+  /// Cost: O(1), plus the copy of a move; may write pages to disk, and read one back.
+  void* alloc(unsigned int size, QRTVirtualPageItem& item);
+
+  /// Frees the object, pinned or not, and sets the item's offset to 0; its size is kept. Other
+  /// copies of the item become stale. Does nothing for an item that names nothing.
+  /// Cost: O(1); may read the object's page.
+  void free(QRTVirtualPageItem& item);
+
+  /// Marks the object as modified. Needed only for changes through a pin taken with `mode` 0.
+  /// Cost: O(1)
+  void dirty(QRTVirtualPageItem& item);
+
+  /// Takes one pin away; with the last one the object's address dies.
+  /// Cost: O(1), never touches the disk.
+  void dismiss(QRTVirtualPageItem& item);
+
+  /// Takes one pin away from the object at a bare offset.
+  void dismiss(unsigned long long offset);
+
+  /// Pins the object once more.
+  /// @param mode  non-zero when the object may be changed through the address; with 0 a change is
+  ///              kept only if `dirty` is called as well
+  /// @return its address, valid until the matching `dismiss`, which the caller owes; null, with
+  ///         nothing owed, when the item names nothing or the object cannot be read back intact
+  /// Cost: O(1), a few nanoseconds when the object is in memory; otherwise one read.
+  void* getAddress(QRTVirtualPageItem& item, int mode);
+
+  /// Pins the object at a bare offset, as above.
+  void* getAddress(unsigned long long offset, int mode);
+
+  /// Makes an item name an object that holds the given bytes, shared with every other caller that
+  /// gave equal bytes while the pool remembers them; see QRTVirtualPageItemPool::set. The object is
+  /// left unpinned and is neither changed nor freed by its holders.
+  /// @param data  the bytes; null does nothing
+  /// @param size  how many; 0 does nothing
+  /// @param item  an empty item, or one whose object nobody else holds; receives the object
+  /// @throws what QRTVirtualPageItemPool::set throws
+  void allocUsingPool(const void* data, unsigned int size, QRTVirtualPageItem& item);
+
+  /// Sets how many byte strings the page item pool remembers, 1,000 at first.
+  /// @param poolSize  entries to keep; a pool above that stops growing but does not shrink
+  void setVirtualPageItemPoolSize(unsigned int poolSize);
+
+  /// @return null: the engine keeps its records to itself
+  QRTVirtualMapper* getMapper(unsigned long long offset) const;
+
+  /// Kept for hosts that call it. Does nothing.
+  void setDiagnosticMode(diagflags mode);
+
+  /// Writes the state of the store as text. Changes nothing in the store and leaves the stream's
+  /// format as it was.
+  /// @param os     receives the text; every line is flushed
+  /// @param flags  the sections to write: `eDumpStatistics`, `eDumpMapper`, both or 0
+  /// @throws QRTOutOfMemoryError before anything is written
+  /// Cost: O(size classes of the engine)
+  void dumpMapper(std::ostream& os, int flags);
+
+  /// Lists the objects that are pinned, most pins first: offset, size, pins, and the first bytes as
+  /// hex and as text. The first hundred are listed, the rest is counted. Pin counts are afterwards
+  /// what they were, the stream's format is not touched, and when memory is short the list is made
+  /// from as many objects as fit.
+  /// @param os  receives the text
+  /// Cost: O(pages in memory + pinned objects)
+  void dumpReferences(std::ostream& os);
+
+  /// Tells why the store last failed to give room or to read an object: the operation, the file,
+  /// the system's message, the bytes asked for and the budget in use.
+  /// @return UTF-8 text, never null, empty while nothing has failed; valid until the next call of
+  ///         an operation of this manager
+  const char* getLastStoreError() const;
+
+  /// @return whether the leak check is on, for every manager of the process; 0 at first
+  static int getExceptionOnReferenceLeak();
+
+  /// Switches the leak check on or off for every manager of the process. Not guarded: set it before
+  /// managers are in use.
+  /// @param on  0 for off, anything else for on
+  static void setExceptionOnReferenceLeak(int on);
+
+  /// The leak check: does nothing while the switch is off. Otherwise empties the page item pool and
+  /// raises an error when objects are pinned, whose pins stay.
+  /// @throws QRTIllegalStateError with the number of pinned objects in its text
+  void throwExceptionOnReferenceLeak();
+
+ private:
+  void initialize(unsigned int memorySize);
+
+  tcmalloc::VirtualMemoryPool* m_pool;     // the paging engine, owned
+  QRTVirtualPageItemPool* m_pageItemPool;  // shares equal byte strings, owned
+
+  static int m_exceptionOnReferenceLeak;  // whether the leak check is on
+};
+
+#endif  // QRTVIRTUALMEMORYMGR_H

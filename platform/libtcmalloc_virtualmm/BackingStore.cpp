@@ -1,0 +1,145 @@
+#include "libtcmalloc_virtualmm/BackingStore.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "libtcmalloc_virtualmm/StoreError.h"
+
+namespace tcmalloc {
+
+namespace {
+
+// Space is set aside an eighth of the file at a time, within these bounds: few calls for a large
+// store, little idle space for a small one.
+constexpr std::uint64_t kMinReserveStep = 1U << 20;
+constexpr std::uint64_t kMaxReserveStep = 64U << 20;
+
+// A free end of this size, and a quarter of the file, is cut off.
+constexpr std::uint64_t kMinCut = 16U << 20;
+
+constexpr const char* kForeign = "the file belongs to the parent process";
+
+const char* Verb(bool reading) {
+  return reading ? "read the paging file" : "write the paging file";
+}
+
+}  // namespace
+
+BackingStore::BackingStore(std::unique_ptr<PagingFile> file, StoreError& error)
+    : m_file(std::move(file)), m_error(error) {}
+
+bool BackingStore::Open(const char* operation) noexcept {
+  if (m_file->InForeignProcess()) {
+    m_error.NoteReason(operation, Path(), kForeign);
+    return false;
+  }
+  if (!m_open) {
+    if (const int error = m_file->Open(); error != 0) {
+      m_error.NoteSystem("make the paging file in", Path(), error);
+      return false;
+    }
+    m_open = true;
+  }
+  return true;
+}
+
+bool BackingStore::Reserve(std::uint64_t end) noexcept {
+  if (end <= m_reservedEnd) {
+    return true;
+  }
+  constexpr const char* kOperation = "set disk space aside in the paging file";
+  if (!Open(kOperation)) {
+    return false;
+  }
+  if (!m_canReserve) {
+    m_reservedEnd = end;
+    return true;
+  }
+  const std::uint64_t step = std::clamp(end / 8, kMinReserveStep, kMaxReserveStep);
+  int error = 0;
+  for (const std::uint64_t target : {end + step, end}) {
+    do {
+      error = m_file->Reserve(m_reservedEnd, target);
+    } while (error == EINTR);
+    if (error == 0 || error == EOPNOTSUPP) {
+      m_canReserve = error == 0;
+      m_reservedEnd = target;
+      m_fileBytes = error == 0 ? std::max(m_fileBytes, target) : m_fileBytes;
+      return true;
+    }
+  }
+  m_error.NoteSystem(kOperation, Path(), error);
+  return false;
+}
+
+bool BackingStore::Read(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept {
+  return Transfer(Direction::kRead, offset, slices, count);
+}
+
+bool BackingStore::Write(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept {
+  return Transfer(Direction::kWrite, offset, slices, count);
+}
+
+bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
+                            std::size_t count) noexcept {
+  const bool reading = direction == Direction::kRead;
+  if (!Open(Verb(reading))) {
+    return false;
+  }
+  std::array<IoSlice, PagingFile::kMaxSlices> left;
+  std::size_t next = 0;  // slices taken over into `left` so far
+  std::size_t held = 0;  // of these, slices not done yet, at the front of `left`
+  while (next < count || held > 0) {
+    while (next < count && held < left.size()) {
+      left[held++] = slices[next++];
+    }
+    const std::int64_t moved = reading ? m_file->ReadSome(offset, left.data(), held)
+                                       : m_file->WriteSome(offset, left.data(), held);
+    if (moved == -EINTR) {
+      continue;
+    }
+    if (moved <= 0) {
+      if (moved < 0) {
+        m_error.NoteSystem(Verb(reading), Path(), static_cast<int>(-moved));
+      } else {
+        m_error.NoteReason(Verb(reading), Path(),
+                           reading ? "the file ends too early" : "no byte was taken");
+      }
+      return false;
+    }
+    // A transfer may stop anywhere: drop the slices that are done and shorten the one it stopped
+    // in.
+    offset += static_cast<std::uint64_t>(moved);
+    if (!reading) {
+      m_fileBytes = std::max(m_fileBytes, offset);
+    }
+    auto done = static_cast<std::size_t>(moved);
+    std::size_t first = 0;
+    while (first < held && done >= left[first].size) {
+      done -= left[first++].size;
+    }
+    if (first < held) {
+      left[first].data += done;
+      left[first].size -= done;
+    }
+    std::move(left.begin() + static_cast<std::ptrdiff_t>(first),
+              left.begin() + static_cast<std::ptrdiff_t>(held), left.begin());
+    held -= first;
+  }
+  return true;
+}
+
+void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
+  const std::uint64_t tail = m_fileBytes - std::min(m_fileBytes, usedEnd);
+  if (!m_open || tail < kMinCut || tail < m_fileBytes / 4 || m_file->InForeignProcess()) {
+    return;
+  }
+  // A file that cannot be cut stays as long as it is; nothing depends on it.
+  if (m_file->Truncate(usedEnd) == 0) {
+    m_fileBytes = usedEnd;
+    m_reservedEnd = std::min(m_reservedEnd, usedEnd);
+  }
+}
+
+}  // namespace tcmalloc

@@ -1,0 +1,59 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_BACKINGSTORE_H
+#define LIBTCMALLOC_VIRTUALMM_BACKINGSTORE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "libtcmalloc_virtualmm/PagingFile.h"
+
+namespace tcmalloc {
+
+class StoreError;
+
+/// The paging file as the pager uses it: made when first needed, whole transfers, disk space set
+/// aside ahead of need, the free end cut off. Failures are noted in the StoreError.
+class BackingStore {
+ public:
+  /// @param file   the operating system's file, not open yet
+  /// @param error  receives failures; outlives the store
+  BackingStore(std::unique_ptr<PagingFile> file, StoreError& error);
+
+  /// Makes sure that the first `end` bytes of the file have disk space. Asks for more than that in
+  /// growing steps, and for just that when the larger step fails.
+  /// @return false when the file cannot be made or the disk is full
+  bool Reserve(std::uint64_t end) noexcept;
+
+  /// Reads the slices at `offset`; all of them or it fails.
+  bool Read(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
+
+  /// Writes the slices at `offset`; all of them or it fails.
+  bool Write(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
+
+  /// Cuts the file off when what lies past `usedEnd` is worth a system call.
+  void CutTail(std::uint64_t usedEnd) noexcept;
+
+  /// Length of the file in bytes; 0 when it was never made.
+  std::uint64_t FileBytes() const { return m_fileBytes; }
+
+  /// The file, or before it is made the directory it is to be made in.
+  const char* Path() const { return m_file->Path(); }
+
+ private:
+  enum class Direction { kRead, kWrite };
+
+  bool Open(const char* operation) noexcept;
+  bool Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
+                std::size_t count) noexcept;
+
+  std::unique_ptr<PagingFile> m_file;
+  StoreError& m_error;
+  bool m_open = false;              // whether the file was made
+  bool m_canReserve = true;         // whether the file system sets space aside
+  std::uint64_t m_fileBytes = 0;    // length of the file
+  std::uint64_t m_reservedEnd = 0;  // the bytes below have disk space
+};
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_BACKINGSTORE_H

@@ -1,0 +1,310 @@
+#include "libtcmalloc_virtualmm/Engine.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace tcmalloc {
+
+namespace {
+
+constexpr std::uint32_t kSmallPage = 4096;
+constexpr std::uint32_t kLargePage = 16384;
+
+// From this budget on a 32-bit process uses large pages: its page table has to fit into its
+// address space together with everything else.
+constexpr std::uint64_t kLargePageBudget = 64U << 20;
+
+std::uint32_t ChoosePageSize(const EngineOptions& options) {
+  if (options.pageSize != 0) {
+    return options.pageSize;
+  }
+  return sizeof(void*) == 4 && options.budgetBytes >= kLargePageBudget ? kLargePage : kSmallPage;
+}
+
+PagerOptions MakePagerOptions(const EngineOptions& options, std::uint32_t pageShift) {
+  PagerOptions pager;
+  pager.pageShift = pageShift;
+  pager.budgetFrames = std::max<std::uint64_t>(
+      {options.budgetBytes >> pageShift, options.minimumFrames, std::uint64_t{1}});
+  pager.batch = options.batch;
+  pager.readAhead = options.readAhead;
+  pager.moveOnUnpin = options.moveOnUnpin;
+  return pager;
+}
+
+}  // namespace
+
+Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file)
+    : m_pageShift(static_cast<std::uint32_t>(std::countr_zero(ChoosePageSize(options)))),
+      m_classes(ChoosePageSize(options)),
+      m_arena(m_pageShift),
+      m_slabs(m_classes, m_table, m_arena),
+      m_store(std::move(file), m_error),
+      m_pager(MakePagerOptions(options, m_pageShift), m_classes, m_table, m_arena, m_slabs, m_store,
+              m_error) {}
+
+void* Engine::Fail(std::uint64_t askedBytes) noexcept {
+  m_error.Complete(askedBytes, m_arena.UsedFrames() << m_pageShift,
+                   m_pager.BudgetFrames() << m_pageShift);
+  return nullptr;
+}
+
+// ---- allocate -----------------------------------------------------------------------------------
+
+void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
+  size = std::max(size, 1U);
+  const std::uint8_t sizeClass = m_classes.ClassFor(size);
+  void* address = sizeClass == SizeClasses::kLarge ? AllocateLarge(size, offset)
+                                                   : AllocateSlot(sizeClass, size, offset);
+  if (address == nullptr) {
+    return Fail(size);
+  }
+  ++m_pinnedObjects;
+  ++m_allObjects;
+  m_maxObjects = std::max(m_maxObjects, ++m_currentObjects);
+  return address;
+}
+
+void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
+                           std::uint64_t& offset) noexcept {
+  SlabDirectory::ClassState& state = m_slabs[sizeClass];
+  if (state.openSlab == nullptr || state.openSlab->FreeSlots() == 0) {
+    if (!OpenSlab(sizeClass)) {
+      return nullptr;
+    }
+  }
+  PageEntry& entry = *state.openEntry;
+  const auto slack = static_cast<std::uint16_t>(m_classes[sizeClass].capacity - size);
+  const std::uint16_t byte = state.openSlab->Take(entry.generation, slack);
+  Touch(entry);
+  entry.flags |= PageEntry::kModified;
+  ++entry.live.pinned;
+  ++state.liveObjects;
+  offset = ObjectHandle{state.openPage, byte, entry.generation}.Encode();
+  ObjectHeader* header = state.openSlab->HeaderAt(byte);
+  ObjectGuard::Show(header + 1, size);
+  return header + 1;
+}
+
+/// Finds the slab that the class's next objects come from: one in memory with free slots, one that
+/// is out, or a new one.
+bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
+  std::uint32_t frame = m_slabs.FindInMemory(sizeClass);
+  for (std::uint32_t page = 0; frame == kNoFrame && page != PageTable::kNoPage;) {
+    page = m_slabs.TakeOut(sizeClass);
+    if (page != PageTable::kNoPage && m_pager.PageIn(page)) {
+      frame = m_table[page].where;
+    }
+  }
+  if (frame == kNoFrame) {
+    const SizeClass& c = m_classes[sizeClass];
+    const std::uint32_t page = MakeSpan(c.pages, sizeClass, 0);
+    if (page == PageTable::kNoPage) {
+      return false;
+    }
+    frame = m_table[page].where;
+    SlabPage::Format(m_arena.Address(frame), c);
+    ObjectGuard::HideSlab(m_arena.Address(frame), c);
+    ++m_slabs[sizeClass].spans;
+  }
+  m_slabs.Open(frame);
+  return true;
+}
+
+void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept {
+  const auto pages =
+      static_cast<std::uint32_t>((std::uint64_t{size} + (1U << m_pageShift) - 1) >> m_pageShift);
+  const std::uint32_t page = MakeSpan(pages, PageEntry::kLarge, size);
+  if (page == PageTable::kNoPage) {
+    return nullptr;
+  }
+  PageEntry& entry = m_table[page];
+  entry.live.pinned = 1;
+  m_arena[entry.where].pins = 1;
+  ++m_largeObjects;
+  m_largePages += pages;
+  offset = ObjectHandle{page, kLargeByte, entry.generation}.Encode();
+  ObjectGuard::Show(m_arena.Address(entry.where), size);
+  return m_arena.Address(entry.where);
+}
+
+/// Makes a span in memory:
+///  1. Take page numbers.
+///  2. Set disk space aside for them once the store is larger than the budget.
+///  3. Take frames, making room.
+/// What was done is undone when a step fails.
+std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
+                               std::uint32_t largeBytes) noexcept {
+  // Step 1.
+  const std::uint32_t page = m_table.Acquire(pages, kind);
+  if (page == PageTable::kNoPage) {
+    m_error.NoteReason("extend the page table", nullptr, "the system has no memory left");
+    return PageTable::kNoPage;
+  }
+  bool made = true;
+  if (kind == PageEntry::kLarge) {
+    made = m_table.PrepareLargeBytes(page);
+    if (made) {
+      m_table.LargeBytes(page) = largeBytes;
+    } else {
+      m_error.NoteReason("extend the page table", nullptr, "the system has no memory left");
+    }
+  }
+  // Steps 2 and 3.
+  if (made && m_pager.ReserveDiskSpace() && m_pager.PlaceNew(page, pages) != kNoFrame) {
+    return page;
+  }
+  m_table.Release(page, pages);
+  return PageTable::kNoPage;
+}
+
+// ---- pin and unpin ------------------------------------------------------------------------------
+
+PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
+  PageEntry* entry = m_table.Find(handle.page);
+  const bool fits = entry != nullptr && entry->kind == PageEntry::kLarge &&
+                    handle.byte == kLargeByte && handle.generation == entry->generation;
+  return fits ? entry : nullptr;
+}
+
+void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (PageEntry* entry = FindLarge(handle)) {
+    if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
+      return Fail(m_table.LargeBytes(handle.page));
+    }
+    Frame& frame = m_arena[entry->where];
+    if (frame.pins == UINT32_MAX) {
+      return nullptr;
+    }
+    Touch(*entry);
+    entry->flags |= forWriting ? PageEntry::kModified : std::uint8_t{0};
+    char* address = m_arena.Address(entry->where);
+    if (frame.pins++ == 0) {
+      entry->live.pinned = 1;
+      ++m_pinnedObjects;
+      ObjectGuard::Show(address, m_table.LargeBytes(handle.page));
+    }
+    return address;
+  }
+  PageEntry* entry = m_table.Find(handle.page);
+  const bool isOut = entry != nullptr && entry->kind < PageEntry::kLarge && !entry->Resident() &&
+                     handle.generation != kFreeGeneration && ClassOf(*entry).IsSlot(handle.byte);
+  if (isOut) {
+    if (!m_pager.PageIn(handle.page)) {
+      return Fail(ClassOf(*entry).capacity);
+    }
+    if (const Slot slot = FindInMemory(handle); slot.entry != nullptr) {
+      return PinSlot(slot, forWriting);
+    }
+  }
+  ++m_staleHandles;
+  return nullptr;
+}
+
+void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  PageEntry* entry = FindLarge(handle);
+  if (entry == nullptr || !entry->Resident() || m_arena[entry->where].pins == 0) {
+    ++m_staleHandles;
+    return;
+  }
+  if (--m_arena[entry->where].pins == 0) {
+    entry->live.pinned = 0;
+    --m_pinnedObjects;
+    ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
+    if ((entry->flags & PageEntry::kNotify) != 0) {
+      LastUnpin(handle);
+    }
+  }
+}
+
+void Engine::LastUnpin(ObjectHandle handle) noexcept {
+  m_pager.OnLastUnpin(handle.page);
+}
+
+void Engine::Dirty(std::uint64_t offset) noexcept {
+  // What is out cannot have been modified, so only what is in memory needs the mark.
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  PageEntry* entry = FindInMemory(handle).entry;
+  entry = entry != nullptr ? entry : FindLarge(handle);
+  if (entry == nullptr) {
+    const PageEntry* page = m_table.Find(handle.page);
+    m_staleHandles += page == nullptr || page->Resident() ? 1 : 0;
+  } else if (entry->Resident()) {
+    entry->flags |= PageEntry::kModified;
+  }
+}
+
+// ---- deallocate ---------------------------------------------------------------------------------
+
+void Engine::Deallocate(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (PageEntry* entry = FindLarge(handle)) {
+    DeallocateLarge(handle, *entry);
+    return;
+  }
+  Slot slot = handle.generation == kFreeGeneration ? Slot{} : FindInMemory(handle);
+  if (slot.entry == nullptr) {
+    // Its slab may be out. A pin brings it in and proves that the handle names an object.
+    if (GetAddressElsewhere(offset, true) == nullptr) {
+      return;
+    }
+    slot = FindInMemory(handle);
+  }
+  DeallocateSlot(handle, slot);
+}
+
+void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
+  PageEntry& entry = *slot.entry;
+  SlabDirectory::ClassState& state = m_slabs[entry.kind];
+  ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
+  const bool wasPinned = slot.header->pins > 0;
+  if (wasPinned) {
+    --m_pinnedObjects;
+    --entry.live.pinned;
+  }
+  SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
+  slab->GiveBack(handle.byte);
+  entry.generation = NextGeneration(entry.generation);
+  entry.flags |= PageEntry::kModified;
+  --m_currentObjects;
+  --state.liveObjects;
+  const bool open = state.openSlab == slab;
+  if (!open && slab->FreeSlots() == ClassOf(entry).slots) {
+    m_slabs.OnRelease(entry.where);
+    --state.spans;
+    EndSpan(handle.page);
+    return;
+  }
+  if (!open) {
+    m_slabs.OnSlotFreed(entry.where);
+  }
+  if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
+    LastUnpin(handle);
+  }
+}
+
+void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
+  if (entry.Resident() && m_arena[entry.where].pins > 0) {
+    --m_pinnedObjects;
+  }
+  --m_currentObjects;
+  --m_largeObjects;
+  m_largePages -= m_pager.SpanPages(handle.page);
+  entry.generation = NextGeneration(entry.generation);
+  EndSpan(handle.page);
+}
+
+void Engine::EndSpan(std::uint32_t page) noexcept {
+  PageEntry& entry = m_table[page];
+  const std::uint32_t pages = m_pager.SpanPages(page);
+  if (entry.Resident()) {
+    m_pager.Discard(entry);
+  }
+  m_table.Release(page, pages);
+  m_pager.CutFile();
+}
+
+}  // namespace tcmalloc

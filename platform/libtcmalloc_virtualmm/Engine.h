@@ -1,0 +1,172 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_ENGINE_H
+#define LIBTCMALLOC_VIRTUALMM_ENGINE_H
+
+#include <cstdint>
+#include <memory>
+
+#include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/FrameArena.h"
+#include "libtcmalloc_virtualmm/ObjectGuard.h"
+#include "libtcmalloc_virtualmm/ObjectHandle.h"
+#include "libtcmalloc_virtualmm/PageTable.h"
+#include "libtcmalloc_virtualmm/Pager.h"
+#include "libtcmalloc_virtualmm/SizeClasses.h"
+#include "libtcmalloc_virtualmm/SlabDirectory.h"
+#include "libtcmalloc_virtualmm/StoreError.h"
+#include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
+
+namespace tcmalloc {
+
+/// How an engine is set up. Hosts give the budget and the directory; the rest is for tests and
+/// measurements.
+struct EngineOptions {
+  std::uint64_t budgetBytes = 0;      ///< bytes of pages to keep in memory
+  std::uint32_t pageSize = 0;         ///< 4,096, 8,192 or 16,384; 0 chooses by budget and system
+  std::uint32_t minimumFrames = 256;  ///< the budget is raised to this many pages
+  std::uint32_t batch = 16;           ///< see PagerOptions
+  std::uint32_t readAhead = 16;       ///< see PagerOptions
+  bool moveOnUnpin = false;           ///< see PagerOptions
+};
+
+/// The engine behind VirtualMemoryPool: finds, makes, pins and ends objects. What is in memory is
+/// handled here, in a few nanoseconds; the pager does the rest.
+class Engine {
+ public:
+  /// @param options  the set-up
+  /// @param file     the paging file, not open yet
+  /// @throws std::bad_alloc
+  Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file);
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  /// These serve the operations of VirtualMemoryPool of the same names.
+  void* Allocate(std::uint32_t size, std::uint64_t& offset) noexcept;
+  void* GetAddress(std::uint64_t offset, bool forWriting) noexcept;
+  void Dismiss(std::uint64_t offset) noexcept;
+  void Dirty(std::uint64_t offset) noexcept;
+  void Deallocate(std::uint64_t offset) noexcept;
+  void ExtractStats(VirtualMemoryStats* stats, std::uint32_t size, std::uint32_t& needed) noexcept;
+  std::uint32_t GetOutstandingReferences(VirtualMemoryReferenceInfo* list, std::uint32_t capacity,
+                                         std::uint32_t* written) noexcept;
+  const char* GetLastError() const { return m_error.Text(); }
+
+  /// Spans that did not come back as they were written.
+  std::uint64_t DamagedReads() const { return m_pager.Counts().damaged; }
+
+ private:
+  /// A slab object in memory.
+  struct Slot {
+    PageEntry* entry;      // its span's; null when there is no such object in memory
+    ObjectHeader* header;  // right before the object
+  };
+
+  Slot FindInMemory(ObjectHandle handle) noexcept;
+  PageEntry* FindLarge(ObjectHandle handle) noexcept;
+  void* PinSlot(Slot slot, bool forWriting) noexcept;
+  void Touch(PageEntry& entry) noexcept;
+  const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.kind]; }
+
+  // The second stages of the operations, kept out of the way of the first: large objects, spans
+  // that are out, and handles that name nothing.
+  void* GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept;
+  void DismissElsewhere(std::uint64_t offset) noexcept;
+  void LastUnpin(ObjectHandle handle) noexcept;
+
+  void* AllocateSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
+  void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
+  bool OpenSlab(std::uint8_t sizeClass) noexcept;
+  std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
+  void EndSpan(std::uint32_t page) noexcept;
+  void DeallocateSlot(ObjectHandle handle, Slot slot) noexcept;
+  void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
+  void* Fail(std::uint64_t askedBytes) noexcept;
+
+  std::uint64_t m_pinnedObjects = 0;   // objects with a pin count above zero
+  std::uint64_t m_currentObjects = 0;  // objects allocated
+  std::uint64_t m_maxObjects = 0;      // most objects at one time
+  std::uint64_t m_allObjects = 0;      // objects allocated in all
+  std::uint64_t m_staleHandles = 0;    // calls refused for a handle that names nothing
+  std::uint64_t m_largeObjects = 0;    // large objects allocated
+  std::uint64_t m_largePages = 0;      // their pages
+  std::uint32_t m_pageShift;           // log2 of the page size
+  StoreError m_error;
+  SizeClasses m_classes;
+  PageTable m_table;
+  FrameArena m_arena;
+  SlabDirectory m_slabs;
+  BackingStore m_store;
+  Pager m_pager;
+};
+
+// ---- the hot path -------------------------------------------------------------------------------
+//
+// Pin and unpin of an object in memory touch its page table entry and the line of its header, and
+// nothing else that is not always in the first cache level.
+
+inline Engine::Slot Engine::FindInMemory(ObjectHandle handle) noexcept {
+  PageEntry* entry = m_table.Find(handle.page);
+  if (entry == nullptr || !entry->Resident() || entry->kind >= PageEntry::kLarge) [[unlikely]] {
+    return {};
+  }
+  if (!ClassOf(*entry).IsSlot(handle.byte)) [[unlikely]] {
+    return {};
+  }
+  char* object = m_arena.Address(entry->where) + handle.byte;
+  auto* header = reinterpret_cast<ObjectHeader*>(object) - 1;
+  if (header->generation != handle.generation) [[unlikely]] {
+    return {};
+  }
+  return {entry, header};
+}
+
+inline void Engine::Touch(PageEntry& entry) noexcept {
+  if (entry.live.epoch != m_pager.Epoch()) {
+    entry.live.epoch = m_pager.Epoch();
+    if (entry.live.frequency < PageEntry::kMaxFrequency) {
+      ++entry.live.frequency;
+    }
+  }
+}
+
+inline void* Engine::PinSlot(Slot slot, bool forWriting) noexcept {
+  Touch(*slot.entry);
+  slot.entry->flags |= forWriting ? PageEntry::kModified : std::uint8_t{0};
+  if (slot.header->pins++ == 0) {
+    ++slot.entry->live.pinned;
+    ++m_pinnedObjects;
+    ObjectGuard::Show(slot.header + 1, ClassOf(*slot.entry).capacity - slot.header->slack);
+  }
+  return slot.header + 1;
+}
+
+inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  const Slot slot = FindInMemory(handle);
+  // Off the fast path: a forged handle that fits a free slot, and a pin count about to wrap around.
+  if (slot.entry == nullptr || handle.generation == kFreeGeneration ||
+      slot.header->pins == UINT32_MAX) [[unlikely]] {
+    return GetAddressElsewhere(offset, forWriting);
+  }
+  return PinSlot(slot, forWriting);
+}
+
+inline void Engine::Dismiss(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  const Slot slot = FindInMemory(handle);
+  if (slot.entry == nullptr || slot.header->pins == 0) [[unlikely]] {
+    DismissElsewhere(offset);
+    return;
+  }
+  if (--slot.header->pins == 0) {
+    --m_pinnedObjects;
+    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0)
+        [[unlikely]] {
+      LastUnpin(handle);
+    }
+  }
+}
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_ENGINE_H

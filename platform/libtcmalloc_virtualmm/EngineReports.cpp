@@ -1,0 +1,100 @@
+// What the engine tells about itself: the statistics record and the list of pinned objects.
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "libtcmalloc_virtualmm/Engine.h"
+
+namespace tcmalloc {
+
+void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
+                          std::uint32_t& needed) noexcept {
+  std::uint32_t pools = 0;
+  for (std::uint32_t i = 0; i < m_classes.Count(); ++i) {
+    pools += m_slabs[static_cast<std::uint8_t>(i)].spans > 0 ? 1 : 0;
+  }
+  needed = static_cast<std::uint32_t>(sizeof(VirtualMemoryStats) + pools * sizeof(FixedPoolStats));
+  if (stats == nullptr || size < needed) {
+    return;
+  }
+  const PagerCounts& counts = m_pager.Counts();
+  VirtualMemoryStats record{};
+  record.pageSize = 1U << m_pageShift;
+  record.budgetBytes = m_pager.BudgetFrames() << m_pageShift;
+  record.residentBytes = m_arena.UsedFrames() << m_pageShift;
+  record.currentObjects = m_currentObjects;
+  record.maxObjects = m_maxObjects;
+  record.cumulativeObjects = m_allObjects;
+  record.staleHandles = m_staleHandles;
+  record.pageFileSize = m_store.FileBytes();
+  record.pageReads = counts.reads;
+  record.pageOuts = counts.outs;
+  record.pageWrites = counts.writes;
+  record.largePages = m_largePages;
+  record.largeSpans = m_largeObjects;
+  record.poolCount = pools;
+  if (record.pageFileSize != 0) {
+    std::snprintf(record.pagingFileName, sizeof record.pagingFileName, "%s", m_store.Path());
+  }
+  // The host's buffer is bytes; it need not be aligned for the record.
+  auto* out = reinterpret_cast<char*>(stats);
+  std::memcpy(out, &record, sizeof record);
+  out += sizeof record;
+  for (std::uint32_t i = 0; i < m_classes.Count(); ++i) {
+    const auto sizeClass = static_cast<std::uint8_t>(i);
+    const SlabDirectory::ClassState& state = m_slabs[sizeClass];
+    if (state.spans == 0) {
+      continue;
+    }
+    const SizeClass& c = m_classes[sizeClass];
+    FixedPoolStats pool{};
+    pool.allocBytes = state.liveObjects * c.capacity;
+    pool.freeBytes = (std::uint64_t{state.spans} * c.slots - state.liveObjects) * c.capacity;
+    pool.spans = state.spans;
+    pool.pages = state.spans * c.pages;
+    pool.objectSize = c.capacity;
+    std::memcpy(out, &pool, sizeof pool);
+    out += sizeof pool;
+  }
+}
+
+std::uint32_t Engine::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
+                                               std::uint32_t capacity,
+                                               std::uint32_t* written) noexcept {
+  std::uint32_t count = 0;
+  const auto add = [&](ObjectHandle handle, std::uint32_t size, std::uint32_t pins) {
+    if (count < capacity) {
+      list[count++] = {handle.Encode(), size, pins};
+    }
+  };
+  if (list != nullptr && capacity > 0) {
+    m_arena.ForEachRun([&](std::uint32_t frame) {
+      const std::uint32_t page = m_arena[frame].page;
+      const PageEntry& entry = m_table[page];
+      if (entry.live.pinned == 0) {
+        return;
+      }
+      if (entry.kind == PageEntry::kLarge) {
+        add({page, kLargeByte, entry.generation}, m_table.LargeBytes(page), m_arena[frame].pins);
+        return;
+      }
+      const SizeClass& c = ClassOf(entry);
+      SlabPage* slab = SlabPage::At(m_arena.Address(frame));
+      for (std::uint32_t slot = 0; slot < c.slots; ++slot) {
+        const std::uint32_t byte = kFirstObjectByte + slot * c.stride;
+        const ObjectHeader* header = slab->HeaderAt(byte);
+        if (header->pins > 0) {
+          add({page, static_cast<std::uint16_t>(byte), header->generation},
+              c.capacity - std::uint32_t{header->slack}, header->pins);
+        }
+      }
+    });
+  }
+  if (written != nullptr) {
+    *written = count;
+  }
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(m_pinnedObjects, UINT32_MAX));
+}
+
+}  // namespace tcmalloc

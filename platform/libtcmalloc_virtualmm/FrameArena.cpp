@@ -1,0 +1,172 @@
+#include "libtcmalloc_virtualmm/FrameArena.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "libtcmalloc_virtualmm/ObjectGuard.h"
+#include "libtcmalloc_virtualmm/PageMemory.h"
+
+namespace tcmalloc {
+
+namespace {
+
+constexpr std::uint32_t kMaxChunks = kNoFrame / FrameArena::kChunkFrames;
+
+}  // namespace
+
+FrameArena::~FrameArena() {
+  for (std::uint32_t chunk = 0; chunk < m_chunkEnd; ++chunk) {
+    if (m_chunks[chunk] != nullptr) {
+      Unmap(chunk);
+    }
+  }
+}
+
+std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChunk) noexcept {
+  if (count == 1) {
+    while (m_firstVacant < m_chunkEnd && m_freeCounts[m_firstVacant] == 0) {
+      ++m_firstVacant;
+    }
+    for (std::uint32_t chunk = m_firstVacant; chunk < m_chunkEnd; ++chunk) {
+      if (m_freeCounts[chunk] > 0 && chunk != exceptChunk) {
+        return TakeFrom(chunk, m_chunks[chunk]->free.NextFree(0), 1);
+      }
+    }
+    return kNoFrame;
+  }
+  if (count > kChunkFrames) {
+    return kNoFrame;
+  }
+  for (std::uint32_t chunk = m_chunkEnd; chunk-- > m_firstVacant;) {
+    if (m_freeCounts[chunk] >= count && chunk != exceptChunk) {
+      std::uint32_t longest = 0;
+      const std::uint32_t place = m_chunks[chunk]->free.Find(count, longest);
+      if (place != BitRuns<kChunkFrames>::kNone) {
+        return TakeFrom(chunk, place, count);
+      }
+    }
+  }
+  return kNoFrame;
+}
+
+std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count) {
+  Chunk& c = *m_chunks[chunk];
+  if (c.Shared()) {
+    c.free.Mark(place, count, false);
+    m_emptyChunks -= c.freeCount == kChunkFrames ? 1 : 0;
+  }
+  c.freeCount -= count;
+  m_freeCounts[chunk] = c.freeCount;
+  m_usedFrames += count;
+  c.frames[place] = Frame{};
+  c.frames[place].count = count;
+  const std::uint32_t frame = chunk * kChunkFrames + place;
+  ObjectGuard::Show(Address(frame), static_cast<std::size_t>(count) << m_pageShift);
+  return frame;
+}
+
+std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
+  std::uint32_t chunk = 0;
+  while (chunk < m_chunkEnd && m_chunks[chunk] != nullptr) {
+    ++chunk;
+  }
+  if (chunk == m_chunkCapacity && !GrowTable()) {
+    return kNoFrame;
+  }
+  const bool shared = count <= kChunkFrames;
+  const std::uint32_t frameCount = shared ? kChunkFrames : count;
+  if (frameCount > std::numeric_limits<std::size_t>::max() >> m_pageShift) {
+    return kNoFrame;
+  }
+  std::unique_ptr<Chunk> made(new (std::nothrow) Chunk);
+  if (made == nullptr) {
+    return kNoFrame;
+  }
+  made->frames.reset(new (std::nothrow) Frame[shared ? kChunkFrames : 1]());
+  if (made->frames == nullptr) {
+    return kNoFrame;
+  }
+  made->base = MapPageMemory(static_cast<std::size_t>(frameCount) << m_pageShift);
+  if (made->base == nullptr) {
+    return kNoFrame;
+  }
+  made->frameCount = frameCount;
+  made->freeCount = frameCount;
+  made->free.Mark(0, kChunkFrames, true);
+  m_bases[chunk] = made->base;
+  m_chunks[chunk] = std::move(made);
+  m_chunkEnd = std::max(m_chunkEnd, chunk + 1);
+  m_mappedFrames += frameCount;
+  m_emptyChunks += shared ? 1 : 0;
+  m_firstVacant = std::min(m_firstVacant, chunk);
+  return TakeFrom(chunk, 0, count);
+}
+
+void FrameArena::Release(std::uint32_t frame) noexcept {
+  const std::uint32_t chunk = frame / kChunkFrames;
+  Chunk& c = *m_chunks[chunk];
+  Frame& first = (*this)[frame];
+  const std::uint32_t count = std::exchange(first.count, 0);
+  m_usedFrames -= count;
+  c.freeCount += count;
+  if (!c.Shared()) {
+    Unmap(chunk);
+    return;
+  }
+  ObjectGuard::Hide(Address(frame), static_cast<std::size_t>(count) << m_pageShift);
+  c.free.Mark(frame % kChunkFrames, count, true);
+  m_freeCounts[chunk] = c.freeCount;
+  m_firstVacant = std::min(m_firstVacant, chunk);
+  if (c.freeCount == kChunkFrames && ++m_emptyChunks > 1) {
+    Unmap(chunk);
+    --m_emptyChunks;
+  }
+}
+
+bool FrameArena::ReleaseEmptyChunk() noexcept {
+  for (std::uint32_t chunk = 0; m_emptyChunks > 0 && chunk < m_chunkEnd; ++chunk) {
+    if (m_freeCounts[chunk] == kChunkFrames) {
+      Unmap(chunk);
+      --m_emptyChunks;
+      return true;
+    }
+  }
+  return false;
+}
+
+void FrameArena::Unmap(std::uint32_t chunk) noexcept {
+  const Chunk& c = *m_chunks[chunk];
+  const std::size_t bytes = static_cast<std::size_t>(c.frameCount) << m_pageShift;
+  m_mappedFrames -= c.frameCount;
+  ObjectGuard::Show(c.base, bytes);  // the addresses may be somebody else's next
+  UnmapPageMemory(c.base, bytes);
+  m_chunks[chunk].reset();
+  m_bases[chunk] = nullptr;
+  m_freeCounts[chunk] = 0;
+}
+
+bool FrameArena::GrowTable() noexcept {
+  const std::uint32_t capacity = std::max(2 * m_chunkCapacity, 16U);
+  if (capacity > kMaxChunks) {
+    return false;
+  }
+  std::unique_ptr<char*[]> bases(new (std::nothrow) char*[capacity]());
+  std::unique_ptr<std::unique_ptr<Chunk>[]> chunks(new (std::nothrow)
+                                                       std::unique_ptr<Chunk>[capacity]);
+  std::unique_ptr<std::uint32_t[]> freeCounts(new (std::nothrow) std::uint32_t[capacity]());
+  if (bases == nullptr || chunks == nullptr || freeCounts == nullptr) {
+    return false;
+  }
+  std::copy_n(m_bases.get(), m_chunkCapacity, bases.get());
+  std::move(m_chunks.get(), m_chunks.get() + m_chunkCapacity, chunks.get());
+  std::copy_n(m_freeCounts.get(), m_chunkCapacity, freeCounts.get());
+  m_bases = std::move(bases);
+  m_chunks = std::move(chunks);
+  m_freeCounts = std::move(freeCounts);
+  m_chunkCapacity = capacity;
+  return true;
+}
+
+}  // namespace tcmalloc

@@ -1,0 +1,112 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_PAGETABLE_H
+#define LIBTCMALLOC_VIRTUALMM_PAGETABLE_H
+
+#include <cstdint>
+#include <memory>
+
+#include "libtcmalloc_virtualmm/BitRuns.h"
+
+namespace tcmalloc {
+
+/// What the engine knows of one page. A span is described by the entry of its first page.
+struct PageEntry {
+  static constexpr std::uint8_t kFree = 0xFF;   ///< kind: the page belongs to no span
+  static constexpr std::uint8_t kTail = 0xFE;   ///< kind: a further page of a span
+  static constexpr std::uint8_t kLarge = 0xFD;  ///< kind: a large object; below: a size class
+
+  static constexpr std::uint8_t kResident = 1;  ///< flag: the span is in memory
+  static constexpr std::uint8_t kHasCopy = 2;   ///< flag: the paging file holds an image of it
+  static constexpr std::uint8_t kModified = 4;  ///< flag: it may differ from that image
+  static constexpr std::uint8_t kNotify = 8;    ///< flag: the pager waits for its last unpin
+  static constexpr std::uint8_t kVacant = 16;   ///< flag: it left memory with a quarter free
+
+  /// What a span in memory needs on every pin.
+  struct Live {
+    std::uint16_t pinned;    ///< objects of the span with a pin count above zero
+    std::uint16_t epoch;     ///< the epoch of its last counted touch
+    std::uint8_t frequency;  ///< touches counted, one an epoch at the most, up to kMaxFrequency
+  };
+  static constexpr std::uint8_t kMaxFrequency = 3;
+
+  std::uint32_t where;       ///< bytes 0..3   frame when resident, else eviction sequence number
+  std::uint16_t generation;  ///< bytes 4..5   generation of the next object made in the page
+  std::uint8_t kind;         ///< byte  6      size class, or one of the kinds above
+  std::uint8_t flags;        ///< byte  7
+  union {
+    Live live;           ///< bytes 8..15  while resident
+    std::uint64_t hash;  ///< bytes 8..15  while out: hash of the image in the paging file
+  };
+
+  bool Resident() const { return (flags & kResident) != 0; }
+  bool IsSpanHead() const { return kind <= kLarge; }
+};
+
+static_assert(sizeof(PageEntry) == 16, "metadata is to stay at 0.4 % of 4 KiB pages");
+
+/// The table of all pages and the map of the free ones: two levels, leaves of 1,024 pages, so that
+/// no large contiguous block is ever needed. Entries never move. Page numbers are given out lowest
+/// first, which keeps the paging file short; an entry's generation outlives the page's free times.
+class PageTable {
+ public:
+  static constexpr std::uint32_t kLeafPages = 1024;
+  static constexpr std::uint32_t kNoPage = ~0U;
+
+  PageTable() = default;
+  ~PageTable();
+  PageTable(const PageTable&) = delete;
+  PageTable& operator=(const PageTable&) = delete;
+
+  /// The entry of `page`, or null for a page beyond the table.
+  PageEntry* Find(std::uint32_t page) {
+    return page < m_pageCount ? &m_leaves[page / kLeafPages]->entries[page % kLeafPages] : nullptr;
+  }
+  /// The entry of a page known to be in the table.
+  PageEntry& operator[](std::uint32_t page) {
+    return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
+  }
+
+  /// Takes the lowest run of `count` free pages (at least 1); it crosses a leaf only when it is
+  /// longer than one. Entries keep their generations; kinds are set: `kind`, then kTail.
+  /// @return the first page, or kNoPage when memory for the table or page numbers run out
+  std::uint32_t Acquire(std::uint32_t count, std::uint8_t kind) noexcept;
+
+  /// Gives a run back. Cannot fail.
+  void Release(std::uint32_t first, std::uint32_t count) noexcept;
+
+  /// Makes room to note the size of a large object at `page`. @return false without memory
+  bool PrepareLargeBytes(std::uint32_t page) noexcept;
+  /// The noted size in bytes of the large object at `page`, which PrepareLargeBytes was called for.
+  std::uint32_t& LargeBytes(std::uint32_t page) {
+    return m_leaves[page / kLeafPages]->largeBytes[page % kLeafPages];
+  }
+
+  /// Pages that belong to spans.
+  std::uint64_t UsedPages() const { return m_usedPages; }
+  /// One past the highest page in use.
+  std::uint32_t UsedEnd() const { return m_usedEnd; }
+
+ private:
+  struct Leaf {
+    PageEntry entries[kLeafPages];
+    BitRuns<kLeafPages> free;
+    std::unique_ptr<std::uint32_t[]> largeBytes;  // sizes of large objects, made when one comes
+  };
+
+  std::uint32_t FindInLeaf(std::uint32_t count);
+  std::uint32_t FindWholeLeaves(std::uint32_t count);
+  bool AddLeaves(std::uint32_t count) noexcept;
+  void Take(std::uint32_t first, std::uint32_t count, std::uint8_t kind);
+
+  std::unique_ptr<Leaf*[]> m_leaves;              // owned leaves
+  std::unique_ptr<std::uint16_t[]> m_longestRun;  // per leaf: no run of free pages is longer
+  std::uint32_t m_leafCount = 0;                  // leaves made
+  std::uint32_t m_leafCapacity = 0;               // room in the two arrays
+  std::uint32_t m_pageCount = 0;                  // pages in the leaves made
+  std::uint32_t m_firstVacantLeaf = 0;            // no leaf below has a free page
+  std::uint32_t m_usedEnd = 0;                    // one past the highest page in use
+  std::uint64_t m_usedPages = 0;                  // pages in use
+};
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_PAGETABLE_H

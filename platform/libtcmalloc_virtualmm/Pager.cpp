@@ -1,0 +1,433 @@
+#include "libtcmalloc_virtualmm/Pager.h"
+
+#include <algorithm>
+#include <cstring>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include "libtcmalloc_virtualmm/ObjectGuard.h"
+
+namespace tcmalloc {
+
+namespace {
+
+// An epoch is this share of the budget in misses.
+constexpr std::uint64_t kEpochShare = 8;
+
+// Written batches and reads ahead stay below these shares of the budget, so that a small budget
+// is not emptied by its own machinery.
+constexpr std::uint64_t kBatchShare = 32;
+constexpr std::uint64_t kReadAheadShare = 16;
+
+// A batch of large spans ends after this many pages: beyond, one transfer is long enough.
+constexpr std::uint32_t kBatchPages = 64;
+
+// Memory that runs of frames may waste in chunks before spans are moved together.
+constexpr std::uint64_t kSlackFrames = FrameArena::kChunkFrames;
+
+// After a compaction in vain so many wishes for one are passed over.
+constexpr std::uint32_t kCompactPause = 256;
+
+// What fills the old place of a span that was moved to catch kept addresses.
+constexpr int kMovedFill = 0xDD;
+
+std::uint32_t Share(std::uint64_t frames, std::uint64_t share, std::uint32_t most) {
+  return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(frames / share, 1, most));
+}
+
+}  // namespace
+
+Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
+             FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error)
+    : m_options(options),
+      m_classes(classes),
+      m_table(table),
+      m_arena(arena),
+      m_slabs(slabs),
+      m_store(store),
+      m_error(error),
+      m_policy(table, arena, options.budgetFrames),
+      m_readAhead(Share(options.budgetFrames, kReadAheadShare, options.readAhead)),
+      m_epochLength(std::max<std::uint64_t>(1, options.budgetFrames / kEpochShare)) {
+  m_options.batch = Share(options.budgetFrames, kBatchShare,
+                          std::min(options.batch, static_cast<std::uint32_t>(kMaxBatch)));
+}
+
+std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
+  const PageEntry& entry = m_table[page];
+  if (entry.kind != PageEntry::kLarge) {
+    return m_classes[entry.kind].pages;
+  }
+  const std::uint64_t pageBytes = std::uint64_t{1} << m_options.pageShift;
+  return static_cast<std::uint32_t>((m_table.LargeBytes(page) + pageBytes - 1) >>
+                                    m_options.pageShift);
+}
+
+std::uint64_t Pager::Hash(std::uint32_t frame, std::uint32_t page,
+                          std::uint32_t count) const noexcept {
+  // The page number is the seed: an image that ends up at another page's place does not fit.
+  return XXH3_64bits_withSeed(m_arena.Address(frame), SpanBytes(count), page);
+}
+
+// ---- coming in ----------------------------------------------------------------------------------
+
+std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t count) noexcept {
+  const std::uint32_t frame = ObtainFrames(count, Purpose::kNewSpan);
+  if (frame != kNoFrame) {
+    Enter(frame, page, ReplacementPolicy::kNeverEvicted, PageEntry::kModified);
+  }
+  return frame;
+}
+
+/// The life of a fault:
+///  1. Ask the read-ahead how much of a walk this is, and collect the spans to read: the one
+///     asked for and its neighbours in the file that are out.
+///  2. Make room and take frames for them; only the first must succeed.
+///  3. Read them in one transfer. If that fails, read the first one alone.
+///  4. Check each against the hash kept in memory. A neighbour that does not fit stays out: it is
+///     reported when somebody asks for it.
+///  5. Enter the good ones into the table and the queues.
+bool Pager::PageIn(std::uint32_t page) noexcept {
+  // Step 1 and 2.
+  std::array<Moving, PagingFile::kMaxSlices> spans;
+  const std::uint32_t own = SpanPages(page);
+  std::size_t count = CollectReads(page, spans, m_readAhead.OnMiss(page, own));
+  if (count == 0) {
+    return false;
+  }
+  // Step 3.
+  if (!ReadSpans(spans.data(), count)) {
+    for (std::size_t i = 1; i < count; ++i) {
+      m_arena.Release(spans[i].frame);
+    }
+    if (count == 1 || !ReadSpans(spans.data(), 1)) {
+      m_arena.Release(spans[0].frame);
+      return false;
+    }
+    count = 1;
+  }
+  // Steps 4 and 5; the span asked for comes last, as the newest.
+  for (std::size_t i = count; i-- > 1;) {
+    Arrive(spans[i]);
+  }
+  if (!Arrive(spans[0])) {
+    ++m_counts.damaged;
+    m_error.NoteReason("read the paging file", m_store.Path(),
+                       "the page is not what was written to it");
+    return false;
+  }
+  return true;
+}
+
+std::size_t Pager::CollectReads(std::uint32_t page,
+                                std::array<Moving, PagingFile::kMaxSlices>& spans,
+                                std::uint32_t wanted) noexcept {
+  std::size_t count = 0;
+  std::uint32_t pages = 0;
+  while (count < spans.size() && (pages < wanted || count == 0)) {
+    const std::uint32_t next = page + pages;
+    const PageEntry* entry = m_table.Find(next);
+    if (entry == nullptr || !entry->IsSpanHead() || entry->Resident() ||
+        (entry->flags & PageEntry::kHasCopy) == 0) {
+      break;
+    }
+    const std::uint32_t own = SpanPages(next);
+    if (count > 0 && pages + own > wanted) {
+      break;
+    }
+    const std::uint32_t frame = ObtainFrames(own, Purpose::kStoredSpan);
+    if (frame == kNoFrame) {
+      break;
+    }
+    spans[count++] = {frame, next, own, entry->hash};
+    pages += own;
+  }
+  return count;
+}
+
+bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
+  std::array<IoSlice, PagingFile::kMaxSlices> slices;
+  std::uint32_t pages = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].count)};
+    pages += spans[i].count;
+  }
+  if (!m_store.Read(FileOffset(spans[0].page), slices.data(), count)) {
+    return false;
+  }
+  m_counts.reads += pages;
+  return true;
+}
+
+bool Pager::Arrive(const Moving& span) noexcept {
+  if (Hash(span.frame, span.page, span.count) != span.hash) {
+    m_arena.Release(span.frame);
+    return false;
+  }
+  Enter(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
+  m_arena[span.frame].hash = span.hash;
+  if (m_table[span.page].kind != PageEntry::kLarge) {
+    m_slabs.OnPageIn(span.frame);
+  }
+  HideObjects(span.frame);
+  return true;
+}
+
+void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
+                  std::uint8_t flags) noexcept {
+  if (++m_epochMisses >= m_epochLength) {
+    m_epochMisses = 0;
+    ++m_epoch;
+  }
+  PageEntry& entry = m_table[page];
+  entry.where = frame;
+  entry.flags = static_cast<std::uint8_t>(flags | PageEntry::kResident);
+  // Beyond the budget, and to catch kept addresses, every last unpin counts.
+  if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
+    entry.flags |= PageEntry::kNotify;
+  }
+  entry.live = {0, m_epoch, 0};
+  m_arena[frame].page = page;
+  m_policy.Insert(frame, evictedAt);
+}
+
+// ---- frames -------------------------------------------------------------------------------------
+
+std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept {
+  if (MakeRoom(count) == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
+    return kNoFrame;  // stored spans are read all the same: what is stored stays readable
+  }
+  std::uint32_t frame = m_arena.Allocate(count);
+  // No run is free: move spans together rather than take more memory than the budget.
+  const std::uint64_t chunk = std::max(count, FrameArena::kChunkFrames);
+  while (frame == kNoFrame &&
+         m_arena.MappedFrames() + chunk > m_options.budgetFrames + kSlackFrames &&
+         GiveChunkBack()) {
+    frame = m_arena.Allocate(count);
+  }
+  if (frame == kNoFrame) {
+    frame = m_arena.AllocateInNewChunk(count);
+  }
+  // The system has no memory left: live with less.
+  while (frame == kNoFrame && count <= FrameArena::kChunkFrames &&
+         EvictBatch() == Outcome::kFreed) {
+    frame = m_arena.Allocate(count);
+  }
+  if (frame == kNoFrame) {
+    m_error.NoteReason("hold another page", nullptr, "the system has no memory left");
+  }
+  return frame;
+}
+
+Pager::Outcome Pager::MakeRoom(std::uint64_t count) noexcept {
+  while (m_arena.UsedFrames() + count > m_options.budgetFrames) {
+    const Outcome outcome = EvictBatch();
+    if (outcome != Outcome::kFreed) {
+      return outcome;
+    }
+  }
+  return Outcome::kFreed;
+}
+
+bool Pager::GiveChunkBack() noexcept {
+  // An empty chunk first: spans moved into it would only change places with it.
+  return m_arena.ReleaseEmptyChunk() || CompactOneChunk();
+}
+
+bool Pager::CompactOneChunk() noexcept {
+  if (m_compactPause > 0) {
+    --m_compactPause;
+    return false;
+  }
+  const std::uint32_t chunk = m_arena.SparsestChunk([this](std::uint32_t frame) {
+    return m_table[m_arena[frame].page].live.pinned == 0 &&
+           m_arena[frame].queue != Frame::Queue::kNone;
+  });
+  if (chunk == kNoFrame) {
+    m_compactPause = kCompactPause;
+    return false;
+  }
+  bool emptied = true;
+  m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
+    const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
+    if (to == kNoFrame) {
+      emptied = false;
+    } else {
+      MoveSpan(frame, to);
+    }
+  });
+  m_compactPause = emptied ? 0 : kCompactPause;
+  return emptied;
+}
+
+void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
+  const std::uint32_t count = m_arena[from].count;
+  PageEntry& entry = m_table[m_arena[from].page];
+  ObjectGuard::Show(m_arena.Address(from), SpanBytes(count));
+  std::memcpy(m_arena.Address(to), m_arena.Address(from), SpanBytes(count));
+  if (m_options.moveOnUnpin) {
+    std::memset(m_arena.Address(from), kMovedFill, SpanBytes(count));
+  }
+  m_policy.Replace(from, to);
+  m_arena[to] = m_arena[from];
+  if (entry.kind != PageEntry::kLarge) {
+    m_slabs.OnMoved(from, to);
+  }
+  entry.where = to;
+  m_arena.Release(from);
+  HideObjects(to);
+}
+
+void Pager::HideObjects(std::uint32_t frame) noexcept {
+  const PageEntry& entry = m_table[m_arena[frame].page];
+  if (entry.kind == PageEntry::kLarge) {
+    ObjectGuard::Hide(m_arena.Address(frame), SpanBytes(m_arena[frame].count));
+  } else {
+    ObjectGuard::HideSlab(m_arena.Address(frame), m_classes[entry.kind]);
+  }
+}
+
+// ---- going out ----------------------------------------------------------------------------------
+
+/// Makes at least one span leave:
+///  1. Take the next victim. If the file already has what it holds, it leaves and that is all.
+///  2. Otherwise take further victims along: those that did not change leave as well, those that
+///     did make up a batch.
+///  3. Write the batch in the order of the file, neighbours in one transfer.
+///  4. What was written leaves. What could not be written stays, modified and in its queue.
+Pager::Outcome Pager::EvictBatch() noexcept {
+  std::array<Moving, kMaxBatch> batch;
+  std::size_t count = 0;
+  std::uint32_t pages = 0;
+  bool freed = false;
+  // Steps 1 and 2.
+  while (count < m_options.batch && pages < kBatchPages) {
+    const std::uint32_t frame = m_policy.NextVictim();
+    if (frame == kNoFrame) {
+      break;
+    }
+    Moving span{frame, m_arena[frame].page, m_arena[frame].count, 0};
+    if (IsUnchanged(span)) {
+      Leave(span);
+      freed = true;
+      if (count == 0) {
+        return Outcome::kFreed;
+      }
+    } else {
+      batch[count++] = span;
+      pages += span.count;
+    }
+  }
+  if (count == 0) {
+    return Outcome::kNothingToFree;
+  }
+  // Steps 3 and 4.
+  std::sort(batch.begin(), batch.begin() + count,
+            [](const Moving& a, const Moving& b) { return a.page < b.page; });
+  for (std::size_t first = 0; first < count;) {
+    std::size_t last = first + 1;
+    while (last < count && batch[last - 1].page + batch[last - 1].count == batch[last].page) {
+      ++last;
+    }
+    freed = WriteBatch(&batch[first], batch.data() + last) || freed;
+    first = last;
+  }
+  return freed ? Outcome::kFreed : Outcome::kWriteFailed;
+}
+
+bool Pager::IsUnchanged(Moving& span) noexcept {
+  const PageEntry& entry = m_table[span.page];
+  const bool hasCopy = (entry.flags & PageEntry::kHasCopy) != 0;
+  if (hasCopy && (entry.flags & PageEntry::kModified) == 0) {
+    span.hash = m_arena[span.frame].hash;
+    return true;
+  }
+  ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.count));
+  span.hash = Hash(span.frame, span.page, span.count);
+  return hasCopy && span.hash == m_arena[span.frame].hash;
+}
+
+bool Pager::WriteBatch(Moving* first, Moving* last) noexcept {
+  std::array<IoSlice, kMaxBatch> slices{};
+  std::size_t count = 0;
+  for (const Moving* span = first; span != last; ++span) {
+    slices[count++] = {m_arena.Address(span->frame), SpanBytes(span->count)};
+  }
+  const bool written = m_store.Write(FileOffset(first->page), slices.data(), count);
+  for (const Moving* span = first; span != last; ++span) {
+    if (written) {
+      m_counts.writes += span->count;
+      Leave(*span);
+    } else {
+      Stay(*span);
+    }
+  }
+  return written;
+}
+
+void Pager::Leave(const Moving& span) noexcept {
+  PageEntry& entry = m_table[span.page];
+  entry.flags = PageEntry::kHasCopy;
+  if (entry.kind != PageEntry::kLarge) {
+    m_slabs.OnPageOut(span.frame);
+  }
+  entry.where = m_policy.NextEviction();
+  entry.hash = span.hash;
+  m_counts.outs += span.count;
+  m_arena.Release(span.frame);
+}
+
+void Pager::Stay(const Moving& span) noexcept {
+  // The image in the file may be torn now: until a write succeeds there is no copy.
+  m_table[span.page].flags &= static_cast<std::uint8_t>(~PageEntry::kHasCopy);
+  m_policy.PutBack(span.frame);
+  HideObjects(span.frame);
+}
+
+void Pager::Discard(PageEntry& entry) noexcept {
+  m_policy.Remove(entry.where);
+  m_arena.Release(entry.where);
+  entry.flags = 0;
+}
+
+// ---- the budget and the file --------------------------------------------------------------------
+
+void Pager::OnLastUnpin(std::uint32_t page) noexcept {
+  PageEntry& entry = m_table[page];
+  if (m_arena[entry.where].queue == Frame::Queue::kNone) {
+    m_policy.Insert(entry.where, ReplacementPolicy::kNeverEvicted);
+  }
+  if (m_options.moveOnUnpin) {
+    const std::uint32_t count = m_arena[entry.where].count;
+    std::uint32_t to = m_arena.Allocate(count);
+    to = to != kNoFrame ? to : m_arena.AllocateInNewChunk(count);
+    if (to != kNoFrame) {
+      MoveSpan(entry.where, to);
+    }
+  } else {
+    entry.flags &= static_cast<std::uint8_t>(~PageEntry::kNotify);
+  }
+  TrimExcess();
+}
+
+void Pager::TrimExcess() noexcept {
+  MakeRoom(0);
+  const auto wasted = [this] {
+    return m_arena.MappedFrames() > m_options.budgetFrames + kSlackFrames &&
+           m_arena.MappedFrames() - m_arena.UsedFrames() >= 2 * kSlackFrames;
+  };
+  while (wasted() && GiveChunkBack()) {
+  }
+}
+
+bool Pager::ReserveDiskSpace() noexcept {
+  return m_table.UsedPages() <= m_options.budgetFrames ||
+         m_store.Reserve(FileOffset(m_table.UsedEnd()));
+}
+
+void Pager::CutFile() noexcept {
+  m_store.CutTail(FileOffset(m_table.UsedEnd()));
+}
+
+}  // namespace tcmalloc

@@ -1,0 +1,135 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_PAGER_H
+#define LIBTCMALLOC_VIRTUALMM_PAGER_H
+
+#include <array>
+#include <cstdint>
+
+#include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/FrameArena.h"
+#include "libtcmalloc_virtualmm/PageTable.h"
+#include "libtcmalloc_virtualmm/ReadAhead.h"
+#include "libtcmalloc_virtualmm/ReplacementPolicy.h"
+#include "libtcmalloc_virtualmm/SizeClasses.h"
+#include "libtcmalloc_virtualmm/SlabDirectory.h"
+#include "libtcmalloc_virtualmm/StoreError.h"
+
+namespace tcmalloc {
+
+/// Counts of what the pager did, in pages.
+struct PagerCounts {
+  std::uint64_t reads = 0;    ///< read from the paging file
+  std::uint64_t writes = 0;   ///< written to it
+  std::uint64_t outs = 0;     ///< left memory with their content kept; less writes: writes saved
+  std::uint64_t damaged = 0;  ///< spans that did not come back as they were written
+};
+
+/// What the pager works with.
+struct PagerOptions {
+  std::uint32_t pageShift = 12;    ///< log2 of the page size
+  std::uint64_t budgetFrames = 0;  ///< frames to stay under, at least 1
+  std::uint32_t batch = 16;        ///< most spans written in one go, 1 to 16
+  std::uint32_t readAhead = 16;    ///< most pages read in one go, 1 to 64
+  bool moveOnUnpin = false;        ///< move every span at its last unpin, to catch kept addresses
+};
+
+/// Decides which spans are in memory: brings them in, makes room under the budget, writes what
+/// changed. Spans with a pinned object never leave or move. Nothing here throws; what fails is
+/// noted in the StoreError and leaves every span as it was.
+class Pager {
+ public:
+  /// The parts are the engine's own and outlive the pager.
+  Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
+        FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error);
+
+  /// Gives frames to a new span of `count` pages whose kind is set, enters it as modified and, as
+  /// long as its objects are not counted yet, unpinned.
+  /// @return its first frame, or kNoFrame without memory or when room cannot be made
+  std::uint32_t PlaceNew(std::uint32_t page, std::uint32_t count) noexcept;
+
+  /// Brings a span that is out into memory and checks that it is what was written.
+  /// @return false when it cannot be read intact; it stays out
+  bool PageIn(std::uint32_t page) noexcept;
+
+  /// Takes a span that ends out of memory, without a write.
+  void Discard(PageEntry& entry) noexcept;
+
+  /// To be called at the last unpin of a span flagged kNotify: it may leave again, and what memory
+  /// exceeds the budget is given back.
+  void OnLastUnpin(std::uint32_t page) noexcept;
+
+  /// Makes sure that everything up to the last page has disk space once the store outgrows the
+  /// budget, so that a full disk is noticed while all data is safe.
+  bool ReserveDiskSpace() noexcept;
+
+  /// Cuts the paging file off behind the last page when that is worth it.
+  void CutFile() noexcept;
+
+  /// Pages of the span at `page`.
+  std::uint32_t SpanPages(std::uint32_t page) noexcept;
+
+  /// The current epoch, see ReplacementPolicy.
+  std::uint16_t Epoch() const { return m_epoch; }
+  const PagerCounts& Counts() const { return m_counts; }
+  std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
+
+ private:
+  enum class Purpose { kNewSpan, kStoredSpan };
+  enum class Outcome { kFreed, kNothingToFree, kWriteFailed };
+
+  /// A span on its way in or out.
+  struct Moving {
+    std::uint32_t frame;
+    std::uint32_t page;
+    std::uint32_t count;  // frames
+    std::uint64_t hash;   // of its image
+  };
+  static constexpr std::size_t kMaxBatch = 16;
+
+  std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
+  Outcome MakeRoom(std::uint64_t count) noexcept;
+  Outcome EvictBatch() noexcept;
+  bool WriteBatch(Moving* first, Moving* last) noexcept;
+  bool IsUnchanged(Moving& span) noexcept;
+  void Leave(const Moving& span) noexcept;
+  void Stay(const Moving& span) noexcept;
+
+  std::size_t CollectReads(std::uint32_t page, std::array<Moving, PagingFile::kMaxSlices>& spans,
+                           std::uint32_t wanted) noexcept;
+  bool ReadSpans(const Moving* spans, std::size_t count) noexcept;
+  bool Arrive(const Moving& span) noexcept;
+  void Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
+             std::uint8_t flags) noexcept;
+
+  bool GiveChunkBack() noexcept;
+  bool CompactOneChunk() noexcept;
+  void MoveSpan(std::uint32_t from, std::uint32_t to) noexcept;
+  void HideObjects(std::uint32_t frame) noexcept;
+  void TrimExcess() noexcept;
+
+  std::uint64_t Hash(std::uint32_t frame, std::uint32_t page, std::uint32_t count) const noexcept;
+  std::uint64_t FileOffset(std::uint32_t page) const {
+    return static_cast<std::uint64_t>(page) << m_options.pageShift;
+  }
+  std::size_t SpanBytes(std::uint32_t count) const {
+    return static_cast<std::size_t>(count) << m_options.pageShift;
+  }
+
+  PagerOptions m_options;
+  const SizeClasses& m_classes;
+  PageTable& m_table;
+  FrameArena& m_arena;
+  SlabDirectory& m_slabs;
+  BackingStore& m_store;
+  StoreError& m_error;
+  ReplacementPolicy m_policy;
+  ReadAhead m_readAhead;
+  PagerCounts m_counts;
+  std::uint64_t m_epochLength;      // misses in an epoch
+  std::uint64_t m_epochMisses = 0;  // misses of this epoch so far
+  std::uint16_t m_epoch = 0;
+  std::uint32_t m_compactPause = 0;  // wishes for a compaction to pass over
+};
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_PAGER_H

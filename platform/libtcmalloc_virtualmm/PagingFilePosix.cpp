@@ -1,0 +1,190 @@
+// The paging file on POSIX systems, with the better calls that Linux offers.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "libtcmalloc_virtualmm/PagingFile.h"
+
+namespace tcmalloc {
+
+namespace {
+
+/// Tells a process from the children it forks. Where the system can wipe a page on fork, the
+/// test is one load; a system call at every transfer would cost a tenth of a page read.
+class ForkDetector {
+ public:
+  ForkDetector() : m_owner(getpid()) {
+#ifdef MADV_WIPEONFORK
+    void* page = mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page != MAP_FAILED) {
+      if (madvise(page, 1, MADV_WIPEONFORK) == 0) {
+        m_mark = static_cast<volatile char*>(page);
+        *m_mark = 1;
+      } else {
+        munmap(page, 1);
+      }
+    }
+#endif
+  }
+  ~ForkDetector() {
+    if (m_mark != nullptr) {
+      munmap(const_cast<char*>(m_mark), 1);
+    }
+  }
+  ForkDetector(const ForkDetector&) = delete;
+  ForkDetector& operator=(const ForkDetector&) = delete;
+
+  bool InChild() const {
+    return m_mark != nullptr ? *m_mark == 0 : getpid() != m_owner;
+  }
+
+ private:
+  pid_t m_owner;                    // the process that made the detector
+  volatile char* m_mark = nullptr;  // 1 in the owner, 0 in a child; null where not supported
+};
+
+class PosixPagingFile final : public PagingFile {
+ public:
+  explicit PosixPagingFile(const char* directory)
+      : m_directory(directory != nullptr && directory[0] != '\0' ? directory : ".") {
+    // Named now, so that naming it later cannot run out of memory.
+    m_path.reserve(m_directory.size() + kNameRoom);
+    m_path = m_directory;
+  }
+
+  ~PosixPagingFile() override {
+    if (m_descriptor >= 0) {
+      close(m_descriptor);
+    }
+  }
+
+  PosixPagingFile(const PosixPagingFile&) = delete;
+  PosixPagingFile& operator=(const PosixPagingFile&) = delete;
+
+  int Open() override {
+    m_descriptor = OpenNameless();
+    if (m_descriptor < 0) {
+      m_descriptor = OpenUnlinked();
+    }
+    if (m_descriptor < 0) {
+      return errno;
+    }
+    m_fork.emplace();
+    struct stat status {};
+    if (fstat(m_descriptor, &status) == 0) {
+      std::array<char, 24> inode{};
+      std::to_chars(inode.data(), inode.data() + inode.size() - 1, status.st_ino);
+      m_path = m_directory;
+      m_path += "/#";
+      m_path += inode.data();
+    }
+    return 0;
+  }
+
+  const char* Path() const override { return m_path.c_str(); }
+
+  bool InForeignProcess() const override { return m_fork && m_fork->InChild(); }
+
+  std::int64_t ReadSome(std::uint64_t offset, const IoSlice* slices, std::size_t count) override {
+    std::array<iovec, kMaxSlices> vectors;
+    const ssize_t bytes = preadv(m_descriptor, vectors.data(), Convert(slices, count, vectors),
+                                 static_cast<off_t>(offset));
+    return bytes < 0 ? -errno : bytes;
+  }
+
+  std::int64_t WriteSome(std::uint64_t offset, const IoSlice* slices, std::size_t count) override {
+    std::array<iovec, kMaxSlices> vectors;
+    const ssize_t bytes = pwritev(m_descriptor, vectors.data(), Convert(slices, count, vectors),
+                                  static_cast<off_t>(offset));
+    return bytes < 0 ? -errno : bytes;
+  }
+
+  int Reserve(std::uint64_t begin, std::uint64_t end) override {
+#ifdef __linux__
+    // Not posix_fallocate: where the file system cannot reserve, that one writes every block.
+    const int result =
+        fallocate(m_descriptor, 0, static_cast<off_t>(begin), static_cast<off_t>(end - begin));
+    return result == 0 ? 0 : errno;
+#else
+    (void)begin;
+    (void)end;
+    return EOPNOTSUPP;
+#endif
+  }
+
+  int Truncate(std::uint64_t size) override {
+    return ftruncate(m_descriptor, static_cast<off_t>(size)) == 0 ? 0 : errno;
+  }
+
+ private:
+  static constexpr std::size_t kNameRoom = 64;
+  static constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+  int OpenNameless() const {
+#ifdef O_TMPFILE
+    return open(m_directory.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, kOwnerOnly);
+#else
+    return -1;
+#endif
+  }
+
+  /// For file systems without nameless files: an exclusive random name, gone again at once.
+  int OpenUnlinked() {
+    m_path = m_directory;
+    m_path += "/QRTPaging-XXXXXX";
+    const int descriptor = mkostemp(m_path.data(), O_CLOEXEC);
+    if (descriptor >= 0) {
+      unlink(m_path.c_str());
+    }
+    const int error = errno;
+    m_path = m_directory;
+    errno = error;
+    return descriptor;
+  }
+
+  static int Convert(const IoSlice* slices, std::size_t count,
+                     std::array<iovec, kMaxSlices>& vectors) {
+    for (std::size_t i = 0; i < count; ++i) {
+      vectors[i] = {slices[i].data, slices[i].size};
+    }
+    return static_cast<int>(count);
+  }
+
+  std::string m_directory;             // where the file is made
+  std::string m_path;                  // what Path tells
+  std::optional<ForkDetector> m_fork;  // made with the file: a child may still make its own
+  int m_descriptor = -1;               // the open file
+};
+
+}  // namespace
+
+std::unique_ptr<PagingFile> MakePagingFile(const char* directory) {
+  return std::make_unique<PosixPagingFile>(directory);
+}
+
+void DescribeSystemError(int error, char* text, std::size_t size) noexcept {
+  // strerror_r comes in two kinds: one returns the text, the other fills the buffer.
+  struct Result {
+    static const char* Text(const char* returned, const char*) { return returned; }
+    static const char* Text(int, const char* buffer) { return buffer; }
+  };
+  char buffer[128] = "";
+  const char* message = Result::Text(strerror_r(error, buffer, sizeof buffer), buffer);
+  if (size > 0) {
+    std::strncpy(text, message, size - 1);
+    text[size - 1] = '\0';
+  }
+}
+
+}  // namespace tcmalloc

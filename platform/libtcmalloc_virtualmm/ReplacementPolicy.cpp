@@ -1,0 +1,92 @@
+#include "libtcmalloc_virtualmm/ReplacementPolicy.h"
+
+#include <algorithm>
+
+namespace tcmalloc {
+
+namespace {
+
+constexpr std::uint64_t kSmallShare = 10;  // the small queue holds one frame in ten
+
+}  // namespace
+
+ReplacementPolicy::ReplacementPolicy(PageTable& table, FrameArena& arena,
+                                     std::uint64_t budgetFrames)
+    : m_table(table),
+      m_arena(arena),
+      m_smallTarget(std::max<std::uint64_t>(1, budgetFrames / kSmallShare)),
+      m_ghostReach(budgetFrames - budgetFrames / kSmallShare) {}
+
+void ReplacementPolicy::Insert(std::uint32_t frame, std::uint32_t evictedAt) {
+  // Sequence numbers wrap around; the difference does not mind.
+  const bool remembered = evictedAt != kNeverEvicted && m_evictions - evictedAt <= m_ghostReach;
+  Append(remembered ? Frame::Queue::kMain : Frame::Queue::kSmall, frame);
+}
+
+void ReplacementPolicy::PutBack(std::uint32_t frame) {
+  Append(Frame::Queue::kMain, frame);
+}
+
+void ReplacementPolicy::Append(Frame::Queue queue, std::uint32_t frame) {
+  List& list = ListOf(queue);
+  Frame& f = m_arena[frame];
+  f.queue = queue;
+  f.older = list.newest;
+  f.newer = kNoFrame;
+  (list.newest == kNoFrame ? list.oldest : m_arena[list.newest].newer) = frame;
+  list.newest = frame;
+  list.frames += f.count;
+}
+
+void ReplacementPolicy::Remove(std::uint32_t frame) {
+  Frame& f = m_arena[frame];
+  if (f.queue == Frame::Queue::kNone) {
+    return;
+  }
+  List& list = ListOf(f.queue);
+  (f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) = f.newer;
+  (f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) = f.older;
+  list.frames -= f.count;
+  f.queue = Frame::Queue::kNone;
+}
+
+void ReplacementPolicy::Replace(std::uint32_t from, std::uint32_t to) {
+  const Frame& f = m_arena[from];
+  if (f.queue == Frame::Queue::kNone) {
+    return;
+  }
+  List& list = ListOf(f.queue);
+  (f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) = to;
+  (f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) = to;
+}
+
+std::uint32_t ReplacementPolicy::NextVictim() {
+  // Ends: every round takes a span out, moves it from small to main, or uses up one of its touches.
+  for (;;) {
+    const bool fromSmall =
+        m_small.oldest != kNoFrame && (m_small.frames > m_smallTarget || m_main.oldest == kNoFrame);
+    const std::uint32_t frame = fromSmall ? m_small.oldest : m_main.oldest;
+    if (frame == kNoFrame) {
+      return kNoFrame;
+    }
+    PageEntry& entry = EntryOf(frame);
+    Remove(frame);
+    if (entry.live.pinned > 0) {
+      entry.flags |= PageEntry::kNotify;
+    } else if (entry.live.frequency == 0) {
+      return frame;
+    } else {
+      entry.live.frequency = fromSmall ? 0 : entry.live.frequency - 1;
+      Append(Frame::Queue::kMain, frame);
+    }
+  }
+}
+
+std::uint32_t ReplacementPolicy::NextEviction() {
+  if (++m_evictions == kNeverEvicted) {
+    ++m_evictions;
+  }
+  return m_evictions;
+}
+
+}  // namespace tcmalloc

@@ -1,0 +1,125 @@
+#include "libtcmalloc_virtualmm/SlabDirectory.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace tcmalloc {
+
+void SlabDirectory::Open(std::uint32_t frame) {
+  Unlink(frame);
+  PageEntry& entry = EntryAt(frame);
+  ClassState& state = m_states[entry.kind];
+  state.openSlab = SlabAt(frame);
+  state.openEntry = &entry;
+  state.openPage = m_arena[frame].page;
+}
+
+std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
+  std::vector<std::uint32_t>& out = m_states[sizeClass].outVacant;
+  while (!out.empty()) {
+    const std::uint32_t page = out.back();
+    out.pop_back();
+    if (IsUsableOut(sizeClass, page)) {
+      return page;
+    }
+  }
+  return PageTable::kNoPage;
+}
+
+void SlabDirectory::OnSlotFreed(std::uint32_t frame) {
+  if (!m_arena[frame].vacantListed) {
+    Link(frame);
+  }
+}
+
+void SlabDirectory::OnPageIn(std::uint32_t frame) {
+  EntryAt(frame).flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
+  if (SlabAt(frame)->FreeSlots() > 0) {
+    Link(frame);
+  }
+}
+
+void SlabDirectory::OnPageOut(std::uint32_t frame) {
+  OnRelease(frame);
+  PageEntry& entry = EntryAt(frame);
+  if (SlabAt(frame)->FreeSlots() * 4 >= m_classes[entry.kind].slots) {
+    entry.flags |= PageEntry::kVacant;
+    NoteOut(entry.kind, m_arena[frame].page);
+  }
+}
+
+void SlabDirectory::OnRelease(std::uint32_t frame) {
+  Unlink(frame);
+  CloseIfOpen(m_arena[frame].page);
+}
+
+void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
+  const Frame& frame = m_arena[to];
+  ClassState& state = m_states[m_table[frame.page].kind];
+  if (frame.vacantListed) {
+    if (frame.vacantOlder != kNoFrame) {
+      m_arena[frame.vacantOlder].vacantNewer = to;
+    }
+    (frame.vacantNewer == kNoFrame ? state.newestVacant : m_arena[frame.vacantNewer].vacantOlder) =
+        to;
+    m_arena[from].vacantListed = false;
+  } else if (state.openSlab == SlabAt(from)) {
+    state.openSlab = SlabAt(to);
+  }
+}
+
+void SlabDirectory::Link(std::uint32_t frame) {
+  Frame& f = m_arena[frame];
+  ClassState& state = m_states[EntryAt(frame).kind];
+  f.vacantListed = true;
+  f.vacantOlder = state.newestVacant;
+  f.vacantNewer = kNoFrame;
+  if (state.newestVacant != kNoFrame) {
+    m_arena[state.newestVacant].vacantNewer = frame;
+  }
+  state.newestVacant = frame;
+}
+
+void SlabDirectory::Unlink(std::uint32_t frame) {
+  Frame& f = m_arena[frame];
+  if (!f.vacantListed) {
+    return;
+  }
+  if (f.vacantOlder != kNoFrame) {
+    m_arena[f.vacantOlder].vacantNewer = f.vacantNewer;
+  }
+  (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).kind].newestVacant
+                             : m_arena[f.vacantNewer].vacantOlder) = f.vacantOlder;
+  f.vacantListed = false;
+}
+
+void SlabDirectory::CloseIfOpen(std::uint32_t page) {
+  ClassState& state = m_states[m_table[page].kind];
+  if (state.openSlab != nullptr && state.openPage == page) {
+    state.openSlab = nullptr;
+  }
+}
+
+bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, std::uint32_t page) {
+  const PageEntry& entry = m_table[page];
+  return entry.kind == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
+}
+
+void SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {
+  ClassState& state = m_states[sizeClass];
+  std::vector<std::uint32_t>& out = state.outVacant;
+  try {
+    // A page that came and went stands in the list more than once. When the list outgrows the
+    // class's spans, what no longer holds is dropped; that happens at most once in `spans` notes.
+    if (out.size() >= 2 * (std::size_t{state.spans} + 8)) {
+      std::sort(out.begin(), out.end());
+      out.erase(std::unique(out.begin(), out.end()), out.end());
+      std::erase_if(out, [&](std::uint32_t p) { return !IsUsableOut(sizeClass, p); });
+    }
+    out.push_back(page);
+  } catch (const std::exception&) {
+    // Not noted: its free slots wait until the slab is in memory again.
+  }
+}
+
+}  // namespace tcmalloc

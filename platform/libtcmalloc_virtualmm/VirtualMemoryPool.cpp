@@ -1,0 +1,63 @@
+#include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
+
+#include "libtcmalloc_virtualmm/Engine.h"
+#include "libtcmalloc_virtualmm/PagingFile.h"
+
+namespace tcmalloc {
+
+namespace {
+
+EngineOptions MakeOptions(unsigned int memorySize) {
+  EngineOptions options;
+  options.budgetBytes = memorySize;
+#if defined(LIBTCMALLOC_VIRTUALMM_CHECK_PINS)
+  options.moveOnUnpin = true;
+#endif
+  return options;
+}
+
+}  // namespace
+
+VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory)
+    : m_engine(new Engine(MakeOptions(memorySize), MakePagingFile(directory))) {}
+
+VirtualMemoryPool::~VirtualMemoryPool() {
+  delete m_engine;
+}
+
+void* VirtualMemoryPool::Allocate(unsigned int size, PageItem& item) {
+  return m_engine->Allocate(size, item.offset);
+}
+
+void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
+  return m_engine->GetAddress(item.offset, forWriting);
+}
+
+void VirtualMemoryPool::Dismiss(PageItem& item) {
+  m_engine->Dismiss(item.offset);
+}
+
+void VirtualMemoryPool::Dirty(PageItem& item) {
+  m_engine->Dirty(item.offset);
+}
+
+void VirtualMemoryPool::Deallocate(PageItem& item) {
+  m_engine->Deallocate(item.offset);
+}
+
+void VirtualMemoryPool::ExtractStats(VirtualMemoryStats* stats, unsigned int size,
+                                     unsigned int& needed) {
+  m_engine->ExtractStats(stats, size, needed);
+}
+
+unsigned int VirtualMemoryPool::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
+                                                         unsigned int capacity,
+                                                         unsigned int* written) {
+  return m_engine->GetOutstandingReferences(list, capacity, written);
+}
+
+const char* VirtualMemoryPool::GetLastError() const {
+  return m_engine->GetLastError();
+}
+
+}  // namespace tcmalloc

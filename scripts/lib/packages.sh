@@ -1,0 +1,55 @@
+# shellcheck shell=bash
+# Debian packages the project needs and the function that installs what is missing.
+# Sourced by the scripts beside this folder and by .ci/run.
+
+# To build the library, the examples, the tests and the benchmarks.
+# shellcheck disable=SC2034  # used by the scripts that source this file
+QRT_BUILD_PACKAGES=(
+  g++ cmake ninja-build
+  libxxhash-dev   # content hashes of the paging engine
+  libutfcpp-dev   # conversion between UTF-8 and UTF-16
+  libcli11-dev    # command lines of the example programs
+  libgtest-dev libgmock-dev
+  libbenchmark-dev
+)
+
+# What continuous integration uses on top.
+# shellcheck disable=SC2034
+QRT_CI_PACKAGES=(
+  clang clang-format clang-tidy libclang-rt-dev
+  llvm            # llvm-ar and llvm-ranlib, for interprocedural optimisation with clang
+  pkg-config shellcheck
+)
+
+# Installs those of the packages given that are missing; does nothing when all are there.
+qrt_install_packages() {
+  local package status missing=()
+  if ! command -v dpkg-query >/dev/null; then
+    echo "This is not a Debian system. Make sure these or their like are installed: $*" >&2
+    return 0
+  fi
+  for package in "$@"; do
+    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+    if [[ $status != installed ]]; then
+      missing+=("$package")
+    fi
+  done
+  if ((${#missing[@]} == 0)); then
+    return 0
+  fi
+
+  local as_root=()
+  if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+      echo "Missing packages: ${missing[*]}" >&2
+      echo "Neither root nor sudo is at hand. As root, run:" >&2
+      echo "  apt-get update && apt-get install ${missing[*]}" >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "Installing ${missing[*]}"
+  "${as_root[@]}" apt-get -q -o DPkg::Lock::Timeout=120 update &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get -q -y -o DPkg::Lock::Timeout=120 install --no-install-recommends "${missing[@]}"
+}

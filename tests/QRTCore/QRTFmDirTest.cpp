@@ -1,0 +1,52 @@
+#include "QRTCore/QRTFmDir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "QRTCore/I18NString.h"
+#include "support/TempDirectory.h"
+
+namespace {
+
+std::string tempPath(int expectedResult) {
+  I18NString path("left over");
+  EXPECT_EQ(QRTFmDir::getTempPath(path), expectedResult);
+  return path.c_str(nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST(QRTFmDir, NamesTheDirectoryOfTmpdir) {
+  const TempDirectory directory;
+  const std::filesystem::path inside = directory.path() /
+                                       "Br\xC3\xBC"
+                                       "cke";
+  std::filesystem::create_directory(inside);
+  const ScopedTmpdir tmpdir(inside.string());
+  EXPECT_EQ(tempPath(1), inside.string());
+}
+
+TEST(QRTFmDir, FallsBackWhenTmpdirIsEmpty) {
+  const ScopedTmpdir tmpdir("");
+  EXPECT_EQ(tempPath(1), "/tmp");
+}
+
+TEST(QRTFmDir, NamesADirectoryThatDoesNotExistButSaysSo) {
+  const TempDirectory directory;
+  const std::string missing = (directory.path() / "missing").string();
+  {
+    const ScopedTmpdir tmpdir(missing);
+    EXPECT_EQ(tempPath(0), missing);
+  }
+  std::ofstream(missing) << "a file";
+  const ScopedTmpdir tmpdir(missing);
+  EXPECT_EQ(tempPath(0), missing);
+}
+
+TEST(QRTFmDir, ARelativeNameKeepsItsMeaning) {
+  const ScopedTmpdir tmpdir("some/where");
+  EXPECT_EQ(tempPath(0), (std::filesystem::current_path() / "some/where").string());
+}
+
+}  // namespace

@@ -1,0 +1,142 @@
+#include "core/RecordingEngine.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "support/FailingNew.h"
+
+namespace {
+
+std::string number(std::uint64_t value) {
+  return std::to_string(value);
+}
+
+}  // namespace
+
+EngineRecord& EngineRecord::get() {
+  static EngineRecord record;
+  return record;
+}
+
+EngineRecord& EngineRecord::reset() {
+  get() = EngineRecord();
+  return get();
+}
+
+std::vector<std::string> EngineRecord::take() {
+  std::vector<std::string> taken;
+  taken.swap(calls);
+  return taken;
+}
+
+std::string EngineRecord::text(std::uint64_t offset) const {
+  const std::vector<unsigned char>& bytes = objects.at(offset).bytes;
+  return {bytes.begin(), bytes.end()};
+}
+
+namespace tcmalloc {
+
+class Engine {
+ public:
+  std::uint64_t next = 1;
+};
+
+VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory) {
+  const FailingNew::Pause pause;
+  EngineRecord& record = EngineRecord::get();
+  record.calls.push_back("VirtualMemoryPool(" + number(memorySize) + ")");
+  record.directory = directory;
+  if (record.onConstruct) {
+    record.onConstruct();
+  }
+  m_engine = new Engine;
+}
+
+VirtualMemoryPool::~VirtualMemoryPool() {
+  const FailingNew::Pause pause;
+  EngineRecord::get().calls.push_back("~VirtualMemoryPool()");
+  EngineRecord::get().objects.clear();
+  delete m_engine;
+}
+
+void* VirtualMemoryPool::Allocate(unsigned int size, PageItem& item) {
+  const FailingNew::Pause pause;
+  EngineRecord& record = EngineRecord::get();
+  record.calls.push_back("Allocate(" + number(size) + ")");
+  if (record.refuseAllocate) {
+    item.offset = 999;  // an engine may leave anything here when it fails
+    return nullptr;
+  }
+  item.offset = m_engine->next++;
+  EngineRecord::Object& object = record.objects[item.offset];
+  object.bytes.assign(std::max(size, 1U), '?');
+  object.pins = 1;
+  return object.bytes.data();
+}
+
+void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
+  const FailingNew::Pause pause;
+  EngineRecord& record = EngineRecord::get();
+  record.calls.push_back("GetAddress(" + number(item.offset) +
+                         (forWriting ? ", true)" : ", false)"));
+  const auto found = record.objects.find(item.offset);
+  if (record.refuseGetAddress || found == record.objects.end()) {
+    return nullptr;
+  }
+  ++found->second.pins;
+  return found->second.bytes.data();
+}
+
+void VirtualMemoryPool::Dismiss(PageItem& item) {
+  const FailingNew::Pause pause;
+  EngineRecord& record = EngineRecord::get();
+  record.calls.push_back("Dismiss(" + number(item.offset) + ")");
+  --record.objects.at(item.offset).pins;
+}
+
+void VirtualMemoryPool::Dirty(PageItem& item) {
+  const FailingNew::Pause pause;
+  EngineRecord::get().calls.push_back("Dirty(" + number(item.offset) + ")");
+}
+
+void VirtualMemoryPool::Deallocate(PageItem& item) {
+  const FailingNew::Pause pause;
+  EngineRecord& record = EngineRecord::get();
+  record.calls.push_back("Deallocate(" + number(item.offset) + ")");
+  record.objects.erase(item.offset);
+}
+
+void VirtualMemoryPool::ExtractStats(VirtualMemoryStats* stats, unsigned int size,
+                                     unsigned int& needed) {
+  const std::vector<unsigned char>& bytes = EngineRecord::get().stats;
+  needed = static_cast<unsigned int>(bytes.size());
+  if (stats != nullptr && size >= needed) {
+    std::memcpy(stats, bytes.data(), bytes.size());
+  }
+}
+
+unsigned int VirtualMemoryPool::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
+                                                         unsigned int capacity,
+                                                         unsigned int* written) {
+  unsigned int pinned = 0;
+  unsigned int listed = 0;
+  for (const auto& [offset, object] : EngineRecord::get().objects) {
+    if (object.pins == 0) {
+      continue;
+    }
+    ++pinned;
+    if (list != nullptr && listed < capacity) {
+      list[listed++] = {offset, static_cast<std::uint32_t>(object.bytes.size()), object.pins};
+    }
+  }
+  if (written != nullptr) {
+    *written = listed;
+  }
+  return pinned;
+}
+
+const char* VirtualMemoryPool::GetLastError() const {
+  return EngineRecord::get().lastError.c_str();
+}
+
+}  // namespace tcmalloc
