@@ -117,14 +117,17 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   // The common cases, inline for this class and the arena; null and false mean: go the long way.
   void* tryAlloc();
+  void* tryAllocFromIndex();
   bool tryFree(void* p);
 
   // The rest of alloc and free: other chunks, growth, checks, errors. Never inlined, so that the
   // common case stays small.
-  [[gnu::noinline, gnu::cold]] void* allocSlow();
-  [[gnu::noinline, gnu::cold]] void freeSlow(void* p);
+  [[gnu::noinline]] void* allocSlow();
+  [[gnu::noinline]] void freeSlow(void* p);
 
   char* findFree(Chunk*& chunk);
+  void setCurrent(Chunk* chunk, char* head);
+  void setFreeHead(Chunk* chunk, char* area);
   void formatChunk(Chunk* chunk);
   void indexChunk(Chunk* chunk);
   void giveBack(char* area);
@@ -146,6 +149,8 @@ class QRT_EXPORT QRTFixedMemoryPool {
   int m_useHeaders;                       // whether elements carry headers
   Chunk* m_current;                       // chunk that alloc tries first, with headers
   QRTChunkIndex* m_index;  // finds a chunk with free elements when there are many; owned
+  char* m_currentHead;     // first free element of m_current, as its trailer says
+  unsigned m_currentAge;   // age of m_current in the index
 };
 
 static_assert(sizeof(QRTFixedMemoryPool::ElementHeader) == 8, "one header is one 8-byte word");

@@ -11,15 +11,8 @@ namespace {
 
 constexpr unsigned kBits = 64;
 constexpr unsigned kLeastCapacity = 64;
-constexpr std::uint32_t kRemoved = 0xFFFFFFFF;  // an entry of m_ages whose chunk was removed
 
-constexpr std::uint64_t bitOf(unsigned index) {
-  return std::uint64_t{1} << (index % kBits);
-}
-
-unsigned highestBit(std::uint64_t word) {
-  return kBits - 1 - static_cast<unsigned>(std::countl_zero(word));
-}
+constexpr unsigned kCacheLine = 64;
 
 unsigned wordsFor(unsigned bits) {
   return (bits + kBits - 1) / kBits;
@@ -59,66 +52,48 @@ bool QRTChunkIndex::addAll(Chunk* newest) noexcept {
 }
 
 void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
-  const unsigned found = findAge(chunk);
-  if (found == 0) {
+  const unsigned age = ageOf(chunk);
+  if (age == kNone) {
     return;
   }
-  const unsigned age = found - 1;
+  const auto start = reinterpret_cast<std::uintptr_t>(chunk);
+  removeWindow(age, start >> kWindowBits);
+  removeWindow(age, (start + kChunkBytes - 1) >> kWindowBits);
   m_chunks[age] = nullptr;
-  m_mayHave[age / kBits] &= ~bitOf(age);
-  if (m_mayHave[age / kBits] == 0) {
-    m_summary[age / kBits / kBits] &= ~bitOf(age / kBits);
-  }
-  const unsigned mask = m_capacity * 2 - 1;
-  unsigned place = firstPlace(chunk);
-  while (m_ages[place] != found) {
-    place = (place + 1) & mask;
-  }
-  m_ages[place] = kRemoved;
+  m_heads[age] = 0;
   --m_live;
 }
 
-void QRTChunkIndex::noteFree(const Chunk* chunk) noexcept {
-  const unsigned found = findAge(chunk);
-  if (found != 0) {
-    setBit(found - 1);
+/// Asks for every cache line of a chunk.
+void QRTChunkIndex::fetch(unsigned age) const noexcept {
+  const char* const start = m_chunks[age]->data;
+  for (unsigned at = 0; at < kChunkBytes; at += kCacheLine) {
+    __builtin_prefetch(start + at, 1);
   }
-}
-
-QRTChunkIndex::Chunk* QRTChunkIndex::newestWithFree() noexcept {
-  for (unsigned top = wordsFor(wordsFor(m_capacity)); top-- > 0;) {
-    while (m_summary[top] != 0) {
-      const unsigned word = top * kBits + highestBit(m_summary[top]);
-      while (m_mayHave[word] != 0) {
-        const unsigned age = word * kBits + highestBit(m_mayHave[word]);
-        if (m_chunks[age]->freeHead() != nullptr) {
-          return m_chunks[age];
-        }
-        m_mayHave[word] &= ~bitOf(age);
-      }
-      m_summary[top] &= ~bitOf(word);
-    }
-  }
-  return nullptr;
 }
 
 /// Makes the arrays anew for `capacity` ages and enters the chunks again, oldest first.
 bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   const std::size_t chunkBytes = sizeof(Chunk*) * capacity;
-  const std::size_t bitBytes = sizeof(std::uint64_t) * wordsFor(capacity);
+  const std::size_t mayHaveBytes = sizeof(std::uint64_t) * wordsFor(capacity);
   const std::size_t summaryBytes = sizeof(std::uint64_t) * wordsFor(wordsFor(capacity));
-  const std::size_t ageBytes = sizeof(std::uint32_t) * capacity * 2;
-  char* const block =
-      static_cast<char*>(std::calloc(1, chunkBytes + bitBytes + summaryBytes + ageBytes));
-  if (block == nullptr) {
+  const std::size_t ageBytes = sizeof(std::uint32_t) * capacity * 4;
+  const std::size_t headBytes = sizeof(std::uint16_t) * capacity;
+  char* at = static_cast<char*>(
+      std::calloc(1, chunkBytes + mayHaveBytes + summaryBytes + ageBytes + headBytes * 2));
+  if (at == nullptr) {
     return false;
   }
-  Chunk** const oldChunks = std::exchange(m_chunks, reinterpret_cast<Chunk**>(block));
+  Chunk** const oldChunks = std::exchange(m_chunks, reinterpret_cast<Chunk**>(at));
   const unsigned oldUsed = std::exchange(m_used, 0);
-  m_mayHave = reinterpret_cast<std::uint64_t*>(block + chunkBytes);
-  m_summary = reinterpret_cast<std::uint64_t*>(block + chunkBytes + bitBytes);
-  m_ages = reinterpret_cast<std::uint32_t*>(block + chunkBytes + bitBytes + summaryBytes);
+  m_mayHave = reinterpret_cast<std::uint64_t*>(at += chunkBytes);
+  m_summary = reinterpret_cast<std::uint64_t*>(at += mayHaveBytes);
+  m_ages = reinterpret_cast<std::uint32_t*>(at += summaryBytes);
+  m_heads = reinterpret_cast<std::uint16_t*>(at += ageBytes);
+  m_given = reinterpret_cast<std::uint16_t*>(at + headBytes);
   m_capacity = capacity;
+  m_summaryWords = wordsFor(wordsFor(capacity));
+  m_placeShift = 32 - static_cast<unsigned>(std::countr_zero(capacity * 4));
   m_live = 0;
   for (unsigned age = 0; age < oldUsed; ++age) {
     if (oldChunks[age] != nullptr) {
@@ -131,37 +106,36 @@ bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
 
 void QRTChunkIndex::enter(unsigned age, Chunk* chunk) noexcept {
   m_chunks[age] = chunk;
-  const unsigned mask = m_capacity * 2 - 1;
-  unsigned place = firstPlace(chunk);
-  while (m_ages[place] != 0) {
-    place = (place + 1) & mask;
+  char* const head = chunk->freeHead();
+  m_heads[age] = static_cast<std::uint16_t>(head != nullptr ? head - chunk->data : 0);
+  const auto start = reinterpret_cast<std::uintptr_t>(chunk);
+  const std::uintptr_t first = start >> kWindowBits;
+  const std::uintptr_t last = (start + kChunkBytes - 1) >> kWindowBits;
+  enterWindow(age, first);
+  if (last != first) {
+    enterWindow(age, last);
   }
-  m_ages[place] = age + 1;
-  setBit(age);
+  noteFree(age);
+  m_given[age] = 0;
   ++m_live;
 }
 
-void QRTChunkIndex::setBit(unsigned age) noexcept {
-  m_mayHave[age / kBits] |= bitOf(age);
-  m_summary[age / kBits / kBits] |= bitOf(age / kBits);
-}
-
-/// @return the chunk's age plus 1, or 0. Half of m_ages is empty at all times, so that the search
-/// ends soon.
-unsigned QRTChunkIndex::findAge(const void* chunk) const noexcept {
-  const unsigned mask = m_capacity * 2 - 1;
-  for (unsigned place = firstPlace(chunk); m_ages[place] != 0; place = (place + 1) & mask) {
-    const std::uint32_t age = m_ages[place];
-    if (age != kRemoved && m_chunks[age - 1] == chunk) {
-      return age;
-    }
+void QRTChunkIndex::enterWindow(unsigned age, std::uintptr_t window) noexcept {
+  unsigned place = placeOf(window);
+  while (m_ages[place] != 0) {
+    place = after(place);
   }
-  return 0;
+  m_ages[place] = age + 1;
 }
 
-/// Chunks lie about 32 KiB apart, most of them side by side: their number in steps of that is
-/// a hash without collisions among neighbours.
-unsigned QRTChunkIndex::firstPlace(const void* chunk) const noexcept {
-  const auto address = reinterpret_cast<std::uintptr_t>(chunk);
-  return static_cast<unsigned>(address >> 15) & (m_capacity * 2 - 1);
+/// Removes the entry of an age from a window, if it is there. Half of m_ages is empty at all times,
+/// so that every search ends soon.
+void QRTChunkIndex::removeWindow(unsigned age, std::uintptr_t window) noexcept {
+  unsigned place = placeOf(window);
+  while (m_ages[place] != age + 1 && m_ages[place] != 0) {
+    place = after(place);
+  }
+  if (m_ages[place] == age + 1) {
+    m_ages[place] = kRemoved + 1;
+  }
 }

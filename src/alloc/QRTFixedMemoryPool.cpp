@@ -44,7 +44,9 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0),
       m_useHeaders(useHeaders),
       m_current(nullptr),
-      m_index(nullptr) {
+      m_index(nullptr),
+      m_currentHead(nullptr),
+      m_currentAge(0) {
   static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
   if (m_watched != 0) {
@@ -85,6 +87,9 @@ void QRTFixedMemoryPool::free(void* p) {
 ///   3. verify everything once more, before the element is changed;
 ///   4. take the element.
 void* QRTFixedMemoryPool::allocSlow() {
+  if (void* const p = tryAllocFromIndex()) {
+    return p;
+  }
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   // Step 1
   if (m_detectOverWrites != 0) {
@@ -109,7 +114,7 @@ void* QRTFixedMemoryPool::allocSlow() {
     m_freeList = qrtLoadLink(area);
   } else {
     testHeader(headerOf(area));
-    chunk->setFreeHead(qrtLoadLink(area));
+    setFreeHead(chunk, qrtLoadLink(area));
     Header::store(area, Header::load(area) | Header::kInUse);
   }
   if (m_watched != 0) {
@@ -126,27 +131,57 @@ char* QRTFixedMemoryPool::findFree(Chunk*& chunk) {
   if (m_useHeaders == 0) {
     return static_cast<char*>(m_freeList);
   }
-  chunk = m_current;
-  if (chunk != nullptr && chunk->freeHead() != nullptr) {
-    return chunk->freeHead();
+  if (m_currentHead != nullptr) {
+    chunk = m_current;
+    return m_currentHead;
   }
-  m_current = nullptr;
+  setCurrent(nullptr, nullptr);
+  char* area = nullptr;
   if (m_index != nullptr) {
-    chunk = m_index->newestWithFree();
+    const unsigned age = m_index->newestWithFree();
+    if (age != QRTChunkIndex::kNone) {
+      chunk = m_index->chunkAt(age);
+      area = chunk->data + m_index->headAt(age);
+    }
   } else {
     chunk = m_chunks;
-    while (chunk != nullptr && chunk->freeHead() == nullptr) {
+    while (chunk != nullptr && (area = chunk->freeHead()) == nullptr) {
       chunk = chunk->next();
     }
   }
-  if (chunk == nullptr) {
-    return nullptr;
-  }
-  char* const area = chunk->freeHead();
-  if (qrtLoadLink(area) != nullptr) {
-    m_current = chunk;
+  if (area != nullptr && qrtLoadLink(area) != nullptr) {
+    setCurrent(chunk, area);
   }
   return area;
+}
+
+/// Makes a chunk, or none, the current one. The index learns what became of the one before.
+/// @param head  the chunk's first free element
+void QRTFixedMemoryPool::setCurrent(Chunk* chunk, char* head) {
+  Chunk* const before = m_current;
+  m_current = nullptr;
+  if (before != nullptr && m_index != nullptr) {
+    setFreeHead(before, m_currentHead);
+  }
+  m_current = chunk;
+  m_currentHead = head;
+  if (chunk != nullptr && m_index != nullptr) {
+    m_currentAge = m_index->ageOf(chunk);
+  }
+}
+
+/// Settles the first free element of a chunk, in its trailer and where there is a copy of it.
+void QRTFixedMemoryPool::setFreeHead(Chunk* chunk, char* area) {
+  chunk->setFreeHead(area);
+  if (chunk == m_current) {
+    m_currentHead = area;
+  } else if (m_index != nullptr) {
+    const unsigned age = m_index->ageOf(chunk);
+    if (age != QRTChunkIndex::kNone) {
+      m_index->setHeadAt(age, area != nullptr ? static_cast<unsigned>(area - chunk->data) : 0);
+      m_index->noteFree(age);
+    }
+  }
 }
 
 void QRTFixedMemoryPool::freeSlow(void* p) {
@@ -181,13 +216,9 @@ void QRTFixedMemoryPool::giveBack(char* area) {
   const bool isSuspect = rh->m_size != m_size || m_detectOverWrites != 0 || m_watched != 0;
   QRT_ASSERT_NAMED(!isSuspect || (rh->m_offset % m_esize == 0 && hasChunk(chunk)),
                    "QRTFixedMemoryPool::free: the element belongs to another pool.");
-  char* const head = chunk->freeHead();
-  qrtStoreLink(area, head);
-  chunk->setFreeHead(area);
+  qrtStoreLink(area, chunk->freeHead());
+  setFreeHead(chunk, area);
   Header::store(area, Header::load(area) & ~(Header::kInUse * 0xFF));
-  if (head == nullptr && m_index != nullptr) {
-    m_index->noteFree(chunk);
-  }
 }
 
 void QRTFixedMemoryPool::grow(void* chunk) {
@@ -199,11 +230,11 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   added->setNext(m_chunks);
   m_chunks = added;
   formatChunk(added);
-  if (m_useHeaders != 0) {
-    m_current = added;
-  }
   if (m_useHeaders != 0 || m_watched != 0) {
     indexChunk(added);
+  }
+  if (m_useHeaders != 0) {
+    setCurrent(added, added->freeHead());
   }
   if (m_watched != 0) {
     QRTMemoryChecker::close(added, Chunk::totalSize);
@@ -314,7 +345,7 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, 
       m_chunks = chunk->next();
     }
     if (m_current == chunk) {
-      m_current = nullptr;
+      setCurrent(nullptr, nullptr);
     }
     if (m_index != nullptr) {
       m_index->remove(chunk);
@@ -422,7 +453,8 @@ bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
 
 bool QRTFixedMemoryPool::hasChunk(const void* chunk) const {
   if (m_index != nullptr) {
-    return m_index->contains(chunk);
+    return m_index->ageOf(chunk) != QRTChunkIndex::kNone &&
+           m_index->chunkAt(m_index->ageOf(chunk)) == chunk;
   }
   const Chunk* at = m_chunks;
   while (at != nullptr && at != chunk) {

@@ -108,34 +108,68 @@ inline void qrtStoreLink(char* area, const char* next) {
 
 inline void* QRTFixedMemoryPool::tryAlloc() {
   using Header = QRTFixedMemoryPoolHeader;
-  if ((m_detectOverWrites | m_watched) != 0) {
+  if (m_detectOverWrites != 0 || m_watched != 0) {
     return nullptr;
   }
-  Chunk* const chunk = m_current;
-  if (chunk == nullptr) {
-    // Without headers, or nothing is current; then the pool-wide list is empty.
-    char* const area = static_cast<char*>(m_freeList);
-    if (area != nullptr) {
-      m_freeList = qrtLoadLink(area);
-    }
-    return area;
-  }
-  char* const area = chunk->freeHead();
+  char* const area = m_currentHead;
   if (area == nullptr) {
-    return nullptr;
+    // Without headers, or the current chunk is full; then the pool-wide list is empty.
+    char* const plain = static_cast<char*>(m_freeList);
+    if (plain != nullptr) {
+      m_freeList = qrtLoadLink(plain);
+    }
+    return plain;
   }
   const std::uint64_t header = Header::load(area);
   if (!Header::isIntact(header)) {
     return nullptr;
   }
-  chunk->setFreeHead(qrtLoadLink(area));
+  char* const next = qrtLoadLink(area);
+  m_currentHead = next;
+  m_current->setFreeHead(next);
+  Header::store(area, header | Header::kInUse);
+  return area;
+}
+
+/// alloc of a large pool whose current chunk is full: takes from the newest chunk that has a free
+/// element. Short, for while one free waits for memory, only what fits the processor's window can
+/// be worked on ahead.
+inline void* QRTFixedMemoryPool::tryAllocFromIndex() {
+  using Header = QRTFixedMemoryPoolHeader;
+  if (m_index == nullptr || m_currentHead != nullptr || m_useHeaders == 0 ||
+      m_detectOverWrites != 0 || m_watched != 0) {
+    return nullptr;
+  }
+  if (m_current != nullptr) {
+    m_index->setHeadAt(m_currentAge, 0);
+    m_current = nullptr;
+  }
+  const unsigned age = m_index->newestWithFree();
+  if (age == QRTChunkIndex::kNone) {
+    return nullptr;
+  }
+  Chunk* const chunk = m_index->chunkAt(age);
+  char* const area = chunk->data + m_index->headAt(age);
+  const std::uint64_t header = Header::load(area);
+  if (!Header::isIntact(header)) {
+    return nullptr;
+  }
+  char* const next = qrtLoadLink(area);
+  if (next != nullptr) {
+    m_current = chunk;
+    m_currentHead = next;
+    m_currentAge = age;
+  } else {
+    m_index->setHeadAt(age, 0);
+  }
+  chunk->setFreeHead(next);
   Header::store(area, header | Header::kInUse);
   return area;
 }
 
 inline bool QRTFixedMemoryPool::tryFree(void* p) {
   using Header = QRTFixedMemoryPoolHeader;
-  if (p == nullptr || (m_detectOverWrites | m_watched) != 0) {
+  if (p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
     return false;
   }
   char* const area = static_cast<char*>(p);
@@ -144,19 +178,41 @@ inline bool QRTFixedMemoryPool::tryFree(void* p) {
     m_freeList = area;
     return true;
   }
-  // One comparison tells an intact header, an element in use and this pool's element size.
   const std::uint64_t header = Header::load(area);
-  if ((header & ~Header::kOffsetMask) != (m_size | Header::kInUse | Header::kFiller)) {
+  char* const start = area - Header::kBytes;
+  Chunk* chunk = reinterpret_cast<Chunk*>(start - Header::offset(header));
+  unsigned age = 0;
+  if (m_index != nullptr) {
+    // In a large pool the header and the chunk's trailer are cache misses. Neither is waited for:
+    // the address tells the chunk, the index its free element, and the comparison below is
+    // predicted, so that the misses of several frees overlap.
+    age = m_index->ageOf(start);
+    if (age == QRTChunkIndex::kNone) {
+      return false;
+    }
+    chunk = m_index->chunkAt(age);
+  }
+  // One comparison tells an intact header, an element in use, this pool's element size, and that
+  // the header belongs where it stands.
+  const auto offset = static_cast<std::uint64_t>(start - chunk->data);
+  if (header != (m_size | offset << 32 | Header::kInUse | Header::kFiller)) {
     return false;
   }
-  Chunk* const chunk = reinterpret_cast<Chunk*>(area - Header::kBytes - Header::offset(header));
-  char* const head = chunk->freeHead();
-  qrtStoreLink(area, head);
+  char* next;
+  if (chunk == m_current) {
+    next = m_currentHead;
+    m_currentHead = area;
+  } else if (m_index != nullptr) {
+    const unsigned head = m_index->headAt(age);
+    next = head != 0 ? chunk->data + head : nullptr;
+    m_index->setHeadAt(age, static_cast<unsigned>(offset) + Header::kBytes);
+    m_index->noteFree(age);
+  } else {
+    next = chunk->freeHead();
+  }
+  qrtStoreLink(area, next);
   chunk->setFreeHead(area);
   Header::store(area, header & ~Header::kInUse);
-  if (head == nullptr && m_index != nullptr) {
-    m_index->noteFree(chunk);
-  }
   return true;
 }
 
