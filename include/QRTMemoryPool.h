@@ -1,6 +1,7 @@
 #ifndef QRTMEMORYPOOL_H
 #define QRTMEMORYPOOL_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -141,6 +142,8 @@ class QRT_EXPORT QRTMemoryPool {
   memheader* moreCore(unsigned units);
   void linkFree(memheader* bp);
   bool isMine(const memheader* bp) const;
+  bool isInside(const memheader* at) const { return unitsFrom(at) != 0; }
+  std::size_t unitsFrom(const memheader* at) const;
   void addExtent(memheader* begin, memheader* end);
 
   unsigned m_remaining;           // bytes that may still be obtained from the heap

@@ -184,17 +184,21 @@ void QRTMemoryPool::getStats(unsigned& blockCount, unsigned& increment, unsigned
 
 /// Whether a header lies in the pool's memory and reads as one of a block that is handed out.
 bool QRTMemoryPool::isMine(const memheader* bp) const {
-  auto extent = std::upper_bound(m_extents.begin(), m_extents.end(), bp,
-                                 [](const Header* at, const Extent& e) { return at < e.begin; });
-  if (extent == m_extents.begin() || reinterpret_cast<std::uintptr_t>(bp) % kUnit != 0) {
-    return false;
+  const std::size_t room = unitsFrom(bp);
+  return room != 0 && bp->isHandedOut() && bp->handedOutUnits() != 0 &&
+         bp->handedOutUnits() <= room;
+}
+
+/// @return units from an address to the end of the extent it lies in; 0 when it lies in none or is
+///         not aligned
+std::size_t QRTMemoryPool::unitsFrom(const memheader* at) const {
+  auto extent = std::upper_bound(m_extents.begin(), m_extents.end(), at,
+                                 [](const Header* p, const Extent& e) { return p < e.begin; });
+  if (extent == m_extents.begin() || reinterpret_cast<std::uintptr_t>(at) % kUnit != 0) {
+    return 0;
   }
   --extent;
-  if (bp >= extent->end || !bp->isHandedOut()) {
-    return false;
-  }
-  const unsigned units = bp->handedOutUnits();
-  return units != 0 && units <= static_cast<std::size_t>(extent->end - bp);
+  return at < extent->end ? static_cast<std::size_t>(extent->end - at) : 0;
 }
 
 /// Enters the memory of a new heap block, one with an extent that it touches. Needs room in
