@@ -26,18 +26,21 @@ struct Frame {
   bool vacantListed;          ///< whether it stands in its class's list
 };
 
-/// The memory that spans live in: frames of one page each, taken in runs from chunks of 256.
+/// The memory that spans live in: frames of 4 KiB, taken in runs from chunks of 512. The frame does
+/// not change with the page size, so an address is found with constant shifts.
 ///
-/// A frame number is chunk * 256 + place, so the hot path finds an address with one load. Single
+/// A frame number is chunk * 512 + place, so the hot path finds an address with one load. Single
 /// frames are taken from the lowest chunk and longer runs from the highest, which keeps them from
-/// breaking each other up; a run of more than 256 frames is a chunk of its own. Chunks go back to
+/// breaking each other up; a run of more than 512 frames is a chunk of its own. Chunks go back to
 /// the operating system when they are empty, but for one that is kept for the next need.
 class FrameArena {
  public:
-  static constexpr std::uint32_t kChunkFrames = 256;
+  static constexpr std::uint32_t kChunkFrames = 512;
+  static constexpr std::uint32_t kFrameShift = 12;  // log2 of a frame's bytes
 
-  /// @param pageShift  log2 of the page size
-  explicit FrameArena(std::uint32_t pageShift) : m_pageShift(pageShift) {}
+  /// @param hugePages  whether chunks are to be huge pages: faster, but a chunk takes its memory
+  /// whole
+  explicit FrameArena(bool hugePages) : m_hugePages(hugePages) {}
   ~FrameArena();
   FrameArena(const FrameArena&) = delete;
   FrameArena& operator=(const FrameArena&) = delete;
@@ -45,7 +48,7 @@ class FrameArena {
   /// The address of a frame.
   char* Address(std::uint32_t frame) const {
     return m_bases[frame / kChunkFrames] +
-           (static_cast<std::uintptr_t>(frame % kChunkFrames) << m_pageShift);
+           (static_cast<std::uintptr_t>(frame % kChunkFrames) << kFrameShift);
   }
   Frame& operator[](std::uint32_t frame) {
     return m_chunks[frame / kChunkFrames]->frames[frame % kChunkFrames];
@@ -94,7 +97,7 @@ class FrameArena {
   void Unmap(std::uint32_t chunk) noexcept;
   std::uint32_t TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count);
 
-  std::uint32_t m_pageShift;                           // log2 of the page size
+  bool m_hugePages;                                    // whether chunks are to be huge pages
   std::unique_ptr<char*[]> m_bases;                    // per chunk: its memory, for Address
   std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: the rest; null in a gap
   std::unique_ptr<std::uint32_t[]> m_freeCounts;       // per chunk: free frames, for the search

@@ -41,6 +41,7 @@ std::uint32_t Share(std::uint64_t frames, std::uint64_t share, std::uint32_t mos
 Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
              FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error)
     : m_options(options),
+      m_frameShift(options.pageShift - FrameArena::kFrameShift),
       m_classes(classes),
       m_table(table),
       m_arena(arena),
@@ -56,26 +57,26 @@ Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable&
 
 std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
-  if (entry.kind != PageEntry::kLarge) {
-    return m_classes[entry.kind].pages;
+  if (entry.Kind() != PageEntry::kLarge) {
+    return m_classes[entry.Kind()].pages;
   }
   const std::uint64_t pageBytes = std::uint64_t{1} << m_options.pageShift;
   return static_cast<std::uint32_t>((m_table.LargeBytes(page) + pageBytes - 1) >>
                                     m_options.pageShift);
 }
 
-std::uint64_t Pager::Hash(std::uint32_t frame, std::uint32_t page,
-                          std::uint32_t count) const noexcept {
+std::uint64_t Pager::Hash(const Moving& span) const noexcept {
   // The page number is the seed: an image that ends up at another page's place does not fit.
-  return XXH3_64bits_withSeed(m_arena.Address(frame), SpanBytes(count), page);
+  return XXH3_64bits_withSeed(m_arena.Address(span.frame), SpanBytes(span.pages), span.page);
 }
 
 // ---- coming in ----------------------------------------------------------------------------------
 
-std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t count) noexcept {
-  const std::uint32_t frame = ObtainFrames(count, Purpose::kNewSpan);
+std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept {
+  const std::uint32_t frame = ObtainFrames(FramesOf(pages), Purpose::kNewSpan);
   if (frame != kNoFrame) {
-    Enter(frame, page, ReplacementPolicy::kNeverEvicted, PageEntry::kModified);
+    Enter(frame, page, ReplacementPolicy::kNeverEvicted, 0);
+    m_table[page].live.touched |= PageEntry::kModified;
   }
   return frame;
 }
@@ -136,7 +137,7 @@ std::size_t Pager::CollectReads(std::uint32_t page,
     if (count > 0 && pages + own > wanted) {
       break;
     }
-    const std::uint32_t frame = ObtainFrames(own, Purpose::kStoredSpan);
+    const std::uint32_t frame = ObtainFrames(FramesOf(own), Purpose::kStoredSpan);
     if (frame == kNoFrame) {
       break;
     }
@@ -150,8 +151,8 @@ bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, PagingFile::kMaxSlices> slices;
   std::uint32_t pages = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].count)};
-    pages += spans[i].count;
+    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
+    pages += spans[i].pages;
   }
   if (!m_store.Read(FileOffset(spans[0].page), slices.data(), count)) {
     return false;
@@ -161,13 +162,13 @@ bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
 }
 
 bool Pager::Arrive(const Moving& span) noexcept {
-  if (Hash(span.frame, span.page, span.count) != span.hash) {
+  if (Hash(span) != span.hash) {
     m_arena.Release(span.frame);
     return false;
   }
   Enter(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
   m_arena[span.frame].hash = span.hash;
-  if (m_table[span.page].kind != PageEntry::kLarge) {
+  if (m_table[span.page].Kind() != PageEntry::kLarge) {
     m_slabs.OnPageIn(span.frame);
   }
   HideObjects(span.frame);
@@ -178,11 +179,12 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
                   std::uint8_t flags) noexcept {
   if (++m_epochMisses >= m_epochLength) {
     m_epochMisses = 0;
-    ++m_epoch;
+    m_epoch += 2;
   }
   PageEntry& entry = m_table[page];
   entry.where = frame;
-  entry.flags = static_cast<std::uint8_t>(flags | PageEntry::kResident);
+  entry.state = entry.Kind();
+  entry.flags = flags;
   // Beyond the budget, and to catch kept addresses, every last unpin counts.
   if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
     entry.flags |= PageEntry::kNotify;
@@ -262,16 +264,16 @@ bool Pager::CompactOneChunk() noexcept {
 }
 
 void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
-  const std::uint32_t count = m_arena[from].count;
+  const std::size_t bytes = SpanBytes(PagesAt(from));
   PageEntry& entry = m_table[m_arena[from].page];
-  ObjectGuard::Show(m_arena.Address(from), SpanBytes(count));
-  std::memcpy(m_arena.Address(to), m_arena.Address(from), SpanBytes(count));
+  ObjectGuard::Show(m_arena.Address(from), bytes);
+  std::memcpy(m_arena.Address(to), m_arena.Address(from), bytes);
   if (m_options.moveOnUnpin) {
-    std::memset(m_arena.Address(from), kMovedFill, SpanBytes(count));
+    std::memset(m_arena.Address(from), kMovedFill, bytes);
   }
   m_policy.Replace(from, to);
   m_arena[to] = m_arena[from];
-  if (entry.kind != PageEntry::kLarge) {
+  if (entry.Kind() != PageEntry::kLarge) {
     m_slabs.OnMoved(from, to);
   }
   entry.where = to;
@@ -281,10 +283,10 @@ void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
 
 void Pager::HideObjects(std::uint32_t frame) noexcept {
   const PageEntry& entry = m_table[m_arena[frame].page];
-  if (entry.kind == PageEntry::kLarge) {
-    ObjectGuard::Hide(m_arena.Address(frame), SpanBytes(m_arena[frame].count));
+  if (entry.Kind() == PageEntry::kLarge) {
+    ObjectGuard::Hide(m_arena.Address(frame), SpanBytes(PagesAt(frame)));
   } else {
-    ObjectGuard::HideSlab(m_arena.Address(frame), m_classes[entry.kind]);
+    ObjectGuard::HideSlab(m_arena.Address(frame), m_classes[entry.Kind()]);
   }
 }
 
@@ -307,7 +309,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
     if (frame == kNoFrame) {
       break;
     }
-    Moving span{frame, m_arena[frame].page, m_arena[frame].count, 0};
+    Moving span{frame, m_arena[frame].page, PagesAt(frame), 0};
     if (IsUnchanged(span)) {
       Leave(span);
       freed = true;
@@ -316,7 +318,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
       }
     } else {
       batch[count++] = span;
-      pages += span.count;
+      pages += span.pages;
     }
   }
   if (count == 0) {
@@ -327,7 +329,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
             [](const Moving& a, const Moving& b) { return a.page < b.page; });
   for (std::size_t first = 0; first < count;) {
     std::size_t last = first + 1;
-    while (last < count && batch[last - 1].page + batch[last - 1].count == batch[last].page) {
+    while (last < count && batch[last - 1].page + batch[last - 1].pages == batch[last].page) {
       ++last;
     }
     freed = WriteBatch(&batch[first], batch.data() + last) || freed;
@@ -339,12 +341,12 @@ Pager::Outcome Pager::EvictBatch() noexcept {
 bool Pager::IsUnchanged(Moving& span) noexcept {
   const PageEntry& entry = m_table[span.page];
   const bool hasCopy = (entry.flags & PageEntry::kHasCopy) != 0;
-  if (hasCopy && (entry.flags & PageEntry::kModified) == 0) {
+  if (hasCopy && !entry.Modified()) {
     span.hash = m_arena[span.frame].hash;
     return true;
   }
-  ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.count));
-  span.hash = Hash(span.frame, span.page, span.count);
+  ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.pages));
+  span.hash = Hash(span);
   return hasCopy && span.hash == m_arena[span.frame].hash;
 }
 
@@ -352,12 +354,12 @@ bool Pager::WriteBatch(Moving* first, Moving* last) noexcept {
   std::array<IoSlice, kMaxBatch> slices{};
   std::size_t count = 0;
   for (const Moving* span = first; span != last; ++span) {
-    slices[count++] = {m_arena.Address(span->frame), SpanBytes(span->count)};
+    slices[count++] = {m_arena.Address(span->frame), SpanBytes(span->pages)};
   }
   const bool written = m_store.Write(FileOffset(first->page), slices.data(), count);
   for (const Moving* span = first; span != last; ++span) {
     if (written) {
-      m_counts.writes += span->count;
+      m_counts.writes += span->pages;
       Leave(*span);
     } else {
       Stay(*span);
@@ -368,13 +370,14 @@ bool Pager::WriteBatch(Moving* first, Moving* last) noexcept {
 
 void Pager::Leave(const Moving& span) noexcept {
   PageEntry& entry = m_table[span.page];
+  entry.state |= PageEntry::kOut;
   entry.flags = PageEntry::kHasCopy;
-  if (entry.kind != PageEntry::kLarge) {
+  if (entry.Kind() != PageEntry::kLarge) {
     m_slabs.OnPageOut(span.frame);
   }
   entry.where = m_policy.NextEviction();
   entry.hash = span.hash;
-  m_counts.outs += span.count;
+  m_counts.outs += span.pages;
   m_arena.Release(span.frame);
 }
 
@@ -388,6 +391,7 @@ void Pager::Stay(const Moving& span) noexcept {
 void Pager::Discard(PageEntry& entry) noexcept {
   m_policy.Remove(entry.where);
   m_arena.Release(entry.where);
+  entry.state |= PageEntry::kOut;
   entry.flags = 0;
 }
 

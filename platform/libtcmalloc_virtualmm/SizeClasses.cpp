@@ -40,19 +40,20 @@ void SizeClasses::AddClass(std::uint32_t capacity, std::uint32_t pageSize) {
   const std::uint32_t grain = capacity <= kFineLimit ? 8 : 16;
   const std::uint32_t stride =
       capacity <= kFineLimit ? wanted : std::max(wanted, usable / slots / grain * grain);
-  if (!m_classes.empty() && m_classes.back().stride >= stride) {
+  if (m_count > 0 && m_classes[m_count - 1].stride >= stride) {
     return;  // the class before was widened past this one
   }
-  m_classes.push_back({UINT32_MAX / stride + 1, slots * stride, static_cast<std::uint16_t>(stride),
-                       static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
-                       static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)});
+  m_slotBytes[m_count] = slots * stride;
+  m_classes[m_count++] = {static_cast<std::uint16_t>(stride),
+                          static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
+                          static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)};
 }
 
 SizeClasses::SizeClasses(std::uint32_t pageSize) {
   // A span of the largest size holds three of the largest slab objects.
   const std::uint32_t largest =
       UsableBytes(kMaxSpanPages, pageSize) / 3 / 16 * 16 - kObjectHeaderBytes;
-  for (std::uint32_t capacity = 8; capacity <= kFineLimit; capacity += 8) {
+  for (std::uint32_t capacity = 16; capacity <= kFineLimit; capacity += 8) {
     AddClass(capacity, pageSize);
   }
   // Above, capacities lie 8 past a multiple of 16: strides are multiples of 16, and a power of two
@@ -61,20 +62,21 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
     base += std::max(std::bit_floor(base) / kClassesPerOctave, 16U);
     AddClass(std::min(base + 8, largest), pageSize);
   }
-  m_maxSlabBytes = m_classes.back().capacity;
+  m_maxSlabBytes = m_classes[m_count - 1].capacity;
 
+  const auto last = m_classes.begin() + m_count;
   const std::uint32_t rows = (m_maxSlabBytes + 7) / 8 + 1;
   m_classOf.resize(rows);
   m_classOfAligned.resize(rows);
   for (std::uint32_t row = 0; row < rows; ++row) {
     const auto fits = [&](const SizeClass& c) { return c.capacity >= row * 8; };
     const auto fitsAligned = [&](const SizeClass& c) { return fits(c) && c.stride % 16 == 0; };
-    const auto any = std::find_if(m_classes.begin(), m_classes.end(), fits);
-    const auto aligned = std::find_if(any, m_classes.end(), fitsAligned);
+    const auto any = std::find_if(m_classes.begin(), last, fits);
+    const auto aligned = std::find_if(any, last, fitsAligned);
     // What nearly fills a page is best off on a page of its own, without a header in it.
     const bool fillsPage = row * 8 > pageSize / 5 * 4 && row * 8 <= pageSize;
     m_classOf[row] = fillsPage ? kLarge : static_cast<std::uint8_t>(any - m_classes.begin());
-    m_classOfAligned[row] = fillsPage || aligned == m_classes.end()
+    m_classOfAligned[row] = fillsPage || aligned == last
                                 ? kLarge
                                 : static_cast<std::uint8_t>(aligned - m_classes.begin());
   }
