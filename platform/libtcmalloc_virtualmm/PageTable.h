@@ -41,6 +41,11 @@ struct PageEntry {
   /// Whether a span in memory may differ from its image in the paging file.
   bool Modified() const { return (live.touched & kModified) != 0; }
 
+  /// The epoch of the last counted touch of a span in memory, times 2.
+  std::uint16_t TouchedEpoch() const {
+    return static_cast<std::uint16_t>(live.touched & ~kModified);
+  }
+
   /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
   /// modified when it is pinned for writing.
   /// @param epoch  the current epoch, times 2

@@ -23,6 +23,9 @@ constexpr std::uint64_t kReadAheadShare = 16;
 // A batch of large spans ends after this many pages: beyond, one transfer is long enough.
 constexpr std::uint32_t kBatchPages = 64;
 
+// Victims to try before a disk that takes nothing is believed.
+constexpr std::uint32_t kWriteTries = 16;
+
 // Memory that runs of frames may waste in chunks before spans are moved together.
 constexpr std::uint64_t kSlackFrames = FrameArena::kChunkFrames;
 
@@ -51,8 +54,8 @@ Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable&
       m_policy(table, arena, options.budgetFrames),
       m_readAhead(Share(options.budgetFrames, kReadAheadShare, options.readAhead)),
       m_epochLength(std::max<std::uint64_t>(1, options.budgetFrames / kEpochShare)) {
-  m_options.batch = Share(options.budgetFrames, kBatchShare,
-                          std::min(options.batch, static_cast<std::uint32_t>(kMaxBatch)));
+  m_options.batch =
+      Share(options.budgetFrames, kBatchShare, std::min(options.batch, std::uint32_t{kMaxBatch}));
 }
 
 std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
@@ -223,9 +226,14 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
 }
 
 Pager::Outcome Pager::MakeRoom(std::uint64_t count) noexcept {
+  std::uint32_t failures = 0;
   while (m_arena.UsedFrames() + count > m_options.budgetFrames) {
     const Outcome outcome = EvictBatch();
-    if (outcome != Outcome::kFreed) {
+    if (outcome == Outcome::kNothingToFree) {
+      return outcome;
+    }
+    // Where one span cannot be written another may not need to be.
+    if (outcome == Outcome::kWriteFailed && ++failures == kWriteTries) {
       return outcome;
     }
   }
@@ -294,48 +302,48 @@ void Pager::HideObjects(std::uint32_t frame) noexcept {
 
 /// Makes at least one span leave:
 ///  1. Take the next victim. If the file already has what it holds, it leaves and that is all.
-///  2. Otherwise take further victims along: those that did not change leave as well, those that
-///     did make up a batch.
-///  3. Write the batch in the order of the file, neighbours in one transfer.
+///  2. Otherwise take the cold spans behind it in the file along, up to the first that is not
+///     resident, not cold, or did not change (that one just leaves).
+///  3. Write them in one transfer.
 ///  4. What was written leaves. What could not be written stays, modified and in its queue.
 Pager::Outcome Pager::EvictBatch() noexcept {
-  std::array<Moving, kMaxBatch> batch;
-  std::size_t count = 0;
-  std::uint32_t pages = 0;
-  bool freed = false;
-  // Steps 1 and 2.
-  while (count < m_options.batch && pages < kBatchPages) {
-    const std::uint32_t frame = m_policy.NextVictim();
-    if (frame == kNoFrame) {
-      break;
-    }
-    Moving span{frame, m_arena[frame].page, PagesAt(frame), 0};
-    if (IsUnchanged(span)) {
-      Leave(span);
-      freed = true;
-      if (count == 0) {
-        return Outcome::kFreed;
-      }
-    } else {
-      batch[count++] = span;
-      pages += span.pages;
-    }
-  }
-  if (count == 0) {
+  // Step 1.
+  const std::uint32_t victim = m_policy.NextVictim();
+  if (victim == kNoFrame) {
     return Outcome::kNothingToFree;
   }
-  // Steps 3 and 4.
-  std::sort(batch.begin(), batch.begin() + count,
-            [](const Moving& a, const Moving& b) { return a.page < b.page; });
-  for (std::size_t first = 0; first < count;) {
-    std::size_t last = first + 1;
-    while (last < count && batch[last - 1].page + batch[last - 1].pages == batch[last].page) {
-      ++last;
-    }
-    freed = WriteBatch(&batch[first], batch.data() + last) || freed;
-    first = last;
+  std::array<Moving, kMaxBatch> batch;
+  batch[0] = {victim, m_arena[victim].page, PagesAt(victim), 0};
+  if (IsUnchanged(batch[0])) {
+    Leave(batch[0]);
+    return Outcome::kFreed;
   }
-  return freed ? Outcome::kFreed : Outcome::kWriteFailed;
+  // Step 2.
+  std::size_t count = 1;
+  std::uint32_t pages = batch[0].pages;
+  bool freed = false;
+  while (count < m_options.batch && pages < kBatchPages && IsColdSpan(batch[0].page + pages)) {
+    const std::uint32_t page = batch[0].page + pages;
+    const std::uint32_t frame = m_table[page].where;
+    m_policy.Remove(frame);
+    batch[count] = {frame, page, PagesAt(frame), 0};
+    if (IsUnchanged(batch[count])) {
+      Leave(batch[count]);
+      freed = true;
+      break;
+    }
+    pages += batch[count++].pages;
+  }
+  // Steps 3 and 4.
+  return WriteBatch(batch.data(), count) || freed ? Outcome::kFreed : Outcome::kWriteFailed;
+}
+
+/// Whether a span that may leave now begins at `page`: in memory, unpinned, and not touched since
+/// an epoch or more.
+bool Pager::IsColdSpan(std::uint32_t page) noexcept {
+  const PageEntry* entry = m_table.Find(page);
+  return entry != nullptr && entry->Resident() && entry->live.pinned == 0 &&
+         entry->live.frequency == 0 && entry->TouchedEpoch() != m_epoch;
 }
 
 bool Pager::IsUnchanged(Moving& span) noexcept {
@@ -350,20 +358,17 @@ bool Pager::IsUnchanged(Moving& span) noexcept {
   return hasCopy && span.hash == m_arena[span.frame].hash;
 }
 
-bool Pager::WriteBatch(Moving* first, Moving* last) noexcept {
+bool Pager::WriteBatch(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, kMaxBatch> slices{};
-  std::size_t count = 0;
-  for (const Moving* span = first; span != last; ++span) {
-    slices[count++] = {m_arena.Address(span->frame), SpanBytes(span->pages)};
+  std::uint32_t pages = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
+    pages += spans[i].pages;
   }
-  const bool written = m_store.Write(FileOffset(first->page), slices.data(), count);
-  for (const Moving* span = first; span != last; ++span) {
-    if (written) {
-      m_counts.writes += span->pages;
-      Leave(*span);
-    } else {
-      Stay(*span);
-    }
+  const bool written = m_store.Write(FileOffset(spans[0].page), slices.data(), count);
+  m_counts.writes += written ? pages : 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    written ? Leave(spans[i]) : Stay(spans[i]);
   }
   return written;
 }

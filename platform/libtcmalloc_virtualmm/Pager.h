@@ -83,12 +83,13 @@ class Pager {
     std::uint32_t pages;
     std::uint64_t hash;  // of its image
   };
-  static constexpr std::size_t kMaxBatch = 16;
+  static constexpr std::uint32_t kMaxBatch = 16;
 
   std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
   Outcome MakeRoom(std::uint64_t count) noexcept;
   Outcome EvictBatch() noexcept;
-  bool WriteBatch(Moving* first, Moving* last) noexcept;
+  bool IsColdSpan(std::uint32_t page) noexcept;
+  bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;
   void Leave(const Moving& span) noexcept;
   void Stay(const Moving& span) noexcept;
