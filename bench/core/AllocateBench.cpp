@@ -93,6 +93,30 @@ void Fill(benchmark::State& state) {
   state.counters["bytes_per_byte"] = overhead;
 }
 
+/// One iteration frees all objects in random order; making them is not timed.
+template <typename Memory>
+void FreeRandom(benchmark::State& state) {
+  const auto sizes = Sizes(kObjects);
+  std::vector<typename Memory::Handle> objects(kObjects);
+  for (auto _ : state) {
+    state.PauseTiming();
+    {
+      Memory memory;
+      for (std::size_t i = 0; i < kObjects; ++i) {
+        objects[i] = memory.Make(sizes[i]);
+      }
+      std::shuffle(objects.begin(), objects.end(), std::mt19937(13));
+      state.ResumeTiming();
+      for (auto& object : objects) {
+        memory.End(object);
+      }
+      state.PauseTiming();
+    }
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kObjects));
+}
+
 /// One iteration ends a random object and makes another one in its place.
 template <typename Memory>
 void Churn(benchmark::State& state) {
@@ -127,6 +151,8 @@ void Churn(benchmark::State& state) {
 
 BENCHMARK(Fill<Malloc>)->Name("FillMalloc")->Unit(benchmark::kMillisecond);
 BENCHMARK(Fill<Store>)->Name("FillStore")->Unit(benchmark::kMillisecond);
+BENCHMARK(FreeRandom<Malloc>)->Name("FreeRandomMalloc")->Unit(benchmark::kMillisecond);
+BENCHMARK(FreeRandom<Store>)->Name("FreeRandomStore")->Unit(benchmark::kMillisecond);
 // A fixed number of steps, so that both have turned their objects over three times.
 BENCHMARK(Churn<Malloc>)->Name("ChurnMalloc")->Iterations(3 * kObjects);
 BENCHMARK(Churn<Store>)->Name("ChurnStore")->Iterations(3 * kObjects);

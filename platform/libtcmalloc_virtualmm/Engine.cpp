@@ -71,13 +71,14 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
 void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
                            std::uint64_t& offset) noexcept {
   SlabDirectory::ClassState& state = m_slabs[sizeClass];
-  if (state.openSlab == nullptr || state.openSlab->FreeSlots() == 0) {
+  if (state.openSlab == nullptr || state.openEntry->live.freeSlots == 0) {
     if (!OpenSlab(sizeClass)) {
       return nullptr;
     }
   }
   PageEntry& entry = *state.openEntry;
-  ObjectHeader* header = state.openSlab->Take(entry.generation, size, m_classes[sizeClass]);
+  ObjectHeader* header =
+      state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
   entry.Touch(m_pager.Epoch(), true);
   ++entry.live.pinned;
   ++state.liveObjects;
@@ -104,7 +105,7 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
       return false;
     }
     frame = m_table[page].where;
-    SlabPage::Format(m_arena.Address(frame), c);
+    SlabPage::Format(m_arena.Address(frame), c, m_table[page].live);
     ObjectGuard::HideSlab(m_arena.Address(frame), c);
     ++m_slabs[sizeClass].spans;
   }
@@ -246,7 +247,9 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     }
     slot = FindInMemory(offset);
   }
-  DeallocateSlot(handle, slot);
+  if (slot.entry != nullptr) {
+    DeallocateSlot(handle, slot);
+  }
 }
 
 void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
@@ -257,13 +260,13 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
   m_lastOffset = 0;
   SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
-  slab->GiveBack(slot.header);
+  SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
   entry.live.touched |= PageEntry::kModified;
   --m_currentObjects;
   --state.liveObjects;
   const bool open = state.openSlab == slab;
-  if (!open && slab->FreeSlots() == ClassOf(entry).slots) {
+  if (!open && entry.live.freeSlots == ClassOf(entry).slots) {
     m_slabs.OnRelease(entry.where);
     --state.spans;
     EndSpan(handle.page);

@@ -118,7 +118,7 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
     return {};
   }
   ObjectHeader* header = SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte);
-  if (header->tag != ObjectHandle::TagOf(offset)) [[unlikely]] {
+  if (ObjectGuard::Peek(header->tag) != ObjectHandle::TagOf(offset)) [[unlikely]] {
     return {};
   }
   return {&entry, header};

@@ -61,7 +61,7 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   m_freeCounts[chunk] = c.freeCount;
   m_usedFrames += count;
   c.frames[place] = Frame{};
-  c.frames[place].count = count;
+  c.frames[place].count = count & Frame::kMaxCount;
   const std::uint32_t frame = chunk * kChunkFrames + place;
   ObjectGuard::Show(Address(frame), static_cast<std::size_t>(count) << kFrameShift);
   return frame;
@@ -108,7 +108,8 @@ void FrameArena::Release(std::uint32_t frame) noexcept {
   const std::uint32_t chunk = frame / kChunkFrames;
   Chunk& c = *m_chunks[chunk];
   Frame& first = (*this)[frame];
-  const std::uint32_t count = std::exchange(first.count, 0);
+  const std::uint32_t count = first.count;
+  first.count = 0;
   m_usedFrames -= count;
   c.freeCount += count;
   if (!c.Shared()) {

@@ -12,19 +12,28 @@ constexpr std::uint32_t kNoFrame = ~0U;
 
 /// What only a span in memory needs. The first frame of a span's run describes it.
 struct Frame {
-  enum class Queue : std::uint8_t { kNone, kSmall, kMain };
+  enum class Queue : std::uint32_t { kNone, kSmall, kMain };
 
-  std::uint64_t hash;         ///< hash of the image in the paging file, if it has one
-  std::uint32_t page;         ///< first page of the span held
-  std::uint32_t count;        ///< frames of the run; 0 in a frame that starts no run
-  std::uint32_t older;        ///< next frame of its replacement queue, towards eviction
-  std::uint32_t newer;        ///< next frame of its replacement queue, away from eviction
-  std::uint32_t vacantOlder;  ///< neighbour in its class's list of slabs with free slots
-  std::uint32_t vacantNewer;  ///< neighbour in its class's list of slabs with free slots
-  std::uint32_t pins;         ///< pin count of a large object
-  Queue queue;                ///< the replacement queue it stands in
-  bool vacantListed;          ///< whether it stands in its class's list
+  static constexpr std::uint32_t kMaxCount = (1U << 29) - 1;
+
+  std::uint64_t hash;  ///< hash of the image in the paging file, if it has one
+  std::uint32_t page;  ///< first page of the span held
+
+  std::uint32_t count : 29;        ///< frames of the run; 0 in a frame that starts no run
+  Queue queue : 2;                 ///< the replacement queue it stands in
+  std::uint32_t vacantListed : 1;  ///< whether it stands in its class's list
+
+  std::uint32_t older;  ///< next frame of its replacement queue, towards eviction
+  std::uint32_t newer;  ///< next frame of its replacement queue, away from eviction
+
+  union {
+    std::uint32_t vacantOlder;  ///< slab: next in its class's list of slabs with free slots
+    std::uint32_t pins;         ///< large object: its pin count
+  };
+  std::uint32_t vacantNewer;  ///< slab: the one before in that list
 };
+
+static_assert(sizeof(Frame) == 32);
 
 /// The memory that spans live in: frames of 4 KiB, taken in runs from chunks of 512. The frame does
 /// not change with the page size, so an address is found with constant shifts.
@@ -69,7 +78,7 @@ class FrameArena {
   bool ReleaseEmptyChunk() noexcept;
 
   /// The chunk of shared use whose evacuation costs least: the one with the fewest frames in use,
-  /// all others' free frames taking them in; kNoFrame when there is none.
+  /// but not an empty or a full one; kNoFrame when there is none.
   /// @param isMovable  tells whether the run at a frame may be moved
   template <typename Predicate>
   std::uint32_t SparsestChunk(Predicate isMovable) const;
@@ -137,13 +146,12 @@ template <typename Predicate>
 std::uint32_t FrameArena::SparsestChunk(Predicate isMovable) const {
   std::uint32_t best = kNoFrame;
   std::uint32_t bestFree = 0;
-  const std::uint64_t allFree = m_mappedFrames - m_usedFrames;
   for (std::uint32_t chunk = 0; chunk < m_chunkEnd; ++chunk) {
     if (m_chunks[chunk] == nullptr || !m_chunks[chunk]->Shared()) {
       continue;
     }
     const std::uint32_t free = m_freeCounts[chunk];
-    if (free <= bestFree || free == kChunkFrames || allFree < kChunkFrames) {
+    if (free <= bestFree || free == kChunkFrames) {
       continue;
     }
     bool movable = true;

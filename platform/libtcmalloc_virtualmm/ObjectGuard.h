@@ -53,6 +53,15 @@ class ObjectGuard {
 #endif
   }
 
+  /// Reads what a handle takes for a header. Under a forged handle it may lie in a hidden object.
+#if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
+  [[gnu::noinline, gnu::no_sanitize("address")]]
+#endif
+  static std::uint32_t
+  Peek(const std::uint32_t& word) {
+    return word;
+  }
+
   /// Forbids access to every object of a slab, in use or not; headers stay open to the engine.
   static void HideSlab([[maybe_unused]] const char* frame,
                        [[maybe_unused]] const SizeClass& sizeClass) {

@@ -20,14 +20,18 @@ struct PageEntry {
   static constexpr std::uint8_t kNotify = 2;   ///< flag: the pager waits for its last unpin
   static constexpr std::uint8_t kVacant = 4;   ///< flag: it left memory with a quarter free
 
-  /// What a span in memory needs on every pin.
+  static constexpr std::uint8_t kFrequency = 0x30;      ///< in `flags`: touches counted, 0 to 3
+  static constexpr std::uint8_t kFrequencyStep = 0x10;  ///< one of them
+  static constexpr std::uint16_t kModified = 1;         ///< in `touched`: may differ from its image
+
+  /// What a span in memory needs when its objects are pinned, made and freed: together in the
+  /// entry, because first lines of pages are never in the first cache level.
   struct Live {
-    std::uint16_t pinned;    ///< objects of the span with a pin count above zero
-    std::uint16_t touched;   ///< epoch of the last counted touch, times 2; 1 more when modified
-    std::uint8_t frequency;  ///< touches counted, one an epoch at the most, up to kMaxFrequency
+    std::uint16_t pinned;     ///< objects of the span with a pin count above zero
+    std::uint16_t touched;    ///< epoch of the last counted touch, times 2; 1 more when modified
+    std::uint16_t firstFree;  ///< slab: byte of the first free object; 0 when there is none
+    std::uint16_t freeSlots;  ///< slab: free slots
   };
-  static constexpr std::uint8_t kMaxFrequency = 3;
-  static constexpr std::uint16_t kModified = 1;  ///< in `touched`: may differ from the file's image
 
   std::uint32_t where;       ///< bytes 0..3   frame when resident, else eviction sequence number
   std::uint16_t generation;  ///< bytes 4..5   generation of the next object made in the page
@@ -40,6 +44,12 @@ struct PageEntry {
 
   /// Whether a span in memory may differ from its image in the paging file.
   bool Modified() const { return (live.touched & kModified) != 0; }
+
+  /// Touches counted of a span in memory, one an epoch at the most, up to 3.
+  std::uint32_t Frequency() const { return (flags & kFrequency) / kFrequencyStep; }
+  void SetFrequency(std::uint32_t frequency) {
+    flags = static_cast<std::uint8_t>((flags & ~kFrequency) | frequency * kFrequencyStep);
+  }
 
   /// The epoch of the last counted touch of a span in memory, times 2.
   std::uint16_t TouchedEpoch() const {
@@ -63,8 +73,8 @@ struct PageEntry {
 
  private:
   void TouchFirst(std::uint16_t epoch, bool forWriting) {
-    if ((live.touched | kModified) != (epoch | kModified) && live.frequency < kMaxFrequency) {
-      ++live.frequency;
+    if (TouchedEpoch() != epoch && (flags & kFrequency) != kFrequency) {
+      flags += kFrequencyStep;
     }
     live.touched = static_cast<std::uint16_t>(epoch | (live.touched & kModified) |
                                               (forWriting ? kModified : 0));

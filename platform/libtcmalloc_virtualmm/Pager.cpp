@@ -29,8 +29,9 @@ constexpr std::uint32_t kWriteTries = 16;
 // Memory that runs of frames may waste in chunks before spans are moved together.
 constexpr std::uint64_t kSlackFrames = FrameArena::kChunkFrames;
 
-// After a compaction in vain so many wishes for one are passed over.
-constexpr std::uint32_t kCompactPause = 256;
+// After a compaction in vain, because of pins everywhere or a failing disk, so many wishes for one
+// are passed over.
+constexpr std::uint32_t kCompactPause = 64;
 
 // What fills the old place of a span that was moved to catch kept addresses.
 constexpr int kMovedFill = 0xDD;
@@ -192,7 +193,7 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
   if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
     entry.flags |= PageEntry::kNotify;
   }
-  entry.live = {0, m_epoch, 0};
+  entry.live = {0, m_epoch, 0, 0};
   m_arena[frame].page = page;
   m_policy.Insert(frame, evictedAt);
 }
@@ -245,6 +246,8 @@ bool Pager::GiveChunkBack() noexcept {
   return m_arena.ReleaseEmptyChunk() || CompactOneChunk();
 }
 
+/// Empties the chunk with the fewest frames in use: spans move where there is room, and leave where
+/// there is none. @return whether it is empty now
 bool Pager::CompactOneChunk() noexcept {
   if (m_compactPause > 0) {
     --m_compactPause;
@@ -254,21 +257,29 @@ bool Pager::CompactOneChunk() noexcept {
     return m_table[m_arena[frame].page].live.pinned == 0 &&
            m_arena[frame].queue != Frame::Queue::kNone;
   });
-  if (chunk == kNoFrame) {
-    m_compactPause = kCompactPause;
-    return false;
+  bool emptied = chunk != kNoFrame;
+  if (emptied) {
+    m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
+      const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
+      if (to != kNoFrame) {
+        MoveSpan(frame, to);
+      } else {
+        emptied = EvictOne(frame) && emptied;
+      }
+    });
   }
-  bool emptied = true;
-  m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
-    const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
-    if (to == kNoFrame) {
-      emptied = false;
-    } else {
-      MoveSpan(frame, to);
-    }
-  });
   m_compactPause = emptied ? 0 : kCompactPause;
   return emptied;
+}
+
+bool Pager::EvictOne(std::uint32_t frame) noexcept {
+  m_policy.Remove(frame);
+  Moving span{frame, m_arena[frame].page, PagesAt(frame), 0};
+  if (!IsUnchanged(span)) {
+    return WriteBatch(&span, 1);
+  }
+  Leave(span);
+  return true;
 }
 
 void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
@@ -343,7 +354,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
 bool Pager::IsColdSpan(std::uint32_t page) noexcept {
   const PageEntry* entry = m_table.Find(page);
   return entry != nullptr && entry->Resident() && entry->live.pinned == 0 &&
-         entry->live.frequency == 0 && entry->TouchedEpoch() != m_epoch;
+         entry->Frequency() == 0 && entry->TouchedEpoch() != m_epoch;
 }
 
 bool Pager::IsUnchanged(Moving& span) noexcept {
@@ -354,6 +365,9 @@ bool Pager::IsUnchanged(Moving& span) noexcept {
     return true;
   }
   ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.pages));
+  if (entry.Kind() != PageEntry::kLarge) {
+    SlabPage::At(m_arena.Address(span.frame))->Save(entry.live);
+  }
   span.hash = Hash(span);
   return hasCopy && span.hash == m_arena[span.frame].hash;
 }

@@ -88,6 +88,7 @@ class Pager {
   std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
   Outcome MakeRoom(std::uint64_t count) noexcept;
   Outcome EvictBatch() noexcept;
+  bool EvictOne(std::uint32_t frame) noexcept;
   bool IsColdSpan(std::uint32_t page) noexcept;
   bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;

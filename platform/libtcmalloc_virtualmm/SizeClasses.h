@@ -20,10 +20,10 @@ struct SizeClass {
 
 /// The table of size classes for one page size.
 ///
-/// Capacities go up in steps of 8 bytes to 128, then by an eighth of an octave, each widened to
-/// use its span up. A class takes the smallest span (1, 2 or 4 pages) of which at most an
-/// eighth stays unused, so that small objects cost small page faults. Objects above the largest
-/// class get pages of their own, and so do those that fill more than four fifths of one page.
+/// The classes are the ways to cut a span up without a rest: first one page into ever fewer slots
+/// down to eight, then two pages, then four down to three, so that small objects cost small page
+/// faults. Small strides are 8 bytes apart. Objects above the largest class get pages of their own,
+/// and so do those that fill more than four fifths of one page.
 class SizeClasses {
  public:
   static constexpr std::uint8_t kLarge = 0x7D;  ///< no class: the object gets a span of its own
@@ -53,7 +53,7 @@ class SizeClasses {
   }
 
  private:
-  void AddClass(std::uint32_t capacity, std::uint32_t pageSize);
+  void AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages);
 
   std::array<std::uint32_t, 256> m_slotBytes{};  // by state: bytes of slots; 0 where there are none
   std::array<SizeClass, 128> m_classes{};        // by capacity, ascending

@@ -33,8 +33,10 @@ void SlabDirectory::OnSlotFreed(std::uint32_t frame) {
 }
 
 void SlabDirectory::OnPageIn(std::uint32_t frame) {
-  EntryAt(frame).flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
-  if (SlabAt(frame)->FreeSlots() > 0) {
+  PageEntry& entry = EntryAt(frame);
+  entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
+  SlabAt(frame)->Load(entry.live);
+  if (entry.live.freeSlots > 0) {
     Link(frame);
   }
 }
@@ -42,7 +44,7 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
   OnRelease(frame);
   PageEntry& entry = EntryAt(frame);
-  if (SlabAt(frame)->FreeSlots() * 4 >= m_classes[entry.Kind()].slots) {
+  if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
     entry.flags |= PageEntry::kVacant;
     NoteOut(entry.Kind(), m_arena[frame].page);
   }
@@ -62,7 +64,7 @@ void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
     }
     (frame.vacantNewer == kNoFrame ? state.newestVacant : m_arena[frame.vacantNewer].vacantOlder) =
         to;
-    m_arena[from].vacantListed = false;
+    m_arena[from].vacantListed = 0;
   } else if (state.openSlab == SlabAt(from)) {
     state.openSlab = SlabAt(to);
   }
@@ -71,7 +73,7 @@ void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
 void SlabDirectory::Link(std::uint32_t frame) {
   Frame& f = m_arena[frame];
   ClassState& state = m_states[EntryAt(frame).Kind()];
-  f.vacantListed = true;
+  f.vacantListed = 1;
   f.vacantOlder = state.newestVacant;
   f.vacantNewer = kNoFrame;
   if (state.newestVacant != kNoFrame) {
@@ -90,7 +92,7 @@ void SlabDirectory::Unlink(std::uint32_t frame) {
   }
   (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).Kind()].newestVacant
                              : m_arena[f.vacantNewer].vacantOlder) = f.vacantOlder;
-  f.vacantListed = false;
+  f.vacantListed = 0;
 }
 
 void SlabDirectory::CloseIfOpen(std::uint32_t page) {

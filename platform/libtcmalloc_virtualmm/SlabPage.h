@@ -8,6 +8,7 @@
 
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
+#include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 
 namespace tcmalloc {
@@ -29,25 +30,27 @@ struct ObjectHeader {
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
 
-/// The image of one slab span, as it stands in memory and, with every pin count 0, in the file:
+/// One slab span, as it stands in memory and, with every pin count 0, in the file:
 ///
 ///     byte 0        8                16                 16 + stride
-///     [SlabHeader  ][ObjectHeader    ][object ......     ][object ...
+///     [SlabPage    ][ObjectHeader    ][object ......     ][object ...
 ///                    slot 0 - stride bytes --------------> slot 1
 ///
-/// Free slots are chained through their headers. All that is needed to allocate and free stands
-/// in the span itself, so a span that is out costs no memory but its page table entry.
+/// Free slots are chained through their headers. While the span is in memory the chain's beginning
+/// stands in its page table entry; when it leaves, it is saved in the span itself. So a span that
+/// is out costs no memory but its entry.
 ///
 /// What an object is smaller than its slot's capacity, its slack, is told by the low three bits of
 /// its byte up to 6; 7 says that the last two bytes of the slot hold it.
 class SlabPage {
  public:
   /// Lays out an empty slab in the span at `frame`.
-  static void Format(char* frame, const SizeClass& sizeClass) {
+  static void Format(char* frame, const SizeClass& sizeClass, PageEntry::Live& live) {
     auto* slab = new (frame) SlabPage;
-    slab->m_firstFree = kFirstObjectByte;
-    slab->m_freeSlots = sizeClass.slots;
     slab->m_reserved = 0;
+    live.firstFree = kFirstObjectByte;
+    live.freeSlots = sizeClass.slots;
+    slab->Save(live);
     std::uint32_t byte = kFirstObjectByte;
     for (std::uint32_t slot = 1; slot <= sizeClass.slots; ++slot, byte += sizeClass.stride) {
       slab->HeaderAt(byte)->pins = kFreePins;
@@ -62,15 +65,14 @@ class SlabPage {
     return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(this) + (byte & ~7U)) - 1;
   }
 
-  std::uint32_t FreeSlots() const { return m_freeSlots; }
-
   /// Takes a free slot (there must be one) for an object of `size` bytes, pinned once.
   /// @return its header
-  ObjectHeader* Take(std::uint16_t generation, std::uint32_t size, const SizeClass& sizeClass) {
-    const std::uint32_t byte = m_firstFree;
+  ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
+                     const SizeClass& sizeClass) {
+    const std::uint32_t byte = live.firstFree;
     ObjectHeader* header = HeaderAt(byte);
-    m_firstFree = ObjectHandle::ByteOf(header->tag);
-    --m_freeSlots;
+    live.firstFree = ObjectHandle::ByteOf(header->tag);
+    --live.freeSlots;
     const std::uint32_t slack = sizeClass.capacity - size;
     header->pins = 1;
     header->tag = (byte + std::min(slack, kSlackInSlot)) << 16 | generation;
@@ -84,13 +86,23 @@ class SlabPage {
     return header;
   }
 
-  /// Gives the slot of an object back.
-  void GiveBack(ObjectHeader* header) {
-    const std::uint16_t byte = ObjectHandle::ByteOf(header->tag) & 0xFFF8;
+  /// Gives the slot of the object at `byte` back. The byte is the handle's, not read from the
+  /// header: what follows need not wait for the object's cache line.
+  static void GiveBack(PageEntry::Live& live, ObjectHeader* header, std::uint16_t byte) {
     header->pins = kFreePins;
-    header->tag = FreeTag(m_firstFree);
-    m_firstFree = byte;
-    ++m_freeSlots;
+    header->tag = FreeTag(live.firstFree);
+    live.firstFree = byte & 0xFFF8;
+    ++live.freeSlots;
+  }
+
+  /// Notes in the span where its free slots begin, and reads it back.
+  void Save(const PageEntry::Live& live) {
+    m_firstFree = live.firstFree;
+    m_freeSlots = live.freeSlots;
+  }
+  void Load(PageEntry::Live& live) const {
+    live.firstFree = m_firstFree;
+    live.freeSlots = m_freeSlots;
   }
 
   /// The size in bytes of the object behind `header`.
@@ -116,8 +128,8 @@ class SlabPage {
     return reinterpret_cast<char*>(header + 1) + sizeClass.capacity - sizeof(std::uint16_t);
   }
 
-  std::uint16_t m_firstFree;  // bytes 0..1  byte of the first free object; 0 when the slab is full
-  std::uint16_t m_freeSlots;  // bytes 2..3
+  std::uint16_t m_firstFree;  // bytes 0..1  see PageEntry::Live
+  std::uint16_t m_freeSlots;  // bytes 2..3  see PageEntry::Live
   std::uint32_t m_reserved;   // bytes 4..7  zero
 };
 
