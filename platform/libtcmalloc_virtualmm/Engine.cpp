@@ -15,6 +15,9 @@ constexpr std::uint32_t kLargePage = 16384;
 // address space together with everything else.
 constexpr std::uint64_t kLargePageBudget = 64U << 20;
 
+// From this budget on memory comes in huge pages: what a chunk takes too much is little beside it.
+constexpr std::uint64_t kHugePageBudget = 64U << 20;
+
 std::uint32_t ChoosePageSize(const EngineOptions& options) {
   if (options.pageSize != 0) {
     return options.pageSize;
@@ -26,7 +29,7 @@ PagerOptions MakePagerOptions(const EngineOptions& options, std::uint32_t pageSh
   PagerOptions pager;
   pager.pageShift = pageShift;
   pager.budgetFrames = std::max<std::uint64_t>(
-      {options.budgetBytes >> pageShift, options.minimumFrames, std::uint64_t{1}});
+      {options.budgetBytes >> FrameArena::kFrameShift, options.minimumFrames, std::uint64_t{1}});
   pager.batch = options.batch;
   pager.readAhead = options.readAhead;
   pager.moveOnUnpin = options.moveOnUnpin;
@@ -38,15 +41,15 @@ PagerOptions MakePagerOptions(const EngineOptions& options, std::uint32_t pageSh
 Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file)
     : m_pageShift(static_cast<std::uint32_t>(std::countr_zero(ChoosePageSize(options)))),
       m_classes(ChoosePageSize(options)),
-      m_arena(m_pageShift),
+      m_arena(options.budgetBytes >= kHugePageBudget),
       m_slabs(m_classes, m_table, m_arena),
       m_store(std::move(file), m_error),
       m_pager(MakePagerOptions(options, m_pageShift), m_classes, m_table, m_arena, m_slabs, m_store,
               m_error) {}
 
 void* Engine::Fail(std::uint64_t askedBytes) noexcept {
-  m_error.Complete(askedBytes, m_arena.UsedFrames() << m_pageShift,
-                   m_pager.BudgetFrames() << m_pageShift);
+  m_error.Complete(askedBytes, m_arena.UsedFrames() << FrameArena::kFrameShift,
+                   m_pager.BudgetFrames() << FrameArena::kFrameShift);
   return nullptr;
 }
 
@@ -60,7 +63,6 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
   if (address == nullptr) {
     return Fail(size);
   }
-  ++m_pinnedObjects;
   ++m_allObjects;
   m_maxObjects = std::max(m_maxObjects, ++m_currentObjects);
   return address;
@@ -69,20 +71,19 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
 void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
                            std::uint64_t& offset) noexcept {
   SlabDirectory::ClassState& state = m_slabs[sizeClass];
-  if (state.openSlab == nullptr || state.openSlab->FreeSlots() == 0) {
+  if (state.openSlab == nullptr || state.openEntry->live.freeSlots == 0) {
     if (!OpenSlab(sizeClass)) {
       return nullptr;
     }
   }
   PageEntry& entry = *state.openEntry;
-  const auto slack = static_cast<std::uint16_t>(m_classes[sizeClass].capacity - size);
-  const std::uint16_t byte = state.openSlab->Take(entry.generation, slack);
-  Touch(entry);
-  entry.flags |= PageEntry::kModified;
+  ObjectHeader* header =
+      state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
+  entry.Touch(m_pager.Epoch(), true);
   ++entry.live.pinned;
   ++state.liveObjects;
-  offset = ObjectHandle{state.openPage, byte, entry.generation}.Encode();
-  ObjectHeader* header = state.openSlab->HeaderAt(byte);
+  offset =
+      ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   ObjectGuard::Show(header + 1, size);
   return header + 1;
 }
@@ -104,7 +105,7 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
       return false;
     }
     frame = m_table[page].where;
-    SlabPage::Format(m_arena.Address(frame), c);
+    SlabPage::Format(m_arena.Address(frame), c, m_table[page].live);
     ObjectGuard::HideSlab(m_arena.Address(frame), c);
     ++m_slabs[sizeClass].spans;
   }
@@ -163,7 +164,7 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
 
 PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
   PageEntry* entry = m_table.Find(handle.page);
-  const bool fits = entry != nullptr && entry->kind == PageEntry::kLarge &&
+  const bool fits = entry != nullptr && entry->Kind() == PageEntry::kLarge &&
                     handle.byte == kLargeByte && handle.generation == entry->generation;
   return fits ? entry : nullptr;
 }
@@ -175,28 +176,26 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       return Fail(m_table.LargeBytes(handle.page));
     }
     Frame& frame = m_arena[entry->where];
-    if (frame.pins == UINT32_MAX) {
+    if (frame.pins == kMaxPins) {
       return nullptr;
     }
-    Touch(*entry);
-    entry->flags |= forWriting ? PageEntry::kModified : std::uint8_t{0};
+    entry->Touch(m_pager.Epoch(), forWriting);
     char* address = m_arena.Address(entry->where);
     if (frame.pins++ == 0) {
       entry->live.pinned = 1;
-      ++m_pinnedObjects;
       ObjectGuard::Show(address, m_table.LargeBytes(handle.page));
     }
     return address;
   }
   PageEntry* entry = m_table.Find(handle.page);
-  const bool isOut = entry != nullptr && entry->kind < PageEntry::kLarge && !entry->Resident() &&
-                     handle.generation != kFreeGeneration && ClassOf(*entry).IsSlot(handle.byte);
+  const bool isOut = entry != nullptr && entry->Kind() < PageEntry::kLarge && !entry->Resident() &&
+                     handle.generation != kFreeGeneration;
   if (isOut) {
     if (!m_pager.PageIn(handle.page)) {
       return Fail(ClassOf(*entry).capacity);
     }
-    if (const Slot slot = FindInMemory(handle); slot.entry != nullptr) {
-      return PinSlot(slot, forWriting);
+    if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+      return PinSlot(slot, offset, forWriting);
     }
   }
   ++m_staleHandles;
@@ -212,28 +211,23 @@ void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
   }
   if (--m_arena[entry->where].pins == 0) {
     entry->live.pinned = 0;
-    --m_pinnedObjects;
     ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
     if ((entry->flags & PageEntry::kNotify) != 0) {
-      LastUnpin(handle);
+      m_pager.OnLastUnpin(handle.page);
     }
   }
-}
-
-void Engine::LastUnpin(ObjectHandle handle) noexcept {
-  m_pager.OnLastUnpin(handle.page);
 }
 
 void Engine::Dirty(std::uint64_t offset) noexcept {
   // What is out cannot have been modified, so only what is in memory needs the mark.
   const ObjectHandle handle = ObjectHandle::Decode(offset);
-  PageEntry* entry = FindInMemory(handle).entry;
+  PageEntry* entry = FindInMemory(offset).entry;
   entry = entry != nullptr ? entry : FindLarge(handle);
   if (entry == nullptr) {
     const PageEntry* page = m_table.Find(handle.page);
     m_staleHandles += page == nullptr || page->Resident() ? 1 : 0;
   } else if (entry->Resident()) {
-    entry->flags |= PageEntry::kModified;
+    entry->live.touched |= PageEntry::kModified;
   }
 }
 
@@ -245,34 +239,34 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     DeallocateLarge(handle, *entry);
     return;
   }
-  Slot slot = handle.generation == kFreeGeneration ? Slot{} : FindInMemory(handle);
+  Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr) {
     // Its slab may be out. A pin brings it in and proves that the handle names an object.
     if (GetAddressElsewhere(offset, true) == nullptr) {
       return;
     }
-    slot = FindInMemory(handle);
+    slot = FindInMemory(offset);
   }
-  DeallocateSlot(handle, slot);
+  if (slot.entry != nullptr) {
+    DeallocateSlot(handle, slot);
+  }
 }
 
 void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
   PageEntry& entry = *slot.entry;
-  SlabDirectory::ClassState& state = m_slabs[entry.kind];
+  SlabDirectory::ClassState& state = m_slabs[entry.Kind()];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
-  const bool wasPinned = slot.header->pins > 0;
-  if (wasPinned) {
-    --m_pinnedObjects;
-    --entry.live.pinned;
-  }
+  const bool wasPinned = slot.header->IsPinned();
+  entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
+  m_lastOffset = 0;
   SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
-  slab->GiveBack(handle.byte);
+  SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
-  entry.flags |= PageEntry::kModified;
+  entry.live.touched |= PageEntry::kModified;
   --m_currentObjects;
   --state.liveObjects;
   const bool open = state.openSlab == slab;
-  if (!open && slab->FreeSlots() == ClassOf(entry).slots) {
+  if (!open && entry.live.freeSlots == ClassOf(entry).slots) {
     m_slabs.OnRelease(entry.where);
     --state.spans;
     EndSpan(handle.page);
@@ -282,14 +276,11 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
     m_slabs.OnSlotFreed(entry.where);
   }
   if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-    LastUnpin(handle);
+    m_pager.OnLastUnpin(handle.page);
   }
 }
 
 void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
-  if (entry.Resident() && m_arena[entry.where].pins > 0) {
-    --m_pinnedObjects;
-  }
   --m_currentObjects;
   --m_largeObjects;
   m_largePages -= m_pager.SpanPages(handle.page);

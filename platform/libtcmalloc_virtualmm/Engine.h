@@ -60,17 +60,18 @@ class Engine {
     ObjectHeader* header;  // right before the object
   };
 
-  Slot FindInMemory(ObjectHandle handle) noexcept;
+  Slot FindInMemory(std::uint64_t offset) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
-  void* PinSlot(Slot slot, bool forWriting) noexcept;
-  void Touch(PageEntry& entry) noexcept;
-  const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.kind]; }
+  void* PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept;
+  void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
+  void ShowObject(Slot slot) noexcept;
+  const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
   // The second stages of the operations, kept out of the way of the first: large objects, spans
   // that are out, and handles that name nothing.
-  void* GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept;
-  void DismissElsewhere(std::uint64_t offset) noexcept;
-  void LastUnpin(ObjectHandle handle) noexcept;
+  [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
+                                                         bool forWriting) noexcept;
+  [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
 
   void* AllocateSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
@@ -81,7 +82,11 @@ class Engine {
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
 
-  std::uint64_t m_pinnedObjects = 0;   // objects with a pin count above zero
+  // The object pinned last, for as long as it is pinned and not freed: most are dismissed next, and
+  // need not be found again then. Without one the offset is 0.
+  std::uint64_t m_lastOffset = 0;
+  Slot m_last{};
+
   std::uint64_t m_currentObjects = 0;  // objects allocated
   std::uint64_t m_maxObjects = 0;      // most objects at one time
   std::uint64_t m_allObjects = 0;      // objects allocated in all
@@ -103,66 +108,70 @@ class Engine {
 // Pin and unpin of an object in memory touch its page table entry and the line of its header, and
 // nothing else that is not always in the first cache level.
 
-inline Engine::Slot Engine::FindInMemory(ObjectHandle handle) noexcept {
-  PageEntry* entry = m_table.Find(handle.page);
-  if (entry == nullptr || !entry->Resident() || entry->kind >= PageEntry::kLarge) [[unlikely]] {
+inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page)) [[unlikely]] {
     return {};
   }
-  if (!ClassOf(*entry).IsSlot(handle.byte)) [[unlikely]] {
+  PageEntry& entry = m_table[handle.page];
+  if (!m_classes.IsInSlots(entry.state, handle.byte)) [[unlikely]] {
     return {};
   }
-  char* object = m_arena.Address(entry->where) + handle.byte;
-  auto* header = reinterpret_cast<ObjectHeader*>(object) - 1;
-  if (header->generation != handle.generation) [[unlikely]] {
+  ObjectHeader* header = SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte);
+  if (ObjectGuard::Peek(header->tag) != ObjectHandle::TagOf(offset)) [[unlikely]] {
     return {};
   }
-  return {entry, header};
+  return {&entry, header};
 }
 
-inline void Engine::Touch(PageEntry& entry) noexcept {
-  if (entry.live.epoch != m_pager.Epoch()) {
-    entry.live.epoch = m_pager.Epoch();
-    if (entry.live.frequency < PageEntry::kMaxFrequency) {
-      ++entry.live.frequency;
-    }
-  }
-}
-
-inline void* Engine::PinSlot(Slot slot, bool forWriting) noexcept {
-  Touch(*slot.entry);
-  slot.entry->flags |= forWriting ? PageEntry::kModified : std::uint8_t{0};
-  if (slot.header->pins++ == 0) {
+inline void* Engine::PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept {
+  slot.entry->Touch(m_pager.Epoch(), forWriting);
+  if (slot.header->pins == 0) {
     ++slot.entry->live.pinned;
-    ++m_pinnedObjects;
-    ObjectGuard::Show(slot.header + 1, ClassOf(*slot.entry).capacity - slot.header->slack);
+    ShowObject(slot);
+  } else if (!slot.header->IsPinned() || slot.header->pins == kMaxPins) [[unlikely]] {
+    return nullptr;  // the count is full
   }
+  ++slot.header->pins;
+  m_lastOffset = offset;
+  m_last = slot;
   return slot.header + 1;
 }
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
-  const ObjectHandle handle = ObjectHandle::Decode(offset);
-  const Slot slot = FindInMemory(handle);
-  // Off the fast path: a forged handle that fits a free slot, and a pin count about to wrap around.
-  if (slot.entry == nullptr || handle.generation == kFreeGeneration ||
-      slot.header->pins == UINT32_MAX) [[unlikely]] {
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr) [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
-  return PinSlot(slot, forWriting);
+  return PinSlot(slot, offset, forWriting);
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
-  const ObjectHandle handle = ObjectHandle::Decode(offset);
-  const Slot slot = FindInMemory(handle);
-  if (slot.entry == nullptr || slot.header->pins == 0) [[unlikely]] {
+  if (offset == m_lastOffset && offset != 0) {
+    UnpinSlot(m_last, offset);
+    return;
+  }
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !slot.header->IsPinned()) [[unlikely]] {
     DismissElsewhere(offset);
     return;
   }
+  UnpinSlot(slot, offset);
+}
+
+inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {
+  if constexpr (ObjectGuard::kActive) {
+    ObjectGuard::Show(slot.header + 1, SlabPage::SizeOf(slot.header, ClassOf(*slot.entry)));
+  }
+}
+
+inline void Engine::UnpinSlot(Slot slot, std::uint64_t offset) noexcept {
   if (--slot.header->pins == 0) {
-    --m_pinnedObjects;
+    m_lastOffset = 0;
     ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
     if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0)
         [[unlikely]] {
-      LastUnpin(handle);
+      m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
     }
   }
 }

@@ -21,8 +21,8 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
   const PagerCounts& counts = m_pager.Counts();
   VirtualMemoryStats record{};
   record.pageSize = 1U << m_pageShift;
-  record.budgetBytes = m_pager.BudgetFrames() << m_pageShift;
-  record.residentBytes = m_arena.UsedFrames() << m_pageShift;
+  record.budgetBytes = m_pager.BudgetFrames() << FrameArena::kFrameShift;
+  record.residentBytes = m_arena.UsedFrames() << FrameArena::kFrameShift;
   record.currentObjects = m_currentObjects;
   record.maxObjects = m_maxObjects;
   record.cumulativeObjects = m_allObjects;
@@ -62,39 +62,44 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
 std::uint32_t Engine::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
                                                std::uint32_t capacity,
                                                std::uint32_t* written) noexcept {
+  // Nothing is counted while objects are pinned and unpinned: a running total would make every pin
+  // wait for the one before it.
+  std::uint64_t pinned = 0;
   std::uint32_t count = 0;
   const auto add = [&](ObjectHandle handle, std::uint32_t size, std::uint32_t pins) {
     if (count < capacity) {
       list[count++] = {handle.Encode(), size, pins};
     }
   };
-  if (list != nullptr && capacity > 0) {
-    m_arena.ForEachRun([&](std::uint32_t frame) {
-      const std::uint32_t page = m_arena[frame].page;
-      const PageEntry& entry = m_table[page];
-      if (entry.live.pinned == 0) {
-        return;
-      }
-      if (entry.kind == PageEntry::kLarge) {
-        add({page, kLargeByte, entry.generation}, m_table.LargeBytes(page), m_arena[frame].pins);
-        return;
-      }
-      const SizeClass& c = ClassOf(entry);
-      SlabPage* slab = SlabPage::At(m_arena.Address(frame));
-      for (std::uint32_t slot = 0; slot < c.slots; ++slot) {
-        const std::uint32_t byte = kFirstObjectByte + slot * c.stride;
-        const ObjectHeader* header = slab->HeaderAt(byte);
-        if (header->pins > 0) {
-          add({page, static_cast<std::uint16_t>(byte), header->generation},
-              c.capacity - std::uint32_t{header->slack}, header->pins);
-        }
-      }
-    });
+  if (list == nullptr) {
+    capacity = 0;
   }
+  m_arena.ForEachRun([&](std::uint32_t frame) {
+    const std::uint32_t page = m_arena[frame].page;
+    const PageEntry& entry = m_table[page];
+    pinned += entry.live.pinned;
+    if (entry.live.pinned == 0 || count == capacity) {
+      return;
+    }
+    if (entry.Kind() == PageEntry::kLarge) {
+      add({page, kLargeByte, entry.generation}, m_table.LargeBytes(page), m_arena[frame].pins);
+      return;
+    }
+    const SizeClass& c = ClassOf(entry);
+    SlabPage* slab = SlabPage::At(m_arena.Address(frame));
+    for (std::uint32_t slot = 0; slot < c.slots; ++slot) {
+      const std::uint32_t byte = kFirstObjectByte + slot * c.stride;
+      ObjectHeader* header = slab->HeaderAt(byte);
+      if (header->IsPinned()) {
+        add({page, ObjectHandle::ByteOf(header->tag), ObjectHandle::GenerationOf(header->tag)},
+            SlabPage::SizeOf(header, c), header->pins);
+      }
+    }
+  });
   if (written != nullptr) {
     *written = count;
   }
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(m_pinnedObjects, UINT32_MAX));
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(pinned, UINT32_MAX));
 }
 
 }  // namespace tcmalloc

@@ -61,9 +61,9 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   m_freeCounts[chunk] = c.freeCount;
   m_usedFrames += count;
   c.frames[place] = Frame{};
-  c.frames[place].count = count;
+  c.frames[place].count = count & Frame::kMaxCount;
   const std::uint32_t frame = chunk * kChunkFrames + place;
-  ObjectGuard::Show(Address(frame), static_cast<std::size_t>(count) << m_pageShift);
+  ObjectGuard::Show(Address(frame), static_cast<std::size_t>(count) << kFrameShift);
   return frame;
 }
 
@@ -77,7 +77,7 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   }
   const bool shared = count <= kChunkFrames;
   const std::uint32_t frameCount = shared ? kChunkFrames : count;
-  if (frameCount > std::numeric_limits<std::size_t>::max() >> m_pageShift) {
+  if (std::uint64_t{frameCount} << kFrameShift > std::numeric_limits<std::size_t>::max()) {
     return kNoFrame;
   }
   std::unique_ptr<Chunk> made(new (std::nothrow) Chunk);
@@ -88,7 +88,7 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   if (made->frames == nullptr) {
     return kNoFrame;
   }
-  made->base = MapPageMemory(static_cast<std::size_t>(frameCount) << m_pageShift);
+  made->base = MapPageMemory(static_cast<std::size_t>(frameCount) << kFrameShift, m_hugePages);
   if (made->base == nullptr) {
     return kNoFrame;
   }
@@ -108,14 +108,15 @@ void FrameArena::Release(std::uint32_t frame) noexcept {
   const std::uint32_t chunk = frame / kChunkFrames;
   Chunk& c = *m_chunks[chunk];
   Frame& first = (*this)[frame];
-  const std::uint32_t count = std::exchange(first.count, 0);
+  const std::uint32_t count = first.count;
+  first.count = 0;
   m_usedFrames -= count;
   c.freeCount += count;
   if (!c.Shared()) {
     Unmap(chunk);
     return;
   }
-  ObjectGuard::Hide(Address(frame), static_cast<std::size_t>(count) << m_pageShift);
+  ObjectGuard::Hide(Address(frame), static_cast<std::size_t>(count) << kFrameShift);
   c.free.Mark(frame % kChunkFrames, count, true);
   m_freeCounts[chunk] = c.freeCount;
   m_firstVacant = std::min(m_firstVacant, chunk);
@@ -138,7 +139,7 @@ bool FrameArena::ReleaseEmptyChunk() noexcept {
 
 void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   const Chunk& c = *m_chunks[chunk];
-  const std::size_t bytes = static_cast<std::size_t>(c.frameCount) << m_pageShift;
+  const std::size_t bytes = static_cast<std::size_t>(c.frameCount) << kFrameShift;
   m_mappedFrames -= c.frameCount;
   ObjectGuard::Show(c.base, bytes);  // the addresses may be somebody else's next
   UnmapPageMemory(c.base, bytes);

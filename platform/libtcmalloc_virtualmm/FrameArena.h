@@ -12,32 +12,44 @@ constexpr std::uint32_t kNoFrame = ~0U;
 
 /// What only a span in memory needs. The first frame of a span's run describes it.
 struct Frame {
-  enum class Queue : std::uint8_t { kNone, kSmall, kMain };
+  enum class Queue : std::uint32_t { kNone, kSmall, kMain };
 
-  std::uint64_t hash;         ///< hash of the image in the paging file, if it has one
-  std::uint32_t page;         ///< first page of the span held
-  std::uint32_t count;        ///< frames of the run; 0 in a frame that starts no run
-  std::uint32_t older;        ///< next frame of its replacement queue, towards eviction
-  std::uint32_t newer;        ///< next frame of its replacement queue, away from eviction
-  std::uint32_t vacantOlder;  ///< neighbour in its class's list of slabs with free slots
-  std::uint32_t vacantNewer;  ///< neighbour in its class's list of slabs with free slots
-  std::uint32_t pins;         ///< pin count of a large object
-  Queue queue;                ///< the replacement queue it stands in
-  bool vacantListed;          ///< whether it stands in its class's list
+  static constexpr std::uint32_t kMaxCount = (1U << 29) - 1;
+
+  std::uint64_t hash;  ///< hash of the image in the paging file, if it has one
+  std::uint32_t page;  ///< first page of the span held
+
+  std::uint32_t count : 29;        ///< frames of the run; 0 in a frame that starts no run
+  Queue queue : 2;                 ///< the replacement queue it stands in
+  std::uint32_t vacantListed : 1;  ///< whether it stands in its class's list
+
+  std::uint32_t older;  ///< next frame of its replacement queue, towards eviction
+  std::uint32_t newer;  ///< next frame of its replacement queue, away from eviction
+
+  union {
+    std::uint32_t vacantOlder;  ///< slab: next in its class's list of slabs with free slots
+    std::uint32_t pins;         ///< large object: its pin count
+  };
+  std::uint32_t vacantNewer;  ///< slab: the one before in that list
 };
 
-/// The memory that spans live in: frames of one page each, taken in runs from chunks of 256.
+static_assert(sizeof(Frame) == 32);
+
+/// The memory that spans live in: frames of 4 KiB, taken in runs from chunks of 512. The frame does
+/// not change with the page size, so an address is found with constant shifts.
 ///
-/// A frame number is chunk * 256 + place, so the hot path finds an address with one load. Single
+/// A frame number is chunk * 512 + place, so the hot path finds an address with one load. Single
 /// frames are taken from the lowest chunk and longer runs from the highest, which keeps them from
-/// breaking each other up; a run of more than 256 frames is a chunk of its own. Chunks go back to
+/// breaking each other up; a run of more than 512 frames is a chunk of its own. Chunks go back to
 /// the operating system when they are empty, but for one that is kept for the next need.
 class FrameArena {
  public:
-  static constexpr std::uint32_t kChunkFrames = 256;
+  static constexpr std::uint32_t kChunkFrames = 512;
+  static constexpr std::uint32_t kFrameShift = 12;  // log2 of a frame's bytes
 
-  /// @param pageShift  log2 of the page size
-  explicit FrameArena(std::uint32_t pageShift) : m_pageShift(pageShift) {}
+  /// @param hugePages  whether chunks are to be huge pages: faster, but a chunk takes its memory
+  /// whole
+  explicit FrameArena(bool hugePages) : m_hugePages(hugePages) {}
   ~FrameArena();
   FrameArena(const FrameArena&) = delete;
   FrameArena& operator=(const FrameArena&) = delete;
@@ -45,7 +57,7 @@ class FrameArena {
   /// The address of a frame.
   char* Address(std::uint32_t frame) const {
     return m_bases[frame / kChunkFrames] +
-           (static_cast<std::uintptr_t>(frame % kChunkFrames) << m_pageShift);
+           (static_cast<std::uintptr_t>(frame % kChunkFrames) << kFrameShift);
   }
   Frame& operator[](std::uint32_t frame) {
     return m_chunks[frame / kChunkFrames]->frames[frame % kChunkFrames];
@@ -66,7 +78,7 @@ class FrameArena {
   bool ReleaseEmptyChunk() noexcept;
 
   /// The chunk of shared use whose evacuation costs least: the one with the fewest frames in use,
-  /// all others' free frames taking them in; kNoFrame when there is none.
+  /// but not an empty or a full one; kNoFrame when there is none.
   /// @param isMovable  tells whether the run at a frame may be moved
   template <typename Predicate>
   std::uint32_t SparsestChunk(Predicate isMovable) const;
@@ -94,7 +106,7 @@ class FrameArena {
   void Unmap(std::uint32_t chunk) noexcept;
   std::uint32_t TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count);
 
-  std::uint32_t m_pageShift;                           // log2 of the page size
+  bool m_hugePages;                                    // whether chunks are to be huge pages
   std::unique_ptr<char*[]> m_bases;                    // per chunk: its memory, for Address
   std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: the rest; null in a gap
   std::unique_ptr<std::uint32_t[]> m_freeCounts;       // per chunk: free frames, for the search
@@ -134,13 +146,12 @@ template <typename Predicate>
 std::uint32_t FrameArena::SparsestChunk(Predicate isMovable) const {
   std::uint32_t best = kNoFrame;
   std::uint32_t bestFree = 0;
-  const std::uint64_t allFree = m_mappedFrames - m_usedFrames;
   for (std::uint32_t chunk = 0; chunk < m_chunkEnd; ++chunk) {
     if (m_chunks[chunk] == nullptr || !m_chunks[chunk]->Shared()) {
       continue;
     }
     const std::uint32_t free = m_freeCounts[chunk];
-    if (free <= bestFree || free == kChunkFrames || allFree < kChunkFrames) {
+    if (free <= bestFree || free == kChunkFrames) {
       continue;
     }
     bool movable = true;

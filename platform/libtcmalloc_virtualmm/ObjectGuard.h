@@ -5,7 +5,6 @@
 #include <cstdint>
 
 #include "libtcmalloc_virtualmm/SizeClasses.h"
-#include "libtcmalloc_virtualmm/SlabPage.h"
 
 // Memory checkers are told which objects are pinned: in every build with AddressSanitizer, and for
 // Valgrind when LIBTCMALLOC_VIRTUALMM_CHECK_PINS is defined.
@@ -29,6 +28,13 @@ namespace tcmalloc {
 /// kept past its dismiss is reported where it happens. Without one, nothing of this is compiled.
 class ObjectGuard {
  public:
+  /// Whether a memory checker is told anything.
+#if defined(LIBTCMALLOC_VIRTUALMM_ASAN) || defined(LIBTCMALLOC_VIRTUALMM_CHECK_PINS)
+  static constexpr bool kActive = true;
+#else
+  static constexpr bool kActive = false;
+#endif
+
   /// Forbids access to `size` bytes.
   static void Hide([[maybe_unused]] const void* memory, [[maybe_unused]] std::size_t size) {
 #if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
@@ -47,14 +53,24 @@ class ObjectGuard {
 #endif
   }
 
+  /// Reads what a handle takes for a header. Under a forged handle it may lie in a hidden object.
+#if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
+  [[gnu::noinline, gnu::no_sanitize("address")]]
+#endif
+  static std::uint32_t
+  Peek(const std::uint32_t& word) {
+    return word;
+  }
+
   /// Forbids access to every object of a slab, in use or not; headers stay open to the engine.
   static void HideSlab([[maybe_unused]] const char* frame,
                        [[maybe_unused]] const SizeClass& sizeClass) {
-#if defined(LIBTCMALLOC_VIRTUALMM_ASAN) || defined(LIBTCMALLOC_VIRTUALMM_CHECK_PINS)
+    if constexpr (!kActive) {
+      return;
+    }
     for (std::uint32_t slot = 0; slot < sizeClass.slots; ++slot) {
       Hide(frame + kFirstObjectByte + std::size_t{slot} * sizeClass.stride, sizeClass.capacity);
     }
-#endif
   }
 };
 

@@ -10,10 +10,11 @@ namespace tcmalloc {
 ///     63        48 47                    16 15         0
 ///     [generation][        page           ][   byte    ]
 ///
-/// `byte` is never 0 and `generation` never 0xFFFF, so neither 0 nor all-ones is ever an offset.
-/// A page counts its frees in the generation: a handle kept past its object's end does not fit the
-/// object that lives there now. Objects of a page's first life have generation 0, so the handles
-/// of a young store are small numbers.
+/// Objects start at multiples of 8; the low three bits of `byte` tell how much smaller than its
+/// slot the object is (see SlabPage). `byte` is never 0 and `generation` never 0xFFFF, so neither 0
+/// nor all-ones is ever an offset. A page counts its frees in the generation: a handle kept past
+/// its object's end does not fit the object that lives there now. Objects of a page's first life
+/// have generation 0, so the handles of a young store are small numbers.
 struct ObjectHandle {
   std::uint32_t page;        ///< first page of the object's span
   std::uint16_t byte;        ///< where the object starts in a slab span; kLargeByte in a large one
@@ -27,9 +28,22 @@ struct ObjectHandle {
     return static_cast<std::uint64_t>(generation) << 48 | static_cast<std::uint64_t>(page) << 16 |
            byte;
   }
+
+  /// What the header of the slab object at `offset` says: [byte 31..16][generation 15..0].
+  static constexpr std::uint32_t TagOf(std::uint64_t offset) {
+    return static_cast<std::uint32_t>(offset << 16 | offset >> 48);
+  }
+  /// The generation in a tag.
+  static constexpr std::uint16_t GenerationOf(std::uint32_t tag) {
+    return static_cast<std::uint16_t>(tag);
+  }
+  /// The byte in a tag.
+  static constexpr std::uint16_t ByteOf(std::uint32_t tag) {
+    return static_cast<std::uint16_t>(tag >> 16);
+  }
 };
 
-/// The byte of every large object's handle. Slots start at multiples of 8, so it is no slot.
+/// The byte of every large object's handle.
 constexpr std::uint16_t kLargeByte = 1;
 
 /// The generation of a free slot; no handle carries it.

@@ -50,7 +50,7 @@ void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
     m_longestRun[page / kLeafPages] = kLeafPages;
     for (std::uint32_t i = 0; i < here; ++i) {
       PageEntry& entry = leaf.entries[page % kLeafPages + i];
-      entry.kind = PageEntry::kFree;
+      entry.state = PageEntry::kFree | PageEntry::kOut;
       entry.flags = 0;
     }
     page += here;
@@ -133,7 +133,7 @@ bool PageTable::AddLeaves(std::uint32_t count) noexcept {
       return false;
     }
     for (PageEntry& entry : leaf->entries) {
-      entry.kind = PageEntry::kFree;
+      entry.state = PageEntry::kFree | PageEntry::kOut;
     }
     leaf->free.Mark(0, kLeafPages, true);
     m_leaves[m_leafCount] = leaf;
@@ -156,13 +156,13 @@ void PageTable::Take(std::uint32_t first, std::uint32_t count, std::uint8_t kind
     }
     for (std::uint32_t i = 0; i < here; ++i) {
       PageEntry& entry = leaf.entries[page % kLeafPages + i];
-      entry.kind = PageEntry::kTail;
+      entry.state = PageEntry::kTail | PageEntry::kOut;
       entry.flags = 0;
     }
     page += here;
     left -= here;
   }
-  (*this)[first].kind = kind;
+  (*this)[first].state = kind | PageEntry::kOut;
 }
 
 }  // namespace tcmalloc

@@ -23,11 +23,15 @@ constexpr std::uint64_t kReadAheadShare = 16;
 // A batch of large spans ends after this many pages: beyond, one transfer is long enough.
 constexpr std::uint32_t kBatchPages = 64;
 
+// Victims to try before a disk that takes nothing is believed.
+constexpr std::uint32_t kWriteTries = 16;
+
 // Memory that runs of frames may waste in chunks before spans are moved together.
 constexpr std::uint64_t kSlackFrames = FrameArena::kChunkFrames;
 
-// After a compaction in vain so many wishes for one are passed over.
-constexpr std::uint32_t kCompactPause = 256;
+// After a compaction in vain, because of pins everywhere or a failing disk, so many wishes for one
+// are passed over.
+constexpr std::uint32_t kCompactPause = 64;
 
 // What fills the old place of a span that was moved to catch kept addresses.
 constexpr int kMovedFill = 0xDD;
@@ -41,6 +45,7 @@ std::uint32_t Share(std::uint64_t frames, std::uint64_t share, std::uint32_t mos
 Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
              FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error)
     : m_options(options),
+      m_frameShift(options.pageShift - FrameArena::kFrameShift),
       m_classes(classes),
       m_table(table),
       m_arena(arena),
@@ -50,32 +55,32 @@ Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable&
       m_policy(table, arena, options.budgetFrames),
       m_readAhead(Share(options.budgetFrames, kReadAheadShare, options.readAhead)),
       m_epochLength(std::max<std::uint64_t>(1, options.budgetFrames / kEpochShare)) {
-  m_options.batch = Share(options.budgetFrames, kBatchShare,
-                          std::min(options.batch, static_cast<std::uint32_t>(kMaxBatch)));
+  m_options.batch =
+      Share(options.budgetFrames, kBatchShare, std::min(options.batch, std::uint32_t{kMaxBatch}));
 }
 
 std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
-  if (entry.kind != PageEntry::kLarge) {
-    return m_classes[entry.kind].pages;
+  if (entry.Kind() != PageEntry::kLarge) {
+    return m_classes[entry.Kind()].pages;
   }
   const std::uint64_t pageBytes = std::uint64_t{1} << m_options.pageShift;
   return static_cast<std::uint32_t>((m_table.LargeBytes(page) + pageBytes - 1) >>
                                     m_options.pageShift);
 }
 
-std::uint64_t Pager::Hash(std::uint32_t frame, std::uint32_t page,
-                          std::uint32_t count) const noexcept {
+std::uint64_t Pager::Hash(const Moving& span) const noexcept {
   // The page number is the seed: an image that ends up at another page's place does not fit.
-  return XXH3_64bits_withSeed(m_arena.Address(frame), SpanBytes(count), page);
+  return XXH3_64bits_withSeed(m_arena.Address(span.frame), SpanBytes(span.pages), span.page);
 }
 
 // ---- coming in ----------------------------------------------------------------------------------
 
-std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t count) noexcept {
-  const std::uint32_t frame = ObtainFrames(count, Purpose::kNewSpan);
+std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept {
+  const std::uint32_t frame = ObtainFrames(FramesOf(pages), Purpose::kNewSpan);
   if (frame != kNoFrame) {
-    Enter(frame, page, ReplacementPolicy::kNeverEvicted, PageEntry::kModified);
+    Enter(frame, page, ReplacementPolicy::kNeverEvicted, 0);
+    m_table[page].live.touched |= PageEntry::kModified;
   }
   return frame;
 }
@@ -136,7 +141,7 @@ std::size_t Pager::CollectReads(std::uint32_t page,
     if (count > 0 && pages + own > wanted) {
       break;
     }
-    const std::uint32_t frame = ObtainFrames(own, Purpose::kStoredSpan);
+    const std::uint32_t frame = ObtainFrames(FramesOf(own), Purpose::kStoredSpan);
     if (frame == kNoFrame) {
       break;
     }
@@ -150,8 +155,8 @@ bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, PagingFile::kMaxSlices> slices;
   std::uint32_t pages = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].count)};
-    pages += spans[i].count;
+    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
+    pages += spans[i].pages;
   }
   if (!m_store.Read(FileOffset(spans[0].page), slices.data(), count)) {
     return false;
@@ -161,13 +166,13 @@ bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
 }
 
 bool Pager::Arrive(const Moving& span) noexcept {
-  if (Hash(span.frame, span.page, span.count) != span.hash) {
+  if (Hash(span) != span.hash) {
     m_arena.Release(span.frame);
     return false;
   }
   Enter(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
   m_arena[span.frame].hash = span.hash;
-  if (m_table[span.page].kind != PageEntry::kLarge) {
+  if (m_table[span.page].Kind() != PageEntry::kLarge) {
     m_slabs.OnPageIn(span.frame);
   }
   HideObjects(span.frame);
@@ -178,16 +183,17 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
                   std::uint8_t flags) noexcept {
   if (++m_epochMisses >= m_epochLength) {
     m_epochMisses = 0;
-    ++m_epoch;
+    m_epoch += 2;
   }
   PageEntry& entry = m_table[page];
   entry.where = frame;
-  entry.flags = static_cast<std::uint8_t>(flags | PageEntry::kResident);
+  entry.state = entry.Kind();
+  entry.flags = flags;
   // Beyond the budget, and to catch kept addresses, every last unpin counts.
   if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
     entry.flags |= PageEntry::kNotify;
   }
-  entry.live = {0, m_epoch, 0};
+  entry.live = {0, m_epoch, 0, 0};
   m_arena[frame].page = page;
   m_policy.Insert(frame, evictedAt);
 }
@@ -221,9 +227,14 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
 }
 
 Pager::Outcome Pager::MakeRoom(std::uint64_t count) noexcept {
+  std::uint32_t failures = 0;
   while (m_arena.UsedFrames() + count > m_options.budgetFrames) {
     const Outcome outcome = EvictBatch();
-    if (outcome != Outcome::kFreed) {
+    if (outcome == Outcome::kNothingToFree) {
+      return outcome;
+    }
+    // Where one span cannot be written another may not need to be.
+    if (outcome == Outcome::kWriteFailed && ++failures == kWriteTries) {
       return outcome;
     }
   }
@@ -235,6 +246,8 @@ bool Pager::GiveChunkBack() noexcept {
   return m_arena.ReleaseEmptyChunk() || CompactOneChunk();
 }
 
+/// Empties the chunk with the fewest frames in use: spans move where there is room, and leave where
+/// there is none. @return whether it is empty now
 bool Pager::CompactOneChunk() noexcept {
   if (m_compactPause > 0) {
     --m_compactPause;
@@ -244,34 +257,42 @@ bool Pager::CompactOneChunk() noexcept {
     return m_table[m_arena[frame].page].live.pinned == 0 &&
            m_arena[frame].queue != Frame::Queue::kNone;
   });
-  if (chunk == kNoFrame) {
-    m_compactPause = kCompactPause;
-    return false;
+  bool emptied = chunk != kNoFrame;
+  if (emptied) {
+    m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
+      const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
+      if (to != kNoFrame) {
+        MoveSpan(frame, to);
+      } else {
+        emptied = EvictOne(frame) && emptied;
+      }
+    });
   }
-  bool emptied = true;
-  m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
-    const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
-    if (to == kNoFrame) {
-      emptied = false;
-    } else {
-      MoveSpan(frame, to);
-    }
-  });
   m_compactPause = emptied ? 0 : kCompactPause;
   return emptied;
 }
 
+bool Pager::EvictOne(std::uint32_t frame) noexcept {
+  m_policy.Remove(frame);
+  Moving span{frame, m_arena[frame].page, PagesAt(frame), 0};
+  if (!IsUnchanged(span)) {
+    return WriteBatch(&span, 1);
+  }
+  Leave(span);
+  return true;
+}
+
 void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
-  const std::uint32_t count = m_arena[from].count;
+  const std::size_t bytes = SpanBytes(PagesAt(from));
   PageEntry& entry = m_table[m_arena[from].page];
-  ObjectGuard::Show(m_arena.Address(from), SpanBytes(count));
-  std::memcpy(m_arena.Address(to), m_arena.Address(from), SpanBytes(count));
+  ObjectGuard::Show(m_arena.Address(from), bytes);
+  std::memcpy(m_arena.Address(to), m_arena.Address(from), bytes);
   if (m_options.moveOnUnpin) {
-    std::memset(m_arena.Address(from), kMovedFill, SpanBytes(count));
+    std::memset(m_arena.Address(from), kMovedFill, bytes);
   }
   m_policy.Replace(from, to);
   m_arena[to] = m_arena[from];
-  if (entry.kind != PageEntry::kLarge) {
+  if (entry.Kind() != PageEntry::kLarge) {
     m_slabs.OnMoved(from, to);
   }
   entry.where = to;
@@ -281,10 +302,10 @@ void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
 
 void Pager::HideObjects(std::uint32_t frame) noexcept {
   const PageEntry& entry = m_table[m_arena[frame].page];
-  if (entry.kind == PageEntry::kLarge) {
-    ObjectGuard::Hide(m_arena.Address(frame), SpanBytes(m_arena[frame].count));
+  if (entry.Kind() == PageEntry::kLarge) {
+    ObjectGuard::Hide(m_arena.Address(frame), SpanBytes(PagesAt(frame)));
   } else {
-    ObjectGuard::HideSlab(m_arena.Address(frame), m_classes[entry.kind]);
+    ObjectGuard::HideSlab(m_arena.Address(frame), m_classes[entry.Kind()]);
   }
 }
 
@@ -292,89 +313,90 @@ void Pager::HideObjects(std::uint32_t frame) noexcept {
 
 /// Makes at least one span leave:
 ///  1. Take the next victim. If the file already has what it holds, it leaves and that is all.
-///  2. Otherwise take further victims along: those that did not change leave as well, those that
-///     did make up a batch.
-///  3. Write the batch in the order of the file, neighbours in one transfer.
+///  2. Otherwise take the cold spans behind it in the file along, up to the first that is not
+///     resident, not cold, or did not change (that one just leaves).
+///  3. Write them in one transfer.
 ///  4. What was written leaves. What could not be written stays, modified and in its queue.
 Pager::Outcome Pager::EvictBatch() noexcept {
-  std::array<Moving, kMaxBatch> batch;
-  std::size_t count = 0;
-  std::uint32_t pages = 0;
-  bool freed = false;
-  // Steps 1 and 2.
-  while (count < m_options.batch && pages < kBatchPages) {
-    const std::uint32_t frame = m_policy.NextVictim();
-    if (frame == kNoFrame) {
-      break;
-    }
-    Moving span{frame, m_arena[frame].page, m_arena[frame].count, 0};
-    if (IsUnchanged(span)) {
-      Leave(span);
-      freed = true;
-      if (count == 0) {
-        return Outcome::kFreed;
-      }
-    } else {
-      batch[count++] = span;
-      pages += span.count;
-    }
-  }
-  if (count == 0) {
+  // Step 1.
+  const std::uint32_t victim = m_policy.NextVictim();
+  if (victim == kNoFrame) {
     return Outcome::kNothingToFree;
   }
-  // Steps 3 and 4.
-  std::sort(batch.begin(), batch.begin() + count,
-            [](const Moving& a, const Moving& b) { return a.page < b.page; });
-  for (std::size_t first = 0; first < count;) {
-    std::size_t last = first + 1;
-    while (last < count && batch[last - 1].page + batch[last - 1].count == batch[last].page) {
-      ++last;
-    }
-    freed = WriteBatch(&batch[first], batch.data() + last) || freed;
-    first = last;
+  std::array<Moving, kMaxBatch> batch;
+  batch[0] = {victim, m_arena[victim].page, PagesAt(victim), 0};
+  if (IsUnchanged(batch[0])) {
+    Leave(batch[0]);
+    return Outcome::kFreed;
   }
-  return freed ? Outcome::kFreed : Outcome::kWriteFailed;
+  // Step 2.
+  std::size_t count = 1;
+  std::uint32_t pages = batch[0].pages;
+  bool freed = false;
+  while (count < m_options.batch && pages < kBatchPages && IsColdSpan(batch[0].page + pages)) {
+    const std::uint32_t page = batch[0].page + pages;
+    const std::uint32_t frame = m_table[page].where;
+    m_policy.Remove(frame);
+    batch[count] = {frame, page, PagesAt(frame), 0};
+    if (IsUnchanged(batch[count])) {
+      Leave(batch[count]);
+      freed = true;
+      break;
+    }
+    pages += batch[count++].pages;
+  }
+  // Steps 3 and 4.
+  return WriteBatch(batch.data(), count) || freed ? Outcome::kFreed : Outcome::kWriteFailed;
+}
+
+/// Whether a span that may leave now begins at `page`: in memory, unpinned, and not touched since
+/// an epoch or more.
+bool Pager::IsColdSpan(std::uint32_t page) noexcept {
+  const PageEntry* entry = m_table.Find(page);
+  return entry != nullptr && entry->Resident() && entry->live.pinned == 0 &&
+         entry->Frequency() == 0 && entry->TouchedEpoch() != m_epoch;
 }
 
 bool Pager::IsUnchanged(Moving& span) noexcept {
   const PageEntry& entry = m_table[span.page];
   const bool hasCopy = (entry.flags & PageEntry::kHasCopy) != 0;
-  if (hasCopy && (entry.flags & PageEntry::kModified) == 0) {
+  if (hasCopy && !entry.Modified()) {
     span.hash = m_arena[span.frame].hash;
     return true;
   }
-  ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.count));
-  span.hash = Hash(span.frame, span.page, span.count);
+  ObjectGuard::Show(m_arena.Address(span.frame), SpanBytes(span.pages));
+  if (entry.Kind() != PageEntry::kLarge) {
+    SlabPage::At(m_arena.Address(span.frame))->Save(entry.live);
+  }
+  span.hash = Hash(span);
   return hasCopy && span.hash == m_arena[span.frame].hash;
 }
 
-bool Pager::WriteBatch(Moving* first, Moving* last) noexcept {
+bool Pager::WriteBatch(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, kMaxBatch> slices{};
-  std::size_t count = 0;
-  for (const Moving* span = first; span != last; ++span) {
-    slices[count++] = {m_arena.Address(span->frame), SpanBytes(span->count)};
+  std::uint32_t pages = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
+    pages += spans[i].pages;
   }
-  const bool written = m_store.Write(FileOffset(first->page), slices.data(), count);
-  for (const Moving* span = first; span != last; ++span) {
-    if (written) {
-      m_counts.writes += span->count;
-      Leave(*span);
-    } else {
-      Stay(*span);
-    }
+  const bool written = m_store.Write(FileOffset(spans[0].page), slices.data(), count);
+  m_counts.writes += written ? pages : 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    written ? Leave(spans[i]) : Stay(spans[i]);
   }
   return written;
 }
 
 void Pager::Leave(const Moving& span) noexcept {
   PageEntry& entry = m_table[span.page];
+  entry.state |= PageEntry::kOut;
   entry.flags = PageEntry::kHasCopy;
-  if (entry.kind != PageEntry::kLarge) {
+  if (entry.Kind() != PageEntry::kLarge) {
     m_slabs.OnPageOut(span.frame);
   }
   entry.where = m_policy.NextEviction();
   entry.hash = span.hash;
-  m_counts.outs += span.count;
+  m_counts.outs += span.pages;
   m_arena.Release(span.frame);
 }
 
@@ -388,6 +410,7 @@ void Pager::Stay(const Moving& span) noexcept {
 void Pager::Discard(PageEntry& entry) noexcept {
   m_policy.Remove(entry.where);
   m_arena.Release(entry.where);
+  entry.state |= PageEntry::kOut;
   entry.flags = 0;
 }
 

@@ -25,8 +25,8 @@ struct PagerCounts {
 
 /// What the pager works with.
 struct PagerOptions {
-  std::uint32_t pageShift = 12;    ///< log2 of the page size
-  std::uint64_t budgetFrames = 0;  ///< frames to stay under, at least 1
+  std::uint32_t pageShift = 12;    ///< log2 of the page size, 12 to 14
+  std::uint64_t budgetFrames = 0;  ///< frames of 4 KiB to stay under, at least 1
   std::uint32_t batch = 16;        ///< most spans written in one go, 1 to 16
   std::uint32_t readAhead = 16;    ///< most pages read in one go, 1 to 64
   bool moveOnUnpin = false;        ///< move every span at its last unpin, to catch kept addresses
@@ -41,10 +41,10 @@ class Pager {
   Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
         FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error);
 
-  /// Gives frames to a new span of `count` pages whose kind is set, enters it as modified and, as
+  /// Gives frames to a new span of `pages` pages whose kind is set, enters it as modified and, as
   /// long as its objects are not counted yet, unpinned.
   /// @return its first frame, or kNoFrame without memory or when room cannot be made
-  std::uint32_t PlaceNew(std::uint32_t page, std::uint32_t count) noexcept;
+  std::uint32_t PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept;
 
   /// Brings a span that is out into memory and checks that it is what was written.
   /// @return false when it cannot be read intact; it stays out
@@ -67,7 +67,7 @@ class Pager {
   /// Pages of the span at `page`.
   std::uint32_t SpanPages(std::uint32_t page) noexcept;
 
-  /// The current epoch, see ReplacementPolicy.
+  /// The current epoch (see ReplacementPolicy), times 2.
   std::uint16_t Epoch() const { return m_epoch; }
   const PagerCounts& Counts() const { return m_counts; }
   std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
@@ -80,15 +80,17 @@ class Pager {
   struct Moving {
     std::uint32_t frame;
     std::uint32_t page;
-    std::uint32_t count;  // frames
-    std::uint64_t hash;   // of its image
+    std::uint32_t pages;
+    std::uint64_t hash;  // of its image
   };
-  static constexpr std::size_t kMaxBatch = 16;
+  static constexpr std::uint32_t kMaxBatch = 16;
 
   std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
   Outcome MakeRoom(std::uint64_t count) noexcept;
   Outcome EvictBatch() noexcept;
-  bool WriteBatch(Moving* first, Moving* last) noexcept;
+  bool EvictOne(std::uint32_t frame) noexcept;
+  bool IsColdSpan(std::uint32_t page) noexcept;
+  bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;
   void Leave(const Moving& span) noexcept;
   void Stay(const Moving& span) noexcept;
@@ -106,15 +108,18 @@ class Pager {
   void HideObjects(std::uint32_t frame) noexcept;
   void TrimExcess() noexcept;
 
-  std::uint64_t Hash(std::uint32_t frame, std::uint32_t page, std::uint32_t count) const noexcept;
+  std::uint64_t Hash(const Moving& span) const noexcept;
   std::uint64_t FileOffset(std::uint32_t page) const {
     return static_cast<std::uint64_t>(page) << m_options.pageShift;
   }
-  std::size_t SpanBytes(std::uint32_t count) const {
-    return static_cast<std::size_t>(count) << m_options.pageShift;
+  std::size_t SpanBytes(std::uint32_t pages) const {
+    return static_cast<std::size_t>(pages) << m_options.pageShift;
   }
+  std::uint32_t FramesOf(std::uint32_t pages) const { return pages << m_frameShift; }
+  std::uint32_t PagesAt(std::uint32_t frame) { return m_arena[frame].count >> m_frameShift; }
 
   PagerOptions m_options;
+  std::uint32_t m_frameShift;  // log2 of the frames of a page
   const SizeClasses& m_classes;
   PageTable& m_table;
   FrameArena& m_arena;

@@ -73,10 +73,10 @@ std::uint32_t ReplacementPolicy::NextVictim() {
     Remove(frame);
     if (entry.live.pinned > 0) {
       entry.flags |= PageEntry::kNotify;
-    } else if (entry.live.frequency == 0) {
+    } else if (entry.Frequency() == 0) {
       return frame;
     } else {
-      entry.live.frequency = fromSmall ? 0 : entry.live.frequency - 1;
+      entry.SetFrequency(fromSmall ? 0 : entry.Frequency() - 1);
       Append(Frame::Queue::kMain, frame);
     }
   }

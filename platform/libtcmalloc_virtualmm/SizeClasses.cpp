@@ -1,7 +1,6 @@
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "libtcmalloc_virtualmm/SlabPage.h"
 
@@ -9,8 +8,16 @@ namespace tcmalloc {
 
 namespace {
 
-constexpr std::uint32_t kClassesPerOctave = 8;
-constexpr std::uint32_t kFineLimit = 128;  // up to here capacities are 8 bytes apart
+// Up to this stride classes are 8 bytes apart, above it 16, so that a power of two finds slots
+// aligned to 16 without going up a class.
+constexpr std::uint32_t kFineStride = 256;
+
+constexpr std::uint32_t kMinStride = 24;  // 16 bytes of object; a slab has at most 682 slots
+
+// One- and two-page spans are cut into at least this many slots: with fewer, a larger span wastes
+// less. The largest span is cut down to three.
+constexpr std::uint32_t kMinSlots = 8;
+constexpr std::uint32_t kMinSlotsOfLargest = 3;
 
 /// Bytes a span of `pages` pages offers to slots. The slab header takes kFirstObjectByte less the
 /// first object's own header.
@@ -18,66 +25,49 @@ std::uint32_t UsableBytes(std::uint32_t pages, std::uint32_t pageSize) {
   return pages * pageSize - (kFirstObjectByte - kObjectHeaderBytes);
 }
 
-/// The smallest span of which at most an eighth stays unused; the largest if there is none.
-std::uint32_t SpanPagesFor(std::uint32_t stride, std::uint32_t pageSize) {
-  for (std::uint32_t pages = 1; pages < SizeClasses::kMaxSpanPages; pages *= 2) {
-    const std::uint32_t usable = UsableBytes(pages, pageSize);
-    if (usable % stride <= usable / 8) {
-      return pages;
-    }
-  }
-  return SizeClasses::kMaxSpanPages;
-}
-
 }  // namespace
 
-void SizeClasses::AddClass(std::uint32_t capacity, std::uint32_t pageSize) {
-  const std::uint32_t wanted = capacity + kObjectHeaderBytes;
-  const std::uint32_t pages = SpanPagesFor(wanted, pageSize);
-  const std::uint32_t usable = UsableBytes(pages, pageSize);
-  const std::uint32_t slots = usable / wanted;
-  // Widen the slots to use the span up. Coarse classes keep strides that are multiples of 16.
-  const std::uint32_t grain = capacity <= kFineLimit ? 8 : 16;
-  const std::uint32_t stride =
-      capacity <= kFineLimit ? wanted : std::max(wanted, usable / slots / grain * grain);
-  if (!m_classes.empty() && m_classes.back().stride >= stride) {
-    return;  // the class before was widened past this one
-  }
-  m_classes.push_back({UINT32_MAX / stride + 1, slots * stride, static_cast<std::uint16_t>(stride),
-                       static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
-                       static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)});
-}
-
 SizeClasses::SizeClasses(std::uint32_t pageSize) {
-  // A span of the largest size holds three of the largest slab objects.
-  const std::uint32_t largest =
-      UsableBytes(kMaxSpanPages, pageSize) / 3 / 16 * 16 - kObjectHeaderBytes;
-  for (std::uint32_t capacity = 8; capacity <= kFineLimit; capacity += 8) {
-    AddClass(capacity, pageSize);
+  // Every stride that cuts a span up with less than a grain for each slot to spare.
+  std::uint32_t last = 0;
+  for (std::uint32_t pages = 1; pages <= kMaxSpanPages; pages *= 2) {
+    const std::uint32_t usable = UsableBytes(pages, pageSize);
+    const std::uint32_t fewest = pages == kMaxSpanPages ? kMinSlotsOfLargest : kMinSlots;
+    for (std::uint32_t slots = usable / kMinStride; slots >= fewest; --slots) {
+      const std::uint32_t exact = usable / slots;
+      const std::uint32_t grain = exact <= kFineStride ? 8 : 16;
+      const std::uint32_t stride = exact / grain * grain;
+      if (stride > last) {
+        AddClass(stride, usable / stride, pages);
+        last = stride;
+      }
+    }
   }
-  // Above, capacities lie 8 past a multiple of 16: strides are multiples of 16, and a power of two
-  // fits with the padding that its alignment asks for.
-  for (std::uint32_t base = kFineLimit; base < largest;) {
-    base += std::max(std::bit_floor(base) / kClassesPerOctave, 16U);
-    AddClass(std::min(base + 8, largest), pageSize);
-  }
-  m_maxSlabBytes = m_classes.back().capacity;
+  m_maxSlabBytes = m_classes[m_count - 1].capacity;
 
+  const auto end = m_classes.begin() + m_count;
   const std::uint32_t rows = (m_maxSlabBytes + 7) / 8 + 1;
   m_classOf.resize(rows);
   m_classOfAligned.resize(rows);
   for (std::uint32_t row = 0; row < rows; ++row) {
     const auto fits = [&](const SizeClass& c) { return c.capacity >= row * 8; };
     const auto fitsAligned = [&](const SizeClass& c) { return fits(c) && c.stride % 16 == 0; };
-    const auto any = std::find_if(m_classes.begin(), m_classes.end(), fits);
-    const auto aligned = std::find_if(any, m_classes.end(), fitsAligned);
+    const auto any = std::find_if(m_classes.begin(), end, fits);
+    const auto aligned = std::find_if(any, end, fitsAligned);
     // What nearly fills a page is best off on a page of its own, without a header in it.
     const bool fillsPage = row * 8 > pageSize / 5 * 4 && row * 8 <= pageSize;
     m_classOf[row] = fillsPage ? kLarge : static_cast<std::uint8_t>(any - m_classes.begin());
-    m_classOfAligned[row] = fillsPage || aligned == m_classes.end()
+    m_classOfAligned[row] = fillsPage || aligned == end
                                 ? kLarge
                                 : static_cast<std::uint8_t>(aligned - m_classes.begin());
   }
+}
+
+void SizeClasses::AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages) {
+  m_slotBytes[m_count] = slots * stride;
+  m_classes[m_count++] = {static_cast<std::uint16_t>(stride),
+                          static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
+                          static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)};
 }
 
 }  // namespace tcmalloc

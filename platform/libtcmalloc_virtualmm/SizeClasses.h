@@ -1,33 +1,32 @@
 #ifndef LIBTCMALLOC_VIRTUALMM_SIZECLASSES_H
 #define LIBTCMALLOC_VIRTUALMM_SIZECLASSES_H
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
 namespace tcmalloc {
 
+/// Bytes in front of the first slot's object: the slab header and the first object header.
+constexpr std::uint32_t kFirstObjectByte = 16;
+
 /// One size class: slab spans of `pages` pages, cut into `slots` slots of `stride` bytes.
 struct SizeClass {
-  std::uint32_t divisor;    ///< ceil(2^32 / stride), for the slot test without a division
-  std::uint32_t slotBytes;  ///< slots * stride
-  std::uint16_t stride;     ///< bytes from slot to slot: header and capacity
-  std::uint16_t capacity;   ///< largest object of the class in bytes
-  std::uint16_t slots;      ///< slots of a span
-  std::uint16_t pages;      ///< pages of a span
-
-  /// Whether an object may start at `byte` of a span.
-  bool IsSlot(std::uint16_t byte) const;
+  std::uint16_t stride;    ///< bytes from slot to slot: header and capacity
+  std::uint16_t capacity;  ///< largest object of the class in bytes
+  std::uint16_t slots;     ///< slots of a span
+  std::uint16_t pages;     ///< pages of a span
 };
 
 /// The table of size classes for one page size.
 ///
-/// Capacities go up in steps of 8 bytes to 128, then by an eighth of an octave, each widened to
-/// use its span up. A class takes the smallest span (1, 2 or 4 pages) of which at most an
-/// eighth stays unused, so that small objects cost small page faults. Objects above the largest
-/// class get pages of their own, and so do those that fill more than four fifths of one page.
+/// The classes are the ways to cut a span up without a rest: first one page into ever fewer slots
+/// down to eight, then two pages, then four down to three, so that small objects cost small page
+/// faults. Small strides are 8 bytes apart. Objects above the largest class get pages of their own,
+/// and so do those that fill more than four fifths of one page.
 class SizeClasses {
  public:
-  static constexpr std::uint8_t kLarge = 0xFD;  ///< no class: the object gets a span of its own
+  static constexpr std::uint8_t kLarge = 0x7D;  ///< no class: the object gets a span of its own
   static constexpr std::uint32_t kMaxSpanPages = 4;
 
   /// @param pageSize  bytes of a page: a power of two from 4,096 to 16,384
@@ -45,28 +44,24 @@ class SizeClasses {
   }
 
   const SizeClass& operator[](std::uint8_t sizeClass) const { return m_classes[sizeClass]; }
-  std::uint32_t Count() const { return static_cast<std::uint32_t>(m_classes.size()); }
+  std::uint32_t Count() const { return m_count; }
+
+  /// Whether `byte` lies in the slots of a span in `state`, which is any state byte of the page
+  /// table: only spans of slabs in memory have slots.
+  bool IsInSlots(std::uint8_t state, std::uint16_t byte) const {
+    return static_cast<std::uint32_t>(byte - kFirstObjectByte) < m_slotBytes[state];
+  }
 
  private:
-  void AddClass(std::uint32_t capacity, std::uint32_t pageSize);
+  void AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages);
 
-  std::vector<SizeClass> m_classes;            // by capacity, ascending
-  std::vector<std::uint8_t> m_classOf;         // by size rounded up to 8, divided by 8
-  std::vector<std::uint8_t> m_classOfAligned;  // the same for multiples of 16
-  std::uint32_t m_maxSlabBytes;                // largest size that any class serves
+  std::array<std::uint32_t, 256> m_slotBytes{};  // by state: bytes of slots; 0 where there are none
+  std::array<SizeClass, 128> m_classes{};        // by capacity, ascending
+  std::uint32_t m_count = 0;                     // classes there are
+  std::vector<std::uint8_t> m_classOf;           // by size rounded up to 8, divided by 8
+  std::vector<std::uint8_t> m_classOfAligned;    // the same for multiples of 16
+  std::uint32_t m_maxSlabBytes;                  // largest size that any class serves
 };
-
-/// Bytes in front of the first slot's object: the slab header and the first object header.
-constexpr std::uint32_t kFirstObjectByte = 16;
-
-inline bool SizeClass::IsSlot(std::uint16_t byte) const {
-  // A byte below the first object wraps around to a position beyond the last slot. The product
-  // test is exact for positions and strides below 2^16 (Lemire, Kaser and Kurz, "Faster remainder
-  // by direct computation", 2019: n is a multiple of d when n * ceil(2^32 / d) mod 2^32 is below
-  // that factor).
-  const std::uint32_t position = byte - kFirstObjectByte;
-  return position < slotBytes && position * divisor < divisor;
-}
 
 }  // namespace tcmalloc
 

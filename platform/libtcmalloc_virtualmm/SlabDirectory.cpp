@@ -8,7 +8,7 @@ namespace tcmalloc {
 void SlabDirectory::Open(std::uint32_t frame) {
   Unlink(frame);
   PageEntry& entry = EntryAt(frame);
-  ClassState& state = m_states[entry.kind];
+  ClassState& state = m_states[entry.Kind()];
   state.openSlab = SlabAt(frame);
   state.openEntry = &entry;
   state.openPage = m_arena[frame].page;
@@ -33,8 +33,10 @@ void SlabDirectory::OnSlotFreed(std::uint32_t frame) {
 }
 
 void SlabDirectory::OnPageIn(std::uint32_t frame) {
-  EntryAt(frame).flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
-  if (SlabAt(frame)->FreeSlots() > 0) {
+  PageEntry& entry = EntryAt(frame);
+  entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
+  SlabAt(frame)->Load(entry.live);
+  if (entry.live.freeSlots > 0) {
     Link(frame);
   }
 }
@@ -42,9 +44,9 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
   OnRelease(frame);
   PageEntry& entry = EntryAt(frame);
-  if (SlabAt(frame)->FreeSlots() * 4 >= m_classes[entry.kind].slots) {
+  if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
     entry.flags |= PageEntry::kVacant;
-    NoteOut(entry.kind, m_arena[frame].page);
+    NoteOut(entry.Kind(), m_arena[frame].page);
   }
 }
 
@@ -55,14 +57,14 @@ void SlabDirectory::OnRelease(std::uint32_t frame) {
 
 void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
   const Frame& frame = m_arena[to];
-  ClassState& state = m_states[m_table[frame.page].kind];
+  ClassState& state = m_states[m_table[frame.page].Kind()];
   if (frame.vacantListed) {
     if (frame.vacantOlder != kNoFrame) {
       m_arena[frame.vacantOlder].vacantNewer = to;
     }
     (frame.vacantNewer == kNoFrame ? state.newestVacant : m_arena[frame.vacantNewer].vacantOlder) =
         to;
-    m_arena[from].vacantListed = false;
+    m_arena[from].vacantListed = 0;
   } else if (state.openSlab == SlabAt(from)) {
     state.openSlab = SlabAt(to);
   }
@@ -70,8 +72,8 @@ void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
 
 void SlabDirectory::Link(std::uint32_t frame) {
   Frame& f = m_arena[frame];
-  ClassState& state = m_states[EntryAt(frame).kind];
-  f.vacantListed = true;
+  ClassState& state = m_states[EntryAt(frame).Kind()];
+  f.vacantListed = 1;
   f.vacantOlder = state.newestVacant;
   f.vacantNewer = kNoFrame;
   if (state.newestVacant != kNoFrame) {
@@ -88,13 +90,13 @@ void SlabDirectory::Unlink(std::uint32_t frame) {
   if (f.vacantOlder != kNoFrame) {
     m_arena[f.vacantOlder].vacantNewer = f.vacantNewer;
   }
-  (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).kind].newestVacant
+  (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).Kind()].newestVacant
                              : m_arena[f.vacantNewer].vacantOlder) = f.vacantOlder;
-  f.vacantListed = false;
+  f.vacantListed = 0;
 }
 
 void SlabDirectory::CloseIfOpen(std::uint32_t page) {
-  ClassState& state = m_states[m_table[page].kind];
+  ClassState& state = m_states[m_table[page].Kind()];
   if (state.openSlab != nullptr && state.openPage == page) {
     state.openSlab = nullptr;
   }
@@ -102,7 +104,7 @@ void SlabDirectory::CloseIfOpen(std::uint32_t page) {
 
 bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, std::uint32_t page) {
   const PageEntry& entry = m_table[page];
-  return entry.kind == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
+  return entry.Kind() == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
 }
 
 void SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {

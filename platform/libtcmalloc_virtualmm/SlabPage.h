@@ -1,79 +1,135 @@
 #ifndef LIBTCMALLOC_VIRTUALMM_SLABPAGE_H
 #define LIBTCMALLOC_VIRTUALMM_SLABPAGE_H
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
+#include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
+#include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 
 namespace tcmalloc {
 
-/// What stands right before every slab object, in the object's own cache line.
+/// The pin count of a free slot. Pin counts end below it.
+constexpr std::uint32_t kFreePins = 0x80000000;
+constexpr std::uint32_t kMaxPins = kFreePins - 1;
+
+/// What stands right before every slab object, in the object's own cache line. One comparison of
+/// the tag tells whether a handle names the object: the tag holds the handle's byte and generation.
 struct ObjectHeader {
-  std::uint32_t pins;        ///< bytes 0..3  pin count; 0 in a free slot
-  std::uint16_t generation;  ///< bytes 4..5  generation of the handle; kFreeGeneration when free
-  std::uint16_t slack;       ///< bytes 6..7  capacity less size; in a free slot the next free byte
+  std::uint32_t pins;  ///< bytes 0..3  pin count, up to kMaxPins; kFreePins in a free slot
+  std::uint32_t
+      tag;  ///< bytes 4..7  see ObjectHandle::TagOf; free: next free byte, kFreeGeneration
+
+  bool IsPinned() const { return pins - 1 < kMaxPins; }
 };
 
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
 
-/// The image of one slab span, as it stands in memory and, with every pin count 0, in the file:
+/// One slab span, as it stands in memory and, with every pin count 0, in the file:
 ///
 ///     byte 0        8                16                 16 + stride
-///     [SlabHeader  ][ObjectHeader    ][object ......     ][object ...
+///     [SlabPage    ][ObjectHeader    ][object ......     ][object ...
 ///                    slot 0 - stride bytes --------------> slot 1
 ///
-/// Free slots are chained through their headers. All that is needed to allocate and free stands
-/// in the span itself, so a span that is out costs no memory but its page table entry.
+/// Free slots are chained through their headers. While the span is in memory the chain's beginning
+/// stands in its page table entry; when it leaves, it is saved in the span itself. So a span that
+/// is out costs no memory but its entry.
+///
+/// What an object is smaller than its slot's capacity, its slack, is told by the low three bits of
+/// its byte up to 6; 7 says that the last two bytes of the slot hold it.
 class SlabPage {
  public:
   /// Lays out an empty slab in the span at `frame`.
-  static SlabPage* Format(char* frame, const SizeClass& sizeClass) {
+  static void Format(char* frame, const SizeClass& sizeClass, PageEntry::Live& live) {
     auto* slab = new (frame) SlabPage;
-    slab->m_firstFree = kFirstObjectByte;
-    slab->m_freeSlots = sizeClass.slots;
     slab->m_reserved = 0;
+    live.firstFree = kFirstObjectByte;
+    live.freeSlots = sizeClass.slots;
+    slab->Save(live);
     std::uint32_t byte = kFirstObjectByte;
     for (std::uint32_t slot = 1; slot <= sizeClass.slots; ++slot, byte += sizeClass.stride) {
-      const std::uint32_t next = slot < sizeClass.slots ? byte + sizeClass.stride : 0;
-      *slab->HeaderAt(byte) = {0, kFreeGeneration, static_cast<std::uint16_t>(next)};
+      slab->HeaderAt(byte)->pins = kFreePins;
+      slab->HeaderAt(byte)->tag = FreeTag(slot < sizeClass.slots ? byte + sizeClass.stride : 0);
     }
-    return slab;
   }
 
   static SlabPage* At(char* frame) { return std::launder(reinterpret_cast<SlabPage*>(frame)); }
 
+  /// The header of the object at `byte`, whose low three bits do not matter.
   ObjectHeader* HeaderAt(std::uint32_t byte) {
-    return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(this) + byte) - 1;
+    return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(this) + (byte & ~7U)) - 1;
   }
 
-  std::uint32_t FreeSlots() const { return m_freeSlots; }
-
-  /// Takes a free slot (there must be one) for an object pinned once.
-  /// @return the object's byte in the span
-  std::uint16_t Take(std::uint16_t generation, std::uint16_t slack) {
-    const std::uint16_t byte = m_firstFree;
+  /// Takes a free slot (there must be one) for an object of `size` bytes, pinned once.
+  /// @return its header
+  ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
+                     const SizeClass& sizeClass) {
+    const std::uint32_t byte = live.firstFree;
     ObjectHeader* header = HeaderAt(byte);
-    m_firstFree = header->slack;
-    --m_freeSlots;
-    *header = {1, generation, slack};
-    return byte;
+    live.firstFree = ObjectHandle::ByteOf(header->tag);
+    --live.freeSlots;
+    const std::uint32_t slack = sizeClass.capacity - size;
+    header->pins = 1;
+    header->tag = (byte + std::min(slack, kSlackInSlot)) << 16 | generation;
+    if (slack >= kSlackInSlot) {
+      char* place = SlackPlace(header, sizeClass);
+      ObjectGuard::Show(place, sizeof(std::uint16_t));
+      const auto stored = static_cast<std::uint16_t>(slack);
+      std::memcpy(place, &stored, sizeof stored);
+      ObjectGuard::Hide(place, sizeof(std::uint16_t));
+    }
+    return header;
   }
 
-  /// Gives the slot of the object at `byte` back.
-  void GiveBack(std::uint16_t byte) {
-    *HeaderAt(byte) = {0, kFreeGeneration, m_firstFree};
-    m_firstFree = byte;
-    ++m_freeSlots;
+  /// Gives the slot of the object at `byte` back. The byte is the handle's, not read from the
+  /// header: what follows need not wait for the object's cache line.
+  static void GiveBack(PageEntry::Live& live, ObjectHeader* header, std::uint16_t byte) {
+    header->pins = kFreePins;
+    header->tag = FreeTag(live.firstFree);
+    live.firstFree = byte & 0xFFF8;
+    ++live.freeSlots;
+  }
+
+  /// Notes in the span where its free slots begin, and reads it back.
+  void Save(const PageEntry::Live& live) {
+    m_firstFree = live.firstFree;
+    m_freeSlots = live.freeSlots;
+  }
+  void Load(PageEntry::Live& live) const {
+    live.firstFree = m_firstFree;
+    live.freeSlots = m_freeSlots;
+  }
+
+  /// The size in bytes of the object behind `header`.
+  static std::uint32_t SizeOf(ObjectHeader* header, const SizeClass& sizeClass) {
+    const std::uint32_t told = ObjectHandle::ByteOf(header->tag) & 7;
+    std::uint16_t slack = static_cast<std::uint16_t>(told);
+    if (told == kSlackInSlot) {
+      const char* place = SlackPlace(header, sizeClass);
+      ObjectGuard::Show(place, sizeof(std::uint16_t));
+      std::memcpy(&slack, place, sizeof slack);
+      ObjectGuard::Hide(place, sizeof(std::uint16_t));
+    }
+    return std::uint32_t{sizeClass.capacity} - slack;
   }
 
  private:
+  static constexpr std::uint32_t kSlackInSlot = 7;
+
   SlabPage() = default;
 
-  std::uint16_t m_firstFree;  // bytes 0..1  byte of the first free object; 0 when the slab is full
-  std::uint16_t m_freeSlots;  // bytes 2..3
+  static std::uint32_t FreeTag(std::uint32_t nextFree) { return nextFree << 16 | kFreeGeneration; }
+  static char* SlackPlace(ObjectHeader* header, const SizeClass& sizeClass) {
+    return reinterpret_cast<char*>(header + 1) + sizeClass.capacity - sizeof(std::uint16_t);
+  }
+
+  std::uint16_t m_firstFree;  // bytes 0..1  see PageEntry::Live
+  std::uint16_t m_freeSlots;  // bytes 2..3  see PageEntry::Live
   std::uint32_t m_reserved;   // bytes 4..7  zero
 };
 

@@ -118,7 +118,7 @@ class VirtualMemoryPool {
   /// @param capacity  records at `list`
   /// @param written   null, or receives how many records were written
   /// @return the number of objects whose pin count is above zero
-  /// Cost: O(1) without a list, else O(pages in memory).
+  /// Cost: O(pages in memory).
   unsigned int GetOutstandingReferences(VirtualMemoryReferenceInfo* list, unsigned int capacity,
                                         unsigned int* written);
 

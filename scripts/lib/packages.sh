@@ -18,7 +18,7 @@ QRT_BUILD_PACKAGES=(
 QRT_CI_PACKAGES=(
   clang clang-format clang-tidy libclang-rt-dev
   llvm            # llvm-ar and llvm-ranlib, for interprocedural optimisation with clang
-  pkg-config shellcheck
+  git pkg-config shellcheck
 )
 
 # Installs those of the packages given that are missing; does nothing when all are there.

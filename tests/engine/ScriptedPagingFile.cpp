@@ -1,0 +1,118 @@
+#include "engine/ScriptedPagingFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "support/FailingNew.h"
+
+using tcmalloc::IoSlice;
+
+int ScriptedPagingFile::Calls::Next() {
+  ++made;
+  const bool fails = made >= m_failFrom && made - m_failFrom < m_failCount;
+  failed += fails ? 1 : 0;
+  return fails ? m_error : 0;
+}
+
+namespace {
+
+/// Calls move(data, offset, bytes) for stretches that lie in one slice and one block.
+/// @return bytes moved, at most `limit`
+template <typename Move>
+std::int64_t ForEachStretch(std::uint64_t offset, const IoSlice* slices, std::size_t count,
+                            std::uint64_t limit, Move move) {
+  std::uint64_t left = limit;
+  for (const IoSlice* slice = slices; slice != slices + count; ++slice) {
+    for (std::size_t done = 0; done < slice->size && left > 0;) {
+      const std::uint64_t here = std::min<std::uint64_t>(
+          {slice->size - done, left,
+           ScriptedPagingFile::kBlock - offset % ScriptedPagingFile::kBlock});
+      move(slice->data + done, offset, here);
+      done += here;
+      offset += here;
+      left -= here;
+    }
+  }
+  return static_cast<std::int64_t>(limit - left);
+}
+
+}  // namespace
+
+std::int64_t ScriptedPagingFile::ReadSome(std::uint64_t offset, const IoSlice* slices,
+                                          std::size_t count) {
+  if (Interrupt()) {
+    return -EINTR;
+  }
+  if (const int error = reads.Next()) {
+    return -error;
+  }
+  const std::uint64_t toEnd = m_size - std::min(m_size, offset);
+  return ForEachStretch(offset, slices, count, std::min<std::uint64_t>(toEnd, transferLimit),
+                        [&](char* data, std::uint64_t at, std::uint64_t bytes) {
+                          const auto block = m_blocks.find(at / kBlock);
+                          if (block == m_blocks.end()) {
+                            std::memset(data, 0, bytes);
+                          } else {
+                            std::memcpy(data, block->second.data() + at % kBlock, bytes);
+                          }
+                        });
+}
+
+std::int64_t ScriptedPagingFile::WriteSome(std::uint64_t offset, const IoSlice* slices,
+                                           std::size_t count) {
+  if (Interrupt()) {
+    return -EINTR;
+  }
+  if (const int error = writes.Next()) {
+    return -error;
+  }
+  const std::uint64_t room = diskBytes - std::min(diskBytes, offset);
+  if (room == 0) {
+    return -ENOSPC;
+  }
+  const FailingNew::Pause pause;
+  const std::int64_t written =
+      ForEachStretch(offset, slices, count, std::min<std::uint64_t>(room, transferLimit),
+                     [&](const char* data, std::uint64_t at, std::uint64_t bytes) {
+                       std::vector<char>& block = (loseWrites ? m_lost : m_blocks)[at / kBlock];
+                       block.resize(kBlock);
+                       std::memcpy(block.data() + at % kBlock, data, bytes);
+                     });
+  const std::uint64_t end = offset + static_cast<std::uint64_t>(written);
+  m_size = std::max(m_size, end);
+  writtenPastReserved += end > m_reserved ? 1 : 0;
+  return written;
+}
+
+void ScriptedPagingFile::DeliverLost() {
+  for (auto& [number, block] : m_lost) {
+    m_blocks[number] = std::move(block);
+  }
+  m_lost.clear();
+}
+
+int ScriptedPagingFile::Reserve(std::uint64_t begin, std::uint64_t end) {
+  if (Interrupt()) {
+    return EINTR;
+  }
+  if (const int error = reserves.Next()) {
+    return error;
+  }
+  if (!reserveSupported) {
+    return EOPNOTSUPP;
+  }
+  if (end > diskBytes || begin > m_reserved) {
+    return end > diskBytes ? ENOSPC : EINVAL;
+  }
+  m_reserved = std::max(m_reserved, end);
+  m_size = std::max(m_size, end);
+  return 0;
+}
+
+int ScriptedPagingFile::Truncate(std::uint64_t size) {
+  m_size = size;
+  m_reserved = std::min(m_reserved, size);
+  m_blocks.erase(m_blocks.lower_bound((size + kBlock - 1) / kBlock), m_blocks.end());
+  return 0;
+}
