@@ -10,6 +10,7 @@ namespace {
 
 constexpr unsigned kChunkBytes = 32760;
 constexpr unsigned kFiller = 0x0E;
+constexpr std::size_t kLargePerRow = 64;
 
 // The picture: strips to the right of their labels.
 constexpr unsigned kLabelWidth = 250;
@@ -48,10 +49,17 @@ QRTAllocatorMap::QRTAllocatorMap(const QRTMemoryArena& arena) {
     addPool(*pool, "bin " + std::to_string(bin++) + ", " +
                        std::to_string(QRTAllocatorView::figures(*pool).size) + " bytes");
   }
-  for (const QRTAllocatorView::Large& large : QRTAllocatorView::largeBlocks(arena)) {
-    Row row{"large, " + std::to_string(large.header.m_size) + " bytes", {}};
-    addRun(row, std::uint64_t{large.header.m_size} + sizeof large.header,
-           large.header.m_filler3 == kFiller ? eUsed : eDamaged);
+  // Large blocks share rows; the header in front of each sets it apart.
+  const std::vector<QRTAllocatorView::Large> blocks = QRTAllocatorView::largeBlocks(arena);
+  for (std::size_t first = 0; first < blocks.size(); first += kLargePerRow) {
+    const std::size_t end = std::min(blocks.size(), first + kLargePerRow);
+    Row row{std::to_string(end - first) + " large, ", {}};
+    for (std::size_t i = first; i < end; ++i) {
+      const auto& header = blocks[i].header;
+      addRun(row, sizeof header, eUnused);
+      addRun(row, header.m_size, header.m_filler3 == kFiller ? eUsed : eDamaged);
+    }
+    row.label += std::to_string(row.runs.back().end) + " bytes";
     m_rows.push_back(std::move(row));
   }
 }
