@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "QRTCore/QRTExport.h"
 
@@ -43,14 +44,29 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// @throws QRTOutOfMemoryError  a further chunk is needed and cannot be had
   /// @throws QRTAssertError       a damaged header was found; the element is not taken
   /// Cost: constant. With detection on, O(elements).
-  void* alloc();
+  void* alloc() {
+    // A pool without headers is no more than this list; with headers it is always empty.
+    void* const p = m_freeList;
+    if (p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
+      return allocHere();
+    }
+    std::memcpy(&m_freeList, p, sizeof m_freeList);
+    return p;
+  }
 
   /// Takes an element back; null is ignored.
   /// @param p  an element that `alloc` of this pool handed out
   /// @throws QRTAssertError  with headers: the header is damaged, says that the element is free
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
-  void free(void* p);
+  void free(void* p) {
+    if (m_useHeaders != 0 || p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
+      freeHere(p);
+      return;
+    }
+    std::memcpy(p, &m_freeList, sizeof m_freeList);
+    m_freeList = p;
+  }
 
   /// Adds a chunk.
   /// @param chunk  a block of at least 32,760 bytes obtained with operator new, such as `reclaim`
@@ -114,6 +130,10 @@ class QRT_EXPORT QRTFixedMemoryPool {
   friend class QRTMemoryArena;
 
   struct Chunk;
+
+  // alloc and free of pools with headers, and what is rare without.
+  void* allocHere();
+  void freeHere(void* p);
 
   // The common cases, inline for this class and the arena; null and false mean: go the long way.
   void* tryAlloc();

@@ -71,17 +71,20 @@ struct Fifo {
   }
 };
 
-/// Makes many blocks and frees them all in random order.
+/// Makes `count` blocks and frees them all in random order.
+template <std::uint32_t count>
 struct RandomOrder {
-  static constexpr const char* kName = "random order 64 B, 1e5";
+  static constexpr const char* kName = count == 100     ? "random order 64 B, 1e2"
+                                       : count == 1000  ? "random order 64 B, 1e3"
+                                       : count == 10000 ? "random order 64 B, 1e4"
+                                                        : "random order 64 B, 1e5";
   static constexpr bool kOneSize = true;
-  static constexpr std::size_t kLive = 100000;
-  std::vector<Slot> slots{kLive};
+  std::vector<Slot> slots{count};
   std::vector<std::uint32_t> order;
 
   RandomOrder() {
     std::mt19937 random(7);
-    for (std::uint32_t i = 0; i < kLive; ++i) {
+    for (std::uint32_t i = 0; i < count; ++i) {
       order.push_back(i);
       std::swap(order.back(), order[random() % order.size()]);
     }
@@ -97,7 +100,7 @@ struct RandomOrder {
     for (const std::uint32_t i : order) {
       allocator.put(slots[i].p, 64);
     }
-    return kLive;
+    return count;
   }
   template <class Allocator>
   void empty(Allocator&) {}

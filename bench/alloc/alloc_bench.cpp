@@ -2,15 +2,15 @@
 // patterns in one run, nanoseconds for one allocate and one free, resident memory beside them.
 
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,30 +27,34 @@ std::size_t residentBytes() {
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// Resident memory that a pattern costs, measured in a process of its own: what other benchmarks
+/// Resident memory that a pattern costs, printed by a process of its own: what other benchmarks
 /// left in the heaps would hide it.
 template <class Pattern, class Allocator>
-double residentOf() {
-  int ends[2];
-  if (pipe(ends) != 0) {
-    return 0;
+void printResident() {
+  Pattern pattern;
+  const std::size_t before = residentBytes();
+  Allocator allocator(64);
+  pattern.fill(allocator);
+  pattern.run(allocator);
+  std::cout << residentBytes() - before << std::endl;
+  pattern.empty(allocator);
+}
+
+std::map<std::string, void (*)()> g_residents;  // what such a process does, by benchmark name
+const std::string kResidentOption = "--resident=";
+
+double residentMiB(const std::string& benchmark) {
+  const std::string command = std::filesystem::read_symlink("/proc/self/exe").string() + " '" +
+                              kResidentOption + benchmark + "'";
+  FILE* const process = popen(command.c_str(), "r");
+  double bytes = 0;
+  if (process != nullptr) {
+    if (std::fscanf(process, "%lf", &bytes) != 1) {
+      bytes = 0;
+    }
+    pclose(process);
   }
-  const pid_t child = fork();
-  if (child == 0) {
-    Pattern pattern;
-    const std::size_t before = residentBytes();
-    Allocator allocator(64);
-    pattern.fill(allocator);
-    pattern.run(allocator);
-    const std::size_t bytes = residentBytes() - before;
-    _exit(write(ends[1], &bytes, sizeof bytes) == sizeof bytes ? 0 : 1);
-  }
-  std::size_t bytes = 0;
-  const bool got = read(ends[0], &bytes, sizeof bytes) == sizeof bytes;
-  close(ends[0]);
-  close(ends[1]);
-  waitpid(child, nullptr, 0);
-  return got ? static_cast<double>(bytes) : 0;
+  return bytes / (1024 * 1024);
 }
 
 template <class Pattern, class Allocator>
@@ -65,18 +69,16 @@ void measure(benchmark::State& state) {
   pattern.empty(allocator);
   state.counters["ns_per_pair"] = benchmark::Counter(
       static_cast<double>(pairs) * 1e-9, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-  state.counters["resident_MiB"] = residentOf<Pattern, Allocator>() / (1024 * 1024);
 }
 
-/// Prints the table: one row for each pattern, the peers and ours as columns, each as its time and
-/// as its ratio to malloc.
+/// Prints the table: for each pattern the peers and ours, each with its best time, that as a ratio
+/// to malloc's, and its resident memory.
 class TableReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      const bool isMedian = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      if (run.error_occurred || (run.run_type == Run::RT_Aggregate && !isMedian)) {
+      if (run.error_occurred || run.run_type == Run::RT_Aggregate) {
         continue;
       }
       const std::string& name = run.run_name.function_name;
@@ -86,8 +88,7 @@ class TableReporter : public benchmark::ConsoleReporter {
       }
       Cell& cell = m_rows.back().cells[name.substr(slash + 1)];
       const double ns = run.counters.at("ns_per_pair");
-      cell.ns = isMedian || cell.ns == 0 ? ns : std::min(cell.ns, ns);
-      cell.mib = run.counters.at("resident_MiB");
+      cell.ns = cell.ns == 0 ? ns : std::min(cell.ns, ns);
     }
   }
 
@@ -98,11 +99,10 @@ class TableReporter : public benchmark::ConsoleReporter {
       std::cout << row.name << "\n";
       for (const auto& [name, cell] : row.cells) {
         std::cout << "  " << std::left << std::setw(20) << name << std::right << std::fixed
-                  << std::setprecision(1) << std::setw(10) << cell.ns;
-        if (base != row.cells.end()) {
-          std::cout << std::setprecision(2) << std::setw(8) << cell.ns / base->second.ns << " x";
-        }
-        std::cout << std::setprecision(1) << std::setw(8) << cell.mib << "\n";
+                  << std::setprecision(1) << std::setw(10) << cell.ns << std::setprecision(2)
+                  << std::setw(8) << (base != row.cells.end() ? cell.ns / base->second.ns : 0)
+                  << " x" << std::setprecision(1) << std::setw(8)
+                  << residentMiB(row.name + "/" + name) << "\n";
       }
     }
   }
@@ -110,7 +110,6 @@ class TableReporter : public benchmark::ConsoleReporter {
  private:
   struct Cell {
     double ns = 0;
-    double mib = 0;
   };
   struct Row {
     std::string name;
@@ -119,11 +118,15 @@ class TableReporter : public benchmark::ConsoleReporter {
   std::vector<Row> m_rows;
 };
 
+constexpr int kRepetitions = 5;  // the best counts: other work on the machine only adds
+
 template <class Pattern, class Allocator>
 void add() {
   if constexpr (Pattern::kOneSize || !Allocator::kFixed) {
-    benchmark::RegisterBenchmark((std::string(Pattern::kName) + "/" + Allocator::kName).c_str(),
-                                 measure<Pattern, Allocator>);
+    const std::string name = std::string(Pattern::kName) + "/" + Allocator::kName;
+    benchmark::RegisterBenchmark(name.c_str(), measure<Pattern, Allocator>)
+        ->Repetitions(kRepetitions);
+    g_residents[name] = printResident<Pattern, Allocator>;
   }
 }
 
@@ -143,6 +146,12 @@ void addAll() {
   add<Pattern, Arena>();
 }
 
+template <class Pattern>
+void addCurve() {
+  add<Pattern, Malloc>();
+  add<Pattern, NextFitPool>();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,9 +159,22 @@ int main(int argc, char** argv) {
   addAll<Lifo>();
   add<Lifo, NextFitPool>();
   addAll<Fifo>();
-  addAll<RandomOrder>();
+  addAll<RandomOrder<100000>>();
   addAll<Churn<64, 64>>();
   addAll<Churn<8, 256>>();
+  // How the next-fit pool takes frees in random order: its free list is searched.
+  addCurve<RandomOrder<100>>();
+  addCurve<RandomOrder<1000>>();
+  addCurve<RandomOrder<10000>>();
+  const std::string first = argc > 1 ? argv[1] : "";
+  if (first.rfind(kResidentOption, 0) == 0) {
+    const auto resident = g_residents.find(first.substr(kResidentOption.size()));
+    if (resident == g_residents.end()) {
+      return 1;
+    }
+    resident->second();
+    return 0;
+  }
   benchmark::Initialize(&argc, argv);
   TableReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -12,8 +12,6 @@ namespace {
 constexpr unsigned kBits = 64;
 constexpr unsigned kLeastCapacity = 64;
 
-constexpr unsigned kCacheLine = 64;
-
 unsigned wordsFor(unsigned bits) {
   return (bits + kBits - 1) / kBits;
 }
@@ -32,8 +30,7 @@ bool QRTChunkIndex::add(Chunk* chunk) noexcept {
       return false;
     }
   }
-  enter(m_used++, chunk);
-  return true;
+  return enter(m_used++, chunk);
 }
 
 bool QRTChunkIndex::addAll(Chunk* newest) noexcept {
@@ -46,7 +43,9 @@ bool QRTChunkIndex::addAll(Chunk* newest) noexcept {
   }
   m_used = count;
   for (Chunk* chunk = newest; chunk != nullptr; chunk = chunk->next()) {
-    enter(--count, chunk);
+    if (!enter(--count, chunk)) {
+      return false;
+    }
   }
   return true;
 }
@@ -57,19 +56,13 @@ void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
     return;
   }
   const auto start = reinterpret_cast<std::uintptr_t>(chunk);
-  removeWindow(age, start >> kWindowBits);
-  removeWindow(age, (start + kChunkBytes - 1) >> kWindowBits);
+  Window& first = windowOf(start);
+  Window& last = windowOf(start + kChunkBytes - 1);
+  first.above = first.above == age ? kNone : first.above;
+  last.below = last.below == age ? kNone : last.below;
   m_chunks[age] = nullptr;
   m_heads[age] = 0;
   --m_live;
-}
-
-/// Asks for every cache line of a chunk.
-void QRTChunkIndex::fetch(unsigned age) const noexcept {
-  const char* const start = m_chunks[age]->data;
-  for (unsigned at = 0; at < kChunkBytes; at += kCacheLine) {
-    __builtin_prefetch(start + at, 1);
-  }
 }
 
 /// Makes the arrays anew for `capacity` ages and enters the chunks again, oldest first.
@@ -77,10 +70,10 @@ bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   const std::size_t chunkBytes = sizeof(Chunk*) * capacity;
   const std::size_t mayHaveBytes = sizeof(std::uint64_t) * wordsFor(capacity);
   const std::size_t summaryBytes = sizeof(std::uint64_t) * wordsFor(wordsFor(capacity));
-  const std::size_t ageBytes = sizeof(std::uint32_t) * capacity * 4;
+  const std::size_t windowBytes = sizeof(Window) * capacity * 4;
   const std::size_t headBytes = sizeof(std::uint16_t) * capacity;
   char* at = static_cast<char*>(
-      std::calloc(1, chunkBytes + mayHaveBytes + summaryBytes + ageBytes + headBytes * 2));
+      std::calloc(1, chunkBytes + mayHaveBytes + summaryBytes + windowBytes + headBytes));
   if (at == nullptr) {
     return false;
   }
@@ -88,54 +81,52 @@ bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   const unsigned oldUsed = std::exchange(m_used, 0);
   m_mayHave = reinterpret_cast<std::uint64_t*>(at += chunkBytes);
   m_summary = reinterpret_cast<std::uint64_t*>(at += mayHaveBytes);
-  m_ages = reinterpret_cast<std::uint32_t*>(at += summaryBytes);
-  m_heads = reinterpret_cast<std::uint16_t*>(at += ageBytes);
-  m_given = reinterpret_cast<std::uint16_t*>(at + headBytes);
+  m_windows = reinterpret_cast<Window*>(at += summaryBytes);
+  m_heads = reinterpret_cast<std::uint16_t*>(at += windowBytes);
   m_capacity = capacity;
-  m_summaryWords = wordsFor(wordsFor(capacity));
   m_placeShift = 32 - static_cast<unsigned>(std::countr_zero(capacity * 4));
+  m_summaryWords = wordsFor(wordsFor(capacity));
   m_live = 0;
   for (unsigned age = 0; age < oldUsed; ++age) {
     if (oldChunks[age] != nullptr) {
-      enter(m_used++, oldChunks[age]);
+      enter(m_used++, oldChunks[age]);  // it did before
     }
   }
   std::free(oldChunks);
   return true;
 }
 
-void QRTChunkIndex::enter(unsigned age, Chunk* chunk) noexcept {
+bool QRTChunkIndex::enter(unsigned age, Chunk* chunk) noexcept {
+  const auto start = reinterpret_cast<std::uintptr_t>(chunk);
+  Window& first = windowOf(start);
+  Window& last = windowOf(start + kChunkBytes - 1);
+  if (first.above != kNone) {
+    return false;
+  }
+  first.above = age;
+  first.border = static_cast<std::uint16_t>(start & kOffsetMask);
+  if (&last != &first) {
+    last.below = age;
+    last.border = last.above == kNone ? std::uint16_t{kOffsetMask} : last.border;
+  }
   m_chunks[age] = chunk;
   char* const head = chunk->freeHead();
   m_heads[age] = static_cast<std::uint16_t>(head != nullptr ? head - chunk->data : 0);
-  const auto start = reinterpret_cast<std::uintptr_t>(chunk);
-  const std::uintptr_t first = start >> kWindowBits;
-  const std::uintptr_t last = (start + kChunkBytes - 1) >> kWindowBits;
-  enterWindow(age, first);
-  if (last != first) {
-    enterWindow(age, last);
-  }
   noteFree(age);
-  m_given[age] = 0;
   ++m_live;
+  return true;
 }
 
-void QRTChunkIndex::enterWindow(unsigned age, std::uintptr_t window) noexcept {
-  unsigned place = placeOf(window);
-  while (m_ages[place] != 0) {
+/// The entry of the window that an address lies in, made if there is none. Entries stay until the
+/// next rebuild: there are two for each age at most, and room for four.
+QRTChunkIndex::Window& QRTChunkIndex::windowOf(std::uintptr_t address) noexcept {
+  const auto number = static_cast<std::uint32_t>(address >> kWindowBits);
+  unsigned place = placeOf(number);
+  while (m_windows[place].isUsed != 0 && m_windows[place].number != number) {
     place = after(place);
   }
-  m_ages[place] = age + 1;
-}
-
-/// Removes the entry of an age from a window, if it is there. Half of m_ages is empty at all times,
-/// so that every search ends soon.
-void QRTChunkIndex::removeWindow(unsigned age, std::uintptr_t window) noexcept {
-  unsigned place = placeOf(window);
-  while (m_ages[place] != age + 1 && m_ages[place] != 0) {
-    place = after(place);
+  if (m_windows[place].isUsed == 0) {
+    m_windows[place] = {number, kNone, kNone, 0, 1};
   }
-  if (m_ages[place] == age + 1) {
-    m_ages[place] = kRemoved + 1;
-  }
+  return m_windows[place];
 }

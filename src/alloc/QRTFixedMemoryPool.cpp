@@ -70,12 +70,12 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   delete m_index;
 }
 
-void* QRTFixedMemoryPool::alloc() {
+void* QRTFixedMemoryPool::allocHere() {
   void* const p = tryAlloc();
   return p != nullptr ? p : allocSlow();
 }
 
-void QRTFixedMemoryPool::free(void* p) {
+void QRTFixedMemoryPool::freeHere(void* p) {
   if (!tryFree(p)) {
     freeSlow(p);
   }

@@ -113,12 +113,7 @@ inline void* QRTFixedMemoryPool::tryAlloc() {
   }
   char* const area = m_currentHead;
   if (area == nullptr) {
-    // Without headers, or the current chunk is full; then the pool-wide list is empty.
-    char* const plain = static_cast<char*>(m_freeList);
-    if (plain != nullptr) {
-      m_freeList = qrtLoadLink(plain);
-    }
-    return plain;
+    return nullptr;
   }
   const std::uint64_t header = Header::load(area);
   if (!Header::isIntact(header)) {
@@ -169,15 +164,10 @@ inline void* QRTFixedMemoryPool::tryAllocFromIndex() {
 
 inline bool QRTFixedMemoryPool::tryFree(void* p) {
   using Header = QRTFixedMemoryPoolHeader;
-  if (p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
+  if (p == nullptr || m_useHeaders == 0 || m_detectOverWrites != 0 || m_watched != 0) {
     return false;
   }
   char* const area = static_cast<char*>(p);
-  if (m_useHeaders == 0) {
-    qrtStoreLink(area, static_cast<char*>(m_freeList));
-    m_freeList = area;
-    return true;
-  }
   const std::uint64_t header = Header::load(area);
   char* const start = area - Header::kBytes;
   Chunk* chunk = reinterpret_cast<Chunk*>(start - Header::offset(header));
