@@ -114,7 +114,7 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
     return {};
   }
   PageEntry& entry = m_table[handle.page];
-  if (!m_classes.IsInSlots(entry.state, handle.byte)) [[unlikely]] {
+  if (!m_classes.IsSlotStart(entry.state, handle.byte)) [[unlikely]] {
     return {};
   }
   ObjectHeader* header = SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte);
