@@ -85,6 +85,8 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   ObjectGuard::Show(header + 1, size);
+  m_lastOffset = offset;
+  m_last = {&entry, header};
   return header + 1;
 }
 
