@@ -72,7 +72,7 @@ struct PageEntry {
   bool IsSpanHead() const { return Kind() <= kLarge; }
 
  private:
-  void TouchFirst(std::uint16_t epoch, bool forWriting) {
+  [[gnu::noinline, gnu::cold]] void TouchFirst(std::uint16_t epoch, bool forWriting) {
     if (TouchedEpoch() != epoch && (flags & kFrequency) != kFrequency) {
       flags += kFrequencyStep;
     }
