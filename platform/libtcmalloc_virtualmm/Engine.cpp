@@ -199,6 +199,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
       return PinSlot(slot, offset, forWriting);
     }
+    m_pager.OnLastUnpin(handle.page);  // brought in for nothing: no unpin will come
   }
   ++m_staleHandles;
   return nullptr;
