@@ -445,7 +445,7 @@ void Pager::TrimExcess() noexcept {
 }
 
 bool Pager::ReserveDiskSpace() noexcept {
-  return m_table.UsedPages() <= m_options.budgetFrames ||
+  return m_table.UsedPages() << m_frameShift <= m_options.budgetFrames ||
          m_store.Reserve(FileOffset(m_table.UsedEnd()));
 }
 
