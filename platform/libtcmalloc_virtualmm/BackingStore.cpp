@@ -29,9 +29,16 @@ const char* Verb(bool reading) {
 BackingStore::BackingStore(std::unique_ptr<PagingFile> file, StoreError& error)
     : m_file(std::move(file)), m_error(error) {}
 
-bool BackingStore::Open(const char* operation) noexcept {
+bool BackingStore::IsOurs(const char* operation) noexcept {
   if (m_file->InForeignProcess()) {
     m_error.NoteReason(operation, Path(), kForeign);
+    return false;
+  }
+  return true;
+}
+
+bool BackingStore::Open(const char* operation) noexcept {
+  if (!IsOurs(operation)) {
     return false;
   }
   if (!m_open) {

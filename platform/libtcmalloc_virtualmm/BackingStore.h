@@ -24,6 +24,10 @@ class BackingStore {
   /// @return false when the file cannot be made or the disk is full
   bool Reserve(std::uint64_t end) noexcept;
 
+  /// Whether what leaves memory can be read again: not in a child of the file's owner, which is
+  /// noted.
+  bool IsOurs() noexcept { return IsOurs("write the paging file"); }
+
   /// Reads the slices at `offset`; all of them or it fails.
   bool Read(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
 
@@ -42,6 +46,7 @@ class BackingStore {
  private:
   enum class Direction { kRead, kWrite };
 
+  bool IsOurs(const char* operation) noexcept;
   bool Open(const char* operation) noexcept;
   bool Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
                 std::size_t count) noexcept;

@@ -318,6 +318,9 @@ void Pager::HideObjects(std::uint32_t frame) noexcept {
 ///  3. Write them in one transfer.
 ///  4. What was written leaves. What could not be written stays, modified and in its queue.
 Pager::Outcome Pager::EvictBatch() noexcept {
+  if (!m_store.IsOurs()) {
+    return Outcome::kWriteFailed;  // what left could not come back
+  }
   // Step 1.
   const std::uint32_t victim = m_policy.NextVictim();
   if (victim == kNoFrame) {
