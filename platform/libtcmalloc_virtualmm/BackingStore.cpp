@@ -137,9 +137,13 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
   return true;
 }
 
-void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
+bool BackingStore::WorthCutting(std::uint64_t usedEnd) const {
   const std::uint64_t tail = m_fileBytes - std::min(m_fileBytes, usedEnd);
-  if (!m_open || tail < kMinCut || tail < m_fileBytes / 4 || m_file->InForeignProcess()) {
+  return tail >= kMinCut && tail >= m_fileBytes / 4;
+}
+
+void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
+  if (!WorthCutting(usedEnd) || m_file->InForeignProcess()) {
     return;
   }
   // A file that cannot be cut stays as long as it is; nothing depends on it.

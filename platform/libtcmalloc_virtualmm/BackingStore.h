@@ -34,7 +34,10 @@ class BackingStore {
   /// Writes the slices at `offset`; all of them or it fails.
   bool Write(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
 
-  /// Cuts the file off when what lies past `usedEnd` is worth a system call.
+  /// Whether what lies past `usedEnd` is worth the system call that cuts the file off.
+  bool WorthCutting(std::uint64_t usedEnd) const;
+
+  /// Cuts the file off when that is worth it.
   void CutTail(std::uint64_t usedEnd) noexcept;
 
   /// Length of the file in bytes; 0 when it was never made.

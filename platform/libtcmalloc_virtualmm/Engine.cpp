@@ -269,17 +269,19 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
   --m_currentObjects;
   --state.liveObjects;
   const bool open = state.openSlab == slab;
-  if (!open && entry.live.freeSlots == ClassOf(entry).slots) {
-    m_slabs.OnRelease(entry.where);
-    --state.spans;
-    EndSpan(handle.page);
-    return;
+  const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
+  if (empty && !open) {
+    m_pager.EndSpan(handle.page);
+  } else {
+    if (!open) {
+      m_slabs.OnSlotFreed(entry.where);
+    }
+    if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
+      m_pager.OnLastUnpin(handle.page);
+    }
   }
-  if (!open) {
-    m_slabs.OnSlotFreed(entry.where);
-  }
-  if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-    m_pager.OnLastUnpin(handle.page);
+  if (empty) {
+    m_pager.CutFile();
   }
 }
 
@@ -288,16 +290,7 @@ void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
   --m_largeObjects;
   m_largePages -= m_pager.SpanPages(handle.page);
   entry.generation = NextGeneration(entry.generation);
-  EndSpan(handle.page);
-}
-
-void Engine::EndSpan(std::uint32_t page) noexcept {
-  PageEntry& entry = m_table[page];
-  const std::uint32_t pages = m_pager.SpanPages(page);
-  if (entry.Resident()) {
-    m_pager.Discard(entry);
-  }
-  m_table.Release(page, pages);
+  m_pager.EndSpan(handle.page);
   m_pager.CutFile();
 }
 

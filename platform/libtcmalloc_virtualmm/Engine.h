@@ -77,7 +77,6 @@ class Engine {
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
-  void EndSpan(std::uint32_t page) noexcept;
   void DeallocateSlot(ObjectHandle handle, Slot slot) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
