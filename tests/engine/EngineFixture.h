@@ -98,6 +98,14 @@ class EngineFixture : public testing::Test {
     return objects;
   }
 
+  /// Makes everything that is not pinned leave memory.
+  void PushOut() {
+    std::uint64_t offset = 0;
+    EXPECT_NE(engine->Allocate(static_cast<std::uint32_t>(GetStats().budgetBytes), offset),
+              nullptr);
+    engine->Deallocate(offset);
+  }
+
   enum class Read { kIntact, kWrong, kNull };
 
   /// Pins, compares and unpins.
