@@ -172,6 +172,10 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
 }
 
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+    slot.entry->Touch(m_pager.Epoch(), forWriting);
+    return PinSlot(slot, offset);
+  }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (PageEntry* entry = FindLarge(handle)) {
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
@@ -197,7 +201,8 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       return Fail(ClassOf(*entry).capacity);
     }
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
-      return PinSlot(slot, offset, forWriting);
+      slot.entry->Touch(m_pager.Epoch(), forWriting);
+      return PinSlot(slot, offset);
     }
     m_pager.OnLastUnpin(handle.page);  // brought in for nothing: no unpin will come
   }

@@ -62,13 +62,13 @@ class Engine {
 
   Slot FindInMemory(std::uint64_t offset) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
-  void* PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept;
+  void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
-  // The second stages of the operations, kept out of the way of the first: large objects, spans
-  // that are out, and handles that name nothing.
+  // The second stages of the operations, kept out of the way of the first: first touches of an
+  // epoch, large objects, spans that are out, and handles that name nothing.
   [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
                                                          bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
@@ -123,8 +123,7 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   return {&entry, header};
 }
 
-inline void* Engine::PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept {
-  slot.entry->Touch(m_pager.Epoch(), forWriting);
+inline void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   if (slot.header->pins == 0) {
     ++slot.entry->live.pinned;
     ShowObject(slot);
@@ -139,10 +138,10 @@ inline void* Engine::PinSlot(Slot slot, std::uint64_t offset, bool forWriting) n
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr) [[unlikely]] {
+  if (slot.entry == nullptr || !slot.entry->IsTouched(m_pager.Epoch(), forWriting)) [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
-  return PinSlot(slot, offset, forWriting);
+  return PinSlot(slot, offset);
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
