@@ -14,6 +14,7 @@
 
 #include "engine/ScriptedPagingFile.h"
 #include "libtcmalloc_virtualmm/Engine.h"
+#include "support/FailingNew.h"
 
 /// One object as its test knows it: the seed tells its content.
 struct Object {
@@ -38,6 +39,7 @@ inline void Fill(void* address, std::uint32_t size, std::uint32_t seed) {
 inline bool Holds(const void* address, std::uint32_t size, std::uint32_t seed) {
   static std::vector<char> expected;
   if (expected.size() < size) {
+    const FailingNew::Pause pause;
     expected.resize(size);
   }
   Fill(expected.data(), size, seed);

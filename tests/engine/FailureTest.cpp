@@ -199,8 +199,8 @@ TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
       std::size_t refused = 0;
       {
         const FailingNew failing(nth, mode);
-        for (std::uint32_t i = 0; i < 1500; ++i) {
-          const std::uint32_t size = i % 100 == 0 ? 3000000 : i % 7 == 0 ? 30000 : 40 + i % 900;
+        for (std::uint32_t i = 0; i < 800; ++i) {
+          const std::uint32_t size = i == 400 ? 6000000 : i % 20 == 0 ? 30000 : 40 + i % 900;
           const Object object = Add(size, i);
           const FailingNew::Pause pause;
           refused += object.offset == 0 ? 1 : 0;
@@ -232,6 +232,18 @@ TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
     }
     EXPECT_GT(nth, 20U) << "the workload makes the engine's structures grow";
   }
+}
+
+TEST_F(FailureTest, AnEngineThatCannotBeMadeLeavesNothingBehind) {
+  for (std::size_t nth = 1; engine == nullptr; ++nth) {
+    const FailingNew failing(nth);
+    try {
+      Make(64);
+    } catch (const std::bad_alloc&) {
+      ASSERT_EQ(failing.count(), nth);
+    }
+  }
+  AddMany(10, 100);
 }
 
 }  // namespace
