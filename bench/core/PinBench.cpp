@@ -79,6 +79,53 @@ void PointerTable(benchmark::State& state) {
   benchmark::DoNotOptimize(sum);
 }
 
+/// The same table behind calls, as a library has to offer it.
+class PointerTableLibrary {
+ public:
+  explicit PointerTableLibrary(std::size_t n) : m_table(n) {}
+  void Set(std::size_t handle, Payload* object) { m_table[handle].object = object; }
+  [[gnu::noinline]] void* Pin(std::uint64_t handle) {
+    if (handle >= m_table.size()) {
+      return nullptr;
+    }
+    ++m_table[handle].pins;
+    return m_table[handle].object;
+  }
+  [[gnu::noinline]] void Unpin(std::uint64_t handle) {
+    if (handle < m_table.size() && m_table[handle].pins > 0) {
+      --m_table[handle].pins;
+    }
+  }
+
+ private:
+  struct Entry {
+    Payload* object = nullptr;
+    std::uint32_t pins = 0;
+  };
+  std::vector<Entry> m_table;
+};
+
+void PointerTableCalls(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  std::vector<std::unique_ptr<Payload>> objects(n);
+  PointerTableLibrary table(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    objects[i] = std::make_unique<Payload>();
+    objects[i]->words[0] = i;
+    table.Set(i, objects[i].get());
+  }
+  std::vector<std::uint64_t> handles(n);
+  std::iota(handles.begin(), handles.end(), 0U);
+  RandomIndex pick(n);
+  std::uint64_t sum = 0;
+  for (auto _ : state) {
+    const std::uint64_t handle = handles[pick()];
+    sum += static_cast<const Payload*>(table.Pin(handle))->words[0];
+    table.Unpin(handle);
+  }
+  benchmark::DoNotOptimize(sum);
+}
+
 void Store(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
   QRTVirtualMemoryMgr manager(kAmpleBudget, 0, 0);
@@ -99,8 +146,9 @@ void Store(benchmark::State& state) {
   benchmark::DoNotOptimize(sum);
 }
 
-BENCHMARK(PlainPointer)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
-BENCHMARK(PointerTable)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
-BENCHMARK(Store)->Name("StorePin")->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
+BENCHMARK(PlainPointer)->Arg(1'000)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
+BENCHMARK(PointerTable)->Arg(1'000)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
+BENCHMARK(PointerTableCalls)->Arg(1'000)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
+BENCHMARK(Store)->Name("StorePin")->Arg(1'000)->Arg(100'000)->Arg(1'000'000)->Arg(10'000'000);
 
 }  // namespace

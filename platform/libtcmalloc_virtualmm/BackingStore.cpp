@@ -29,9 +29,16 @@ const char* Verb(bool reading) {
 BackingStore::BackingStore(std::unique_ptr<PagingFile> file, StoreError& error)
     : m_file(std::move(file)), m_error(error) {}
 
-bool BackingStore::Open(const char* operation) noexcept {
+bool BackingStore::IsOurs(const char* operation) noexcept {
   if (m_file->InForeignProcess()) {
     m_error.NoteReason(operation, Path(), kForeign);
+    return false;
+  }
+  return true;
+}
+
+bool BackingStore::Open(const char* operation) noexcept {
+  if (!IsOurs(operation)) {
     return false;
   }
   if (!m_open) {
@@ -130,9 +137,13 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
   return true;
 }
 
-void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
+bool BackingStore::WorthCutting(std::uint64_t usedEnd) const {
   const std::uint64_t tail = m_fileBytes - std::min(m_fileBytes, usedEnd);
-  if (!m_open || tail < kMinCut || tail < m_fileBytes / 4 || m_file->InForeignProcess()) {
+  return tail >= kMinCut && tail >= m_fileBytes / 4;
+}
+
+void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
+  if (!WorthCutting(usedEnd) || m_file->InForeignProcess()) {
     return;
   }
   // A file that cannot be cut stays as long as it is; nothing depends on it.

@@ -24,13 +24,20 @@ class BackingStore {
   /// @return false when the file cannot be made or the disk is full
   bool Reserve(std::uint64_t end) noexcept;
 
+  /// Whether what leaves memory can be read again: not in a child of the file's owner, which is
+  /// noted.
+  bool IsOurs() noexcept { return IsOurs("write the paging file"); }
+
   /// Reads the slices at `offset`; all of them or it fails.
   bool Read(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
 
   /// Writes the slices at `offset`; all of them or it fails.
   bool Write(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
 
-  /// Cuts the file off when what lies past `usedEnd` is worth a system call.
+  /// Whether what lies past `usedEnd` is worth the system call that cuts the file off.
+  bool WorthCutting(std::uint64_t usedEnd) const;
+
+  /// Cuts the file off when that is worth it.
   void CutTail(std::uint64_t usedEnd) noexcept;
 
   /// Length of the file in bytes; 0 when it was never made.
@@ -42,6 +49,7 @@ class BackingStore {
  private:
   enum class Direction { kRead, kWrite };
 
+  bool IsOurs(const char* operation) noexcept;
   bool Open(const char* operation) noexcept;
   bool Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
                 std::size_t count) noexcept;

@@ -85,6 +85,8 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   ObjectGuard::Show(header + 1, size);
+  m_lastOffset = offset;
+  m_last = {&entry, header};
   return header + 1;
 }
 
@@ -170,6 +172,10 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
 }
 
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+    slot.entry->Touch(m_pager.Epoch(), forWriting);
+    return PinSlot(slot, offset);
+  }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (PageEntry* entry = FindLarge(handle)) {
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
@@ -195,8 +201,10 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       return Fail(ClassOf(*entry).capacity);
     }
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
-      return PinSlot(slot, offset, forWriting);
+      slot.entry->Touch(m_pager.Epoch(), forWriting);
+      return PinSlot(slot, offset);
     }
+    m_pager.OnLastUnpin(handle.page);  // brought in for nothing: no unpin will come
   }
   ++m_staleHandles;
   return nullptr;
@@ -266,17 +274,19 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
   --m_currentObjects;
   --state.liveObjects;
   const bool open = state.openSlab == slab;
-  if (!open && entry.live.freeSlots == ClassOf(entry).slots) {
-    m_slabs.OnRelease(entry.where);
-    --state.spans;
-    EndSpan(handle.page);
-    return;
+  const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
+  if (empty && !open) {
+    m_pager.EndSpan(handle.page);
+  } else {
+    if (!open) {
+      m_slabs.OnSlotFreed(entry.where);
+    }
+    if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
+      m_pager.OnLastUnpin(handle.page);
+    }
   }
-  if (!open) {
-    m_slabs.OnSlotFreed(entry.where);
-  }
-  if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-    m_pager.OnLastUnpin(handle.page);
+  if (empty) {
+    m_pager.CutFile();
   }
 }
 
@@ -285,16 +295,7 @@ void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
   --m_largeObjects;
   m_largePages -= m_pager.SpanPages(handle.page);
   entry.generation = NextGeneration(entry.generation);
-  EndSpan(handle.page);
-}
-
-void Engine::EndSpan(std::uint32_t page) noexcept {
-  PageEntry& entry = m_table[page];
-  const std::uint32_t pages = m_pager.SpanPages(page);
-  if (entry.Resident()) {
-    m_pager.Discard(entry);
-  }
-  m_table.Release(page, pages);
+  m_pager.EndSpan(handle.page);
   m_pager.CutFile();
 }
 

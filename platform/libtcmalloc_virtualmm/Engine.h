@@ -62,13 +62,13 @@ class Engine {
 
   Slot FindInMemory(std::uint64_t offset) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
-  void* PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept;
+  void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
-  // The second stages of the operations, kept out of the way of the first: large objects, spans
-  // that are out, and handles that name nothing.
+  // The second stages of the operations, kept out of the way of the first: first touches of an
+  // epoch, large objects, spans that are out, and handles that name nothing.
   [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
                                                          bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
@@ -77,7 +77,6 @@ class Engine {
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
-  void EndSpan(std::uint32_t page) noexcept;
   void DeallocateSlot(ObjectHandle handle, Slot slot) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
@@ -114,7 +113,7 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
     return {};
   }
   PageEntry& entry = m_table[handle.page];
-  if (!m_classes.IsInSlots(entry.state, handle.byte)) [[unlikely]] {
+  if (!m_classes.IsSlotStart(entry.state, handle.byte)) [[unlikely]] {
     return {};
   }
   ObjectHeader* header = SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte);
@@ -124,8 +123,7 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   return {&entry, header};
 }
 
-inline void* Engine::PinSlot(Slot slot, std::uint64_t offset, bool forWriting) noexcept {
-  slot.entry->Touch(m_pager.Epoch(), forWriting);
+inline void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   if (slot.header->pins == 0) {
     ++slot.entry->live.pinned;
     ShowObject(slot);
@@ -140,10 +138,10 @@ inline void* Engine::PinSlot(Slot slot, std::uint64_t offset, bool forWriting) n
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr) [[unlikely]] {
+  if (slot.entry == nullptr || !slot.entry->IsTouched(m_pager.Epoch(), forWriting)) [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
-  return PinSlot(slot, offset, forWriting);
+  return PinSlot(slot, offset);
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {

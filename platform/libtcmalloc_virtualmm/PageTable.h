@@ -56,29 +56,27 @@ struct PageEntry {
     return static_cast<std::uint16_t>(live.touched & ~kModified);
   }
 
-  /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
-  /// modified when it is pinned for writing.
+  /// Whether a pin has nothing to note: a touch was counted in this epoch, and for a pin for
+  /// writing the span is marked as modified.
   /// @param epoch  the current epoch, times 2
-  void Touch(std::uint16_t epoch, bool forWriting) {
-    const auto expected = static_cast<std::uint16_t>(epoch | kModified);
-    if (live.touched != expected) [[unlikely]] {  // most pins are for writing and not the first
-      TouchFirst(epoch, forWriting);
-    }
+  bool IsTouched(std::uint16_t epoch, bool forWriting) const {
+    return (live.touched | (forWriting ? 0 : kModified)) == (epoch | kModified);
   }
 
-  /// The size class, or one of the kinds above.
-  std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kOut); }
-  bool Resident() const { return (state & kOut) == 0; }
-  bool IsSpanHead() const { return Kind() <= kLarge; }
-
- private:
-  void TouchFirst(std::uint16_t epoch, bool forWriting) {
+  /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
+  /// modified when it is pinned for writing.
+  void Touch(std::uint16_t epoch, bool forWriting) {
     if (TouchedEpoch() != epoch && (flags & kFrequency) != kFrequency) {
       flags += kFrequencyStep;
     }
     live.touched = static_cast<std::uint16_t>(epoch | (live.touched & kModified) |
                                               (forWriting ? kModified : 0));
   }
+
+  /// The size class, or one of the kinds above.
+  std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kOut); }
+  bool Resident() const { return (state & kOut) == 0; }
+  bool IsSpanHead() const { return Kind() <= kLarge; }
 };
 
 static_assert(sizeof(PageEntry) == 16, "metadata is to stay at 0.4 % of 4 KiB pages");

@@ -312,16 +312,24 @@ void Pager::HideObjects(std::uint32_t frame) noexcept {
 // ---- going out ----------------------------------------------------------------------------------
 
 /// Makes at least one span leave:
-///  1. Take the next victim. If the file already has what it holds, it leaves and that is all.
+///  1. Take the next victim. A slab without objects ends. If the file already has what the victim
+///     holds, it leaves and that is all.
 ///  2. Otherwise take the cold spans behind it in the file along, up to the first that is not
 ///     resident, not cold, or did not change (that one just leaves).
 ///  3. Write them in one transfer.
 ///  4. What was written leaves. What could not be written stays, modified and in its queue.
 Pager::Outcome Pager::EvictBatch() noexcept {
+  if (!m_store.IsOurs()) {
+    return Outcome::kWriteFailed;  // what left could not come back
+  }
   // Step 1.
   const std::uint32_t victim = m_policy.NextVictim();
   if (victim == kNoFrame) {
     return Outcome::kNothingToFree;
+  }
+  if (IsEmptySlab(m_table[m_arena[victim].page])) {
+    EndSpan(m_arena[victim].page);
+    return Outcome::kFreed;
   }
   std::array<Moving, kMaxBatch> batch;
   batch[0] = {victim, m_arena[victim].page, PagesAt(victim), 0};
@@ -349,12 +357,17 @@ Pager::Outcome Pager::EvictBatch() noexcept {
   return WriteBatch(batch.data(), count) || freed ? Outcome::kFreed : Outcome::kWriteFailed;
 }
 
-/// Whether a span that may leave now begins at `page`: in memory, unpinned, and not touched since
-/// an epoch or more.
+/// Whether a span that may leave now begins at `page`: in memory, with objects but none pinned, and
+/// not touched since an epoch or more.
 bool Pager::IsColdSpan(std::uint32_t page) noexcept {
   const PageEntry* entry = m_table.Find(page);
   return entry != nullptr && entry->Resident() && entry->live.pinned == 0 &&
-         entry->Frequency() == 0 && entry->TouchedEpoch() != m_epoch;
+         entry->Frequency() == 0 && entry->TouchedEpoch() != m_epoch && !IsEmptySlab(*entry);
+}
+
+/// Whether a span in memory is a slab without objects.
+bool Pager::IsEmptySlab(const PageEntry& entry) const noexcept {
+  return entry.Kind() != PageEntry::kLarge && entry.live.freeSlots == m_classes[entry.Kind()].slots;
 }
 
 bool Pager::IsUnchanged(Moving& span) noexcept {
@@ -407,11 +420,17 @@ void Pager::Stay(const Moving& span) noexcept {
   HideObjects(span.frame);
 }
 
-void Pager::Discard(PageEntry& entry) noexcept {
-  m_policy.Remove(entry.where);
-  m_arena.Release(entry.where);
-  entry.state |= PageEntry::kOut;
-  entry.flags = 0;
+void Pager::EndSpan(std::uint32_t page) noexcept {
+  const PageEntry& entry = m_table[page];
+  const std::uint32_t pages = SpanPages(page);
+  if (entry.Resident()) {
+    if (entry.Kind() != PageEntry::kLarge) {
+      m_slabs.OnRelease(entry.where);
+    }
+    m_policy.Remove(entry.where);
+    m_arena.Release(entry.where);
+  }
+  m_table.Release(page, pages);
 }
 
 // ---- the budget and the file --------------------------------------------------------------------
@@ -445,11 +464,22 @@ void Pager::TrimExcess() noexcept {
 }
 
 bool Pager::ReserveDiskSpace() noexcept {
-  return m_table.UsedPages() <= m_options.budgetFrames ||
+  return m_table.UsedPages() << m_frameShift <= m_options.budgetFrames ||
          m_store.Reserve(FileOffset(m_table.UsedEnd()));
 }
 
 void Pager::CutFile() noexcept {
+  // The empty slab that a class keeps open must not hold the end of a file that is mostly free.
+  const auto used = static_cast<std::uint32_t>(m_table.UsedPages());
+  if (m_store.WorthCutting(FileOffset(used)) &&
+      !m_store.WorthCutting(FileOffset(m_table.UsedEnd()))) {
+    for (std::uint32_t i = 0; i < m_classes.Count(); ++i) {
+      const SlabDirectory::ClassState& state = m_slabs[static_cast<std::uint8_t>(i)];
+      if (state.openSlab != nullptr && state.openPage >= used && IsEmptySlab(*state.openEntry)) {
+        EndSpan(state.openPage);
+      }
+    }
+  }
   m_store.CutTail(FileOffset(m_table.UsedEnd()));
 }
 

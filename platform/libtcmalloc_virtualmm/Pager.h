@@ -50,8 +50,8 @@ class Pager {
   /// @return false when it cannot be read intact; it stays out
   bool PageIn(std::uint32_t page) noexcept;
 
-  /// Takes a span that ends out of memory, without a write.
-  void Discard(PageEntry& entry) noexcept;
+  /// Ends a span: it leaves memory, without a write, and its pages are free.
+  void EndSpan(std::uint32_t page) noexcept;
 
   /// To be called at the last unpin of a span flagged kNotify: it may leave again, and what memory
   /// exceeds the budget is given back.
@@ -90,6 +90,7 @@ class Pager {
   Outcome EvictBatch() noexcept;
   bool EvictOne(std::uint32_t frame) noexcept;
   bool IsColdSpan(std::uint32_t page) noexcept;
+  bool IsEmptySlab(const PageEntry& entry) const noexcept;
   bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;
   void Leave(const Moving& span) noexcept;

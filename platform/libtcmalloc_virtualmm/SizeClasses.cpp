@@ -64,7 +64,7 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
 }
 
 void SizeClasses::AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages) {
-  m_slotBytes[m_count] = slots * stride;
+  m_slots[m_count] = {slots * stride, UINT32_MAX / stride + 1};
   m_classes[m_count++] = {static_cast<std::uint16_t>(stride),
                           static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
                           static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)};

@@ -46,21 +46,30 @@ class SizeClasses {
   const SizeClass& operator[](std::uint8_t sizeClass) const { return m_classes[sizeClass]; }
   std::uint32_t Count() const { return m_count; }
 
-  /// Whether `byte` lies in the slots of a span in `state`, which is any state byte of the page
-  /// table: only spans of slabs in memory have slots.
-  bool IsInSlots(std::uint8_t state, std::uint16_t byte) const {
-    return static_cast<std::uint32_t>(byte - kFirstObjectByte) < m_slotBytes[state];
+  /// Whether an object's place starts at `byte`, whose low three bits do not matter, in a span in
+  /// `state`, which is any state byte of the page table: only spans of slabs in memory have slots.
+  bool IsSlotStart(std::uint8_t state, std::uint16_t byte) const {
+    const Slots slots = m_slots[state];
+    const std::uint32_t place = (byte & ~7U) - kFirstObjectByte;
+    return place < slots.bytes && place * slots.reciprocal < slots.reciprocal;
   }
 
  private:
+  /// Where slots are in a span: what the check of a handle needs.
+  struct Slots {
+    std::uint32_t bytes;       // of all slots; 0 where there are none
+    std::uint32_t reciprocal;  // of the stride, times 2^32, rounded up: modulo 2^32, multiples of
+                               // the stride below 2^16 and no others give a product below it
+  };
+
   void AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages);
 
-  std::array<std::uint32_t, 256> m_slotBytes{};  // by state: bytes of slots; 0 where there are none
-  std::array<SizeClass, 128> m_classes{};        // by capacity, ascending
-  std::uint32_t m_count = 0;                     // classes there are
-  std::vector<std::uint8_t> m_classOf;           // by size rounded up to 8, divided by 8
-  std::vector<std::uint8_t> m_classOfAligned;    // the same for multiples of 16
-  std::uint32_t m_maxSlabBytes;                  // largest size that any class serves
+  std::array<Slots, 256> m_slots{};            // by state
+  std::array<SizeClass, 128> m_classes{};      // by capacity, ascending
+  std::uint32_t m_count = 0;                   // classes there are
+  std::vector<std::uint8_t> m_classOf;         // by size rounded up to 8, divided by 8
+  std::vector<std::uint8_t> m_classOfAligned;  // the same for multiples of 16
+  std::uint32_t m_maxSlabBytes;                // largest size that any class serves
 };
 
 }  // namespace tcmalloc

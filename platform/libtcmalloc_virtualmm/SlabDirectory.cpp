@@ -42,7 +42,7 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
 }
 
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
-  OnRelease(frame);
+  Withdraw(frame);
   PageEntry& entry = EntryAt(frame);
   if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
     entry.flags |= PageEntry::kVacant;
@@ -51,8 +51,8 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
 }
 
 void SlabDirectory::OnRelease(std::uint32_t frame) {
-  Unlink(frame);
-  CloseIfOpen(m_arena[frame].page);
+  Withdraw(frame);
+  --m_states[EntryAt(frame).Kind()].spans;
 }
 
 void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
@@ -93,6 +93,11 @@ void SlabDirectory::Unlink(std::uint32_t frame) {
   (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).Kind()].newestVacant
                              : m_arena[f.vacantNewer].vacantOlder) = f.vacantOlder;
   f.vacantListed = 0;
+}
+
+void SlabDirectory::Withdraw(std::uint32_t frame) {
+  Unlink(frame);
+  CloseIfOpen(m_arena[frame].page);
 }
 
 void SlabDirectory::CloseIfOpen(std::uint32_t page) {

@@ -48,8 +48,8 @@ class SlabDirectory {
   /// Notes that a slot of a slab that is not open became free.
   void OnSlotFreed(std::uint32_t frame);
 
-  /// Notes that a slab came into memory, is about to leave it, is about to be released, or moved
-  /// from one frame to another (whose descriptor is already a copy of the old one's).
+  /// Notes that a slab came into memory, is about to leave it, is about to end, or moved from one
+  /// frame to another (whose descriptor is already a copy of the old one's).
   void OnPageIn(std::uint32_t frame);
   void OnPageOut(std::uint32_t frame);
   void OnRelease(std::uint32_t frame);
@@ -58,6 +58,7 @@ class SlabDirectory {
  private:
   void Link(std::uint32_t frame);
   void Unlink(std::uint32_t frame);
+  void Withdraw(std::uint32_t frame);
   void CloseIfOpen(std::uint32_t page);
   void NoteOut(std::uint8_t sizeClass, std::uint32_t page);
   bool IsUsableOut(std::uint8_t sizeClass, std::uint32_t page);

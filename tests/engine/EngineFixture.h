@@ -14,6 +14,7 @@
 
 #include "engine/ScriptedPagingFile.h"
 #include "libtcmalloc_virtualmm/Engine.h"
+#include "support/FailingNew.h"
 
 /// One object as its test knows it: the seed tells its content.
 struct Object {
@@ -38,6 +39,7 @@ inline void Fill(void* address, std::uint32_t size, std::uint32_t seed) {
 inline bool Holds(const void* address, std::uint32_t size, std::uint32_t seed) {
   static std::vector<char> expected;
   if (expected.size() < size) {
+    const FailingNew::Pause pause;
     expected.resize(size);
   }
   Fill(expected.data(), size, seed);
@@ -96,6 +98,14 @@ class EngineFixture : public testing::Test {
       }
     }
     return objects;
+  }
+
+  /// Makes everything that is not pinned leave memory.
+  void PushOut() {
+    std::uint64_t offset = 0;
+    EXPECT_NE(engine->Allocate(static_cast<std::uint32_t>(GetStats().budgetBytes), offset),
+              nullptr);
+    engine->Deallocate(offset);
   }
 
   enum class Read { kIntact, kWrong, kNull };

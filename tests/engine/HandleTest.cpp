@@ -115,7 +115,7 @@ TEST_F(HandleTest, ForgedHandlesNameNothing) {
     }
     for (const bool inMemory : {true, false}) {
       if (!inMemory) {
-        Add(64 * 4096, 0);  // pushes everything else out
+        PushOut();
       }
       for (const std::uint64_t offset : forged) {
         if (valid.count(offset) == 0) {

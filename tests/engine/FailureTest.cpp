@@ -1,0 +1,249 @@
+#include <cerrno>
+
+#include "engine/EngineFixture.h"
+#include "support/FailingNew.h"
+
+// A disk that refuses: nothing stored is lost, what can be served is, and the rest works as soon as
+// the disk does again.
+
+namespace {
+
+using testing::HasSubstr;
+
+class FailureTest : public EngineFixture {
+ protected:
+  static constexpr std::uint32_t kPage = 4096;
+
+  static std::string SystemText(int error) {
+    char text[128];
+    tcmalloc::DescribeSystemError(error, text, sizeof text);
+    return text;
+  }
+
+  void ChangeAll(std::vector<Object>& objects, std::uint32_t seed) {
+    for (Object& object : objects) {
+      ASSERT_TRUE(Change(object, seed++)) << engine->GetLastError();
+    }
+  }
+};
+
+TEST_F(FailureTest, TheErrorTellsOperationFileReasonAndFigures) {
+  Make(8);
+  EXPECT_STREQ(engine->GetLastError(), "");
+  const std::vector<Object> objects = AddMany(64, kPage);
+  EXPECT_EQ(engine->GetAddress(12345 << 16, true), nullptr);
+  EXPECT_STREQ(engine->GetLastError(), "") << "a handle that names nothing is no failure";
+
+  file->reads.Fail(EIO);
+  EXPECT_EQ(Look(objects[0]), Read::kNull);
+  const std::string readError = engine->GetLastError();
+  EXPECT_THAT(readError, HasSubstr("read the paging file"));
+  EXPECT_THAT(readError, HasSubstr(ScriptedPagingFile::kPath));
+  EXPECT_THAT(readError, HasSubstr(SystemText(EIO)));
+  EXPECT_THAT(readError, HasSubstr("4096 bytes asked for"));
+  EXPECT_THAT(readError, HasSubstr("of 32768 bytes of the memory budget"));
+  file->writes.Fail(ENOSPC);
+  std::uint64_t offset = 99;
+  EXPECT_EQ(engine->Allocate(123456, offset), nullptr);
+  EXPECT_EQ(offset, 99U) << "unchanged";
+  EXPECT_THAT(engine->GetLastError(), HasSubstr("write the paging file"));
+  EXPECT_THAT(engine->GetLastError(), HasSubstr(SystemText(ENOSPC)));
+  EXPECT_THAT(engine->GetLastError(), HasSubstr("123456 bytes asked for"));
+}
+
+TEST_F(FailureTest, AFailedReadIsNullForThatObjectAndWorksLater) {
+  Make(64);
+  const std::vector<Object> objects = AddMany(300, kPage);
+  ExpectIntact(objects);  // reads ahead from here on
+  for (std::size_t nth = 1; nth <= 4; ++nth) {
+    file->reads.Fail(EIO, nth, 2);  // one alone is made up for when it carried several pages
+    std::size_t nulls = 0;
+    for (const Object& object : objects) {
+      const Read read = Look(object);
+      ASSERT_NE(read, Read::kWrong);
+      nulls += read == Read::kNull ? 1 : 0;
+    }
+    EXPECT_GE(nulls, 1U);
+    EXPECT_LE(nulls, 2U);
+    ExpectIntact(objects);
+  }
+  EXPECT_EQ(engine->DamagedReads(), 0U);
+}
+
+TEST_F(FailureTest, WhatCannotBeWrittenStaysInMemoryUntilItCan) {
+  for (const std::size_t tearAfter : {SIZE_MAX, std::size_t{1000}}) {
+    Make(8);
+    std::vector<Object> objects = AddMany(64, kPage);
+    file->transferLimit = tearAfter;  // a write fails after a part of the page has gone out
+    file->writes.Fail(EIO, 2);
+    for (std::uint32_t round = 1; round < 4; ++round) {
+      ASSERT_NO_FATAL_FAILURE(ChangeAll(objects, 1000 * round));
+      ExpectIntact(objects);
+    }
+    EXPECT_EQ(Add(kPage, 0).offset, 0U);
+    EXPECT_THAT(engine->GetLastError(), HasSubstr("write the paging file"));
+    EXPECT_GT(file->writes.failed, 0U);
+    file->writes.Mend();
+    ExpectIntact(objects);
+    AddMany(8, kPage);
+    EXPECT_LE(GetStats().residentBytes, 8U * kPage);
+    ExpectIntact(objects);
+  }
+}
+
+// Only readers: the dirty pages that cannot leave must not make memory grow with every read.
+TEST_F(FailureTest, ReadingOnAFullDiskDoesNotFillMemory) {
+  Make(64);
+  file->reserveSupported = false;
+  const std::vector<Object> objects = AddMany(1000, kPage);
+  file->writes.Fail(ENOSPC);
+  for (int round = 0; round < 3; ++round) {
+    ExpectIntact(objects);
+  }
+  EXPECT_LE(GetStats().residentBytes, 2U * 64 * kPage);
+}
+
+TEST_F(FailureTest, AFullDiskRefusesNewObjectsAndNothingElse) {
+  for (const bool canReserve : {true, false}) {
+    for (const std::uint32_t pageSize : {4096U, 16384U}) {
+      SCOPED_TRACE(testing::Message() << "reserve " << canReserve << ", page " << pageSize);
+      Make(32, pageSize);
+      file->reserveSupported = canReserve;
+      file->diskBytes = 3 << 20;
+      for (const std::uint32_t size : {300U, 5000U, 50000U}) {
+        std::vector<Object> objects = AddUntilFull(size, 20000);
+        ASSERT_LT(objects.size(), 20000U);
+        EXPECT_GE(objects.size() * size, 3U << 19) << "most of the disk is used";
+        EXPECT_THAT(engine->GetLastError(), HasSubstr(SystemText(ENOSPC)));
+        EXPECT_EQ(GetStats().currentObjects, objects.size());
+        ExpectIntact(objects);
+        ASSERT_NO_FATAL_FAILURE(ChangeAll(objects, 70000));
+        ExpectIntact(objects);
+        if (canReserve) {
+          // Noticed while everything stored has its place on the disk.
+          EXPECT_EQ(file->writtenPastReserved, 0U);
+          EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
+        }
+        const std::vector<Object> freed(objects.begin() + objects.size() / 2, objects.end());
+        Free(freed);
+        objects.resize(objects.size() / 2);
+        const std::vector<Object> again = AddUntilFull(size, 20000);
+        EXPECT_GE(again.size() + 20, freed.size()) << "room given back can be used";
+        ExpectIntact(again);
+        ExpectIntact(objects);
+        Free(again);
+        Free(objects);
+      }
+    }
+  }
+}
+
+TEST_F(FailureTest, WithoutAPagingFileTheBudgetIsTheEnd) {
+  for (const std::uint32_t pageSize : {4096U, 8192U}) {
+    Make(32, pageSize);
+    file->opens.Fail(EACCES);
+    std::vector<Object> objects = AddUntilFull(500, 20000);
+    EXPECT_LT(objects.size(), 1000U);
+    EXPECT_GT(objects.size() * 500, 32U * 4096 * 3 / 4);
+    EXPECT_EQ(GetStats().pageFileSize, 0U);
+    EXPECT_STREQ(GetStats().pagingFileName, "");
+    EXPECT_THAT(engine->GetLastError(),
+                HasSubstr(std::string("make the paging file in \"") + ScriptedPagingFile::kPath));
+    EXPECT_THAT(engine->GetLastError(), HasSubstr(SystemText(EACCES)));
+    ASSERT_NO_FATAL_FAILURE(ChangeAll(objects, 5));
+    ExpectIntact(objects);
+    file->opens.Mend();
+    const std::vector<Object> more = AddMany(1000, 500);
+    ExpectIntact(objects);
+    ExpectIntact(more);
+    EXPECT_EQ(GetStats().pageFileSize, file->Size());
+    EXPECT_STREQ(GetStats().pagingFileName, ScriptedPagingFile::kPath);
+  }
+}
+
+// In a child of the file's owner: what is in memory is served, what is out is not touched.
+TEST_F(FailureTest, AForeignFileIsNeitherReadNorWritten) {
+  Make(32);
+  std::vector<Object> objects = AddMany(100, kPage);
+  ExpectIntact(objects);  // everything is written; 32 clean pages are in memory
+  file->foreign = true;
+  const std::size_t calls = file->reads.made + file->writes.made + file->reserves.made;
+  std::vector<Object> served;
+  for (const Object& object : objects) {
+    const Read read = Look(object);
+    ASSERT_NE(read, Read::kWrong);
+    if (read == Read::kIntact) {
+      served.push_back(object);
+    }
+  }
+  EXPECT_GE(served.size(), 28U) << "what fails to come in pushes nothing out";
+  EXPECT_THAT(engine->GetLastError(), HasSubstr("parent"));
+  ASSERT_NO_FATAL_FAILURE(ChangeAll(served, 900));
+  ExpectIntact(served);
+  EXPECT_LT(AddUntilFull(kPage, 1000).size(), 1000U);
+  ExpectIntact(served);
+  Free(served);
+  EXPECT_EQ(file->reads.made + file->writes.made + file->reserves.made, calls);
+}
+
+// Every allocation of the engine's own fails once, then all from there on. Objects may be refused
+// meanwhile; none may be lost.
+TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
+  for (const FailingNew::Mode mode : {FailingNew::eOnce, FailingNew::eFromThenOn}) {
+    bool failed = true;
+    std::size_t nth = 1;
+    for (; failed; ++nth) {
+      SCOPED_TRACE(testing::Message() << "allocation " << nth << ", mode " << mode);
+      Make(64);
+      std::vector<Object> objects;
+      std::size_t refused = 0;
+      {
+        const FailingNew failing(nth, mode);
+        for (std::uint32_t i = 0; i < 800; ++i) {
+          const std::uint32_t size = i == 400 ? 6000000 : i % 20 == 0 ? 30000 : 40 + i % 900;
+          const Object object = Add(size, i);
+          const FailingNew::Pause pause;
+          refused += object.offset == 0 ? 1 : 0;
+          if (object.offset != 0) {
+            objects.push_back(object);
+          }
+          if (i % 3 == 0 && !objects.empty()) {  // slabs leave with free slots
+            std::swap(objects[i * 31 % objects.size()], objects.back());
+            const std::uint64_t before = GetStats().currentObjects;
+            engine->Deallocate(objects.back().offset);
+            if (GetStats().currentObjects < before) {
+              objects.pop_back();
+            }
+          }
+          if (i % 5 == 0 && !objects.empty()) {
+            ASSERT_NE(Look(objects[i * 17 % objects.size()]), Read::kWrong);
+          }
+        }
+        failed = failing.count() >= nth;
+      }
+      ASSERT_EQ(GetStats().currentObjects, objects.size());
+      if (refused > 0) {
+        EXPECT_THAT(engine->GetLastError(), HasSubstr("memory"));
+      }
+      ASSERT_NO_FATAL_FAILURE(ExpectIntact(objects));
+      AddMany(10, 30000);
+      Free(objects);
+      ASSERT_EQ(GetStats().currentObjects, 10U);
+    }
+    EXPECT_GT(nth, 20U) << "the workload makes the engine's structures grow";
+  }
+}
+
+TEST_F(FailureTest, AnEngineThatCannotBeMadeLeavesNothingBehind) {
+  for (std::size_t nth = 1; engine == nullptr; ++nth) {
+    const FailingNew failing(nth);
+    try {
+      Make(64);
+    } catch (const std::bad_alloc&) {
+      ASSERT_EQ(failing.count(), nth);
+    }
+  }
+  AddMany(10, 100);
+}
+
+}  // namespace

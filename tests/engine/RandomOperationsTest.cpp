@@ -1,0 +1,246 @@
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <random>
+
+#include "engine/EngineFixture.h"
+
+// Random operations, side by side with a model that cannot page. QRT_TEST_SEED sets another seed.
+
+namespace {
+
+struct Setup {
+  std::uint32_t frames;
+  std::uint32_t pageSize;
+  bool moveOnUnpin;
+  enum class File { kGood, kShort, kFailing } file;
+};
+
+std::ostream& operator<<(std::ostream& os, const Setup& setup) {
+  return os << setup.frames << " frames, pages of " << setup.pageSize
+            << (setup.moveOnUnpin ? ", moving" : "") << ", file " << static_cast<int>(setup.file);
+}
+
+class RandomOperationsTest : public EngineFixture, public testing::WithParamInterface<Setup> {
+ protected:
+  struct Live : Object {
+    std::vector<bool> pins;  // one per pin: whether it is for writing
+    void* address = nullptr;
+  };
+
+  static constexpr std::uint64_t kMostBytes = 3 << 20;
+
+  std::uint32_t Random() { return static_cast<std::uint32_t>(m_random()); }
+  std::uint32_t Below(std::uint32_t end) { return Random() % end; }
+  Live& Any() { return m_live[Below(static_cast<std::uint32_t>(m_live.size()))]; }
+
+  /// Any size from 0 bytes to 400 KiB, all magnitudes alike.
+  std::uint32_t AnySize() {
+    return static_cast<std::uint32_t>(std::exp2(Random() * (18.65 / 4294967296.0))) - Below(2);
+  }
+
+  std::size_t Failures() const { return file->reads.failed + file->writes.failed; }
+
+  void Allocate() {
+    Live object;
+    object.size = AnySize();
+    object.seed = Random();
+    const std::size_t failures = Failures();
+    object.address = engine->Allocate(object.size, object.offset);
+    if (object.address == nullptr) {
+      ASSERT_GT(Failures(), failures) << engine->GetLastError();
+      ASSERT_EQ(object.offset, 0U) << "unchanged";
+      return;
+    }
+    ++m_allocated;
+    m_bytes += object.size;
+    object.size = std::max(object.size, 1U);
+    object.pins = {true};
+    Fill(object.address, object.size, object.seed);
+    m_live.push_back(std::move(object));
+    m_most = std::max(m_most, m_live.size());
+  }
+
+  void Pin(Live& object) {
+    const bool forWriting = Below(2) == 0;
+    const std::size_t failures = Failures();
+    void* address = engine->GetAddress(object.offset, forWriting);
+    if (address == nullptr) {
+      ASSERT_TRUE(object.pins.empty());
+      ASSERT_GT(Failures(), failures) << engine->GetLastError();
+      return;
+    }
+    ASSERT_TRUE(object.pins.empty() || address == object.address);
+    object.address = address;
+    object.pins.push_back(forWriting);
+    ASSERT_TRUE(Holds(address, object.size, object.seed)) << "size " << object.size;
+  }
+
+  void Change(Live& object) {
+    if (object.pins.empty()) {
+      return;
+    }
+    object.seed = Random();
+    Fill(object.address, object.size, object.seed);
+    if (std::find(object.pins.begin(), object.pins.end(), true) == object.pins.end()) {
+      engine->Dirty(object.offset);
+    }
+  }
+
+  void Dismiss(Live& object) {
+    engine->Dismiss(object.offset);  // at times one too many
+    if (!object.pins.empty()) {
+      object.pins.pop_back();
+    }
+  }
+
+  void Deallocate(Live& object) {
+    const std::size_t failures = Failures();
+    engine->Deallocate(object.offset);
+    if (GetStats().currentObjects == m_live.size()) {
+      ASSERT_GT(Failures(), failures) << "only what cannot be read cannot be freed";
+      return;
+    }
+    m_stale.push_back(object.offset);
+    m_bytes -= object.size;
+    std::swap(object, m_live.back());
+    m_live.pop_back();
+  }
+
+  void UseStale() {
+    const std::uint64_t offset = m_stale[Below(static_cast<std::uint32_t>(m_stale.size()))];
+    ASSERT_EQ(engine->GetAddress(offset, true), nullptr);
+    engine->Dismiss(offset);
+    engine->Dirty(offset);
+    engine->Deallocate(offset);
+  }
+
+  void Step() {
+    const std::uint32_t choice = Below(100);
+    if (m_live.empty() || (choice < 25 && m_bytes < kMostBytes)) {
+      Allocate();
+    } else if (choice < 50) {
+      Pin(Any());
+    } else if (choice < 60) {
+      Change(Any());
+    } else if (choice < 85) {
+      Dismiss(Any());
+    } else if (choice < 98) {
+      Deallocate(Any());
+    } else if (!m_stale.empty()) {
+      UseStale();
+    }
+    if (Below(300) == 0) {
+      UnpinAll();
+    }
+  }
+
+  void UnpinAll() {
+    for (Live& object : m_live) {
+      while (!object.pins.empty()) {
+        Dismiss(object);
+      }
+    }
+    if (file->writes.failed == 0) {
+      ASSERT_LE(GetStats().residentBytes, GetStats().budgetBytes);
+    }
+  }
+
+  void CompareReports() {
+    References expected;
+    const tcmalloc::SizeClasses classes(GetParam().pageSize);
+    std::map<std::uint32_t, std::uint64_t> perPool;
+    std::uint64_t large = 0;
+    std::uint64_t largePages = 0;
+    for (const Live& object : m_live) {
+      if (!object.pins.empty()) {
+        expected.emplace_back(object.offset, object.size, object.pins.size());
+      }
+      const std::uint8_t sizeClass = classes.ClassFor(object.size);
+      if (sizeClass == tcmalloc::SizeClasses::kLarge) {
+        ++large;
+        largePages += (object.size + GetParam().pageSize - 1) / GetParam().pageSize;
+      } else {
+        perPool[classes[sizeClass].capacity] += classes[sizeClass].capacity;
+      }
+    }
+    std::sort(expected.begin(), expected.end());
+    ASSERT_EQ(GetReferences(), expected);
+
+    const Stats stats = GetStats();
+    ASSERT_EQ(stats.currentObjects, m_live.size());
+    ASSERT_EQ(stats.maxObjects, m_most);
+    ASSERT_EQ(stats.cumulativeObjects, m_allocated);
+    ASSERT_EQ(stats.largeSpans, large);
+    ASSERT_EQ(stats.largePages, largePages);
+    for (const tcmalloc::FixedPoolStats& pool : stats.pools) {
+      ASSERT_EQ(pool.allocBytes, perPool[pool.objectSize]) << "pool " << pool.objectSize;
+      ASSERT_LE(pool.allocBytes + pool.freeBytes, std::uint64_t{pool.pages} * GetParam().pageSize);
+      perPool.erase(pool.objectSize);
+    }
+    ASSERT_TRUE(perPool.empty());
+    ASSERT_GE(stats.pageOuts, stats.pageWrites);
+  }
+
+  std::mt19937 m_random;
+  std::vector<Live> m_live;            // the model: every object there is
+  std::vector<std::uint64_t> m_stale;  // handles of objects that ended
+  std::uint64_t m_bytes = 0;           // in objects
+  std::uint64_t m_allocated = 0;       // objects ever
+  std::size_t m_most = 0;              // objects at one time
+};
+
+TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
+  const char* wanted = std::getenv("QRT_TEST_SEED");
+  const unsigned seed = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : 1;
+  SCOPED_TRACE(testing::Message() << GetParam() << "; seed " << seed);
+  m_random.seed(seed);
+  Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin);
+  if (GetParam().file == Setup::File::kShort) {
+    file->interrupted = true;
+    file->transferLimit = 5000;
+  }
+  for (int step = 0; step < 8000; ++step) {
+    SCOPED_TRACE(testing::Message() << "step " << step);
+    if (GetParam().file == Setup::File::kFailing && Below(40) == 0) {
+      file->transferLimit = 1 + Below(20000);  // so that images tear
+      file->reads.Fail(EIO, 1 + Below(4), Below(3));
+      file->writes.Fail(EIO, 1 + Below(4), Below(30));
+    }
+    ASSERT_NO_FATAL_FAILURE(Step());
+    if (step % 100 == 0) {
+      ASSERT_NO_FATAL_FAILURE(CompareReports());
+    }
+  }
+  file->reads.Mend();
+  file->writes.Mend();
+  ASSERT_NO_FATAL_FAILURE(UnpinAll());
+  ASSERT_NO_FATAL_FAILURE(CompareReports());
+  EXPECT_EQ(engine->DamagedReads(), 0U);
+  while (!m_live.empty()) {
+    ASSERT_EQ(Look(m_live.back()), Read::kIntact) << engine->GetLastError();
+    Deallocate(m_live.back());
+  }
+  ASSERT_NO_FATAL_FAILURE(CompareReports());
+  EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
+}
+
+std::vector<Setup> AllSetups() {
+  std::vector<Setup> setups;
+  for (const std::uint32_t frames : {1U, 8U, 256U}) {
+    for (const std::uint32_t pageSize : {4096U, 8192U, 16384U}) {
+      for (const bool moveOnUnpin : {false, true}) {
+        setups.push_back({frames, pageSize, moveOnUnpin, Setup::File::kGood});
+      }
+      setups.push_back({frames, pageSize, false, Setup::File::kFailing});
+    }
+    setups.push_back({frames, 4096, true, Setup::File::kFailing});
+    setups.push_back({frames, 4096, false, Setup::File::kShort});
+  }
+  return setups;
+}
+
+INSTANTIATE_TEST_SUITE_P(Engine, RandomOperationsTest, testing::ValuesIn(AllSetups()));
+
+}  // namespace
