@@ -80,6 +80,8 @@ TEST_F(FailureTest, WhatCannotBeWrittenStaysInMemoryUntilItCan) {
       ASSERT_NO_FATAL_FAILURE(ChangeAll(objects, 1000 * round));
       ExpectIntact(objects);
     }
+    // As before the failures: what the file held then, it may not hold any more.
+    ASSERT_NO_FATAL_FAILURE(ChangeAll(objects, 0));
     EXPECT_EQ(Add(kPage, 0).offset, 0U);
     EXPECT_THAT(engine->GetLastError(), HasSubstr("write the paging file"));
     EXPECT_GT(file->writes.failed, 0U);
@@ -89,6 +91,18 @@ TEST_F(FailureTest, WhatCannotBeWrittenStaysInMemoryUntilItCan) {
     EXPECT_LE(GetStats().residentBytes, 8U * kPage);
     ExpectIntact(objects);
   }
+}
+
+TEST_F(FailureTest, WhatNeedNoWriteMakesRoomForNewObjects) {
+  Make(32);
+  std::vector<Object> objects = AddMany(100, kPage);
+  PushOut();
+  const std::vector<Object> clean(objects.begin(), objects.begin() + 30);
+  ExpectIntact(clean);
+  ASSERT_TRUE(Change(objects[40], 1) && Change(objects[41], 2));
+  file->writes.Fail(EIO);
+  EXPECT_GE(AddUntilFull(kPage, 100).size(), 20U);
+  ExpectIntact(objects);
 }
 
 // Only readers: the dirty pages that cannot leave must not make memory grow with every read.

@@ -82,6 +82,27 @@ TEST_F(SizeTest, PowersOfTwoAndMultiplesOfPagesFillTheirPages) {
   }
 }
 
+// Budgets that hold everything, and an eighth of it.
+TEST_F(SizeTest, FreedSlotsAreUsedAgainBeforeNewPages) {
+  for (const std::uint32_t frames : {1024U, 64U}) {
+    std::mt19937 random(1);
+    Make(frames);
+    std::vector<Object> objects = AddMany(15000, 100);
+    const std::uint64_t before = BytesOfPages();
+    for (int round = 0; round < 10; ++round) {
+      std::shuffle(objects.begin(), objects.end(), random);
+      for (auto object = objects.begin(); object != objects.begin() + 7500; ++object) {
+        engine->Deallocate(object->offset);
+      }
+      for (auto object = objects.begin(); object != objects.begin() + 7500; ++object) {
+        *object = Add(100, static_cast<std::uint32_t>(round));
+      }
+      ASSERT_LE(BytesOfPages(), before + before / 8) << frames << " frames, round " << round;
+    }
+    ExpectIntact(objects);
+  }
+}
+
 TEST_F(SizeTest, TheLargestObjectIsMadeOrRefusedWithItsSize) {
   Make(8);
   const std::vector<Object> objects = AddMany(50, 1000);
