@@ -1,0 +1,325 @@
+#include "QRTMemoryArena.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+
+#include "QRTCore/QRTAssert.h"
+#include "QRTFixedMemoryPoolChunk.h"
+#include "QRTMemoryChecker.h"
+
+namespace {
+
+using ElementHeader = QRTFixedMemoryPool::ElementHeader;
+
+constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
+constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
+constexpr unsigned kDefaultBudget = 262144;
+constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
+
+// One more than there can be, so that a larger count fails at the bin that is too large and not
+// for want of room for all of them.
+constexpr std::size_t kMostReserved = 4094;
+
+}  // namespace
+
+QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
+    : m_numVarBins(numBins),
+      m_maxAllowed(maxAllowed != 0 ? maxAllowed : kDefaultBudget),
+      m_remaining(m_maxAllowed),
+      m_expansions(0),
+      m_nonBinAllocs(0),
+      m_chunkSize(0),
+      m_reclaims(0),
+      m_minNonBin(kMostBytes),
+      m_maxNonBin(0),
+      m_nonBinBlocks(nullptr),
+      m_watched(QRTMemoryChecker::isActive()) {
+  // A negative count is a length no vector can have.
+  const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
+  m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
+  try {
+    for (int bin = 0; bin < m_numVarBins; ++bin) {
+      m_pools.push_back(QRT_GUARD_ALLOC(new QRTFixedMemoryPool(index2Size(bin), 0, 1)));
+      if (bin == 0) {
+        int chunkBytes = 0;
+        m_pools[0]->info(&chunkBytes, nullptr, nullptr, nullptr);
+        m_chunkSize = static_cast<unsigned>(chunkBytes);
+      }
+    }
+    m_nonBinBlocks = QRT_GUARD_ALLOC(new std::set<void*>);
+  } catch (...) {
+    release();
+    throw;
+  }
+  if (m_watched != 0) {
+    QRTMemoryChecker::poolCreated(this, kHeaderBytes);
+  }
+}
+
+QRTMemoryArena::~QRTMemoryArena() {
+  if (m_watched != 0) {
+    QRTMemoryChecker::poolDestroyed(this);
+  }
+  release();
+}
+
+void QRTMemoryArena::release() noexcept {
+  for (QRTFixedMemoryPool* pool : m_pools) {
+    delete pool;
+  }
+  m_pools.clear();
+  if (m_nonBinBlocks != nullptr) {
+    for (void* block : *m_nonBinBlocks) {
+      std::free(block);
+    }
+    delete m_nonBinBlocks;
+    m_nonBinBlocks = nullptr;
+  }
+}
+
+void* QRTMemoryArena::alloc(unsigned size) {
+  // Size 0 wraps to an index beyond every bin.
+  const unsigned bin = static_cast<unsigned>(size2Index(size));
+  if (bin < static_cast<unsigned>(m_numVarBins)) {
+    void* const p = m_pools[bin]->tryAlloc();
+    return p != nullptr ? p : allocFromBin(bin);
+  }
+  return size != 0 ? allocLarge(size) : nullptr;
+}
+
+/// Serves a bin request when the common case does not:
+///   1. from the bin itself;
+///   2. from a new chunk, when the budget pays it;
+///   3. from a wholly free chunk of another bin, each of which keeps one for itself.
+void* QRTMemoryArena::allocFromBin(unsigned bin) {
+  checkForMemoryOverWrite();
+  // Step 1
+  QRTFixedMemoryPool* const pool = m_pools[bin];
+  if (void* const p = pool->alloc()) {
+    return p;
+  }
+  // Step 2
+  if (m_remaining >= m_chunkSize) {
+    // Charged first: when detection finds damage after the chunk came in, the charge stays.
+    m_remaining -= m_chunkSize;
+    try {
+      pool->grow(nullptr);
+    } catch (const QRTAssertError&) {
+      throw;
+    } catch (...) {
+      m_remaining += m_chunkSize;
+      throw;
+    }
+    return pool->alloc();
+  }
+  // Step 3
+  for (QRTFixedMemoryPool* other : m_pools) {
+    void* const chunk = other != pool ? other->reclaim(1) : nullptr;
+    if (chunk != nullptr) {
+      ++m_reclaims;
+      pool->grow(chunk);
+      return pool->alloc();
+    }
+  }
+  return nullptr;
+}
+
+/// Serves a large request:
+///   1. make room in the budget;
+///   2. obtain the block and record it;
+///   3. count and charge it;
+///   4. write the header.
+void* QRTMemoryArena::allocLarge(unsigned size) {
+  checkForMemoryOverWrite();
+  // Step 1
+  const std::uint64_t wanted = std::uint64_t{size} + kHeaderBytes;
+  if (!makeRoom(wanted)) {
+    return nullptr;
+  }
+  const unsigned total = static_cast<unsigned>(wanted);
+  // Step 2
+  void* const block = std::malloc(total);
+  if (block == nullptr) {
+    return nullptr;
+  }
+  std::pair<std::set<void*>::iterator, bool> insStatus;
+  try {
+    insStatus = m_nonBinBlocks->insert(block);
+  } catch (const std::bad_alloc&) {
+    std::free(block);
+    return nullptr;
+  }
+  QRT_ASSERT(insStatus.second);
+  // Step 3
+  ++m_nonBinAllocs;
+  m_minNonBin = std::min(m_minNonBin, total);
+  m_maxNonBin = std::max(m_maxNonBin, total);
+  m_remaining -= total;
+  // Step 4
+  auto* const header = static_cast<ElementHeader*>(block);
+  header->m_size = size;
+  header->m_offset = 0;
+  header->m_inUse = 1;
+  header->m_filler3 = 0x0E;
+  void* const mem = header + 1;
+  if (m_watched != 0) {
+    QRTMemoryChecker::close(header, total);
+    QRTMemoryChecker::handedOut(this, mem, size);
+  }
+  return mem;
+}
+
+/// Releases wholly free chunks, bin by bin, until the budget has `total` bytes left.
+/// @return whether it has; the chunks released stay released in any case
+bool QRTMemoryArena::makeRoom(std::uint64_t total) {
+  if (total > m_remaining) {
+    const std::uint64_t need = total - m_remaining;
+    unsigned released = 0;
+    for (std::size_t bin = 0; bin < m_pools.size() && released < need; ++bin) {
+      const unsigned bytes = m_pools[bin]->trim(0);
+      released += bytes;
+      m_remaining += bytes;
+    }
+  }
+  return total <= m_remaining;
+}
+
+void QRTMemoryArena::free(void* mem) {
+  if (mem != nullptr && m_watched == 0) {
+    const auto size =
+        static_cast<unsigned>(QRTFixedMemoryPoolHeader::load(static_cast<char*>(mem)));
+    const unsigned bin = static_cast<unsigned>(size2Index(size));
+    if (bin < static_cast<unsigned>(m_numVarBins) && m_pools[bin]->tryFree(mem)) {
+      return;
+    }
+  }
+  freeSlow(mem);
+}
+
+void QRTMemoryArena::freeSlow(void* mem) {
+  QRT_ASSERT(mem);
+  checkForMemoryOverWrite();
+  unsigned size = 0;
+  {
+    const QRTMemoryChecker::Pass pass(m_watched != 0);
+    size = QRTFixedMemoryPool::allocSize(mem);
+  }
+  QRT_ASSERT_NAMED(size != 0, "QRTMemoryArena::free: the block's header says size 0.");
+  const unsigned bin = static_cast<unsigned>(size2Index(size));
+  if (bin < static_cast<unsigned>(m_numVarBins)) {
+    m_pools[bin]->free(mem);
+  } else {
+    freeLarge(mem, size);
+  }
+}
+
+void QRTMemoryArena::freeLarge(void* mem, unsigned size) {
+  m_remaining += size + kHeaderBytes;
+  void* const block = static_cast<ElementHeader*>(mem) - 1;
+  const std::size_t eraseCount = m_nonBinBlocks->erase(block);
+  QRT_ASSERT_NAMED(eraseCount == 1, "Invalid memory chunk in QRTMemoryArena::free");
+  if (m_watched != 0) {
+    QRTMemoryChecker::givenBack(this, mem, size);
+    QRTMemoryChecker::open(block, kHeaderBytes);
+  }
+  std::free(block);
+}
+
+void QRTMemoryArena::expand(unsigned size) {
+  checkForMemoryOverWrite();
+  const std::uint64_t add = std::uint64_t{std::max(size, m_chunkSize)} + kHeaderBytes;
+  const unsigned room = kMostBytes - m_maxAllowed;
+  const unsigned raised = add < room ? static_cast<unsigned>(add) : room;
+  ++m_expansions;
+  m_remaining += raised;
+  m_maxAllowed += raised;
+}
+
+unsigned QRTMemoryArena::bin2Size(int bin) {
+  return index2Size(bin);
+}
+
+int QRTMemoryArena::size2Bin(unsigned size) {
+  return size2Index(size);
+}
+
+unsigned QRTMemoryArena::index2Size(int bin) {
+  return kBinStep * static_cast<unsigned>(bin) + kBinStep;
+}
+
+int QRTMemoryArena::size2Index(unsigned size) {
+  return static_cast<int>((size - 1) / kBinStep);
+}
+
+int QRTMemoryArena::getNumVarBins() const {
+  return m_numVarBins;
+}
+
+void QRTMemoryArena::getPoolStats(int bin, int* chunkBytes, int* chunkCount,
+                                  int* elementsPerChunk) {
+  checkForMemoryOverWrite();
+  if (bin >= 0 && bin < m_numVarBins) {
+    m_pools[static_cast<unsigned>(bin)]->info(chunkBytes, chunkCount, elementsPerChunk, nullptr);
+    return;
+  }
+  for (int* figure : {chunkBytes, chunkCount, elementsPerChunk}) {
+    if (figure != nullptr) {
+      *figure = 0;
+    }
+  }
+}
+
+void QRTMemoryArena::getPoolStats(unsigned& count, unsigned& used, unsigned& remaining) {
+  checkForMemoryOverWrite();
+  count = 1;
+  used = m_maxAllowed - m_remaining;
+  remaining = m_remaining;
+}
+
+void QRTMemoryArena::dumpStats(std::ostream& os) {
+  checkForMemoryOverWrite();
+  os << std::endl;
+  os << "Pool Statistics - Max Allowed: " << m_maxAllowed
+     << ", Memory used: " << m_maxAllowed - m_remaining << ", Pool remaining: " << m_remaining
+     << ", Expansions: " << m_expansions << ", Reclaims: " << m_reclaims << std::endl;
+  os << std::endl;
+  os << "Arena Statistics - Memory Bins: " << m_numVarBins << ", Non Bin Allocs: " << m_nonBinAllocs
+     << " (" << (m_nonBinAllocs != 0 ? m_minNonBin : 0) << "/" << m_maxNonBin << ")" << std::endl;
+  for (int bin = 0; bin < m_numVarBins; ++bin) {
+    int chunkBytes = 0;
+    int chunkCount = 0;
+    int elementsPerChunk = 0;
+    int chunksInUse = 0;
+    m_pools[static_cast<unsigned>(bin)]->info(&chunkBytes, &chunkCount, &elementsPerChunk,
+                                              &chunksInUse);
+    os << "  Bin [" << bin + 1 << "] - Size: " << index2Size(bin) << std::endl;
+    os << "     Chunk Size: " << chunkBytes << ", Chunk Count: " << chunkCount
+       << ", Chunks InUse: " << chunksInUse << ", Pool Size: "
+       << static_cast<int>(static_cast<unsigned>(chunkBytes) * static_cast<unsigned>(chunkCount))
+       << ", Elements/Chunk: " << elementsPerChunk << std::endl;
+  }
+  os << std::endl;
+}
+
+void QRTMemoryArena::checkForMemoryOverWrite() const {
+  if (m_numVarBins > 0 && m_pools[0]->getDetectMemoryOverWrites() != 0) {
+    for (const QRTFixedMemoryPool* pool : m_pools) {
+      pool->checkForMemoryOverWrite();
+    }
+  }
+}
+
+void QRTMemoryArena::setDetectMemoryOverWrites(int on) {
+  for (QRTFixedMemoryPool* pool : m_pools) {
+    pool->setDetectMemoryOverWrites(on);
+  }
+}
+
+void QRTMemoryArena::setAbortProcessOnMemoryOverWrites(int on) {
+  for (QRTFixedMemoryPool* pool : m_pools) {
+    pool->setAbortProcessOnMemoryOverWrites(on);
+  }
+}

@@ -1,0 +1,72 @@
+#ifndef ALLOCTESTSUPPORT_H
+#define ALLOCTESTSUPPORT_H
+
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "QRTCore/QRTThrowable.h"
+
+/// What a caller can see of an error. `text` is "-" when the call raised nothing.
+struct SeenError {
+  std::string type = "-";
+  std::string text = "-";
+  std::string file;
+  std::vector<std::string> macros;
+};
+
+template <class Call>
+SeenError errorOf(Call&& call) {
+  SeenError seen;
+  try {
+    call();
+  } catch (const QRTThrowable& error) {
+    seen.type = error.getClassName();
+    seen.text = error.getText() != nullptr ? error.getText() : "(none)";
+    for (const QRTBackTraceEntry& entry : error.getBackTrace()) {
+      seen.file = entry.where.file;
+      seen.macros.emplace_back(entry.macro);
+      if (entry.function != nullptr) {
+        seen.text += " with a function name";
+      }
+    }
+  } catch (const std::exception& error) {
+    seen.type = typeid(error).name();
+    seen.text = error.what();
+  }
+  return seen;
+}
+
+/// The seed of a random test: QRT_TEST_SEED when set, else a new one. Tests print it.
+inline unsigned testSeed() {
+  const char* const given = std::getenv("QRT_TEST_SEED");
+  return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                          : std::random_device{}();
+}
+
+/// Random numbers of 32 bits, whatever width the platform gives the standard engine.
+class TestRandom {
+ public:
+  using result_type = unsigned;
+  explicit TestRandom(unsigned seed) : m_engine(seed) {}
+  static constexpr unsigned min() { return 0; }
+  static constexpr unsigned max() { return 0xFFFFFFFF; }
+  unsigned operator()() { return static_cast<unsigned>(m_engine()); }
+
+ private:
+  std::mt19937 m_engine;
+};
+
+/// Reads and inverts a byte that is closed while a memory checker watches: the sanitizer does not
+/// look into these.
+[[gnu::no_sanitize_address, gnu::noinline]] inline unsigned char peek(const void* p) {
+  return *static_cast<const volatile unsigned char*>(p);
+}
+[[gnu::no_sanitize_address, gnu::noinline]] inline void invert(void* p) {
+  auto* const byte = static_cast<volatile unsigned char*>(p);
+  *byte = static_cast<unsigned char>(~*byte);
+}
+
+#endif  // ALLOCTESTSUPPORT_H

@@ -1,0 +1,447 @@
+#include "QRTFixedMemoryPool.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <new>
+#include <set>
+#include <vector>
+
+#include "AllocTestSupport.h"
+#include "support/FailingNew.h"
+
+namespace {
+
+constexpr char kFillerText[] = "QRT_ASSERT(rh->m_filler3 == 0xE);";
+constexpr char kTooLargeText[] =
+    "QRT_ASSERT_NAMED(m_esize <= Chunk::size, \"Specified size for QRTFixedMemoryPool is too "
+    "large.\");";
+constexpr unsigned kChunkBytes = 32760;
+
+struct Info {
+  int chunkBytes = -1, chunks = -1, perChunk = -1, inUse = -1;
+};
+
+Info infoOf(QRTFixedMemoryPool& pool) {
+  Info i;
+  pool.info(&i.chunkBytes, &i.chunks, &i.perChunk, &i.inUse);
+  return i;
+}
+
+TEST(QRTFixedMemoryPool, LaysElementsOutByTheDocumentedFigures) {
+  struct Case {
+    unsigned size;
+    int headers;
+    unsigned stride;
+    int perChunk;
+  };
+  const Case cases[] = {
+      {0, 0, 8, 4094},      {0, 1, 16, 2047},     {1, 0, 8, 4094},      {20, 1, 32, 1023},
+      {100, 0, 104, 314},   {100, 1, 112, 292},   {32752, 0, 32752, 1}, {32744, 1, 32752, 1},
+      {16368, 1, 16376, 2}, {16369, 1, 16384, 1},
+  };
+  for (const Case& c : cases) {
+    QRTFixedMemoryPool pool(c.size, 1, c.headers);
+    EXPECT_EQ(infoOf(pool).chunks, 0);
+    std::vector<char*> elements;
+    for (int i = 0; i < c.perChunk; ++i) {
+      elements.push_back(static_cast<char*>(pool.alloc()));
+      ASSERT_EQ(elements[static_cast<std::size_t>(i)] - elements[0],
+                static_cast<std::ptrdiff_t>(c.stride) * i)
+          << c.size;
+    }
+    const Info info = infoOf(pool);
+    EXPECT_EQ(info.chunkBytes, 32760);
+    EXPECT_EQ(info.chunks, 1) << c.size;
+    EXPECT_EQ(info.perChunk, c.perChunk);
+    EXPECT_EQ(info.inUse, c.headers);
+    if (c.headers != 0) {
+      EXPECT_EQ(QRTFixedMemoryPool::allocSize(elements.back()), c.size != 0 ? c.size : 8);
+      const char* const header = elements.back() - 8;
+      EXPECT_EQ(peek(header + 4) + peek(header + 5) * 256, elements.back() - elements.front());
+      EXPECT_EQ(peek(header + 6), 1);
+      EXPECT_EQ(peek(header + 7), 0x0E);
+    }
+    ASSERT_NE(pool.alloc(), nullptr);
+    EXPECT_EQ(infoOf(pool).chunks, 2);
+  }
+}
+
+TEST(QRTFixedMemoryPool, RefusesElementsThatDoNotFitAChunk) {
+  const struct {
+    unsigned size;
+    int headers;
+  } cases[] = {{32745, 1}, {32753, 0}, {0xFFFFFFFF, 0}, {0xFFFFFFFF, 1}, {0xFFFFFFF8, 1}};
+  for (const auto& c : cases) {
+    const SeenError seen = errorOf([&] { const QRTFixedMemoryPool pool(c.size, 1, c.headers); });
+    EXPECT_EQ(seen.text, kTooLargeText) << c.size;
+    EXPECT_EQ(seen.type, "QRTAssertError");
+    EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+    EXPECT_EQ(seen.macros, std::vector<std::string>{"QRT_THROW"});
+  }
+}
+
+TEST(QRTFixedMemoryPool, GrowsByItselfOnlyWhenAskedTo) {
+  for (const int headers : {0, 1}) {
+    QRTFixedMemoryPool pool(16000, 2, headers);  // of growable only the lowest bit counts
+    EXPECT_EQ(pool.alloc(), nullptr);
+    pool.grow(nullptr);
+    EXPECT_NE(pool.alloc(), nullptr);
+    EXPECT_NE(pool.alloc(), nullptr);
+    EXPECT_EQ(pool.alloc(), nullptr);
+    EXPECT_EQ(infoOf(pool).chunks, 1);
+  }
+}
+
+TEST(QRTFixedMemoryPool, AGrowWithoutHeadersKeepsTheElementsThatWereFree) {
+  QRTFixedMemoryPool pool(8000, 0, 0);
+  pool.grow(nullptr);
+  pool.grow(nullptr);
+  std::set<void*> elements;
+  while (void* const p = pool.alloc()) {
+    elements.insert(p);
+  }
+  EXPECT_EQ(elements.size(), 8u);
+}
+
+TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
+  for (const int headers : {0, 1}) {
+    QRTFixedMemoryPool pool(100, 1, headers);
+    const SeenError seen = errorOf([&] {
+      const FailingNew fails(1, FailingNew::eFromThenOn);
+      pool.alloc();
+    });
+    EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
+    EXPECT_EQ(seen.text, "(none)");
+    EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+    EXPECT_EQ(seen.macros, std::vector<std::string>{"QRT_THROW"});
+    EXPECT_EQ(infoOf(pool).chunks, 0);
+    EXPECT_NE(pool.alloc(), nullptr);
+  }
+}
+
+TEST(QRTFixedMemoryPool, ReclaimAndTrimTakeWhollyFreeChunksNewestFirst) {
+  QRTFixedMemoryPool pool(30000, 0, 1);
+  std::vector<char*> chunks;  // oldest first
+  for (int i = 0; i < 5; ++i) {
+    pool.grow(nullptr);
+    chunks.push_back(static_cast<char*>(pool.alloc()) - 8);
+  }
+  for (char* chunk : chunks) {
+    pool.free(chunk + 8);
+  }
+  EXPECT_EQ(pool.reclaim(5), nullptr);
+  EXPECT_EQ(pool.reclaim(-1), nullptr);
+  EXPECT_EQ(pool.reclaim(std::numeric_limits<int>::min()), nullptr);
+  EXPECT_EQ(pool.trim(-1), 0u);
+  void* const second = pool.reclaim(1);
+  EXPECT_EQ(second, chunks[3]);
+  pool.grow(second);
+  EXPECT_EQ(pool.alloc(), chunks[3] + 8) << "the chunk added last is current";
+  EXPECT_EQ(infoOf(pool).inUse, 1);
+  EXPECT_EQ(pool.trim(2), 2 * kChunkBytes);
+  EXPECT_EQ(infoOf(pool).chunks, 3);
+  EXPECT_EQ(pool.trim(0), 2 * kChunkBytes);
+  EXPECT_EQ(infoOf(pool).chunks, 1);
+  pool.free(chunks[3] + 8);
+  EXPECT_EQ(pool.trim(0), kChunkBytes);
+  EXPECT_EQ(pool.alloc(), nullptr);
+
+  QRTFixedMemoryPool plain(30000, 0, 0);
+  plain.grow(nullptr);
+  EXPECT_EQ(plain.reclaim(0), nullptr);
+  EXPECT_EQ(plain.trim(0), 0u);
+  EXPECT_EQ(infoOf(plain).chunks, 1);
+}
+
+TEST(QRTFixedMemoryPool, InfoCountsChunksInUseOnlyTogetherWithChunks) {
+  QRTFixedMemoryPool pool(8, 1, 1);
+  void* const p = pool.alloc();
+  EXPECT_EQ(infoOf(pool).perChunk, 2047);
+  EXPECT_EQ(infoOf(pool).inUse, 1);
+  int inUse = -1;
+  pool.info(nullptr, nullptr, nullptr, &inUse);
+  EXPECT_EQ(inUse, 0);
+  pool.info(nullptr, nullptr, nullptr, nullptr);
+  pool.free(p);
+  EXPECT_EQ(infoOf(pool).inUse, 0);
+}
+
+/// The documented choice of elements, written down independently: chunks newest first, each with a
+/// stack of free slots, and a current chunk.
+class Model {
+ public:
+  struct Chunk {
+    char* base;
+    std::vector<unsigned> free;  // top of the stack last
+    unsigned total;
+  };
+
+  Model(unsigned stride, unsigned perChunk) : m_stride(stride), m_perChunk(perChunk) {}
+
+  /// @return the address expected, or null when the pool must grow
+  char* alloc() {
+    if (m_current == nullptr || find(m_current)->free.empty()) {
+      m_current = nullptr;
+      const auto chunk = std::find_if(m_chunks.begin(), m_chunks.end(),
+                                      [](const Chunk& c) { return !c.free.empty(); });
+      if (chunk == m_chunks.end()) {
+        return nullptr;
+      }
+      if (chunk->free.size() == 1) {
+        return take(*chunk);
+      }
+      m_current = chunk->base;
+    }
+    return take(*find(m_current));
+  }
+
+  void grow(char* base) {
+    Chunk chunk{base, {}, m_perChunk};
+    for (unsigned slot = m_perChunk; slot-- > 0;) {
+      chunk.free.push_back(slot);
+    }
+    m_chunks.insert(m_chunks.begin(), chunk);
+    m_current = base;
+  }
+
+  void free(char* p) {
+    const auto chunk = std::find_if(m_chunks.begin(), m_chunks.end(), [p](const Chunk& c) {
+      return p > c.base && p < c.base + kChunkBytes;
+    });
+    chunk->free.push_back(static_cast<unsigned>(p - 8 - chunk->base) / m_stride);
+  }
+
+  char* reclaim(int keep) {
+    for (auto chunk = m_chunks.begin(); chunk != m_chunks.end(); ++chunk) {
+      if (chunk->free.size() == m_perChunk && keep-- == 0) {
+        char* const base = chunk->base;
+        m_current = m_current == base ? nullptr : m_current;
+        m_chunks.erase(chunk);
+        return base;
+      }
+    }
+    return nullptr;
+  }
+
+  std::size_t chunks() const { return m_chunks.size(); }
+
+ private:
+  char* take(Chunk& chunk) {
+    const unsigned slot = chunk.free.back();
+    chunk.free.pop_back();
+    return chunk.base + slot * m_stride + 8;
+  }
+  std::vector<Chunk>::iterator find(const char* base) {
+    return std::find_if(m_chunks.begin(), m_chunks.end(),
+                        [base](const Chunk& c) { return c.base == base; });
+  }
+
+  std::vector<Chunk> m_chunks;
+  char* m_current = nullptr;
+  unsigned m_stride, m_perChunk;
+};
+
+TEST(QRTFixedMemoryPool, ChoosesElementsLikeTheModelWithFewAndWithManyChunks) {
+  const unsigned seed = testSeed();
+  std::cout << "seed " << seed << "\n";
+  TestRandom random(seed);
+  const struct {
+    unsigned size;
+    std::size_t most;
+  } shapes[] = {{8, 9000}, {1000, 200}, {8000, 700}, {30000, 150}};
+  for (const auto& shape : shapes) {
+    QRTFixedMemoryPool pool(shape.size, 1, 1);
+    const unsigned stride = (shape.size + 8 + 7) / 8 * 8;
+    Model model(stride, 32752 / stride);
+    std::vector<char*> live;
+    std::vector<char*> spare;
+    std::size_t mostChunks = 0;
+    for (int step = 0; step < 40000; ++step) {
+      const bool filling = step / 4000 % 2 == 0;
+      const unsigned dice = random() % 1000;
+      if (dice < 3) {
+        const int keep = static_cast<int>(random() % 4);
+        char* const expected = model.reclaim(keep);
+        char* const chunk = static_cast<char*>(pool.reclaim(keep));
+        ASSERT_EQ(chunk, expected) << "step " << step;
+        if (chunk != nullptr) {
+          spare.push_back(chunk);
+        }
+      } else if (dice < 5 && !spare.empty()) {
+        model.grow(spare.back());
+        pool.grow(spare.back());
+        spare.pop_back();
+      } else if (dice < 6) {
+        unsigned bytes = 0;
+        const unsigned limit = random() % 3 + 1;
+        for (unsigned i = 0; i < limit && model.reclaim(0) != nullptr; ++i) {
+          bytes += kChunkBytes;
+        }
+        ASSERT_EQ(pool.trim(static_cast<int>(limit)), bytes) << "step " << step;
+      } else if (live.empty() || (live.size() < shape.most && dice < (filling ? 650u : 350u))) {
+        char* expected = model.alloc();
+        char* const p = static_cast<char*>(pool.alloc());
+        ASSERT_NE(p, nullptr);
+        if (expected == nullptr) {
+          model.grow(p - 8);
+          expected = model.alloc();
+        }
+        ASSERT_EQ(p, expected) << "step " << step;
+        live.push_back(p);
+      } else {
+        std::swap(live[random() % live.size()], live.back());
+        model.free(live.back());
+        pool.free(live.back());
+        live.pop_back();
+      }
+      mostChunks = std::max(mostChunks, model.chunks());
+    }
+    EXPECT_EQ(static_cast<std::size_t>(infoOf(pool).chunks), model.chunks());
+    std::cout << "  size " << shape.size << ": up to " << mostChunks << " chunks\n";
+    for (char* chunk : spare) {
+      ::operator delete(chunk);
+    }
+  }
+}
+
+// The bits of 4,096 chunks share one summary word; this passes that border in both directions.
+TEST(QRTFixedMemoryPool, FindsTheNewestFreeElementAmongThousandsOfChunks) {
+  QRTFixedMemoryPool pool(32744, 1, 1);
+  std::vector<void*> elements;
+  for (int i = 0; i < 4200; ++i) {
+    elements.push_back(pool.alloc());
+  }
+  for (const std::size_t i : {std::size_t{0}, std::size_t{63}, std::size_t{64}, std::size_t{4095},
+                              std::size_t{4096}, std::size_t{4199}}) {
+    pool.free(elements[i]);
+  }
+  for (const std::size_t i : {std::size_t{4199}, std::size_t{4096}, std::size_t{4095},
+                              std::size_t{64}, std::size_t{63}, std::size_t{0}}) {
+    EXPECT_EQ(pool.alloc(), elements[i]);
+  }
+  for (void* p : elements) {
+    pool.free(p);
+  }
+  EXPECT_EQ(pool.trim(0), 4200 * kChunkBytes);
+}
+
+class Detection : public testing::Test {
+ protected:
+  Detection() : pool(20, 1, 1) {
+    for (char*& p : elements) {
+      p = static_cast<char*>(pool.alloc());
+    }
+    pool.setDetectMemoryOverWrites(2);
+  }
+
+  /// Writes over the header of the second element from behind the first.
+  void overwrite(unsigned firstByte, unsigned lastByte) {
+    for (unsigned byte = firstByte; byte <= lastByte; ++byte) {
+      invert(elements[0] + 24 + byte);
+    }
+  }
+
+  QRTFixedMemoryPool pool;
+  char* elements[4];
+};
+
+TEST_F(Detection, SwitchesReadBackAsZeroOrOne) {
+  EXPECT_EQ(pool.getDetectMemoryOverWrites(), 1);
+  EXPECT_EQ(pool.getAbortProcessOnMemoryOverWrites(), 0);
+  pool.setAbortProcessOnMemoryOverWrites(-7);
+  EXPECT_EQ(pool.getAbortProcessOnMemoryOverWrites(), 1);
+  pool.setDetectMemoryOverWrites(0);
+  EXPECT_EQ(pool.getDetectMemoryOverWrites(), 0);
+}
+
+TEST_F(Detection, EveryOperationReportsAnOverwrittenFiller) {
+  overwrite(0, 7);
+  const std::function<void()> operations[] = {[&] { pool.alloc(); },
+                                              [&] { pool.free(elements[3]); },
+                                              [&] { pool.free(nullptr); },
+                                              [&] { pool.grow(nullptr); },
+                                              [&] { infoOf(pool); },
+                                              [&] { pool.reclaim(0); },
+                                              [&] { pool.trim(0); },
+                                              [&] { pool.checkForMemoryOverWrite(); },
+                                              [&] { QRTFixedMemoryPool::allocSize(elements[1]); }};
+  for (const auto& operation : operations) {
+    const SeenError seen = errorOf(operation);
+    EXPECT_EQ(seen.type, "QRTAssertError");
+    EXPECT_EQ(seen.text, kFillerText);
+    EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+    EXPECT_EQ(seen.macros, std::vector<std::string>{"QRT_THROW"});
+  }
+  overwrite(0, 7);
+  pool.checkForMemoryOverWrite();
+  EXPECT_EQ(infoOf(pool).inUse, 1) << "nothing was given back";
+}
+
+TEST_F(Detection, ADamagedSizeAlonePassesUnlessItEndsTheProcess) {
+  overwrite(0, 3);
+  EXPECT_NE(pool.alloc(), nullptr);
+  pool.free(elements[1]);
+  pool.checkForMemoryOverWrite();
+  pool.setAbortProcessOnMemoryOverWrites(1);
+  EXPECT_DEATH(pool.checkForMemoryOverWrite(), "");
+  EXPECT_DEATH(pool.alloc(), "");
+}
+
+TEST_F(Detection, ADamagedFillerEndsTheProcessWhenAskedTo) {
+  overwrite(7, 7);
+  pool.setAbortProcessOnMemoryOverWrites(1);
+  EXPECT_DEATH(pool.free(elements[1]), "");
+  pool.setDetectMemoryOverWrites(0);
+  EXPECT_DEATH(pool.free(elements[1]), "") << "the element's own header is always tested";
+}
+
+TEST_F(Detection, OffTheElementsOwnHeaderIsStillTested) {
+  pool.setDetectMemoryOverWrites(0);
+  overwrite(7, 7);
+  pool.free(elements[0]);
+  EXPECT_EQ(errorOf([&] { pool.free(elements[1]); }).text, kFillerText);
+  // Damage to a free element shows when it is its turn, again and again.
+  overwrite(7, 7);
+  pool.free(elements[1]);
+  overwrite(7, 7);
+  EXPECT_EQ(errorOf([&] { pool.alloc(); }).text, kFillerText);
+  EXPECT_EQ(errorOf([&] { pool.alloc(); }).text, kFillerText);
+  overwrite(7, 7);
+  EXPECT_EQ(pool.alloc(), elements[1]);
+}
+
+TEST_F(Detection, TheWholeCallersAreaMayBeWritten) {
+  std::memset(elements[0], 0xFF, 24);
+  pool.checkForMemoryOverWrite();
+}
+
+TEST(QRTFixedMemoryPoolMisuse, WhatAHeaderShowsIsReportedAndChangesNothing) {
+  for (const int detect : {0, 1}) {
+    QRTFixedMemoryPool pool(24, 1, 1);
+    pool.setDetectMemoryOverWrites(detect);
+    QRTFixedMemoryPool otherSize(32, 1, 1);
+    QRTFixedMemoryPool sameSize(24, 1, 1);
+    void* const a = pool.alloc();
+    void* const b = pool.alloc();
+    pool.free(a);
+    EXPECT_EQ(errorOf([&] { pool.free(a); }).type, "QRTAssertError") << "freed twice";
+    EXPECT_EQ(errorOf([&] { pool.free(otherSize.alloc()); }).type, "QRTAssertError");
+    if (detect != 0) {
+      EXPECT_EQ(errorOf([&] { pool.free(sameSize.alloc()); }).type, "QRTAssertError");
+    }
+    pool.free(nullptr);
+    EXPECT_EQ(pool.alloc(), a);
+    EXPECT_NE(pool.alloc(), a);
+    pool.free(b);
+    EXPECT_EQ(pool.alloc(), b);
+  }
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(nullptr), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,323 @@
+#include "QRTMemoryArena.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "AllocTestSupport.h"
+#include "support/FailingNew.h"
+
+namespace {
+
+constexpr unsigned kChunkBytes = 32760;
+
+unsigned usedBy(QRTMemoryArena& arena) {
+  unsigned count = 0;
+  unsigned used = 0;
+  unsigned remaining = 0;
+  arena.getPoolStats(count, used, remaining);
+  EXPECT_EQ(count, 1u);
+  return used;
+}
+
+unsigned leftIn(QRTMemoryArena& arena) {
+  unsigned count = 0;
+  unsigned used = 0;
+  unsigned remaining = 0;
+  arena.getPoolStats(count, used, remaining);
+  return remaining;
+}
+
+int chunksOf(QRTMemoryArena& arena, int bin) {
+  int chunks = -1;
+  arena.getPoolStats(bin, nullptr, &chunks, nullptr);
+  return chunks;
+}
+
+std::string dumpOf(QRTMemoryArena& arena) {
+  std::ostringstream os;
+  arena.dumpStats(os);
+  return os.str();
+}
+
+bool isLarge(const QRTMemoryArena& arena, unsigned size) {
+  return size > 8 * static_cast<unsigned>(arena.getNumVarBins());
+}
+
+TEST(QRTMemoryArena, DumpsTheStatisticsByteForByte) {
+  QRTMemoryArena fresh(0, 0, 0);
+  EXPECT_EQ(dumpOf(fresh),
+            "\nPool Statistics - Max Allowed: 262144, Memory used: 0, Pool remaining: 262144, "
+            "Expansions: 0, Reclaims: 0\n\n"
+            "Arena Statistics - Memory Bins: 0, Non Bin Allocs: 0 (0/0)\n\n");
+
+  QRTMemoryArena arena(3, 0, 0);
+  arena.alloc(5);
+  void* const large = arena.alloc(100);
+  EXPECT_EQ(dumpOf(arena),
+            "\n"
+            "Pool Statistics - Max Allowed: 262144, Memory used: 32868, Pool remaining: 229276, "
+            "Expansions: 0, Reclaims: 0\n"
+            "\n"
+            "Arena Statistics - Memory Bins: 3, Non Bin Allocs: 1 (108/108)\n"
+            "  Bin [1] - Size: 8\n"
+            "     Chunk Size: 32760, Chunk Count: 1, Chunks InUse: 1, Pool Size: 32760, "
+            "Elements/Chunk: 2047\n"
+            "  Bin [2] - Size: 16\n"
+            "     Chunk Size: 32760, Chunk Count: 0, Chunks InUse: 0, Pool Size: 0, "
+            "Elements/Chunk: 1364\n"
+            "  Bin [3] - Size: 24\n"
+            "     Chunk Size: 32760, Chunk Count: 0, Chunks InUse: 0, Pool Size: 0, "
+            "Elements/Chunk: 1023\n"
+            "\n");
+  arena.free(large);
+  EXPECT_EQ(usedBy(arena), kChunkBytes);
+  EXPECT_NE(dumpOf(arena).find("Non Bin Allocs: 1 (108/108)"), std::string::npos);
+}
+
+TEST(QRTMemoryArena, BinsAndLargeBlocksMeetAtTheLastBinsSize) {
+  QRTMemoryArena arena(4, 0, 0);
+  EXPECT_EQ(arena.getNumVarBins(), 4);
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(arena.alloc(32)), 32u);
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(arena.alloc(33)), 33u);
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(arena.alloc(25)), 32u);
+  EXPECT_EQ(usedBy(arena), kChunkBytes + 41);
+  EXPECT_EQ(arena.size2Bin(8), 0);
+  EXPECT_EQ(arena.size2Bin(9), 1);
+  EXPECT_EQ(arena.size2Bin(0), 536870911);
+  EXPECT_EQ(arena.bin2Size(0), 8u);
+  EXPECT_EQ(arena.bin2Size(3), 32u);
+  for (const int bin : {-1, 4, std::numeric_limits<int>::min()}) {
+    int figures[3] = {7, 7, 7};
+    arena.getPoolStats(bin, &figures[0], &figures[1], &figures[2]);
+    EXPECT_THAT(figures, testing::Each(0)) << bin;
+    arena.getPoolStats(bin, nullptr, nullptr, nullptr);
+  }
+}
+
+TEST(QRTMemoryArena, WithoutBinsEverythingIsLarge) {
+  QRTMemoryArena arena(0, 1, 0);
+  EXPECT_EQ(arena.alloc(1), nullptr);
+  arena.expand(8);
+  EXPECT_EQ(leftIn(arena), 17u);
+  void* const p = arena.alloc(9);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(leftIn(arena), 0u);
+  arena.free(p);
+  EXPECT_EQ(leftIn(arena), 17u);
+}
+
+TEST(QRTMemoryArena, RefusesWhatTheBudgetCannotPayAndStaysUsable) {
+  QRTMemoryArena arena(2, 1, 0);
+  EXPECT_EQ(arena.alloc(0), nullptr);
+  EXPECT_EQ(arena.alloc(8), nullptr);
+  for (const unsigned absurd : {0x7FFFFFFFu, 0xFFFFFFF7u, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(arena.alloc(absurd), nullptr) << absurd;
+  }
+  EXPECT_EQ(usedBy(arena), 0u);
+  arena.expand(10);
+  EXPECT_EQ(leftIn(arena), 1u + 32768);
+  EXPECT_NE(arena.alloc(8), nullptr);
+  EXPECT_EQ(leftIn(arena), 9u);
+  arena.expand(0xFFFFFFFF);
+  EXPECT_EQ(usedBy(arena), kChunkBytes) << "the budget stops at its limit";
+}
+
+TEST(QRTMemoryArena, ASpentBudgetMovesFreeChunksBetweenBins) {
+  QRTMemoryArena arena(2, 0, 0);
+  std::vector<void*> eights;
+  while (void* const p = arena.alloc(8)) {
+    eights.push_back(p);
+  }
+  EXPECT_EQ(eights.size(), 8u * 2047);
+  EXPECT_EQ(leftIn(arena), 64u);
+  EXPECT_EQ(arena.alloc(16), nullptr);
+  // One wholly free chunk stays with its bin; with two, the older one moves.
+  for (std::size_t i = 6 * 2047; i < 7 * 2047; ++i) {
+    arena.free(eights[i]);
+  }
+  EXPECT_EQ(arena.alloc(16), nullptr);
+  for (std::size_t i = 0; i < 2047; ++i) {
+    arena.free(eights[i]);
+  }
+  EXPECT_EQ(arena.alloc(16), eights[0]);
+  EXPECT_EQ(chunksOf(arena, 0), 7);
+  EXPECT_EQ(chunksOf(arena, 1), 1);
+  EXPECT_NE(dumpOf(arena).find("Reclaims: 1\n"), std::string::npos);
+  EXPECT_EQ(leftIn(arena), 64u);
+}
+
+TEST(QRTMemoryArena, ALargeRequestTrimsBinsInOrderUntilItFits) {
+  QRTMemoryArena arena(3, 4 * kChunkBytes, 0);
+  for (const unsigned size : {8u, 16u, 24u}) {
+    arena.free(arena.alloc(size));
+  }
+  void* const large = arena.alloc(2 * kChunkBytes - 8);  // one chunk is left, one more is needed
+  ASSERT_NE(large, nullptr);
+  EXPECT_EQ(chunksOf(arena, 0), 0);
+  EXPECT_EQ(chunksOf(arena, 1), 1);
+  // Too much for all of them together: null, and what was trimmed stays released.
+  EXPECT_EQ(arena.alloc(3 * kChunkBytes), nullptr);
+  EXPECT_EQ(chunksOf(arena, 1) + chunksOf(arena, 2), 0);
+  EXPECT_EQ(leftIn(arena), 2 * kChunkBytes);
+  arena.free(large);
+  EXPECT_EQ(usedBy(arena), 0u);
+}
+
+TEST(QRTMemoryArena, AFailedChunkOrRecordIsNotCharged) {
+  {
+    QRTMemoryArena arena(2, 0, 0);
+    const SeenError seen = errorOf([&] {
+      const FailingNew fails(1, FailingNew::eFromThenOn);
+      arena.alloc(8);
+    });
+    EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
+    EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+    EXPECT_EQ(usedBy(arena), 0u);
+    {
+      const FailingNew fails(1, FailingNew::eFromThenOn);  // the entry in the set of large blocks
+      EXPECT_EQ(arena.alloc(100), nullptr);
+    }
+    EXPECT_EQ(usedBy(arena), 0u);
+    EXPECT_NE(arena.alloc(8), nullptr);
+    EXPECT_NE(arena.alloc(100), nullptr);
+  }
+}
+
+TEST(QRTMemoryArena, AConstructorThatFailsLeavesNothingBehind) {
+  EXPECT_THROW(QRTMemoryArena(-1, 0, 0), std::length_error);
+  EXPECT_THROW(QRTMemoryArena(std::numeric_limits<int>::min(), 0, 0), std::length_error);
+  for (const int count : {4094, std::numeric_limits<int>::max()}) {
+    const SeenError seen = errorOf([&] { const QRTMemoryArena arena(count, 0, 0); });
+    EXPECT_THAT(seen.text, testing::HasSubstr("Specified size for QRTFixedMemoryPool"));
+    EXPECT_EQ(seen.file, "QRTMemoryArena.cpp") << "where it passed on";
+    EXPECT_EQ(seen.macros, (std::vector<std::string>{"QRT_THROW", "QRT_RETHROW"}));
+  }
+  // 10 bins: the vector, the bins, the set. Whichever fails, the ones before it are given back.
+  for (std::size_t nth = 2; nth <= 12; ++nth) {
+    const SeenError seen = errorOf([&] {
+      const FailingNew fails(nth, FailingNew::eFromThenOn);
+      const QRTMemoryArena arena(10, 0, 0);
+    });
+    EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
+    EXPECT_EQ(seen.file, "QRTMemoryArena.cpp");
+  }
+  QRTMemoryArena most(4093, 0, 0);
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(most.alloc(32740)), 32744u);
+}
+
+TEST(QRTMemoryArena, MisuseIsReported) {
+  QRTMemoryArena arena(2, 0, 0);
+  EXPECT_EQ(errorOf([&] { arena.free(nullptr); }).text, "QRT_ASSERT(mem);");
+  void* const a = arena.alloc(16);
+  arena.alloc(16);
+  arena.free(a);
+  EXPECT_EQ(errorOf([&] { arena.free(a); }).type, "QRTAssertError") << "freed twice";
+
+  struct {
+    QRTFixedMemoryPool::ElementHeader header;
+    char area[64];
+  } foreign = {{40, 0, 1, 0x0E}, {}};
+  const unsigned used = usedBy(arena);
+  EXPECT_EQ(errorOf([&] { arena.free(foreign.area); }).text,
+            "QRT_ASSERT_NAMED(eraseCount == 1, \"Invalid memory chunk in QRTMemoryArena::free\");");
+  EXPECT_EQ(usedBy(arena), used - 48) << "the credit was given before the check";
+  foreign.header.m_size = 0;
+  EXPECT_EQ(errorOf([&] { arena.free(foreign.area); }).type, "QRTAssertError");
+  foreign.header.m_filler3 = 0;
+  const SeenError seen = errorOf([&] { arena.free(foreign.area); });
+  EXPECT_EQ(seen.text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+}
+
+TEST(QRTMemoryArena, DetectionWatchesAllBins) {
+  QRTMemoryArena arena(2, 0, 0);
+  char* const p = static_cast<char*>(arena.alloc(16));
+  arena.alloc(16);
+  void* const other = arena.alloc(8);
+  arena.checkForMemoryOverWrite();
+  invert(p + 16 + 7);
+  arena.checkForMemoryOverWrite();
+  arena.setDetectMemoryOverWrites(1);
+  unsigned a = 0;
+  unsigned b = 0;
+  unsigned c = 0;
+  const std::function<void()> operations[] = {
+      [&] { arena.alloc(8); },
+      [&] { arena.alloc(100); },
+      [&] { arena.free(other); },
+      [&] { arena.expand(1); },
+      [&] { arena.getPoolStats(0, nullptr, nullptr, nullptr); },
+      [&] { arena.getPoolStats(a, b, c); },
+      [&] { dumpOf(arena); },
+      [&] { arena.checkForMemoryOverWrite(); }};
+  for (const auto& operation : operations) {
+    EXPECT_EQ(errorOf(operation).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  }
+  EXPECT_EQ(arena.alloc(0), nullptr) << "before any check";
+  arena.setAbortProcessOnMemoryOverWrites(1);
+  EXPECT_DEATH(arena.alloc(8), "");
+  arena.setDetectMemoryOverWrites(0);
+  EXPECT_NE(arena.alloc(8), nullptr);
+}
+
+TEST(QRTMemoryArena, RandomUseKeepsContentsAndTheBudgetExact) {
+  const unsigned seed = testSeed();
+  std::cout << "seed " << seed << "\n";
+  TestRandom random(seed);
+  for (const int detect : {0, 1}) {
+    QRTMemoryArena arena(32, 20 * kChunkBytes, 0);
+    arena.setDetectMemoryOverWrites(detect);
+    struct Live {
+      unsigned char* p;
+      unsigned size;
+      unsigned char fill;
+    };
+    std::vector<Live> live;
+    unsigned largeBytes = 0;
+    unsigned refused = 0;
+    for (int step = 0; step < (detect != 0 ? 2000 : 60000); ++step) {
+      if (live.empty() || random() % 100 < (step / 5000 % 2 == 0 ? 60u : 40u)) {
+        const unsigned size = random() % 20 == 0 ? random() % 60000 : random() % 256 + 1;
+        auto* const p = static_cast<unsigned char*>(arena.alloc(size));
+        if (p == nullptr) {
+          refused += size != 0 ? 1 : 0;
+          continue;
+        }
+        ASSERT_EQ(QRTFixedMemoryPool::allocSize(p),
+                  isLarge(arena, size) ? size : (size + 7) / 8 * 8);
+        const auto fill = static_cast<unsigned char>(random());
+        std::memset(p, fill, size);
+        live.push_back({p, size, fill});
+        largeBytes += isLarge(arena, size) ? size + 8 : 0;
+      } else {
+        std::swap(live[random() % live.size()], live.back());
+        const Live gone = live.back();
+        live.pop_back();
+        ASSERT_EQ(std::count(gone.p, gone.p + gone.size, gone.fill), gone.size) << step;
+        arena.free(gone.p);
+        largeBytes -= isLarge(arena, gone.size) ? gone.size + 8 : 0;
+      }
+      if (step % 50 == 0) {
+        unsigned chunks = 0;
+        for (int bin = 0; bin < 32; ++bin) {
+          chunks += static_cast<unsigned>(chunksOf(arena, bin));
+        }
+        ASSERT_EQ(usedBy(arena), chunks * kChunkBytes + largeBytes) << step;
+      }
+    }
+    if (detect == 0) {
+      EXPECT_GT(refused, 0u) << "the budget was never tight";
+    }
+  }
+}
+
+}  // namespace
