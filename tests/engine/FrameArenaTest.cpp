@@ -24,8 +24,9 @@ TEST(FrameArenaTest, RunsDoNotOverlapAndFreeFramesAreTakenBeforeNewChunks) {
     std::map<char*, std::pair<std::uint32_t, std::uint32_t>> runs;  // by address: frame, count
     std::uint64_t used = 0;
     for (int step = 0; step < 4000; ++step) {
-      if (runs.empty() || random() % 10 < (step / 1000 % 2 == 0 ? 7 : 4)) {
-        const std::uint32_t count = kLengths[random() % std::size(kLengths)];
+      if (step < 1200 || runs.empty() || random() % 10 < (step / 1000 % 2 == 0 ? 7 : 4)) {
+        const std::uint32_t count =
+            step < 1200 || seed % 2 == 0 ? 1 : kLengths[random() % std::size(kLengths)];
         std::uint32_t frame = arena.Allocate(count);
         if (frame == kNoFrame) {
           // Chunks of one long run have no free frames, so all free ones are free for single use.

@@ -188,4 +188,17 @@ TEST_F(HandleTest, ObjectsMoveAtTheirLastUnpinOnRequest) {
   }
 }
 
+#if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
+TEST_F(HandleTest, AMemoryCheckerReportsAddressesKeptAndBytesBeyondTheObject) {
+  Make(64);
+  for (const std::uint32_t size : {100U, 30000U}) {
+    const Object object = Add(size, 1);
+    volatile char* address = static_cast<char*>(engine->GetAddress(object.offset, true));
+    EXPECT_DEATH(address[size] = 1, "use-after-poison");
+    engine->Dismiss(object.offset);
+    EXPECT_DEATH(address[0] = 1, "use-after-poison");
+  }
+}
+#endif
+
 }  // namespace

@@ -103,6 +103,21 @@ TEST_F(SizeTest, FreedSlotsAreUsedAgainBeforeNewPages) {
   }
 }
 
+// Too few for a read of their own, they are used when their slabs are in memory anyway.
+TEST_F(SizeTest, TheFewFreeSlotsOfSlabsThatCameBackAreUsed) {
+  Make(64);
+  std::vector<Object> objects = AddMany(1500, 100);
+  for (std::size_t i = 0; i < objects.size(); i += 30) {
+    engine->Deallocate(objects[i].offset);
+    objects[i] = objects[1];
+  }
+  PushOut();
+  ExpectIntact(objects);
+  const std::uint64_t before = BytesOfPages();
+  AddMany(45, 100);
+  EXPECT_EQ(BytesOfPages(), before);
+}
+
 TEST_F(SizeTest, TheLargestObjectIsMadeOrRefusedWithItsSize) {
   Make(8);
   const std::vector<Object> objects = AddMany(50, 1000);
