@@ -11,6 +11,8 @@ QRT_BUILD_PACKAGES=(
   libcli11-dev    # command lines of the example programs
   libgtest-dev libgmock-dev
   libbenchmark-dev
+  libboost-dev libmimalloc2.0 libjemalloc2  # peers of the allocators in their benchmark
+  valgrind        # tests show that it sees into the allocators
 )
 
 # What continuous integration uses on top.

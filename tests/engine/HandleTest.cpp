@@ -132,6 +132,7 @@ TEST_F(HandleTest, PinsAreCountedAndTheAddressStaysWhileOneLasts) {
   for (const std::uint32_t size : {32U, 30000U}) {
     const std::vector<Object> others = AddMany(300, 100);
     const Object a = Add(size, 1);
+    EXPECT_LE(GetStats().residentBytes, 4096U) << "what is larger than the budget goes at once";
     const Object b = Add(size, 2);
     void* address = engine->GetAddress(a.offset, true);
     ASSERT_NE(address, nullptr);
@@ -168,5 +169,36 @@ TEST_F(HandleTest, PinsAreCountedAndTheAddressStaysWhileOneLasts) {
     engine->Deallocate(b.offset);
   }
 }
+
+TEST_F(HandleTest, ObjectsMoveAtTheirLastUnpinOnRequest) {
+  Make(64, 4096, true);
+  for (const std::uint32_t size : {32U, 4096U, 30000U}) {
+    const Object object = Add(size, 1);
+    const void* first = engine->GetAddress(object.offset, true);
+    const void* second = engine->GetAddress(object.offset, true);
+    engine->Dismiss(object.offset);
+    const void* third = engine->GetAddress(object.offset, true);
+    engine->Dismiss(object.offset);
+    engine->Dismiss(object.offset);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(first, third);
+    EXPECT_NE(first, engine->GetAddress(object.offset, true)) << "size " << size;
+    engine->Dismiss(object.offset);
+    ExpectIntact({object});
+  }
+}
+
+#if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
+TEST_F(HandleTest, AMemoryCheckerReportsAddressesKeptAndBytesBeyondTheObject) {
+  Make(64);
+  for (const std::uint32_t size : {100U, 30000U}) {
+    const Object object = Add(size, 1);
+    volatile char* address = static_cast<char*>(engine->GetAddress(object.offset, true));
+    EXPECT_DEATH(address[size] = 1, "use-after-poison");
+    engine->Dismiss(object.offset);
+    EXPECT_DEATH(address[0] = 1, "use-after-poison");
+  }
+}
+#endif
 
 }  // namespace

@@ -46,7 +46,7 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
   Calls reserves;
   std::uint64_t diskBytes = UINT64_MAX;   // ENOSPC past this offset
   std::size_t transferLimit = SIZE_MAX;   // most bytes that one transfer moves
-  bool interrupted = false;               // every other call is interrupted by a signal
+  bool interrupted = false;               // of three calls two are interrupted by a signal
   bool reserveSupported = true;           // whether disk space can be set aside
   bool loseWrites = false;                // writes succeed, but reach the file with DeliverLost
   bool foreign = false;                   // the process is a child of the file's owner
@@ -84,13 +84,13 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
   int Truncate(std::uint64_t size) override;
 
  private:
-  bool Interrupt() { return interrupted && (m_interrupt = !m_interrupt); }
+  bool Interrupt() { return interrupted && ++m_interrupts % 3 != 0; }
 
   Blocks m_blocks;               // a block that was never written reads as zeros
   Blocks m_lost;                 // what was written while writes got lost
   std::uint64_t m_size = 0;      // length of the file
   std::uint64_t m_reserved = 0;  // bytes set aside
-  bool m_interrupt = false;      // whether the last call was interrupted
+  unsigned m_interrupts = 0;     // calls made while interrupted
 };
 
 #endif  // TESTS_ENGINE_SCRIPTEDPAGINGFILE_H

@@ -82,6 +82,42 @@ TEST_F(SizeTest, PowersOfTwoAndMultiplesOfPagesFillTheirPages) {
   }
 }
 
+// Budgets that hold everything, and an eighth of it.
+TEST_F(SizeTest, FreedSlotsAreUsedAgainBeforeNewPages) {
+  for (const std::uint32_t frames : {1024U, 64U}) {
+    std::mt19937 random(1);
+    Make(frames);
+    std::vector<Object> objects = AddMany(15000, 100);
+    const std::uint64_t before = BytesOfPages();
+    for (int round = 0; round < 10; ++round) {
+      std::shuffle(objects.begin(), objects.end(), random);
+      for (auto object = objects.begin(); object != objects.begin() + 7500; ++object) {
+        engine->Deallocate(object->offset);
+      }
+      for (auto object = objects.begin(); object != objects.begin() + 7500; ++object) {
+        *object = Add(100, static_cast<std::uint32_t>(round));
+      }
+      ASSERT_LE(BytesOfPages(), before + before / 8) << frames << " frames, round " << round;
+    }
+    ExpectIntact(objects);
+  }
+}
+
+// Too few for a read of their own, they are used when their slabs are in memory anyway.
+TEST_F(SizeTest, TheFewFreeSlotsOfSlabsThatCameBackAreUsed) {
+  Make(64);
+  std::vector<Object> objects = AddMany(1500, 100);
+  for (std::size_t i = 0; i < objects.size(); i += 30) {
+    engine->Deallocate(objects[i].offset);
+    objects[i] = objects[1];
+  }
+  PushOut();
+  ExpectIntact(objects);
+  const std::uint64_t before = BytesOfPages();
+  AddMany(45, 100);
+  EXPECT_EQ(BytesOfPages(), before);
+}
+
 TEST_F(SizeTest, TheLargestObjectIsMadeOrRefusedWithItsSize) {
   Make(8);
   const std::vector<Object> objects = AddMany(50, 1000);
