@@ -1,11 +1,12 @@
 #ifndef QRTMEMORYPOOL_H
 #define QRTMEMORYPOOL_H
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+
+class QRTHeapExtents;
 
 /// A variable-size allocator for ordinary memory. It carves blocks from large pieces of the C
 /// runtime heap, keeps free blocks on one list in address order, merges free neighbours, and
@@ -93,7 +94,7 @@ class QRT_EXPORT QRTMemoryPool {
     static constexpr std::uint64_t kTags = kFree | kOneUnit | kNoUnits;
   };
 
-  /// Makes an empty pool; nothing but the list of heap blocks is obtained.
+  /// Makes an empty pool; nothing but its bookkeeping is obtained.
   /// @param maxBytes   the allowance in bytes; 0 means twice the increment
   /// @param increment  bytes by which the pool grows at a time; 0 means 131072
   /// @throws std::bad_alloc, std::length_error  no room for maxBytes / increment + 10 entries
@@ -118,7 +119,8 @@ class QRT_EXPORT QRTMemoryPool {
   /// @throws QRTAssertError  memBlock is null, is free already or is not a block of this pool; the
   ///                         pool is unchanged. A pointer into the middle of a block is found when
   ///                         what stands in front of it is no header.
-  /// Cost: O(free blocks) at worst, O(log heap blocks) for the check.
+  /// Cost: O(log heap blocks), plus the free blocks between the block and the nearest mark: one
+  /// free block in every 4 KiB is marked.
   void free(void* memBlock);
 
   /// Raises the allowance by `size` bytes, but at least by the increment; it stops at 2^32 - 1.
@@ -133,26 +135,17 @@ class QRT_EXPORT QRTMemoryPool {
  private:
   friend class QRTAllocatorView;
 
-  // A stretch of heap memory without a hole: one heap block, or several that touch.
-  struct Extent {
-    memheader* begin;
-    memheader* end;
-  };
-
   memheader* moreCore(unsigned units);
   void linkFree(memheader* bp);
   bool isMine(const memheader* bp) const;
-  bool isInside(const memheader* at) const { return unitsFrom(at) != 0; }
-  std::size_t unitsFrom(const memheader* at) const;
-  void addExtent(memheader* begin, memheader* end);
 
-  unsigned m_remaining;           // bytes that may still be obtained from the heap
-  memheader m_base;               // free block of no units that keeps the list from being empty
-  memheader* m_rover;             // where the next search starts; null before the first
-  std::vector<void*> m_blocks;    // heap blocks in the order obtained; owned
-  unsigned m_increment;           // growth step in bytes
-  int m_watched;                  // whether a memory checker observes the process
-  std::vector<Extent> m_extents;  // the memory of m_blocks by address, to know a foreign pointer
+  unsigned m_remaining;         // bytes that may still be obtained from the heap
+  memheader m_base;             // free block of no units that keeps the list from being empty
+  memheader* m_rover;           // where the next search starts; null before the first
+  std::vector<void*> m_blocks;  // heap blocks in the order obtained; owned
+  unsigned m_increment;         // growth step in bytes
+  int m_watched;                // whether a memory checker observes the process
+  QRTHeapExtents* m_extents;    // the memory of m_blocks by address; owned
 };
 
 static_assert(sizeof(QRTMemoryPool::memheader) == 8, "the unit of size is 8 bytes everywhere");

@@ -160,9 +160,11 @@ int main(int argc, char** argv) {
   add<Lifo, NextFitPool>();
   addAll<Fifo>();
   addAll<RandomOrder<100000>>();
+  add<RandomOrder<100000>, NextFitPool>();
   addAll<Churn<64, 64>>();
   addAll<Churn<8, 256>>();
-  // How the next-fit pool takes frees in random order: its free list is searched.
+  add<Churn<8, 256>, NextFitPool>();
+  // How the cost of frees in random order grows for the next-fit pool.
   addCurve<RandomOrder<100>>();
   addCurve<RandomOrder<1000>>();
   addCurve<RandomOrder<10000>>();

@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
-#include <iterator>
 #include <limits>
 
 #include "QRTCore/QRTAssert.h"
+#include "QRTHeapExtents.h"
 #include "QRTMemoryChecker.h"
 
 namespace {
@@ -27,10 +27,11 @@ unsigned addClamped(unsigned a, unsigned b) {
   return a > kMostBytes - b ? kMostBytes : a + b;
 }
 
-/// Whether a free list running from p to its successor has its wrap point there: p is the highest
-/// free block and the successor the lowest.
-bool isWrapPoint(const Header* p) {
-  return p >= p->next();
+/// Whether a block belongs between a free block and its successor: between their addresses, or at
+/// the wrap point, where the highest free block links to the lowest, beyond either.
+bool isPlace(const Header* p, const Header* block) {
+  const Header* const next = p->next();
+  return p < next ? p < block && block < next : p < block || block < next;
 }
 
 }  // namespace
@@ -40,11 +41,13 @@ QRTMemoryPool::QRTMemoryPool(unsigned maxBytes, unsigned increment)
       m_base(),
       m_rover(nullptr),
       m_increment(increment != 0 ? increment : kDefaultIncrement),
-      m_watched(QRTMemoryChecker::isActive()) {
+      m_watched(QRTMemoryChecker::isActive()),
+      m_extents(nullptr) {
   if (m_remaining == 0) {
     m_remaining = addClamped(m_increment, m_increment);
   }
   m_blocks.reserve(m_remaining / m_increment + std::size_t{10});
+  m_extents = new QRTHeapExtents;
   if (m_watched != 0) {
     QRTMemoryChecker::poolCreated(this, kUnit);
   }
@@ -53,7 +56,7 @@ QRTMemoryPool::QRTMemoryPool(unsigned maxBytes, unsigned increment)
 QRTMemoryPool::~QRTMemoryPool() {
   if (m_watched != 0) {
     QRTMemoryChecker::poolDestroyed(this);
-    for (const Extent& extent : m_extents) {
+    for (const QRTHeapExtents::Extent& extent : m_extents->all()) {
       QRTMemoryChecker::open(extent.begin,
                              static_cast<std::size_t>(extent.end - extent.begin) * kUnit);
     }
@@ -61,6 +64,7 @@ QRTMemoryPool::~QRTMemoryPool() {
   for (void* block : m_blocks) {
     std::free(block);
   }
+  delete m_extents;
 }
 
 void* QRTMemoryPool::alloc(unsigned size) {
@@ -77,6 +81,7 @@ void* QRTMemoryPool::alloc(unsigned size) {
       Header* block = p;
       if (have == units) {
         prev->setNext(p->next());
+        m_extents->noteTaken(p, prev);
       } else {
         // Cut from the high end: the free block stays where it is on the list.
         p->setFree(p->next(), have - units);
@@ -116,17 +121,15 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
   if (block == nullptr) {
     return nullptr;
   }
+  const std::size_t known = m_blocks.size();
   try {
-    // Room first, so that nothing fails once something is entered.
-    if (m_extents.size() == m_extents.capacity()) {
-      m_extents.reserve(m_extents.size() * 2 + 8);
-    }
     m_blocks.push_back(block);
+    m_extents->add(block, block + count);
   } catch (const std::exception&) {
+    m_blocks.resize(known);
     std::free(block);
     return nullptr;
   }
-  addExtent(block, block + count);
   m_remaining = m_remaining > bytes ? m_remaining - static_cast<unsigned>(bytes) : 0;
   block->setHandedOut(static_cast<unsigned>(count));
   linkFree(block);
@@ -152,9 +155,14 @@ void QRTMemoryPool::free(void* memBlock) {
 void QRTMemoryPool::linkFree(memheader* bp) {
   const unsigned units = bp->handedOutUnits();
   Header* const end = bp + units;
+  // Its place is mostly where the last operation was; else near a mark, else a walk away.
   Header* p = m_rover;
-  while (!(bp > p && bp < p->next()) && !(isWrapPoint(p) && (bp > p || bp < p->next()))) {
-    p = p->next();
+  if (!isPlace(p, bp)) {
+    Header* const near = m_extents->nearBelow(bp);
+    p = near != nullptr ? near : p;
+    while (!isPlace(p, bp)) {
+      p = p->next();
+    }
   }
   Header* const next = p->next();
   // A block that was freed before and merged shows here: it lies inside a free block.
@@ -163,11 +171,16 @@ void QRTMemoryPool::linkFree(memheader* bp) {
   const bool mergesUp = end == next;
   const unsigned sum = mergesUp ? units + next->units() : units;
   Header* const after = mergesUp ? next->next() : next;
-  if (p + p->units() == bp) {
+  const bool mergesDown = p + p->units() == bp;
+  if (mergesDown) {
     p->setFree(after, p->units() + sum);
   } else {
     bp->setFree(after, sum);
     p->setNext(bp);
+    m_extents->noteFree(bp);
+  }
+  if (mergesUp) {
+    m_extents->noteTaken(next, mergesDown ? p : bp);
   }
   m_rover = p;
 }
@@ -184,38 +197,7 @@ void QRTMemoryPool::getStats(unsigned& blockCount, unsigned& increment, unsigned
 
 /// Whether a header lies in the pool's memory and reads as one of a block that is handed out.
 bool QRTMemoryPool::isMine(const memheader* bp) const {
-  const std::size_t room = unitsFrom(bp);
+  const std::size_t room = m_extents->unitsFrom(bp);
   return room != 0 && bp->isHandedOut() && bp->handedOutUnits() != 0 &&
          bp->handedOutUnits() <= room;
-}
-
-/// @return units from an address to the end of the extent it lies in; 0 when it lies in none or is
-///         not aligned
-std::size_t QRTMemoryPool::unitsFrom(const memheader* at) const {
-  auto extent = std::upper_bound(m_extents.begin(), m_extents.end(), at,
-                                 [](const Header* p, const Extent& e) { return p < e.begin; });
-  if (extent == m_extents.begin() || reinterpret_cast<std::uintptr_t>(at) % kUnit != 0) {
-    return 0;
-  }
-  --extent;
-  return at < extent->end ? static_cast<std::size_t>(extent->end - at) : 0;
-}
-
-/// Enters the memory of a new heap block, one with an extent that it touches. Needs room in
-/// m_extents.
-void QRTMemoryPool::addExtent(memheader* begin, memheader* end) {
-  auto above = std::upper_bound(m_extents.begin(), m_extents.end(), begin,
-                                [](const Header* at, const Extent& e) { return at < e.begin; });
-  const bool joinsBelow = above != m_extents.begin() && std::prev(above)->end == begin;
-  const bool joinsAbove = above != m_extents.end() && above->begin == end;
-  if (joinsBelow) {
-    std::prev(above)->end = joinsAbove ? above->end : end;
-    if (joinsAbove) {
-      m_extents.erase(above);
-    }
-  } else if (joinsAbove) {
-    above->begin = begin;
-  } else {
-    m_extents.insert(above, Extent{begin, end});
-  }
 }

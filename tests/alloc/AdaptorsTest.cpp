@@ -57,7 +57,7 @@ void useAtRandom(std::pmr::memory_resource& resource, std::size_t largest) {
   std::vector<Live> live;
   for (int step = 0; step < 3000; ++step) {
     if (live.empty() || random() % 100 < 55) {
-      Live block{nullptr, random() % largest, std::size_t{1} << random() % 13,
+      Live block{nullptr, random() % largest + 1, std::size_t{1} << random() % 13,
                  static_cast<unsigned char>(random())};
       block.p = static_cast<unsigned char*>(resource.allocate(block.bytes, block.alignment));
       ASSERT_TRUE(isAligned(block.p, block.alignment)) << block.alignment;

@@ -225,7 +225,12 @@ TEST(QRTMemoryPool, PlacesBlocksLikeTheModelAndKeepsTheirContents) {
   TestRandom random(seed);
   const struct {
     unsigned maxBytes, increment, largest;
-  } shapes[] = {{1u << 14, 4096, 300}, {1u << 18, 65536, 3000}, {4000, 1, 64}, {1u << 12, 999, 80}};
+    int steps;
+  } shapes[] = {{1u << 14, 4096, 300, 6000},
+                {1u << 18, 65536, 3000, 6000},
+                {4000, 1, 64, 6000},
+                {1u << 12, 999, 80, 6000},
+                {1u << 24, 16384, 60, 40000}};  // thousands of free blocks, hundreds of heap blocks
   for (const auto& shape : shapes) {
     QRTMemoryPool pool(shape.maxBytes, shape.increment);
     Model model(&pool, shape.maxBytes, shape.increment);
@@ -236,9 +241,9 @@ TEST(QRTMemoryPool, PlacesBlocksLikeTheModelAndKeepsTheirContents) {
     };
     std::vector<Live> live;
     std::size_t refused = 0;
-    for (int step = 0; step < 6000; ++step) {
+    for (int step = 0; step < shape.steps; ++step) {
       // Grows for a while, then shrinks, so that the list gets long and merges again.
-      if (live.empty() || random() % 100 < (step / 500 % 2 == 0 ? 65u : 35u)) {
+      if (live.empty() || random() % 100 < (step * 12 / shape.steps % 2 == 0 ? 65u : 35u)) {
         const unsigned size = random() % (random() % shape.largest + 1);
         auto* const p = static_cast<unsigned char*>(pool.alloc(size));
         const auto result = reinterpret_cast<std::uintptr_t>(p);
