@@ -128,6 +128,7 @@ void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept 
   ++m_largeObjects;
   m_largePages += pages;
   offset = ObjectHandle{page, kLargeByte, entry.generation}.Encode();
+  ObjectGuard::Hide(m_arena.Address(entry.where), std::size_t{pages} << m_pageShift);
   ObjectGuard::Show(m_arena.Address(entry.where), size);
   return m_arena.Address(entry.where);
 }
