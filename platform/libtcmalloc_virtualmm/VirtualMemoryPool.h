@@ -104,7 +104,8 @@ class VirtualMemoryPool {
   void Dirty(PageItem& item);
 
   /// Frees an object, pinned or not; its address and offset name nothing afterwards. Ignored for a
-  /// stale or foreign offset. May read the object's page.
+  /// stale or foreign offset. May read the object's page; an object whose page cannot be read back
+  /// stays allocated, and GetLastError tells why.
   void Deallocate(PageItem& item);
 
   /// Reports the statistics record.
