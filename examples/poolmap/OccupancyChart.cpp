@@ -79,9 +79,10 @@ void drawOccupancy(std::ostream& os, const std::vector<ReplayResult>& results) {
       << "stroke=\"#d55e00\" stroke-width=\"2\"/><text x=\"" << kLeft + 182
       << "\" y=\"17\">from the system</text>\n";
   for (std::size_t i = 0; i < results.size(); ++i) {
+    const std::size_t row = i / 2;
     svg << "<g transform=\"translate("
         << kLeft + static_cast<double>(i % 2) * (kPanelWidth + kLeft + 10) << ' '
-        << kTop + 20 + static_cast<double>(i / 2) * (kPanelHeight + kGap) << ")\">\n";
+        << kTop + 20 + static_cast<double>(row) * (kPanelHeight + kGap) << ")\">\n";
     drawPanel(svg, results[i], most);
     svg << "</g>\n";
   }

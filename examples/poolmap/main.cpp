@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -175,9 +176,8 @@ void run(const Options& options) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// @return the options, or none when `exitCode` says how to end
+std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
   Options options;
   CLI::App app(kDescription, "poolmap");
   app.footer(kFooter);
@@ -194,13 +194,24 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
+    exitCode = app.exit(error) == 0 ? 0 : 2;
+    return std::nullopt;
   }
+  return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    run(options);
+    int exitCode = 0;
+    const std::optional<Options> options = parseOptions(argc, argv, exitCode);
+    if (options) {
+      run(*options);
+    }
+    return exitCode;
   } catch (const std::exception& error) {
     std::cerr << "poolmap: " << error.what() << '\n';
     return 1;
   }
-  return 0;
 }

@@ -82,7 +82,7 @@ bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   m_mayHave = reinterpret_cast<std::uint64_t*>(at += chunkBytes);
   m_summary = reinterpret_cast<std::uint64_t*>(at += mayHaveBytes);
   m_windows = reinterpret_cast<Window*>(at += summaryBytes);
-  m_heads = reinterpret_cast<std::uint16_t*>(at += windowBytes);
+  m_heads = reinterpret_cast<std::uint16_t*>(at + windowBytes);
   m_capacity = capacity;
   m_placeShift = 32 - static_cast<unsigned>(std::countr_zero(capacity * 4));
   m_summaryWords = wordsFor(wordsFor(capacity));
