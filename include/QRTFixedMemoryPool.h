@@ -137,7 +137,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   // The common cases, inline for this class and the arena; null and false mean: go the long way.
   void* tryAlloc();
-  void* tryAllocFromIndex();
+  [[gnu::noinline]] void* tryAllocFromIndex();
   bool tryFree(void* p);
 
   // The rest of alloc and free: other chunks, growth, checks, errors. Never inlined, so that the

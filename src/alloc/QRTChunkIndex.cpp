@@ -12,6 +12,10 @@ namespace {
 constexpr unsigned kBits = 64;
 constexpr unsigned kLeastCapacity = 64;
 
+constexpr std::uint64_t bitOf(unsigned index) {
+  return std::uint64_t{1} << (index % kBits);
+}
+
 unsigned wordsFor(unsigned bits) {
   return (bits + kBits - 1) / kBits;
 }
@@ -65,6 +69,24 @@ void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
   --m_live;
 }
 
+/// The search when the highest bit is out of date: clears bits until one is not.
+unsigned QRTChunkIndex::searchNewest() noexcept {
+  for (unsigned top = m_top + 1; top-- > 0;) {
+    while (m_summary[top] != 0) {
+      const unsigned word = top * kBits + highestBit(m_summary[top]);
+      while (m_mayHave[word] != 0) {
+        const unsigned age = word * kBits + highestBit(m_mayHave[word]);
+        if (m_heads[age] != 0) {
+          return age;
+        }
+        m_mayHave[word] &= ~bitOf(age);
+      }
+      m_summary[top] &= ~bitOf(word);
+    }
+  }
+  return kNone;
+}
+
 /// Makes the arrays anew for `capacity` ages and enters the chunks again, oldest first.
 bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   const std::size_t chunkBytes = sizeof(Chunk*) * capacity;
@@ -85,7 +107,7 @@ bool QRTChunkIndex::rebuild(unsigned capacity) noexcept {
   m_heads = reinterpret_cast<std::uint16_t*>(at + windowBytes);
   m_capacity = capacity;
   m_placeShift = 32 - static_cast<unsigned>(std::countr_zero(capacity * 4));
-  m_summaryWords = wordsFor(wordsFor(capacity));
+  m_top = wordsFor(wordsFor(capacity)) - 1;
   m_live = 0;
   for (unsigned age = 0; age < oldUsed; ++age) {
     if (oldChunks[age] != nullptr) {

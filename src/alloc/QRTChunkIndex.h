@@ -49,7 +49,7 @@ class QRTChunkIndex {
   void remove(const Chunk* chunk) noexcept;
 
   /// @return the age of the chunk that an address lies in, or kNone
-  unsigned ageOf(const void* address) const noexcept {
+  [[gnu::always_inline]] unsigned ageOf(const void* address) const noexcept {
     const auto at = reinterpret_cast<std::uintptr_t>(address);
     const auto number = static_cast<std::uint32_t>(at >> kWindowBits);
     for (unsigned place = placeOf(number); m_windows[place].isUsed != 0; place = after(place)) {
@@ -80,23 +80,20 @@ class QRTChunkIndex {
     m_summary[age / 64 / 64] |= std::uint64_t{1} << (age / 64 % 64);
   }
 
+  /// Notes that a chunk has no free element left.
+  void noteFull(unsigned age) noexcept {
+    m_heads[age] = 0;
+    m_mayHave[age / 64] &= ~(std::uint64_t{1} << (age % 64));
+  }
+
   /// @return the age of the newest chunk with a free element, or kNone
   /// Cost: constant, plus the chunks that became full since they were noted.
-  unsigned newestWithFree() noexcept {
-    for (unsigned top = m_summaryWords; top-- > 0;) {
-      while (m_summary[top] != 0) {
-        const unsigned word = top * 64 + highestBit(m_summary[top]);
-        while (m_mayHave[word] != 0) {
-          const unsigned age = word * 64 + highestBit(m_mayHave[word]);
-          if (m_heads[age] != 0) {
-            return age;
-          }
-          m_mayHave[word] &= ~(std::uint64_t{1} << (age % 64));
-        }
-        m_summary[top] &= ~(std::uint64_t{1} << (word % 64));
-      }
-    }
-    return kNone;
+  [[gnu::always_inline]] unsigned newestWithFree() noexcept {
+    const std::uint64_t summary = m_summary[m_top];
+    const unsigned word = m_top * 64 + highestBit(summary | 1);
+    const std::uint64_t mayHave = m_mayHave[word];
+    const unsigned age = word * 64 + highestBit(mayHave | 1);
+    return summary != 0 && mayHave != 0 && m_heads[age] != 0 ? age : searchNewest();
   }
 
  private:
@@ -121,16 +118,17 @@ class QRTChunkIndex {
   unsigned after(unsigned place) const noexcept { return (place + 1) & (m_capacity * 4 - 1); }
 
   static unsigned highestBit(std::uint64_t word) {
-    return static_cast<unsigned>(63 - __builtin_clzll(word));
+    return static_cast<unsigned>(__builtin_clzll(word)) ^ 63;
   }
 
+  [[gnu::noinline]] unsigned searchNewest() noexcept;
   bool rebuild(unsigned capacity) noexcept;
   bool enter(unsigned age, Chunk* chunk) noexcept;
   Window& windowOf(std::uintptr_t address) noexcept;
 
   unsigned m_capacity = 0;             // ages there is room for: a power of two, at least 64
   unsigned m_placeShift = 0;           // leaves as many bits as m_windows has places
-  unsigned m_summaryWords = 0;         // length of m_summary
+  unsigned m_top = 0;                  // last word of m_summary
   unsigned m_used = 0;                 // ages given out
   unsigned m_live = 0;                 // chunks in the index
   Chunk** m_chunks = nullptr;          // m_capacity entries, start of the one block; owned

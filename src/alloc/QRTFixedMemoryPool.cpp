@@ -71,7 +71,10 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
 }
 
 void* QRTFixedMemoryPool::allocHere() {
-  void* const p = tryAlloc();
+  void* p = tryAlloc();
+  if (p == nullptr && m_index != nullptr) {
+    p = tryAllocFromIndex();
+  }
   return p != nullptr ? p : allocSlow();
 }
 
@@ -81,15 +84,47 @@ void QRTFixedMemoryPool::freeHere(void* p) {
   }
 }
 
+/// alloc of a pool with an index whose current chunk is full: takes from the newest chunk that has
+/// a free element. Short, for while one free waits for memory, only what fits the processor's
+/// window can be worked on ahead.
+void* QRTFixedMemoryPool::tryAllocFromIndex() {
+  using Header = QRTFixedMemoryPoolHeader;
+  if (m_currentHead != nullptr || m_useHeaders == 0 || m_detectOverWrites != 0 || m_watched != 0) {
+    return nullptr;
+  }
+  if (m_current != nullptr) {
+    m_index->noteFull(m_currentAge);
+    m_current = nullptr;
+  }
+  const unsigned age = m_index->newestWithFree();
+  if (age == QRTChunkIndex::kNone) {
+    return nullptr;
+  }
+  Chunk* const chunk = m_index->chunkAt(age);
+  char* const area = chunk->data + m_index->headAt(age);
+  const std::uint64_t header = Header::load(area);
+  if (!Header::isIntact(header)) {
+    return nullptr;
+  }
+  char* const next = qrtLoadLink(area);
+  if (next != nullptr) {
+    m_current = chunk;
+    m_currentHead = next;
+    m_currentAge = age;
+  } else {
+    m_index->noteFull(age);
+  }
+  chunk->setFreeHead(next);
+  Header::store(area, header | Header::kInUse);
+  return area;
+}
+
 /// The long way of alloc:
 ///   1. verify everything, with detection on;
 ///   2. find a free element, growing the pool if it may grow;
 ///   3. verify everything once more, before the element is changed;
 ///   4. take the element.
 void* QRTFixedMemoryPool::allocSlow() {
-  if (void* const p = tryAllocFromIndex()) {
-    return p;
-  }
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   // Step 1
   if (m_detectOverWrites != 0) {

@@ -106,7 +106,7 @@ inline void qrtStoreLink(char* area, const char* next) {
   std::memcpy(area, &next, sizeof next);
 }
 
-inline void* QRTFixedMemoryPool::tryAlloc() {
+[[gnu::always_inline]] inline void* QRTFixedMemoryPool::tryAlloc() {
   using Header = QRTFixedMemoryPoolHeader;
   if (m_detectOverWrites != 0 || m_watched != 0) {
     return nullptr;
@@ -126,43 +126,7 @@ inline void* QRTFixedMemoryPool::tryAlloc() {
   return area;
 }
 
-/// alloc of a large pool whose current chunk is full: takes from the newest chunk that has a free
-/// element. Short, for while one free waits for memory, only what fits the processor's window can
-/// be worked on ahead.
-inline void* QRTFixedMemoryPool::tryAllocFromIndex() {
-  using Header = QRTFixedMemoryPoolHeader;
-  if (m_index == nullptr || m_currentHead != nullptr || m_useHeaders == 0 ||
-      m_detectOverWrites != 0 || m_watched != 0) {
-    return nullptr;
-  }
-  if (m_current != nullptr) {
-    m_index->setHeadAt(m_currentAge, 0);
-    m_current = nullptr;
-  }
-  const unsigned age = m_index->newestWithFree();
-  if (age == QRTChunkIndex::kNone) {
-    return nullptr;
-  }
-  Chunk* const chunk = m_index->chunkAt(age);
-  char* const area = chunk->data + m_index->headAt(age);
-  const std::uint64_t header = Header::load(area);
-  if (!Header::isIntact(header)) {
-    return nullptr;
-  }
-  char* const next = qrtLoadLink(area);
-  if (next != nullptr) {
-    m_current = chunk;
-    m_currentHead = next;
-    m_currentAge = age;
-  } else {
-    m_index->setHeadAt(age, 0);
-  }
-  chunk->setFreeHead(next);
-  Header::store(area, header | Header::kInUse);
-  return area;
-}
-
-inline bool QRTFixedMemoryPool::tryFree(void* p) {
+[[gnu::always_inline]] inline bool QRTFixedMemoryPool::tryFree(void* p) {
   using Header = QRTFixedMemoryPoolHeader;
   if (p == nullptr || m_useHeaders == 0 || m_detectOverWrites != 0 || m_watched != 0) {
     return false;

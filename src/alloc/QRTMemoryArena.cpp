@@ -84,7 +84,11 @@ void* QRTMemoryArena::alloc(unsigned size) {
   // Size 0 wraps to an index beyond every bin.
   const unsigned bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
-    void* const p = m_pools[bin]->tryAlloc();
+    QRTFixedMemoryPool* const pool = m_pools[bin];
+    void* p = pool->tryAlloc();
+    if (p == nullptr && pool->m_index != nullptr) {
+      p = pool->tryAllocFromIndex();
+    }
     return p != nullptr ? p : allocFromBin(bin);
   }
   return size != 0 ? allocLarge(size) : nullptr;
