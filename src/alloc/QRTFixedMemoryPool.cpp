@@ -88,7 +88,6 @@ void QRTFixedMemoryPool::freeHere(void* p) {
 /// a free element. Short, for while one free waits for memory, only what fits the processor's
 /// window can be worked on ahead.
 void* QRTFixedMemoryPool::tryAllocFromIndex() {
-  using Header = QRTFixedMemoryPoolHeader;
   if (m_currentHead != nullptr || m_useHeaders == 0 || m_detectOverWrites != 0 || m_watched != 0) {
     return nullptr;
   }
