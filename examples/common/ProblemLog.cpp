@@ -7,11 +7,14 @@
 namespace example {
 
 void ProblemLog::add(const std::string& subject, const std::string& problem) {
+  add(subject + ": " + problem);
+}
+
+void ProblemLog::add(const std::string& problem) {
   constexpr std::size_t kMostShown = 10;  // enough to see a pattern, few enough to read
   ++m_count;
   if (m_shown.size() < kMostShown) {
-    m_shown.push_back(subject);
-    m_shown.back().append(": ").append(problem);
+    m_shown.push_back(problem);
   }
 }
 

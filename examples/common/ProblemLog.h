@@ -14,6 +14,9 @@ class ProblemLog {
   /// @param problem  what is wrong with it
   void add(const std::string& subject, const std::string& problem);
 
+  /// @param problem  a text that names its subject itself
+  void add(const std::string& problem);
+
   std::uint64_t count() const { return m_count; }
   const std::vector<std::string>& shown() const { return m_shown; }
 

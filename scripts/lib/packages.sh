@@ -10,6 +10,7 @@ QRT_BUILD_PACKAGES=(
   zlib1g-dev      # the check value that names a node class
   libutfcpp-dev   # conversion between UTF-8 and UTF-16
   libcli11-dev    # command lines of the example programs
+  libexpat1-dev   # parses the documents of the XML example
   libgtest-dev libgmock-dev
   libbenchmark-dev
   libboost-dev libmimalloc2.0 libjemalloc2  # peers of the allocators in their benchmark

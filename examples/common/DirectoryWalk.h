@@ -1,5 +1,5 @@
-#ifndef EXAMPLES_FILESTORE_DIRECTORYWALK_H
-#define EXAMPLES_FILESTORE_DIRECTORYWALK_H
+#ifndef EXAMPLES_COMMON_DIRECTORYWALK_H
+#define EXAMPLES_COMMON_DIRECTORYWALK_H
 
 #include <cstdint>
 #include <functional>
@@ -40,4 +40,4 @@ class DirectoryWalk {
 
 }  // namespace example
 
-#endif  // EXAMPLES_FILESTORE_DIRECTORYWALK_H
+#endif  // EXAMPLES_COMMON_DIRECTORYWALK_H

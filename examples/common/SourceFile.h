@@ -1,5 +1,5 @@
-#ifndef EXAMPLES_FILESTORE_SOURCEFILE_H
-#define EXAMPLES_FILESTORE_SOURCEFILE_H
+#ifndef EXAMPLES_COMMON_SOURCEFILE_H
+#define EXAMPLES_COMMON_SOURCEFILE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -54,4 +54,4 @@ class SourceFile {
 
 }  // namespace example
 
-#endif  // EXAMPLES_FILESTORE_SOURCEFILE_H
+#endif  // EXAMPLES_COMMON_SOURCEFILE_H

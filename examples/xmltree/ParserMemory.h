@@ -1,0 +1,30 @@
+#ifndef EXAMPLES_XMLTREE_PARSERMEMORY_H
+#define EXAMPLES_XMLTREE_PARSERMEMORY_H
+
+#include <cstddef>
+
+namespace example {
+
+/// The memory of all XML parsers of the process, kept within a bound. A parser keeps some 170 bytes
+/// for every element that is open, and the whole of any one tag, comment or instruction; a document
+/// made to exhaust memory meets this bound instead.
+namespace parser_memory {
+
+constexpr std::size_t kDefaultLimit = std::size_t{256} << 20;  ///< enough for a million levels
+
+/// @param bytes  the bound from now on; not below what is in use
+void setLimit(std::size_t bytes);
+std::size_t limit();
+
+/// Whether an allocation was refused since the last call of this.
+bool takeRefusal();
+
+/// What the C library's functions of these names do, within the bound; null beyond it.
+void* allocate(std::size_t size);
+void* reallocate(void* block, std::size_t size);
+void release(void* block);
+
+}  // namespace parser_memory
+}  // namespace example
+
+#endif  // EXAMPLES_XMLTREE_PARSERMEMORY_H

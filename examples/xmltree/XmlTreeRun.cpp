@@ -1,0 +1,180 @@
+#include "XmlTreeRun.h"
+
+#include <array>
+#include <filesystem>
+#include <iostream>
+
+#include "ByteSize.h"
+#include "CanonicalComparison.h"
+#include "DocumentWriter.h"
+#include "HostProcess.h"
+#include "OutputFile.h"
+#include "ParserMemory.h"
+#include "ProgressBar.h"
+#include "QRTCore/QRTThrowable.h"
+#include "QRTVirtualTreeRange.h"
+#include "ResultTable.h"
+#include "StoreStatistics.h"
+#include "XmlError.h"
+
+namespace example {
+
+namespace {
+
+constexpr int kFine = 0;
+constexpr int kFailed = 1;
+
+}  // namespace
+
+XmlTreeRun::XmlTreeRun(const Options& options) : m_options(options), m_store(options.budget) {
+  parser_memory::setLimit(options.parserMemory);
+}
+
+int XmlTreeRun::run() {
+  if (m_options.command == Command::eCheck) {
+    return check();
+  }
+  for (const std::string& input : m_options.inputs) {
+    m_sources.add(input);
+  }
+  if (m_sources.sources().empty()) {
+    throw XmlError("there is no .xml file under the directories given");
+  }
+  loadFiles();
+  int result = kFine;
+  switch (m_options.command) {
+    case Command::eLoad:
+      if (m_options.verify) {
+        verifyDocuments();
+      }
+      printTable();
+      break;
+    case Command::eExport:
+      result = exportDocuments();
+      break;
+    default:
+      break;
+  }
+  return result == kFine ? status() : result;
+}
+
+int XmlTreeRun::check() {
+  CanonicalComparison comparison(m_options.inputs[0], m_options.inputs[1]);
+  FilePieces other(m_options.inputs[1]);
+  for (std::string_view piece = other.next(); !piece.empty(); piece = other.next()) {
+    comparison.feed(piece);
+  }
+  comparison.finish();
+  std::cout << "both documents say the same\n";
+  return kFine;
+}
+
+void XmlTreeRun::loadFiles() {
+  ProgressBar progress("load", m_sources.bytes() * m_options.repeat);
+  m_loading.start();
+  for (unsigned int round = 0; round < m_options.repeat; ++round) {
+    for (std::size_t file = 0; file < m_sources.sources().size(); ++file) {
+      const std::string& path = m_sources.sources()[file].path;
+      try {
+        m_store.load(path, [&](std::uint64_t bytes) { progress.advance(bytes); });
+        m_loaded.push_back(file);
+      } catch (const QRTOutOfMemoryError&) {
+        m_failed.add(path,
+                     std::string("the store is full: ") + m_store.manager().getLastStoreError());
+      } catch (const std::exception& error) {
+        m_failed.add(error.what());
+      }
+    }
+  }
+  m_loading.stop();
+  progress.finish(formatCount(m_store.counts().documents) + " documents of " +
+                  formatBytes(m_store.counts().xmlBytes));
+}
+
+void XmlTreeRun::verifyDocuments() {
+  ProgressBar progress("verify", m_loaded.size());
+  forEachDocument([&](XmlDocument& document, const Source& source) {
+    try {
+      CanonicalComparison comparison(source.path, source.path + " (stored)");
+      DocumentWriter([&](std::string_view text) { comparison.feed(text); }).writeDocument(document);
+      comparison.finish();
+    } catch (const std::exception& error) {
+      m_different.add(error.what());
+    }
+    ++m_compared;
+    progress.advance(1);
+  });
+  progress.finish(formatCount(m_compared) + " documents compared with their files");
+}
+
+int XmlTreeRun::exportDocuments() {
+  namespace fs = std::filesystem;
+  const bool intoDirectory = !m_options.output.empty() && m_loaded.size() > 1;
+  forEachDocument([&](XmlDocument& document, const Source& source) {
+    fs::path path = m_options.output;
+    if (intoDirectory) {
+      path /= source.relative;
+      fs::create_directories(path.parent_path());
+    }
+    OutputFile output(path.string());
+    DocumentWriter([&](std::string_view text) { output.write(text); }).writeDocument(document);
+    output.finish();
+  });
+  return kFine;
+}
+
+void XmlTreeRun::forEachDocument(const std::function<void(XmlDocument&, const Source&)>& visit) {
+  auto file = m_loaded.begin();
+  for (XmlDocument& document : QRTVirtualChildren<XmlDocument>(*m_store.tree().getRootNode())) {
+    visit(document, m_sources.sources()[*file++]);
+  }
+}
+
+void XmlTreeRun::printTable() {
+  const LoadCounts& counts = m_store.counts();
+  const StoreStatistics statistics = readStatistics(m_store.manager());
+  const std::uint64_t peak = peakResidentBytes();
+  const std::uint64_t budget = m_options.budget;
+  ResultTable table;
+  table.add("documents", formatCount(counts.documents),
+            formatCount(m_failed.count()) + " could not be loaded");
+  table.add("nodes", formatCount(counts.nodes()));
+  table.add("  elements", formatCount(counts.elements),
+            "with " + formatCount(counts.attributes) + " attributes");
+  table.add("  texts", formatCount(counts.texts),
+            "and " + formatCount(counts.indentations) + " indentations beside other nodes");
+  table.add("  comments", formatCount(counts.comments));
+  table.add("  instructions", formatCount(counts.instructions));
+  table.add("bytes of XML", formatBytes(counts.xmlBytes));
+  table.add("bytes stored", formatBytes(counts.storedBytes),
+            "in " + formatCount(statistics.currentObjects) + " objects");
+  table.add("budget", formatBytes(budget));
+  table.add("peak resident memory", formatBytes(peak),
+            peak > budget ? "the budget and " + formatBytes(peak - budget) : "");
+  table.add("paging file", formatBytes(statistics.pagingFileSize),
+            "pages of " + formatBytes(statistics.pageSize));
+  table.add("page-outs", formatCount(statistics.pageOuts));
+  table.add("page reads", formatCount(statistics.pageReads));
+  table.add("load speed", formatSpeed(counts.xmlBytes, m_loading.seconds()), "parsing included");
+  if (m_options.verify) {
+    table.add("documents compared", formatCount(m_compared));
+    table.add("differences", formatCount(m_different.count()));
+  }
+  std::cout << '\n';
+  table.print(std::cout);
+  std::cout.flush();
+}
+
+int XmlTreeRun::status() {
+  m_sources.unreadable().print("could not be looked at");
+  m_failed.print("files that could not be loaded");
+  m_different.print("DIFFERENCES");
+  const std::uint64_t pinned = readStatistics(m_store.manager()).pinnedObjects;
+  if (pinned != 0) {
+    std::cerr << "objects left pinned: " << formatCount(pinned) << '\n';
+    m_store.manager().dumpReferences(std::cerr);
+  }
+  return m_failed.count() == 0 && m_different.count() == 0 && pinned == 0 ? kFine : kFailed;
+}
+
+}  // namespace example
