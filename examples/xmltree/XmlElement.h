@@ -1,6 +1,8 @@
 #ifndef EXAMPLES_XMLTREE_XMLELEMENT_H
 #define EXAMPLES_XMLTREE_XMLELEMENT_H
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "QRTVirtualNodeClass.h"
@@ -46,6 +48,13 @@ class XmlElement : public QRTVirtualNodeClass<XmlElement, XmlNode> {
 
   const QRTVirtualPageItem& names() const { return m_names; }
   const QRTVirtualPageItem& values() const { return m_values; }
+
+  /// Whether the element has a name, as written.
+  /// @throws std::runtime_error when the store cannot read something back
+  bool isNamed(std::string_view name) const;
+
+  /// Whether it has an attribute of a name and, if one is given, a value. @throws as above
+  bool hasAttribute(std::string_view name, const std::optional<std::string>& value) const;
 
   /// The white space between the element's start and its first child.
   const Indentation& lead() const { return m_lead; }

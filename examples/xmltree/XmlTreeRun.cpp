@@ -6,10 +6,14 @@
 
 #include "ByteSize.h"
 #include "CanonicalComparison.h"
+#include "DocumentEditor.h"
 #include "DocumentWriter.h"
 #include "HostProcess.h"
+#include "NodeText.h"
+#include "Outline.h"
 #include "OutputFile.h"
 #include "ParserMemory.h"
+#include "PathFinder.h"
 #include "ProgressBar.h"
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualTreeRange.h"
@@ -40,7 +44,11 @@ int XmlTreeRun::run() {
   if (m_sources.sources().empty()) {
     throw XmlError("there is no .xml file under the directories given");
   }
+  checkPaths();
   loadFiles();
+  if (m_loaded.empty()) {
+    return status();
+  }
   int result = kFine;
   switch (m_options.command) {
     case Command::eLoad:
@@ -49,12 +57,24 @@ int XmlTreeRun::run() {
       }
       printTable();
       break;
+    case Command::eFind:
+      result = find();
+      break;
     case Command::eExport:
-      result = exportDocuments();
+      exportDocuments();
       break;
-    default:
+    case Command::eEdit:
+      edit();
       break;
+    case Command::eOutline:
+      forEachDocument([&](XmlDocument& document, const Source&) {
+        Outline(std::cout, m_options.depth, m_options.children).draw(document);
+      });
+      break;
+    case Command::eCheck:
+      break;  // did without documents
   }
+  std::cout.flush();
   return result == kFine ? status() : result;
 }
 
@@ -67,6 +87,17 @@ int XmlTreeRun::check() {
   comparison.finish();
   std::cout << "both documents say the same\n";
   return kFine;
+}
+
+/// Finds what is wrong with the paths before much time has passed.
+void XmlTreeRun::checkPaths() const {
+  std::vector<std::string> paths = m_options.remove;
+  paths.insert(paths.end(), {m_options.path, m_options.move, m_options.to, m_options.append});
+  for (const std::string& path : paths) {
+    if (!path.empty()) {
+      static_cast<void>(PathExpression(path));
+    }
+  }
 }
 
 void XmlTreeRun::loadFiles() {
@@ -87,8 +118,10 @@ void XmlTreeRun::loadFiles() {
     }
   }
   m_loading.stop();
-  progress.finish(formatCount(m_store.counts().documents) + " documents of " +
-                  formatBytes(m_store.counts().xmlBytes));
+  if (m_options.command == Command::eLoad) {
+    progress.finish(formatCount(m_store.counts().documents) + " documents of " +
+                    formatBytes(m_store.counts().xmlBytes));
+  }
 }
 
 void XmlTreeRun::verifyDocuments() {
@@ -107,7 +140,47 @@ void XmlTreeRun::verifyDocuments() {
   progress.finish(formatCount(m_compared) + " documents compared with their files");
 }
 
-int XmlTreeRun::exportDocuments() {
+int XmlTreeRun::find() {
+  PathFinder finder(PathExpression(m_options.path), false);
+  std::uint64_t found = 0;
+  forEachDocument([&](XmlDocument& document, const Source& source) {
+    finder.search(document, [&](XmlNode& match) {
+      if (found++ < m_options.limit || m_options.limit == 0) {
+        std::cout << source.relative << ": " << describe(match) << '\n';
+      }
+      return true;
+    });
+  });
+  if (m_options.limit != 0 && found > m_options.limit) {
+    std::cout << "... and " << formatCount(found - m_options.limit) << " more\n";
+  }
+  std::cout << formatCount(found) << (found == 1 ? " match\n" : " matches\n");
+  return found == 0 ? kFailed : kFine;
+}
+
+void XmlTreeRun::edit() {
+  DocumentEditor editor(m_store);
+  std::uint64_t removed = 0;
+  for (const std::string& path : m_options.remove) {
+    removed += editor.remove(PathExpression(path));
+  }
+  std::uint64_t moved = 0;
+  if (!m_options.move.empty()) {
+    moved = editor.move(PathExpression(m_options.move), PathExpression(m_options.to));
+  }
+  std::uint64_t appended = 0;
+  if (!m_options.append.empty()) {
+    appended = editor.append(PathExpression(m_options.append), m_options.xml);
+  }
+  if (removed + moved + appended == 0) {
+    throw XmlError("the paths lead nowhere: nothing would be changed");
+  }
+  exportDocuments();
+  std::cerr << formatCount(removed) << " removed, " << formatCount(moved) << " moved, "
+            << formatCount(appended) << " appended\n";
+}
+
+void XmlTreeRun::exportDocuments() {
   namespace fs = std::filesystem;
   const bool intoDirectory = !m_options.output.empty() && m_loaded.size() > 1;
   forEachDocument([&](XmlDocument& document, const Source& source) {
@@ -120,7 +193,6 @@ int XmlTreeRun::exportDocuments() {
     DocumentWriter([&](std::string_view text) { output.write(text); }).writeDocument(document);
     output.finish();
   });
-  return kFine;
 }
 
 void XmlTreeRun::forEachDocument(const std::function<void(XmlDocument&, const Source&)>& visit) {

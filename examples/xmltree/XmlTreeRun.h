@@ -24,12 +24,12 @@ class XmlTreeRun {
 
  private:
   int check();
+  void checkPaths() const;
   void loadFiles();
   void verifyDocuments();
   int find();
-  int exportDocuments();
-  int edit();
-  int outline();
+  void exportDocuments();
+  void edit();
   void printTable();
   int status();
   void forEachDocument(const std::function<void(XmlDocument&, const Source&)>& visit);
