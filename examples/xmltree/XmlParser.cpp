@@ -36,6 +36,8 @@ XmlParser::XmlParser(std::string source, XmlHandler& handler)
   XML_SetProcessingInstructionHandler(m_parser, onInstruction);
   XML_SetDoctypeDeclHandler(m_parser, onDoctype, onDoctypeEnd);
   XML_SetSkippedEntityHandler(m_parser, onSkippedEntity);
+  XML_SetExternalEntityRefHandler(m_parser, onExternalEntity);
+  XML_SetExternalEntityRefHandlerArg(m_parser, reinterpret_cast<XML_Parser>(this));
 }
 
 XmlParser::~XmlParser() {
@@ -122,17 +124,24 @@ void XmlParser::onDoctypeEnd(void* self) {
   static_cast<XmlParser*>(self)->m_inDoctype = false;
 }
 
-// What the entity stands for would be lost without a trace.
+// What an entity stands for must not get lost without a trace.
 void XmlParser::onSkippedEntity(void* self, const XML_Char* name, int isParameter) {
-  if (isParameter != 0) {
-    return;  // it can only have declared something
+  if (isParameter == 0) {  // a parameter can only have declared something
+    guarded(self, [=](XmlParser& parser) { parser.raiseUnread(name); });
   }
-  guarded(self, [=](XmlParser& parser) {
-    throw XmlError(parser.m_source, XML_GetCurrentLineNumber(parser.m_parser),
-                   XML_GetCurrentColumnNumber(parser.m_parser) + 1,
-                   "the entity '" + std::string(name) +
-                       "' is declared outside of the file, and other files are not read");
-  });
+}
+
+int XmlParser::onExternalEntity(XML_Parser self, const XML_Char* context, const XML_Char*,
+                                const XML_Char*, const XML_Char*) {
+  guarded(self, [=](XmlParser& parser) { parser.raiseUnread(context); });
+  return XML_STATUS_ERROR;
+}
+
+void XmlParser::raiseUnread(std::string_view entity) const {
+  throw XmlError(m_source, XML_GetCurrentLineNumber(m_parser),
+                 XML_GetCurrentColumnNumber(m_parser) + 1,
+                 "the entity '" + std::string(entity) +
+                     "' stands in another file, and other files are not read");
 }
 
 }  // namespace example

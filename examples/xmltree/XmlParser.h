@@ -49,6 +49,9 @@ class XmlParser {
                         const XML_Char* publicId, int hasInternalSubset);
   static void onDoctypeEnd(void* self);
   static void onSkippedEntity(void* self, const XML_Char* name, int isParameter);
+  static int onExternalEntity(XML_Parser self, const XML_Char* context, const XML_Char* base,
+                              const XML_Char* systemId, const XML_Char* publicId);
+  [[noreturn]] void raiseUnread(std::string_view entity) const;
 
   std::string m_source;          // names the document
   XmlHandler& m_handler;         // not owned

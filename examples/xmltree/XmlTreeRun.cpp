@@ -79,6 +79,7 @@ int XmlTreeRun::run() {
 }
 
 int XmlTreeRun::check() {
+  parser_memory::setLimit(2 * m_options.parserMemory);  // two documents are parsed side by side
   CanonicalComparison comparison(m_options.inputs[0], m_options.inputs[1]);
   FilePieces other(m_options.inputs[1]);
   for (std::string_view piece = other.next(); !piece.empty(); piece = other.next()) {
@@ -125,6 +126,7 @@ void XmlTreeRun::loadFiles() {
 }
 
 void XmlTreeRun::verifyDocuments() {
+  parser_memory::setLimit(2 * m_options.parserMemory);  // two documents are parsed side by side
   ProgressBar progress("verify", m_loaded.size());
   forEachDocument([&](XmlDocument& document, const Source& source) {
     try {
