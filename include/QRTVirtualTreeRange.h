@@ -29,45 +29,54 @@ class QRTVirtualTreeWalk {
   /// Begins at a node.
   /// @param start  a node pinned by the caller, or a root
   /// @throws QRTAssertError when the node has no container or cannot be read back
-  explicit QRTVirtualTreeWalk(QRTVirtualTreeNode& start) : m_container(start.getContainer()) {
-    QRT_ASSERT(m_container);
-    // A root is there without a pin, and its dismissal is ignored.
-    arrive(start.getPageOffset() == QRTVirtualPageItem::getInvalidOffset()
-               ? QRTVirtualPin<QRTVirtualTreeNode>(&start)
-               : QRTVirtualPin<QRTVirtualTreeNode>(m_container->getNode(start.getPageOffset())),
-           0);
-    m_next.sibling = 0;  // what stands beside the start is not below it
+  explicit QRTVirtualTreeWalk(QRTVirtualTreeNode& start) {
+    QRT_ASSERT(start.getContainer());
+    m_memMgr = start.getContainer()->getMemoryMgr();
+    if (start.getPageOffset() == QRTVirtualPageItem::getInvalidOffset()) {
+      m_node = &start;  // a root is there without a pin
+      m_child = start.getFirstChildPageItem().getOffset();
+    } else {
+      QRT_ASSERT(m_memMgr);
+      moveTo(start.getPageOffset(), 0);
+      m_sibling = 0;  // what stands beside the start is not below it
+    }
   }
 
+  /// Dismisses the node the walk is at.
+  ~QRTVirtualTreeWalk() { leave(); }
+
+  QRTVirtualTreeWalk(const QRTVirtualTreeWalk&) = delete;
+  QRTVirtualTreeWalk& operator=(const QRTVirtualTreeWalk&) = delete;
+
   /// @return whether all nodes have been visited
-  bool atEnd() const noexcept { return !m_node; }
+  bool atEnd() const noexcept { return m_node == nullptr; }
 
   /// @return the node the walk is at, pinned by the walk until it moves on; null at the end
-  QRTVirtualTreeNode* node() const noexcept { return m_node.get(); }
+  QRTVirtualTreeNode* node() const noexcept { return m_node; }
 
   /// @return levels between the start, which has 0, and the node the walk is at
   unsigned int depth() const noexcept { return m_depth; }
 
   /// Leaves out what is below the node the walk is at. Needed before its children are freed.
-  void skipChildren() noexcept { m_next.child = 0; }
+  void skipChildren() noexcept { m_child = 0; }
 
-  /// Moves on.
+  /// Moves on; does nothing at the end.
   /// @throws QRTAssertError when the next node cannot be read back; the walk is at its end then
   /// Cost: O(1); may read a page back
   void advance() {
-    if (m_next.child != 0) {
-      if (m_next.sibling != 0) {
-        m_pending.push_back({m_next.sibling, m_depth});
+    if (m_child != 0) {
+      if (m_sibling != 0) {
+        m_pending.push_back({m_sibling, m_depth});
       }
-      moveTo(m_next.child, m_depth + 1);
-    } else if (m_next.sibling != 0) {
-      moveTo(m_next.sibling, m_depth);
+      moveTo(m_child, m_depth + 1);
+    } else if (m_sibling != 0) {
+      moveTo(m_sibling, m_depth);
     } else if (!m_pending.empty()) {
       const Pending pending = m_pending.back();
       m_pending.pop_back();
       moveTo(pending.offset, pending.depth);
     } else {
-      m_node.reset();
+      leave();
     }
   }
 
@@ -78,30 +87,35 @@ class QRTVirtualTreeWalk {
     unsigned int depth;
   };
 
-  // What follows the node the walk is at, read when it was reached; 0 for none.
-  struct Following {
-    unsigned long long child;
-    unsigned long long sibling;
-  };
+  // Gives the pin back. A root has none, and its offset stays 0 here, which every manager ignores.
+  void leave() noexcept {
+    if (m_offset != 0) {
+      m_memMgr->dismiss(m_offset);
+      m_offset = 0;
+    }
+    m_node = nullptr;
+  }
 
+  // Moves the pin to a node and reads what follows it. Done by hand rather than with a
+  // QRTVirtualPin, since a walk does little else.
   void moveTo(unsigned long long offset, unsigned int depth) {
-    m_node.reset();
-    arrive(QRTVirtualPin<QRTVirtualTreeNode>(m_container->getNode(offset)), depth);
-  }
-
-  void arrive(QRTVirtualPin<QRTVirtualTreeNode> node, unsigned int depth) {
+    auto* const node = static_cast<QRTVirtualTreeNode*>(
+        static_cast<QRTVirtualPersistNode*>(m_memMgr->movePin(m_offset, offset)));
+    m_node = node;
+    m_offset = node == nullptr ? 0 : offset;
     QRT_ASSERT_NAMED(node, "a node cannot be read back");
-    m_next.child = node->getFirstChildPageItem().getOffset();
-    m_next.sibling = node->getNextSiblingPageItem().getOffset();
+    m_child = node->getFirstChildPageItem().getOffset();
+    m_sibling = node->getNextSiblingPageItem().getOffset();
     m_depth = depth;
-    m_node = std::move(node);
   }
 
-  QRTVirtualContainer* m_container;          // whose nodes are walked, not owned
-  QRTVirtualPin<QRTVirtualTreeNode> m_node;  // the node the walk is at
-  Following m_next{0, 0};                    // where it goes from there
-  unsigned int m_depth = 0;                  // levels below the start
-  std::vector<Pending> m_pending;            // siblings to come back to, deepest last
+  QRTVirtualMemoryMgr* m_memMgr = nullptr;  // the store of the nodes, not owned
+  QRTVirtualTreeNode* m_node = nullptr;     // the node the walk is at; null at the end
+  unsigned long long m_offset = 0;          // its offset, pinned; 0 for a root and at the end
+  unsigned long long m_child = 0;           // offset of its first child, when it was reached
+  unsigned long long m_sibling = 0;         // offset of the sibling behind it, likewise
+  unsigned int m_depth = 0;                 // levels below the start
+  std::vector<Pending> m_pending;           // siblings to come back to, deepest last
 };
 
 /// The end of either loop below.

@@ -1,6 +1,8 @@
 #include "QRTVirtualTree.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <ostream>
 #include <string_view>
 
@@ -10,14 +12,19 @@
 
 namespace {
 
-// Writes one node's line. Dashes go out in blocks: far down a deep tree they are most of the text.
+// Dashes go out in blocks: far down a deep tree they are most of the text.
+constexpr auto kDashes = [] {
+  std::array<char, 1024> dashes{};
+  dashes.fill('-');
+  return dashes;
+}();
+
+// Writes one node's line.
 void dumpNode(QRTVirtualTreeNode& node, std::ostream& os, unsigned int depth) {
-  static constexpr std::string_view kDashes =
-      "----------------------------------------------------------------";
-  for (unsigned int left = depth; left != 0;) {
-    const auto count = std::min<std::size_t>(left, kDashes.size());
-    os << kDashes.substr(0, count);
-    left -= static_cast<unsigned int>(count);
+  for (std::size_t left = depth; left != 0;) {
+    const std::size_t count = std::min(left, kDashes.size());
+    os << std::string_view(kDashes.data(), count);
+    left -= count;
   }
   os << "Node: Class: " << node.getClassName();
   node.dump(os);
