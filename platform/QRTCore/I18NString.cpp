@@ -34,13 +34,25 @@ void requireUtf8(const char* encoding, bool hasFunction) {
   QRT_THROW(QRTOutOfMemoryError(0, "I18NString: a string is limited to 2147483647 bytes"));
 }
 
+// Goes through a buffer on the stack, piece by piece, so that the string's memory is neither
+// cleared first nor larger than well-formed text needs.
 std::u16string unitsFromUtf8(std::string_view utf8) {
-  const std::size_t length = QRTUtUtf8::utf16Length(utf8);
-  if (length > kMaxUnits) {
-    raiseTooLong();
+  char16_t piece[1024];
+  std::u16string units;
+  if (utf8.size() > sizeof piece / sizeof *piece) {
+    const std::size_t estimate = QRTUtUtf8::utf16Estimate(utf8);
+    if (estimate > kMaxUnits) {
+      raiseTooLong();
+    }
+    units.reserve(estimate);
   }
-  std::u16string units(length, u'\0');
-  QRTUtUtf8::toUtf16(utf8, units.data());
+  while (!utf8.empty()) {
+    const std::size_t count = QRTUtUtf8::toUtf16(utf8, piece, sizeof piece / sizeof *piece);
+    if (count > kMaxUnits - units.size()) {
+      raiseTooLong();
+    }
+    units.append(piece, count);
+  }
   return units;
 }
 

@@ -31,12 +31,16 @@ class QRT_EXPORT QRTUtUtf8 {
   /// @return whether they are what `repair` would write
   static bool equalsRepaired(std::string_view utf8, const char* bytes) noexcept;
 
-  /// @return code units of the text in UTF-16, never more than it has bytes
-  static std::size_t utf16Length(std::string_view utf8) noexcept;
+  /// @return code units of the text in UTF-16, exact for well-formed text
+  static std::size_t utf16Estimate(std::string_view utf8) noexcept;
 
-  /// Converts a text to UTF-16.
-  /// @param out  receives `utf16Length` units, no terminator
-  static void toUtf16(std::string_view utf8, char16_t* out) noexcept;
+  /// Converts to UTF-16 as much as there is room for.
+  /// @param utf8      loses the part that was converted
+  /// @param units     receives it, no terminator
+  /// @param capacity  room at `units`, at least 2; as many as there are bytes are always enough
+  /// @return the units written
+  static std::size_t toUtf16(std::string_view& utf8, char16_t* units,
+                             std::size_t capacity) noexcept;
 
   /// @return bytes of the text in UTF-8, at most three times its code units
   static std::uint64_t utf8Length(std::u16string_view units) noexcept;

@@ -13,6 +13,7 @@ QRT_BUILD_PACKAGES=(
   libgtest-dev libgmock-dev
   libbenchmark-dev
   libboost-dev libmimalloc2.0 libjemalloc2  # peers of the allocators in their benchmark
+  libicu-dev      # peer of the string conversions in their benchmark
   valgrind        # tests show that it sees into the allocators
 )
 

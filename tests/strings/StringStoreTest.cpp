@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
@@ -169,13 +169,15 @@ TEST_F(StringStoreTest, AStringOfAGibibyteIsReadThroughAView) {
   QRTVirtualMemoryMgr ample(3U << 30U, 0U, 64);
   QRTVirtualUTF8String string;
   {
-    auto text = std::make_unique<char[]>(kGibibyte);
-    std::memset(text.get(), 'x', kGibibyte);
-    text[kGibibyte - 1] = '\xFF';
+    // Zeros that the system need not provide before they are written.
+    const std::unique_ptr<char, decltype(&std::free)> text(
+        static_cast<char*>(std::calloc(kGibibyte, 1)), &std::free);
+    ASSERT_NE(text, nullptr);
+    text.get()[kGibibyte - 1] = '\xFF';
     string.setString(std::string_view(text.get(), kGibibyte), &ample);
   }
   EXPECT_EQ(string.getSize(), kGibibyte + 2);
-  EXPECT_EQ(QRTVirtualUTF8Reader(string, &ample).view().substr(kGibibyte - 2), "x\xEF\xBF\xBD");
+  EXPECT_EQ(QRTVirtualUTF8Reader(string, &ample).view().substr(kGibibyte - 2), "\0\xEF\xBF\xBD"sv);
   const auto error = expectRaised<QRTOutOfMemoryError>([&] { string.getString(&ample); });
   EXPECT_EQ(textOf(error), "I18NString: a string is limited to 2147483647 bytes");
   string.setString("short"sv, &ample);
