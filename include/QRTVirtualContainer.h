@@ -76,7 +76,7 @@ class QRT_EXPORT QRTVirtualContainer {
   void* getAddress(QRTVirtualPageItem& item, int mode);
 
   /// @return the manager, which stays the container's; null when a null one was borrowed
-  QRTVirtualMemoryMgr* getMemoryMgr() const;
+  QRTVirtualMemoryMgr* getMemoryMgr() const { return m_memMgr; }
 
   /// Writes both sections of the manager's dump; see QRTVirtualMemoryMgr::dumpMapper.
   /// @param os  receives the text

@@ -83,10 +83,6 @@ void* QRTVirtualContainer::getAddress(unsigned long long offset, int mode) {
   return m_memMgr->getAddress(offset, mode);
 }
 
-QRTVirtualMemoryMgr* QRTVirtualContainer::getMemoryMgr() const {
-  return m_memMgr;
-}
-
 void QRTVirtualContainer::dumpMapper(std::ostream& os) {
   QRT_ASSERT(m_memMgr);
   m_memMgr->dumpMapper(os, QRTVirtualMemoryMgr::eDumpStatistics | QRTVirtualMemoryMgr::eDumpMapper);
