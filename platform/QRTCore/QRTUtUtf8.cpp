@@ -5,9 +5,9 @@
 #include <utf8.h>
 
 // Most text is ASCII, so runs of it go through plain loops over fixed blocks, which the compiler
-// turns into vector code. What lies between them is decoded here too: the UTF library checks without
-// exceptions only in a pass of its own, which took two to three times as long altogether. The tests
-// hold one to the other; bench/strings compares the times.
+// turns into vector code. What lies between them is decoded here too: the UTF library checks
+// without exceptions only in a pass of its own, which took two to three times as long altogether.
+// The tests hold one to the other; bench/strings compares the times.
 
 namespace {
 
