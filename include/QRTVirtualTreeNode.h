@@ -124,6 +124,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
   friend class QRTPinnedNeighbour;
 
   QRTVirtualTreeNode* fetch(unsigned long long offset);
+  QRTVirtualTreeNode* moveTo(unsigned long long offset);
   bool isStored() const;
   bool sharesStoreWith(const QRTVirtualTreeNode& other) const;
   bool isEndChildOf(const QRTVirtualTreeNode& parent) const;

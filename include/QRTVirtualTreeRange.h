@@ -64,7 +64,6 @@ class QRTVirtualTreeWalk {
   /// @throws QRTAssertError when the next node cannot be read back; the walk is at its end then
   /// Cost: O(1); may read a page back
   void advance() {
-    leave();
     if (m_child != 0) {
       if (m_sibling != 0) {
         m_pending.push_back({m_sibling, m_depth});
@@ -76,6 +75,8 @@ class QRTVirtualTreeWalk {
       const Pending pending = m_pending.back();
       m_pending.pop_back();
       moveTo(pending.offset, pending.depth);
+    } else {
+      leave();
     }
   }
 
@@ -95,14 +96,14 @@ class QRTVirtualTreeWalk {
     m_node = nullptr;
   }
 
-  // Pins a node and reads what follows it. Done by hand rather than with a QRTVirtualPin, since a
-  // walk does little else.
+  // Moves the pin to a node and reads what follows it. Done by hand rather than with a
+  // QRTVirtualPin, since a walk does little else.
   void moveTo(unsigned long long offset, unsigned int depth) {
     auto* const node = static_cast<QRTVirtualTreeNode*>(
-        static_cast<QRTVirtualPersistNode*>(m_memMgr->getAddress(offset, 1)));
-    QRT_ASSERT_NAMED(node, "a node cannot be read back");
-    m_offset = offset;
+        static_cast<QRTVirtualPersistNode*>(m_memMgr->movePin(m_offset, offset)));
     m_node = node;
+    m_offset = node == nullptr ? 0 : offset;
+    QRT_ASSERT_NAMED(node, "a node cannot be read back");
     m_child = node->getFirstChildPageItem().getOffset();
     m_sibling = node->getNextSiblingPageItem().getOffset();
     m_depth = depth;

@@ -120,19 +120,11 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::getLastChild() {
 }
 
 QRTVirtualTreeNode* QRTVirtualTreeNode::getNextSibling(int dismissThis) {
-  QRTVirtualTreeNode* const sibling = fetch(m_nextSibling);
-  if (dismissThis != 0) {
-    dismiss();
-  }
-  return sibling;
+  return dismissThis != 0 ? moveTo(m_nextSibling) : fetch(m_nextSibling);
 }
 
 QRTVirtualTreeNode* QRTVirtualTreeNode::getPreviousSibling(int dismissThis) {
-  QRTVirtualTreeNode* const sibling = fetch(m_previousSibling);
-  if (dismissThis != 0) {
-    dismiss();
-  }
-  return sibling;
+  return dismissThis != 0 ? moveTo(m_previousSibling) : fetch(m_previousSibling);
 }
 
 // A parent with an offset is not the root, so only an address has to be compared with it.
@@ -418,6 +410,16 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::fetch(unsigned long long offset) {
   QRTVirtualContainer* const container = getContainer();
   QRT_ASSERT(container);
   return static_cast<QRTVirtualTreeNode*>(container->getNode(offset));
+}
+
+// Dismisses this node and pins the one at an offset; null for offset 0.
+QRTVirtualTreeNode* QRTVirtualTreeNode::moveTo(unsigned long long offset) {
+  QRTVirtualContainer* const container = getContainer();
+  QRT_ASSERT(container);
+  QRTVirtualMemoryMgr* const memMgr = container->getMemoryMgr();
+  QRT_ASSERT(memMgr);
+  return static_cast<QRTVirtualTreeNode*>(
+      static_cast<QRTVirtualPersistNode*>(memMgr->movePin(getPageOffset(), offset)));
 }
 
 // Whether this node lives in a store: it can be linked by its offset.
