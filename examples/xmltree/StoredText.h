@@ -4,11 +4,12 @@
 #include <string_view>
 
 #include "QRTVirtualMemoryMgr.h"
-#include "QRTVirtualPin.h"
+#include "QRTVirtualUTF8Reader.h"
 
 namespace example {
 
-/// Strings in the store, named by page items; the empty string is the empty item.
+/// Strings in the store. Between calls a plain page item names a QRTVirtualUTF8String, which would
+/// take half as much again in every node; the empty string is the empty item.
 namespace stored_text {
 
 /// Strings up to this length are shared when they are names. It bounds what the pool can take.
@@ -35,11 +36,10 @@ class StoredTextView {
   StoredTextView(QRTVirtualMemoryMgr& manager, const QRTVirtualPageItem& item);
 
   /// The string, good while this stands.
-  std::string_view view() const { return m_view; }
+  std::string_view view() const { return m_reader.view(); }
 
  private:
-  QRTVirtualPin<const char> m_pin;
-  std::string_view m_view;
+  QRTVirtualUTF8Reader m_reader;
 };
 
 }  // namespace example

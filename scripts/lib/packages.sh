@@ -7,7 +7,7 @@
 QRT_BUILD_PACKAGES=(
   g++ cmake ninja-build
   libxxhash-dev   # content hashes of the paging engine
-  zlib1g-dev      # the check value that names a node class
+  zlib1g-dev      # the check value that names a node class; compressed text in an example
   libutfcpp-dev   # conversion between UTF-8 and UTF-16
   libcli11-dev    # command lines of the example programs
   libexpat1-dev   # parses the documents of the XML example
@@ -15,6 +15,7 @@ QRT_BUILD_PACKAGES=(
   libgtest-dev libgmock-dev
   libbenchmark-dev
   libboost-dev libmimalloc2.0 libjemalloc2  # peers of the allocators in their benchmark
+  libicu-dev      # peer of the string conversions in their benchmark
   valgrind        # tests show that it sees into the allocators
 )
 

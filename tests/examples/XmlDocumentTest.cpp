@@ -6,6 +6,7 @@
 #include "OutputFile.h"
 #include "PathFinder.h"
 #include "QRTCore/QRTThrowable.h"
+#include "QRTVirtualPin.h"
 #include "XmlTreeFixture.h"
 
 namespace {

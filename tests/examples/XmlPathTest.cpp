@@ -5,6 +5,7 @@
 #include "NodeText.h"
 #include "Outline.h"
 #include "PathFinder.h"
+#include "QRTVirtualPin.h"
 #include "XmlTreeFixture.h"
 
 namespace {

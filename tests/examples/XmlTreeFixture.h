@@ -10,6 +10,7 @@
 #include "DocumentStore.h"
 #include "DocumentWriter.h"
 #include "ParserMemory.h"
+#include "QRTVirtualPin.h"
 #include "StoreStatistics.h"
 #include "TemporaryTree.h"
 #include "XmlCharacters.h"
