@@ -48,9 +48,9 @@ std::uint64_t DocumentEditor::append(const PathExpression& path, const std::stri
       throw XmlError("only elements can be appended to");
     }
     m_store.loadText("the element to append", xml);
-    QRTVirtualPin<XmlNode> document(root->getLastChild());
-    const std::uint64_t documentOffset = document->getPageOffset();
-    QRTVirtualPin<XmlNode> element(document->getFirstChild());
+    const std::uint64_t documentOffset = root->getLastChildPageItem().getOffset();
+    QRTVirtualPin<XmlNode> document = pinned(documentOffset);
+    QRTVirtualPin<XmlNode> element = pinned(document->getFirstChildPageItem().getOffset());
     while (element->kind() != NodeKind::eElement) {
       element = pinned(element->getNextSiblingPageItem().getOffset());
     }

@@ -10,7 +10,7 @@ namespace example {
 OutputFile::OutputFile(const std::string& path)
     : m_path(path),
       m_temporary(path + ".part"),
-      m_file(path.empty() ? stdout : std::fopen(m_temporary.c_str(), "wbx")) {
+      m_file(path.empty() ? stdout : std::fopen(m_temporary.c_str(), "wb")) {
   if (m_file == nullptr) {
     raise();
   }

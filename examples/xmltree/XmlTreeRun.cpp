@@ -1,8 +1,8 @@
 #include "XmlTreeRun.h"
 
-#include <array>
 #include <filesystem>
 #include <iostream>
+#include <set>
 
 #include "ByteSize.h"
 #include "CanonicalComparison.h"
@@ -184,11 +184,15 @@ void XmlTreeRun::edit() {
 
 void XmlTreeRun::exportDocuments() {
   namespace fs = std::filesystem;
-  const bool intoDirectory = !m_options.output.empty() && m_loaded.size() > 1;
+  const bool intoDirectory = !m_options.output.empty() && m_sources.sources().size() > 1;
+  std::set<std::string> written;
   forEachDocument([&](XmlDocument& document, const Source& source) {
     fs::path path = m_options.output;
     if (intoDirectory) {
       path /= source.relative;
+      if (!written.insert(source.relative).second) {
+        throw XmlError("two documents would become " + path.string());
+      }
       fs::create_directories(path.parent_path());
     }
     OutputFile output(path.string());
