@@ -125,6 +125,41 @@ TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
   }
 }
 
+TEST(QRTFixedMemoryPool, AGivenChunkThatCannotBeEnteredStaysTheCallers) {
+  QRTFixedMemoryPool pool(30000, 0, 1);
+  void* const chunk = ::operator new(kChunkBytes);
+  EXPECT_EQ(errorOf([&] {
+              const FailingNew fails(1, FailingNew::eFromThenOn);
+              pool.grow(chunk);
+            }).type,
+            "QRTOutOfMemoryError");
+  EXPECT_EQ(infoOf(pool).chunks, 0);
+  pool.grow(chunk);
+  EXPECT_EQ(errorOf([&] { pool.grow(chunk); }).type, "QRTAssertError") << "given twice";
+  EXPECT_EQ(infoOf(pool).chunks, 1);
+  EXPECT_NE(pool.alloc(), nullptr);
+}
+
+TEST(QRTFixedMemoryPool, ChunksMayLieAsCloseTogetherAsTheyFit) {
+  const std::size_t count = 12;
+  std::vector<std::uint64_t> room(count * kChunkBytes / 8);
+  QRTFixedMemoryPool pool(56, 0, 1);
+  for (std::size_t i = 0; i < count; ++i) {
+    pool.grow(room.data() + i * kChunkBytes / 8);
+  }
+  std::vector<void*> elements;
+  while (void* const p = pool.alloc()) {
+    elements.push_back(p);
+  }
+  EXPECT_EQ(elements.size(), count * 511);
+  for (void* p : elements) {
+    pool.free(p);
+  }
+  for (std::size_t i = count; i-- > 0;) {
+    EXPECT_EQ(pool.reclaim(0), room.data() + i * kChunkBytes / 8);
+  }
+}
+
 TEST(QRTFixedMemoryPool, ReclaimAndTrimTakeWhollyFreeChunksNewestFirst) {
   QRTFixedMemoryPool pool(30000, 0, 1);
   std::vector<char*> chunks;  // oldest first
