@@ -111,7 +111,8 @@ class QRT_EXPORT QRTMemoryPool {
   /// @return a block of `size` rounded up to a multiple of 8 usable bytes, aligned to 8, to be
   ///         given back with `free`; null when no free block is large enough and the allowance is
   ///         spent or the heap gives nothing
-  /// Cost: O(free blocks) at worst; constant when blocks are freed in reverse order.
+  /// Cost: constant when blocks are freed in reverse order; else a look at every 4 KiB of the pool
+  /// and at their free blocks where one may fit, at worst.
   void* alloc(unsigned size);
 
   /// Takes a block back and merges it with free neighbours.
@@ -135,6 +136,9 @@ class QRT_EXPORT QRTMemoryPool {
  private:
   friend class QRTAllocatorView;
 
+  memheader* find(unsigned units);
+  memheader* findFar(memheader* prev, unsigned units);
+  void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
   void linkFree(memheader* bp);
   bool isMine(const memheader* bp) const;

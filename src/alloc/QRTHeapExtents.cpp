@@ -10,7 +10,7 @@ namespace {
 using Header = QRTHeapExtents::Header;
 using Extent = QRTHeapExtents::Extent;
 
-constexpr std::size_t kStretch = 512;  // units of 8 bytes
+constexpr std::size_t kStretch = QRTHeapExtents::kStretch;
 constexpr std::size_t kBits = 64;
 constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 
@@ -28,11 +28,55 @@ void setMark(Extent& extent, std::size_t stretch, Header* block) {
 Extent makeExtent(Header* begin, Header* end) {
   const std::size_t stretches = (static_cast<std::size_t>(end - begin) + kStretch - 1) / kStretch;
   return {begin, end, std::vector<Header*>(stretches),
-          std::vector<std::uint64_t>((stretches + kBits - 1) / kBits)};
+          std::vector<std::uint64_t>((stretches + kBits - 1) / kBits),
+          std::vector<std::uint16_t>(stretches)};
+}
+
+std::uint16_t boundFor(unsigned units) {
+  return static_cast<std::uint16_t>(std::min(units, QRTHeapExtents::kNoBound));
+}
+
+void raise(std::uint16_t& bound, std::uint16_t to) {
+  bound = std::max(bound, to);
+}
+
+/// Takes over what is known of an extent that a larger one contains. Its stretches lie differently
+/// there, so that a bound may count for two.
+void takeOver(Extent& joined, const Extent& part) {
+  for (Header* mark : part.marks) {
+    if (mark != nullptr) {
+      setMark(joined, stretchOf(joined, mark), mark);
+    }
+  }
+  for (std::size_t i = 0; i < part.bounds.size(); ++i) {
+    Header* const first = part.begin + i * kStretch;
+    Header* const last = std::min(first + kStretch, part.end) - 1;
+    raise(joined.bounds[stretchOf(joined, first)], part.bounds[i]);
+    raise(joined.bounds[stretchOf(joined, last)], part.bounds[i]);
+  }
+}
+
+/// The first of the bounds from `from` up to `to` that is not below `bound`, or `to`.
+std::size_t firstNotBelow(const std::uint16_t* bounds, std::size_t from, std::size_t to,
+                          std::uint16_t bound) {
+  constexpr std::size_t kAtOnce = 32;  // a compiler makes a few instructions of so many
+  for (; to - from >= kAtOnce; from += kAtOnce) {
+    bool any = false;
+    for (std::size_t i = 0; i < kAtOnce; ++i) {
+      any |= bounds[from + i] >= bound;
+    }
+    if (any) {
+      break;
+    }
+  }
+  while (from < to && bounds[from] < bound) {
+    ++from;
+  }
+  return from;
 }
 
 /// The highest mark in a stretch below `stretch`, or null.
-Header* markBelow(const Extent& extent, std::size_t stretch) {
+Header* markIn(const Extent& extent, std::size_t stretch) {
   std::size_t word = stretch / kBits;
   if (word >= extent.marked.size()) {
     word = extent.marked.size() - 1;
@@ -67,19 +111,19 @@ void QRTHeapExtents::add(Header* begin, Header* end) {
     end = above->end;
   }
   Extent joined = makeExtent(begin, end);
+  std::size_t before = 0;
   for (auto extent = first; extent != last; ++extent) {
-    for (Header* mark : extent->marks) {
-      if (mark != nullptr) {
-        setMark(joined, stretchOf(joined, mark), mark);
-      }
-    }
+    takeOver(joined, *extent);
+    before += extent->marks.size();
   }
+  const std::size_t stretches = joined.marks.size();
   if (first == last) {
     m_extents.insert(above, std::move(joined));
   } else {
     *first = std::move(joined);
     m_extents.erase(std::next(first), last);
   }
+  m_stretches += stretches - before;
 }
 
 std::size_t QRTHeapExtents::unitsFrom(const Header* at) const {
@@ -89,7 +133,7 @@ std::size_t QRTHeapExtents::unitsFrom(const Header* at) const {
              : 0;
 }
 
-void QRTHeapExtents::noteFree(Header* block) {
+void QRTHeapExtents::noteFree(Header* block, unsigned units) {
   const std::size_t index = indexOf(block);
   if (index != kNowhere) {
     Extent& extent = m_extents[index];
@@ -97,6 +141,15 @@ void QRTHeapExtents::noteFree(Header* block) {
     if (extent.marks[stretch] < block) {
       setMark(extent, stretch, block);
     }
+    raise(extent.bounds[stretch], boundFor(units));
+  }
+}
+
+void QRTHeapExtents::noteGrown(const Header* block, unsigned units) {
+  const std::size_t index = indexOf(block);
+  if (index != kNowhere) {
+    Extent& extent = m_extents[index];
+    raise(extent.bounds[stretchOf(extent, block)], boundFor(units));
   }
 }
 
@@ -121,15 +174,62 @@ QRTHeapExtents::Header* QRTHeapExtents::nearBelow(const Header* block) const {
   }
   const std::size_t stretch = stretchOf(m_extents[own], block);
   Header* found = m_extents[own].marks[stretch];
-  if (found == nullptr || found > block) {
-    found = markBelow(m_extents[own], stretch);
-  }
-  // Lower extents, then from the top: behind the highest free block comes the lowest.
+  return found != nullptr && found <= block ? found : markBelow(own, stretch);
+}
+
+/// The highest mark below a stretch, or the highest of all: behind the highest free block comes the
+/// lowest.
+QRTHeapExtents::Header* QRTHeapExtents::markBelow(std::size_t extent, std::size_t stretch) const {
+  Header* found = markIn(m_extents[extent], stretch);
   for (std::size_t steps = 1; found == nullptr && steps <= m_extents.size(); ++steps) {
-    const Extent& extent = m_extents[(own + m_extents.size() - steps) % m_extents.size()];
-    found = markBelow(extent, extent.marks.size());
+    const Extent& lower = m_extents[(extent + m_extents.size() - steps) % m_extents.size()];
+    found = markIn(lower, lower.marks.size());
   }
   return found;
+}
+
+QRTHeapExtents::Tour QRTHeapExtents::tourFrom(const Header* block) const {
+  const std::size_t own = indexOf(block);
+  return {own, stretchOf(m_extents[own], block), m_stretches};
+}
+
+bool QRTHeapExtents::mayHave(const Tour& tour, unsigned units) const {
+  return m_extents[tour.extent].bounds[tour.stretch] >= boundFor(units);
+}
+
+bool QRTHeapExtents::moveOn(Tour& tour, unsigned units) const {
+  const std::uint16_t bound = boundFor(units);
+  std::size_t from = tour.stretch + 1;
+  while (tour.left != 0) {
+    const std::vector<std::uint16_t>& bounds = m_extents[tour.extent].bounds;
+    const std::size_t to = std::min(bounds.size(), from + tour.left);
+    const std::size_t found = firstNotBelow(bounds.data(), from, to, bound);
+    tour.left -= found - from;
+    if (found != to) {
+      tour.stretch = found;
+      --tour.left;
+      return true;
+    }
+    tour.extent = (tour.extent + 1) % m_extents.size();
+    from = 0;
+  }
+  return false;
+}
+
+QRTHeapExtents::Header* QRTHeapExtents::beginOf(const Tour& tour) const {
+  return m_extents[tour.extent].begin + tour.stretch * kStretch;
+}
+
+QRTHeapExtents::Header* QRTHeapExtents::endOf(const Tour& tour) const {
+  return std::min(beginOf(tour) + kStretch, m_extents[tour.extent].end);
+}
+
+QRTHeapExtents::Header* QRTHeapExtents::nearBelow(const Tour& tour) const {
+  return markBelow(tour.extent, tour.stretch);
+}
+
+void QRTHeapExtents::setBound(const Tour& tour, unsigned units) {
+  m_extents[tour.extent].bounds[tour.stretch] = boundFor(units);
 }
 
 std::size_t QRTHeapExtents::indexOf(const Header* at) const {
