@@ -120,8 +120,7 @@ class QRT_EXPORT QRTMemoryPool {
   /// @throws QRTAssertError  memBlock is null, is free already or is not a block of this pool; the
   ///                         pool is unchanged. A pointer into the middle of a block is found when
   ///                         what stands in front of it is no header.
-  /// Cost: O(log heap blocks), plus the free blocks between the block and the nearest mark: one
-  /// free block in every 4 KiB is marked.
+  /// Cost: O(log heap blocks).
   void free(void* memBlock);
 
   /// Raises the allowance by `size` bytes, but at least by the increment; it stops at 2^32 - 1.

@@ -18,18 +18,66 @@ std::size_t stretchOf(const Extent& extent, const Header* at) {
   return static_cast<std::size_t>(at - extent.begin) / kStretch;
 }
 
-void setMark(Extent& extent, std::size_t stretch, Header* block) {
-  extent.marks[stretch] = block;
-  const std::uint64_t bit = std::uint64_t{1} << (stretch % kBits);
-  std::uint64_t& word = extent.marked[stretch / kBits];
-  word = block != nullptr ? word | bit : word & ~bit;
+std::size_t unitOf(const Extent& extent, const Header* at) {
+  return static_cast<std::size_t>(at - extent.begin);
+}
+
+std::uint64_t bitOf(std::size_t index) {
+  return std::uint64_t{1} << (index % kBits);
+}
+
+std::size_t wordsFor(std::size_t bits) {
+  return (bits + kBits - 1) / kBits;
+}
+
+void setStart(Extent& extent, const Header* block) {
+  const std::size_t unit = unitOf(extent, block);
+  extent.starts[unit / kBits] |= bitOf(unit);
+  extent.filled[unit / kBits / kBits] |= bitOf(unit / kBits);
+}
+
+void clearStart(Extent& extent, const Header* block) {
+  const std::size_t unit = unitOf(extent, block);
+  std::uint64_t& word = extent.starts[unit / kBits];
+  word &= ~bitOf(unit);
+  if (word == 0) {
+    extent.filled[unit / kBits / kBits] &= ~bitOf(unit / kBits);
+  }
+}
+
+/// The number of the highest bit below `end` in a row of bits, or kNowhere.
+std::size_t highestBelow(const std::vector<std::uint64_t>& words, std::size_t end) {
+  std::size_t word = end / kBits;
+  std::uint64_t bits = word < words.size() ? words[word] & (bitOf(end) - 1) : 0;
+  while (bits == 0) {
+    if (word-- == 0) {
+      return kNowhere;
+    }
+    bits = words[word];
+  }
+  return word * kBits + static_cast<std::size_t>(std::bit_width(bits)) - 1;
+}
+
+/// The highest free block that starts below a unit of an extent, or null.
+Header* startBelow(const Extent& extent, std::size_t unit) {
+  const std::size_t own = unit / kBits;
+  std::uint64_t bits = own < extent.starts.size() ? extent.starts[own] & (bitOf(unit) - 1) : 0;
+  std::size_t word = own;
+  if (bits == 0) {
+    word = highestBelow(extent.filled, own);
+    if (word == kNowhere) {
+      return nullptr;
+    }
+    bits = extent.starts[word];
+  }
+  return extent.begin + word * kBits + static_cast<std::size_t>(std::bit_width(bits)) - 1;
 }
 
 Extent makeExtent(Header* begin, Header* end) {
-  const std::size_t stretches = (static_cast<std::size_t>(end - begin) + kStretch - 1) / kStretch;
-  return {begin, end, std::vector<Header*>(stretches),
-          std::vector<std::uint64_t>((stretches + kBits - 1) / kBits),
-          std::vector<std::uint16_t>(stretches)};
+  const auto units = static_cast<std::size_t>(end - begin);
+  return {begin, end, std::vector<std::uint64_t>(wordsFor(units)),
+          std::vector<std::uint64_t>(wordsFor(wordsFor(units))),
+          std::vector<std::uint16_t>((units + kStretch - 1) / kStretch)};
 }
 
 std::uint16_t boundFor(unsigned units) {
@@ -43,10 +91,9 @@ void raise(std::uint16_t& bound, std::uint16_t to) {
 /// Takes over what is known of an extent that a larger one contains. Its stretches lie differently
 /// there, so that a bound may count for two.
 void takeOver(Extent& joined, const Extent& part) {
-  for (Header* mark : part.marks) {
-    if (mark != nullptr) {
-      setMark(joined, stretchOf(joined, mark), mark);
-    }
+  const Header* block = startBelow(part, static_cast<std::size_t>(part.end - part.begin));
+  for (; block != nullptr; block = startBelow(part, unitOf(part, block))) {
+    setStart(joined, block);
   }
   for (std::size_t i = 0; i < part.bounds.size(); ++i) {
     Header* const first = part.begin + i * kStretch;
@@ -75,26 +122,6 @@ std::size_t firstNotBelow(const std::uint16_t* bounds, std::size_t from, std::si
   return from;
 }
 
-/// The highest mark in a stretch below `stretch`, or null.
-Header* markIn(const Extent& extent, std::size_t stretch) {
-  std::size_t word = stretch / kBits;
-  if (word >= extent.marked.size()) {
-    word = extent.marked.size() - 1;
-    stretch = word * kBits + kBits;
-  }
-  std::uint64_t bits = extent.marked[word];
-  if (stretch < word * kBits + kBits) {
-    bits &= (std::uint64_t{1} << (stretch % kBits)) - 1;
-  }
-  while (bits == 0) {
-    if (word-- == 0) {
-      return nullptr;
-    }
-    bits = extent.marked[word];
-  }
-  return extent.marks[word * kBits + static_cast<std::size_t>(std::bit_width(bits)) - 1];
-}
-
 }  // namespace
 
 void QRTHeapExtents::add(Header* begin, Header* end) {
@@ -114,9 +141,9 @@ void QRTHeapExtents::add(Header* begin, Header* end) {
   std::size_t before = 0;
   for (auto extent = first; extent != last; ++extent) {
     takeOver(joined, *extent);
-    before += extent->marks.size();
+    before += extent->bounds.size();
   }
-  const std::size_t stretches = joined.marks.size();
+  const std::size_t stretches = joined.bounds.size();
   if (first == last) {
     m_extents.insert(above, std::move(joined));
   } else {
@@ -137,11 +164,8 @@ void QRTHeapExtents::noteFree(Header* block, unsigned units) {
   const std::size_t index = indexOf(block);
   if (index != kNowhere) {
     Extent& extent = m_extents[index];
-    const std::size_t stretch = stretchOf(extent, block);
-    if (extent.marks[stretch] < block) {
-      setMark(extent, stretch, block);
-    }
-    raise(extent.bounds[stretch], boundFor(units));
+    setStart(extent, block);
+    raise(extent.bounds[stretchOf(extent, block)], boundFor(units));
   }
 }
 
@@ -153,37 +177,22 @@ void QRTHeapExtents::noteGrown(const Header* block, unsigned units) {
   }
 }
 
-void QRTHeapExtents::noteTaken(const Header* block, Header* neighbour) {
+void QRTHeapExtents::noteTaken(const Header* block) {
   const std::size_t index = indexOf(block);
-  if (index == kNowhere) {
-    return;
-  }
-  Extent& extent = m_extents[index];
-  const std::size_t stretch = stretchOf(extent, block);
-  if (extent.marks[stretch] == block) {
-    const bool isHere = neighbour >= extent.begin && neighbour < extent.end &&
-                        stretchOf(extent, neighbour) == stretch;
-    setMark(extent, stretch, isHere ? neighbour : nullptr);
+  if (index != kNowhere) {
+    clearStart(m_extents[index], block);
   }
 }
 
-QRTHeapExtents::Header* QRTHeapExtents::nearBelow(const Header* block) const {
-  const std::size_t own = indexOf(block);
+QRTHeapExtents::Header* QRTHeapExtents::freeBelow(const Header* place) const {
+  const std::size_t own = indexOf(place);
   if (own == kNowhere) {
     return nullptr;
   }
-  const std::size_t stretch = stretchOf(m_extents[own], block);
-  Header* found = m_extents[own].marks[stretch];
-  return found != nullptr && found <= block ? found : markBelow(own, stretch);
-}
-
-/// The highest mark below a stretch, or the highest of all: behind the highest free block comes the
-/// lowest.
-QRTHeapExtents::Header* QRTHeapExtents::markBelow(std::size_t extent, std::size_t stretch) const {
-  Header* found = markIn(m_extents[extent], stretch);
+  Header* found = startBelow(m_extents[own], unitOf(m_extents[own], place));
   for (std::size_t steps = 1; found == nullptr && steps <= m_extents.size(); ++steps) {
-    const Extent& lower = m_extents[(extent + m_extents.size() - steps) % m_extents.size()];
-    found = markIn(lower, lower.marks.size());
+    const Extent& lower = m_extents[(own + m_extents.size() - steps) % m_extents.size()];
+    found = startBelow(lower, static_cast<std::size_t>(lower.end - lower.begin));
   }
   return found;
 }
@@ -222,10 +231,6 @@ QRTHeapExtents::Header* QRTHeapExtents::beginOf(const Tour& tour) const {
 
 QRTHeapExtents::Header* QRTHeapExtents::endOf(const Tour& tour) const {
   return std::min(beginOf(tour) + kStretch, m_extents[tour.extent].end);
-}
-
-QRTHeapExtents::Header* QRTHeapExtents::nearBelow(const Tour& tour) const {
-  return markBelow(tour.extent, tour.stretch);
 }
 
 void QRTHeapExtents::setBound(const Tour& tour, unsigned units) {

@@ -135,7 +135,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units
   while (m_extents->moveOn(tour, units)) {
     const Header* const begin = m_extents->beginOf(tour);
     end = m_extents->endOf(tour);
-    prev = m_extents->nearBelow(tour);
+    prev = m_extents->freeBelow(begin);
     prev = prev != nullptr ? prev : &m_base;
     while (!isBefore(prev, begin)) {
       prev = prev->next();
@@ -161,7 +161,7 @@ void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   Header* block = p;
   if (have == units) {
     prev->setNext(p->next());
-    m_extents->noteTaken(p, prev);
+    m_extents->noteTaken(p);
   } else {
     // Cut from the high end: the free block stays where it is on the list.
     p->setFree(p->next(), have - units);
@@ -226,11 +226,12 @@ void QRTMemoryPool::free(void* memBlock) {
 void QRTMemoryPool::linkFree(memheader* bp) {
   const unsigned units = bp->handedOutUnits();
   Header* const end = bp + units;
-  // Its place is mostly where the last operation was; else near a mark, else a walk away.
+  // Its place is mostly where the last operation was; else behind the free block below it, or
+  // behind the sentinel when that lies in between.
   Header* p = m_rover;
   if (!isPlace(p, bp)) {
-    Header* const near = m_extents->nearBelow(bp);
-    p = near != nullptr ? near : p;
+    Header* const below = m_extents->freeBelow(bp);
+    p = below != nullptr ? below : p;
     while (!isPlace(p, bp)) {
       p = p->next();
     }
@@ -255,7 +256,7 @@ void QRTMemoryPool::linkFree(memheader* bp) {
     m_extents->noteFree(bp, sum);
   }
   if (mergesUp) {
-    m_extents->noteTaken(next, mergesDown ? p : bp);
+    m_extents->noteTaken(next);
   }
   m_rover = p;
 }
