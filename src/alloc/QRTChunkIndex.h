@@ -34,7 +34,7 @@ class QRTChunkIndex {
     m_mayHave[record->age / kBits] &= ~bitOf(record->age);
   }
 
-  /// @return the newest chunk with a free element, or null; only when there was a chunk once
+  /// @return the newest chunk with a free element, or null; only for an index that has chunks
   /// Cost: constant, plus the chunks that became full since they were noted.
   [[gnu::always_inline]] QRTChunkRecord* newestWithFree() noexcept {
     const std::uint64_t summary = m_summary[m_top];

@@ -159,7 +159,7 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
     m_index->noteFull(m_currentRecord);
     setCurrent(nullptr);
   }
-  QRTChunkRecord* const record = m_index != nullptr ? m_index->newestWithFree() : nullptr;
+  QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
   if (record != nullptr && record->free > 1) {
     setCurrent(record);
   }

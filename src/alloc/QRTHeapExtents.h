@@ -13,8 +13,8 @@
 /// It tells whether an address is the pool's at all, which no header can, and spares `free` the
 /// walk around the free list: one bit for every unit says whether a free block starts there, so
 /// that the neighbours of a block are found without touching any other. The walk from the rover
-/// would pass every free block in between: with 10,000 blocks freed in random order @NOW@ an
-/// operation instead of 3,300 (alloc_bench).
+/// would pass every free block in between: with 10,000 blocks freed in random order 36
+/// nanoseconds an operation instead of 3,300 (alloc_bench).
 ///
 /// For every stretch of 4 KiB it also keeps a bound: no free block that starts there is larger. A
 /// search passes the stretches whose bound is too low without touching their blocks: with 100,000
