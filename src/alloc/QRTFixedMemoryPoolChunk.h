@@ -123,15 +123,6 @@ inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
   m_current = record != nullptr ? record->chunk : nullptr;
 }
 
-/// alloc from the current chunk.
-[[gnu::always_inline]] inline void* QRTFixedMemoryPool::tryAlloc() {
-  if (m_currentRecord == nullptr || m_currentRecord->free == 0 || m_detectOverWrites != 0 ||
-      m_watched != 0) {
-    return nullptr;
-  }
-  return tryTake(m_currentRecord);
-}
-
 /// Takes a chunk's next free element if its header is intact.
 /// @param record  of a chunk that has one
 [[gnu::always_inline]] inline void* QRTFixedMemoryPool::tryTake(QRTChunkRecord* record) {
@@ -147,6 +138,15 @@ inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
   record->chunk->setFreeHead(top[-1]);
   Header::store(area, Header::inUse(header));
   return area;
+}
+
+/// alloc from the current chunk.
+[[gnu::always_inline]] inline void* QRTFixedMemoryPool::tryAlloc() {
+  if (m_currentRecord == nullptr || m_currentRecord->free == 0 || m_detectOverWrites != 0 ||
+      m_watched != 0) {
+    return nullptr;
+  }
+  return tryTake(m_currentRecord);
 }
 
 /// free of an element whose header is as it should be.
