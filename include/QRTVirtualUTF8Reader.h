@@ -26,6 +26,9 @@ class QRTVirtualUTF8Reader {
       : m_item(string), m_memMgr(memMgr) {
     if (m_memMgr != nullptr) {
       m_bytes = static_cast<const char*>(m_memMgr->getAddress(m_item, 0));
+      if (m_memMgr->getObjectSize(m_item.getOffset()) < m_item.getSize()) {
+        release();
+      }
     }
   }
 

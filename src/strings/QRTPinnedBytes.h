@@ -10,9 +10,14 @@
 /// on.
 class QRTPinnedBytes {
  public:
-  /// Pins what the item names; `get()` is null when it names nothing or cannot be read back.
+  /// Pins what the item names; `get()` is null when it names nothing, cannot be read back, or is
+  /// too small to be what the item was made for, as under another manager than the item's own.
   QRTPinnedBytes(const QRTVirtualPageItem& item, QRTVirtualMemoryMgr& memMgr)
-      : m_memMgr(memMgr), m_item(item), m_bytes(memMgr.getAddress(m_item, 1)) {}
+      : m_memMgr(memMgr), m_item(item), m_bytes(memMgr.getAddress(m_item, 1)) {
+    if (m_bytes != nullptr && memMgr.getObjectSize(item.getOffset()) < item.getSize()) {
+      dismiss();
+    }
+  }
 
   ~QRTPinnedBytes() {
     try {

@@ -106,6 +106,21 @@ TEST_F(StringStoreTest, OneDifferentCharacterIsADifference) {
   EXPECT_EQ(stored.isEqual(accents, &manager), 0);
 }
 
+// The handle happens to name a live object of the manager, which is smaller than the string.
+TEST_F(StringStoreTest, AHandleOfAnotherManagerDoesNotReachPastTheObjectItNames) {
+  QRTVirtualMemoryMgr other(1U << 20U, 0U, 64);
+  QRTVirtualPageItem victim;
+  other.alloc(100, victim);
+  other.dismiss(victim);
+  QRTVirtualUTF8String string(QRTVirtualPageItem(victim.getOffset(), 5000));
+  EXPECT_TRUE(string.getString(&other).empty());
+  EXPECT_FALSE(QRTVirtualUTF8Reader(string, &other).isPinned());
+  EXPECT_EQ(string.isEqual(std::string(5000, 'x'), &other), 0);
+  EXPECT_THROW(string.setString(std::string(4000, 'x'), &other), QRTOutOfMemoryError);
+  EXPECT_THROW(string.setString(std::string(6000, 'x'), &other), QRTAssertError);
+  EXPECT_EQ(other.getObjectSize(victim.getOffset()), 100U);
+}
+
 TEST_F(StringStoreTest, AHandleOfAnotherManagerGivesNothing) {
   QRTVirtualMemoryMgr other(1U << 20U, 0U, 64);
   QRTVirtualUTF8String string;
