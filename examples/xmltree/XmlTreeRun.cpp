@@ -38,13 +38,13 @@ int XmlTreeRun::run() {
   if (m_options.command == Command::eCheck) {
     return check();
   }
+  checkPaths();
   for (const std::string& input : m_options.inputs) {
     m_sources.add(input);
   }
   if (m_sources.sources().empty()) {
     throw XmlError("there is no .xml file under the directories given");
   }
-  checkPaths();
   loadFiles();
   if (m_loaded.empty()) {
     return status();
@@ -90,7 +90,7 @@ int XmlTreeRun::check() {
   return kFine;
 }
 
-/// Finds what is wrong with the paths before much time has passed.
+/// Finds what is wrong with the paths before any file is looked for.
 void XmlTreeRun::checkPaths() const {
   std::vector<std::string> paths = m_options.remove;
   paths.insert(paths.end(), {m_options.path, m_options.move, m_options.to, m_options.append});
