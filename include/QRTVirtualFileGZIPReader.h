@@ -34,7 +34,8 @@ class QRT_EXPORT QRTVirtualFileGZIPReader {
   /// Gives the next bytes of content.
   /// @param data  room for `n` bytes; null only with `n` 0
   /// @param n     bytes wanted
-  /// @return bytes given; fewer than `n` at the end, and in front of a place where it cannot go on
+  /// @return bytes given, fewer than `n` at the end and in front of a place where it cannot go on;
+  ///         the rest of the room may have been used
   /// @throws QRTIllegalStateError when the file ends inside a member or holds something else than a
   ///         gzip stream; QRTAssertError for null data; what the file raises
   unsigned int read(void* data, unsigned int n);

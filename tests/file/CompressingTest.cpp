@@ -33,7 +33,7 @@ TEST_F(CompressingTest, EveryCloseEndsAMemberAndAllOfThemComeBack) {
   EXPECT_LT(length(), all.size() / 2);
   for (const auto& [piece, buffer] : {std::pair{4000U, 16384U}, {1U << 20, 0U}, {7U, 100U}}) {
     file.seek(0, QRTFmFile::eSeekSet);
-    EXPECT_EQ(inflated(file, piece, buffer), all);
+    EXPECT_TRUE(inflated(file, piece, buffer) == all);
   }
   EXPECT_EQ(inflated(file), "") << "at the end of the file there is nothing more";
 }
@@ -72,19 +72,20 @@ TEST_F(CompressingTest, ACutOrDamagedStreamGivesWhatIsGoodAndThenAnError) {
     });
     EXPECT_THAT(textOf(error), HasSubstr(problem));
     EXPECT_THAT(textOf(error), HasSubstr("after " + std::to_string(got) + " bytes"));
-    expectRaised<QRTIllegalStateError>([&] { reader.read(room.data(), 1); });
+    char more = 0;
+    expectRaised<QRTIllegalStateError>([&] { reader.read(&more, 1); });
     room.resize(got);
     return room;
   };
   const std::string half = contentOf(gzip.substr(0, gzip.size() / 2), "the file ends inside it");
   EXPECT_GT(half.size(), text.size() / 3);
-  EXPECT_EQ(half, text.substr(0, half.size()));
-  EXPECT_EQ(contentOf(gzip.substr(0, gzip.size() - 1), "the file ends inside it"), text);
-  EXPECT_EQ(contentOf(gzip + "no member", "position " + std::to_string(gzip.size())), text);
+  EXPECT_TRUE(half == text.substr(0, half.size()));
+  EXPECT_TRUE(contentOf(gzip.substr(0, gzip.size() - 1), "the file ends inside it") == text);
+  EXPECT_TRUE(contentOf(gzip + "no member", "position " + std::to_string(gzip.size())) == text);
 
   std::string damaged = gzip;
   damaged[damaged.size() - 6] = static_cast<char>(damaged[damaged.size() - 6] ^ 1);
-  EXPECT_EQ(contentOf(damaged, "position 0 "), text) << "its checksum does not fit";
+  EXPECT_TRUE(contentOf(damaged, "position 0 ") == text) << "its checksum does not fit";
 }
 
 }  // namespace
