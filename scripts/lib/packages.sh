@@ -8,7 +8,7 @@ QRT_BUILD_PACKAGES=(
   g++ cmake ninja-build
   libxxhash-dev   # content hashes of the paging engine
   libisal-dev     # gzip on x86-64, several times faster than zlib
-  zlib1g-dev      # gzip everywhere else
+  zlib1g-dev      # gzip everywhere else, and the check value that names a node class
   libutfcpp-dev   # conversion between UTF-8 and UTF-16
   libcli11-dev    # command lines of the example programs
   libgtest-dev libgmock-dev
