@@ -107,6 +107,7 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   /// @param memMgr    not owned; outlives the file, or its next `open`
   /// @param pageSize  bytes of a page; 0 means kDefaultPageSize
   /// @param compress  true switches compressing on; false leaves it as it is
+  /// @throws as `close`, when the file had a manager; it keeps that one then, and is closed
   virtual void open(QRTVirtualMemoryMgr* memMgr, unsigned int, unsigned int pageSize,
                     bool compress);
 
