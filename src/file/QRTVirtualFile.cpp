@@ -49,7 +49,7 @@ QRTVirtualFile::QRTVirtualFile()
 // An owned manager takes its pages along when it ends, so they are not given back one by one.
 QRTVirtualFile::~QRTVirtualFile() {
   try {
-    QRTVirtualFile::reset(false);
+    QRTVirtualFile::close();
   } catch (...) {
     // What could not be stored any more would have gone with the file.
   }
@@ -91,7 +91,7 @@ void QRTVirtualFile::open(unsigned int memorySize, unsigned int unused, unsigned
   std::unique_ptr<QRTVirtualMemoryMgr> manager(
       QRT_GUARD_ALLOC(new QRTVirtualMemoryMgr(memorySize, 0U, 64)));
   open(manager.get(), unused, pageSize, compress);
-  manager.release();
+  static_cast<void>(manager.release());
   m_ownsMemMgr = true;
 }
 
