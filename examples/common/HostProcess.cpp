@@ -8,18 +8,30 @@
 
 namespace example {
 
-std::uint64_t peakResidentBytes() {
+namespace {
+
+std::uint64_t statusBytes(const char* wanted) {
   std::ifstream status("/proc/self/status");
   std::string line;
   while (std::getline(status, line)) {
     std::istringstream fields(line);
     std::string name;
     std::uint64_t kibibytes = 0;
-    if (fields >> name && name == "VmHWM:" && fields >> kibibytes) {
+    if (fields >> name && name == wanted && fields >> kibibytes) {
       return kibibytes * 1024;
     }
   }
   return 0;
+}
+
+}  // namespace
+
+std::uint64_t peakResidentBytes() {
+  return statusBytes("VmHWM:");
+}
+
+std::uint64_t residentBytes() {
+  return statusBytes("VmRSS:");
 }
 
 bool standardErrorIsTerminal() {
