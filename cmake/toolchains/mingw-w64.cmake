@@ -5,11 +5,15 @@ string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR ${QRT_MINGW_TRIPLET})
 
 # The compiler whose standard library has threads and mutexes.
 set(CMAKE_CXX_COMPILER ${QRT_MINGW_TRIPLET}-g++-posix)
+set(CMAKE_C_COMPILER ${QRT_MINGW_TRIPLET}-gcc-posix)  # for the sources of GoogleTest
 set(CMAKE_RC_COMPILER ${QRT_MINGW_TRIPLET}-windres)
 
-# The runtime goes into the DLL and the programs: there is nothing to ship beside them.
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
-set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
+# The runtime goes into the DLL and the programs, so that there is nothing to ship beside them. On
+# i686 errors can leave a DLL only when both sides share one libgcc: there it stays shared.
+if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i686)
+  set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+  set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
+endif()
 
 set(CMAKE_FIND_ROOT_PATH /usr/${QRT_MINGW_TRIPLET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

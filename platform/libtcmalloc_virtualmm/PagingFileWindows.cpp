@@ -19,7 +19,6 @@ int LastError() {
   switch (GetLastError()) {
     case ERROR_DISK_FULL:
     case ERROR_HANDLE_DISK_FULL:
-    case ERROR_DISK_QUOTA_EXCEEDED:
       return ENOSPC;
     case ERROR_FILE_TOO_LARGE:
       return EFBIG;
@@ -96,11 +95,11 @@ class WindowsPagingFile final : public PagingFile {
       QueryPerformanceCounter(&now);
       std::swprintf(m_name.data() + m_directoryLength, kNameRoom, L"QRTPaging-%lx-%llx.tmp",
                     GetCurrentProcessId(), now.QuadPart);
-      m_handle = CreateFileW(m_name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr,
-                             CREATE_NEW,
-                             FILE_ATTRIBUTE_TEMPORARY | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED |
-                                 FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_RANDOM_ACCESS,
-                             nullptr);
+      m_handle =
+          CreateFileW(m_name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
+                      FILE_ATTRIBUTE_TEMPORARY | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED |
+                          FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_RANDOM_ACCESS,
+                      nullptr);
       error = m_handle != INVALID_HANDLE_VALUE ? 0 : LastError();
     }
     if (error == 0) {
@@ -148,8 +147,7 @@ class WindowsPagingFile final : public PagingFile {
   int Truncate(std::uint64_t size) override {
     FILE_END_OF_FILE_INFO end{};
     end.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
-    const BOOL done =
-        SetFileInformationByHandle(m_handle, FileEndOfFileInfo, &end, sizeof end);
+    const BOOL done = SetFileInformationByHandle(m_handle, FileEndOfFileInfo, &end, sizeof end);
     return done != FALSE ? 0 : LastError();
   }
 
@@ -182,10 +180,10 @@ class WindowsPagingFile final : public PagingFile {
     return total;
   }
 
-  std::string m_path;                        // what Path tells, UTF-8
-  std::wstring m_name;                       // directory, then room for the file's name
-  std::size_t m_directoryLength = 0;         // of m_name, with the separator
-  HANDLE m_handle = INVALID_HANDLE_VALUE;    // the open file
+  std::string m_path;                      // what Path tells, UTF-8
+  std::wstring m_name;                     // directory, then room for the file's name
+  std::size_t m_directoryLength = 0;       // of m_name, with the separator
+  HANDLE m_handle = INVALID_HANDLE_VALUE;  // the open file
 };
 
 }  // namespace
