@@ -18,7 +18,10 @@ endif()
 
 include(CheckIPOSupported)
 check_ipo_supported(RESULT QRT_HAVE_IPO OUTPUT QRT_IPO_OUTPUT LANGUAGES CXX)
-if(NOT QRT_HAVE_IPO)
+if(MINGW AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Its linker takes type information that comes from both kinds of objects for defined twice.
+  set(QRT_HAVE_IPO OFF)
+elseif(NOT QRT_HAVE_IPO)
   message(WARNING "Interprocedural optimisation is not available: ${QRT_IPO_OUTPUT}")
 endif()
 
