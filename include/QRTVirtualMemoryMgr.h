@@ -100,6 +100,13 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Pins the object at a bare offset, as above.
   void* getAddress(unsigned long long offset, int mode);
 
+  /// Takes one pin away from an object and pins another: `dismiss(from)`, then `getAddress(to, 1)`,
+  /// in one step that costs half as much between neighbours. For walks from object to object.
+  /// @param from  the object that is done with; ignored when it names nothing
+  /// @param to    the object to pin
+  /// @return as `getAddress`
+  void* movePin(unsigned long long from, unsigned long long to);
+
   /// Makes an item name an object that holds the given bytes, shared with every other caller that
   /// gave equal bytes while the pool remembers them; see QRTVirtualPageItemPool::set. The object is
   /// left unpinned and is neither changed nor freed by its holders.

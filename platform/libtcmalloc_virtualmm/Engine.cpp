@@ -172,6 +172,14 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
   return fits ? entry : nullptr;
 }
 
+void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) {
+    return GetAddressElsewhere(offset, forWriting);
+  }
+  return PinSlot(slot, offset);
+}
+
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
   if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
     slot.entry->Touch(m_pager.Epoch(), forWriting);
@@ -209,6 +217,15 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   }
   ++m_staleHandles;
   return nullptr;
+}
+
+void Engine::DismissOther(std::uint64_t offset) noexcept {
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !slot.header->IsPinned()) {
+    DismissElsewhere(offset);
+    return;
+  }
+  UnpinSlot(slot, offset);
 }
 
 void Engine::DismissElsewhere(std::uint64_t offset) noexcept {

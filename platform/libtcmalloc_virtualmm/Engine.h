@@ -43,6 +43,7 @@ class Engine {
   void* Allocate(std::uint32_t size, std::uint64_t& offset) noexcept;
   void* GetAddress(std::uint64_t offset, bool forWriting) noexcept;
   void Dismiss(std::uint64_t offset) noexcept;
+  void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
   void ExtractStats(VirtualMemoryStats* stats, std::uint32_t size, std::uint32_t& needed) noexcept;
@@ -60,15 +61,20 @@ class Engine {
     ObjectHeader* header;  // right before the object
   };
 
+  Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
+  bool IsTouched(const PageEntry& entry, bool forWriting) const noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
-  // The second stages of the operations, kept out of the way of the first: first touches of an
-  // epoch, large objects, spans that are out, and handles that name nothing.
+  // The second stages of the operations, kept out of the way of the first, which then needs no
+  // stack: objects pinned already or not pinned last; first touches of an epoch, large objects,
+  // spans that are out, and handles that name nothing.
+  [[gnu::noinline]] void* GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept;
+  [[gnu::noinline]] void DismissOther(std::uint64_t offset) noexcept;
   [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
                                                          bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
@@ -105,9 +111,11 @@ class Engine {
 // ---- the hot path -------------------------------------------------------------------------------
 //
 // Pin and unpin of an object in memory touch its page table entry and the line of its header, and
-// nothing else that is not always in the first cache level.
+// nothing else that is not always in the first cache level. The fewer instructions they take, the
+// more objects a program that goes through many has on their way from memory at a time.
 
-inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
+/// Where the object at `offset` is if there is one: its header is not looked at.
+inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!m_table.Has(handle.page)) [[unlikely]] {
     return {};
@@ -116,11 +124,17 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   if (!m_classes.IsSlotStart(entry.state, handle.byte)) [[unlikely]] {
     return {};
   }
-  ObjectHeader* header = SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte);
-  if (ObjectGuard::Peek(header->tag) != ObjectHandle::TagOf(offset)) [[unlikely]] {
+  return {&entry, SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte)};
+}
+
+inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
+  const Slot slot = Locate(offset);
+  if (slot.entry == nullptr ||
+      (ObjectGuard::Peek(*slot.header) | kPinsOfAny) !=
+          (ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() | kPinsOfAny)) [[unlikely]] {
     return {};
   }
-  return {&entry, header};
+  return slot;
 }
 
 inline void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
@@ -136,25 +150,59 @@ inline void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   return slot.header + 1;
 }
 
+/// Whether a pin has nothing to note in the entry. Nearly all pins are for writing, of spans that
+/// count as modified since their first one.
+inline bool Engine::IsTouched(const PageEntry& entry, bool forWriting) const noexcept {
+  return entry.live.touched == m_pager.ModifiedEpoch() ||
+         (!forWriting && entry.live.touched == m_pager.Epoch());
+}
+
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
-  const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !slot.entry->IsTouched(m_pager.Epoch(), forWriting)) [[unlikely]] {
-    return GetAddressElsewhere(offset, forWriting);
+  const Slot slot = Locate(offset);
+  // One comparison tells that the handle names the object and that nobody has pinned it.
+  if (slot.entry == nullptr ||
+      ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
+      !IsTouched(*slot.entry, forWriting)) [[unlikely]] {
+    return GetAddressAgain(offset, forWriting);
   }
-  return PinSlot(slot, offset);
+  slot.header->pins = 1;
+  ++slot.entry->live.pinned;
+  ShowObject(slot);
+  m_lastOffset = offset;
+  m_last = slot;
+  return slot.header + 1;
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
-  if (offset == m_lastOffset && offset != 0) {
-    UnpinSlot(m_last, offset);
+  if (offset != m_lastOffset || offset == 0) {
+    DismissOther(offset);
     return;
   }
-  const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !slot.header->IsPinned()) [[unlikely]] {
-    DismissElsewhere(offset);
-    return;
+  UnpinSlot(m_last, offset);
+}
+
+// Between neighbours of one page nothing has to be found, and the page stays as pinned as it was.
+inline void* Engine::MovePin(std::uint64_t from, std::uint64_t to) noexcept {
+  if (from == m_lastOffset && ObjectHandle::Decode(from ^ to).page == 0) {
+    const auto [entry, old] = m_last;
+    const ObjectHandle handle = ObjectHandle::Decode(to);
+    if (m_classes.IsSlotStart(entry->state, handle.byte) && IsTouched(*entry, true)) {
+      ObjectHeader* header =
+          SlabPage::NeighbourOf(old, ObjectHandle::Decode(from).byte, handle.byte);
+      if (old->pins == 1 &&
+          ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
+        old->pins = 0;
+        ObjectGuard::Hide(old + 1, ClassOf(*entry).capacity);
+        header->pins = 1;
+        ShowObject({entry, header});
+        m_lastOffset = to;
+        m_last.header = header;
+        return header + 1;
+      }
+    }
   }
-  UnpinSlot(slot, offset);
+  Dismiss(from);
+  return GetAddress(to, true);
 }
 
 inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {

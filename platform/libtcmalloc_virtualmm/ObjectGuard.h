@@ -54,12 +54,13 @@ class ObjectGuard {
   }
 
   /// Reads what a handle takes for a header. Under a forged handle it may lie in a hidden object.
+  template <class Header>
 #if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
   [[gnu::noinline, gnu::no_sanitize("address")]]
 #endif
-  static std::uint32_t
-  Peek(const std::uint32_t& word) {
-    return word;
+  static std::uint64_t
+  Peek(const Header& header) {
+    return header.Word();
   }
 
   /// Forbids access to every object of a slab, in use or not; headers stay open to the engine.

@@ -56,13 +56,6 @@ struct PageEntry {
     return static_cast<std::uint16_t>(live.touched & ~kModified);
   }
 
-  /// Whether a pin has nothing to note: a touch was counted in this epoch, and for a pin for
-  /// writing the span is marked as modified.
-  /// @param epoch  the current epoch, times 2
-  bool IsTouched(std::uint16_t epoch, bool forWriting) const {
-    return (live.touched | (forWriting ? 0 : kModified)) == (epoch | kModified);
-  }
-
   /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
   /// modified when it is pinned for writing.
   void Touch(std::uint16_t epoch, bool forWriting) {

@@ -184,6 +184,7 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
   if (++m_epochMisses >= m_epochLength) {
     m_epochMisses = 0;
     m_epoch += 2;
+    m_modifiedEpoch = m_epoch | PageEntry::kModified;
   }
   PageEntry& entry = m_table[page];
   entry.where = frame;

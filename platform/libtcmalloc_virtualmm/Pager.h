@@ -69,6 +69,8 @@ class Pager {
 
   /// The current epoch (see ReplacementPolicy), times 2.
   std::uint16_t Epoch() const { return m_epoch; }
+  /// What PageEntry::Live::touched says of a modified span touched in the current epoch.
+  std::uint16_t ModifiedEpoch() const { return m_modifiedEpoch; }
   const PagerCounts& Counts() const { return m_counts; }
   std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
 
@@ -133,7 +135,8 @@ class Pager {
   std::uint64_t m_epochLength;      // misses in an epoch
   std::uint64_t m_epochMisses = 0;  // misses of this epoch so far
   std::uint16_t m_epoch = 0;
-  std::uint32_t m_compactPause = 0;  // wishes for a compaction to pass over
+  std::uint16_t m_modifiedEpoch = PageEntry::kModified;  // kept beside m_epoch
+  std::uint32_t m_compactPause = 0;                      // wishes for a compaction to pass over
 };
 
 }  // namespace tcmalloc

@@ -2,6 +2,7 @@
 #define LIBTCMALLOC_VIRTUALMM_SLABPAGE_H
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -25,7 +26,13 @@ struct ObjectHeader {
       tag;  ///< bytes 4..7  see ObjectHandle::TagOf; free: next free byte, kFreeGeneration
 
   bool IsPinned() const { return pins - 1 < kMaxPins; }
+
+  /// Both members, to be compared at once.
+  std::uint64_t Word() const { return std::bit_cast<std::uint64_t>(*this); }
 };
+
+/// Set in a header's word to leave its pin count out of a comparison.
+constexpr std::uint64_t kPinsOfAny = std::bit_cast<std::uint64_t>(ObjectHeader{~0U, 0});
 
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
@@ -63,6 +70,13 @@ class SlabPage {
   /// The header of the object at `byte`, whose low three bits do not matter.
   ObjectHeader* HeaderAt(std::uint32_t byte) {
     return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(this) + (byte & ~7U)) - 1;
+  }
+
+  /// The header of the object at `toByte` of the slab whose object at `fromByte` has `header`.
+  static ObjectHeader* NeighbourOf(ObjectHeader* header, std::uint32_t fromByte,
+                                   std::uint32_t toByte) {
+    return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(header) - (fromByte & ~7U) +
+                                           (toByte & ~7U));
   }
 
   /// Takes a free slot (there must be one) for an object of `size` bytes, pinned once.

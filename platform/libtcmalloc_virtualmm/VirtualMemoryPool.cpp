@@ -37,6 +37,10 @@ void VirtualMemoryPool::Dismiss(PageItem& item) {
   m_engine->Dismiss(item.offset);
 }
 
+void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
+  return m_engine->MovePin(from.offset, to.offset);
+}
+
 void VirtualMemoryPool::Dirty(PageItem& item) {
   m_engine->Dirty(item.offset);
 }

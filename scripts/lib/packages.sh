@@ -7,6 +7,7 @@
 QRT_BUILD_PACKAGES=(
   g++ cmake ninja-build
   libxxhash-dev   # content hashes of the paging engine
+  zlib1g-dev      # the check value that names a node class
   libutfcpp-dev   # conversion between UTF-8 and UTF-16
   libcli11-dev    # command lines of the example programs
   libgtest-dev libgmock-dev

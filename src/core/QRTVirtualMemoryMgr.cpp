@@ -218,6 +218,16 @@ void* QRTVirtualMemoryMgr::getAddress(unsigned long long offset, int mode) {
   return m_pool->GetAddress(handle, mode != 0);
 }
 
+void* QRTVirtualMemoryMgr::movePin(unsigned long long from, unsigned long long to) {
+  if (isNull(from) || isNull(to)) {
+    dismiss(from);
+    return getAddress(to, 1);
+  }
+  tcmalloc::PageItem fromHandle{from};
+  tcmalloc::PageItem toHandle{to};
+  return m_pool->MovePin(fromHandle, toHandle);
+}
+
 void QRTVirtualMemoryMgr::allocUsingPool(const void* data, unsigned int size,
                                          QRTVirtualPageItem& item) {
   m_pageItemPool->set(data, size, item);

@@ -94,6 +94,11 @@ void VirtualMemoryPool::Dismiss(PageItem& item) {
   --record.objects.at(item.offset).pins;
 }
 
+void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
+  Dismiss(from);
+  return GetAddress(to, true);
+}
+
 void VirtualMemoryPool::Dirty(PageItem& item) {
   const FailingNew::Pause pause;
   EngineRecord::get().calls.push_back("Dirty(" + number(item.offset) + ")");

@@ -65,7 +65,23 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
   void Pin(Live& object) {
     const bool forWriting = Below(2) == 0;
     const std::size_t failures = Failures();
-    void* address = engine->GetAddress(object.offset, forWriting);
+    Pinned(object, forWriting, failures, engine->GetAddress(object.offset, forWriting));
+  }
+
+  // Moves a pin, at times one just taken, which often has a neighbour to go to.
+  void MovePin(Live& from, Live& to) {
+    if (Below(4) != 0) {
+      Pin(from);
+    }
+    if (!from.pins.empty()) {
+      from.pins.pop_back();
+    }
+    const std::size_t failures = Failures();
+    Pinned(to, true, failures, engine->MovePin(from.offset, to.offset));
+  }
+
+  // Notes in the model what came of a pin.
+  void Pinned(Live& object, bool forWriting, std::size_t failures, void* address) {
     if (address == nullptr) {
       ASSERT_TRUE(object.pins.empty());
       ASSERT_GT(Failures(), failures) << engine->GetLastError();
@@ -120,8 +136,10 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     const std::uint32_t choice = Below(100);
     if (m_live.empty() || (choice < 25 && m_bytes < kMostBytes)) {
       Allocate();
-    } else if (choice < 50) {
+    } else if (choice < 40) {
       Pin(Any());
+    } else if (choice < 50) {
+      MovePin(Any(), Any());
     } else if (choice < 60) {
       Change(Any());
     } else if (choice < 85) {

@@ -1,0 +1,111 @@
+#ifndef QRTVIRTUALPIN_H
+#define QRTVIRTUALPIN_H
+
+#include <type_traits>
+#include <utility>
+
+#include "QRTCore/QRTAssert.h"
+#include "QRTVirtualContainer.h"
+#include "QRTVirtualMemoryMgr.h"
+#include "QRTVirtualPageItem.h"
+#include "QRTVirtualPersistNode.h"
+
+/// A stored object, pinned while this stands: the dismiss that a pin owes happens by itself, also
+/// when an error passes through. Moves like a unique_ptr and can be empty. Header-only, C++17.
+///
+///     QRTVirtualPin<QRTVirtualTreeNode> child(parent->getFirstChild());  // takes the pin over
+///     QRTVirtualPin<Record> record(manager, item);                       // pins an object
+///     QRTVirtualPin<const Record> constant(manager, item);               // pins it for reading
+///
+/// @tparam T  what lives at the object's address: a node class, or any type that may be kept as
+///            bytes. With a const type the object is pinned for reading only.
+template <class T>
+class QRTVirtualPin {
+ public:
+  /// Makes an empty pin.
+  QRTVirtualPin() noexcept = default;
+
+  /// Takes over the pin of a node, as `createNode`, `getNode` and the navigation of a tree give it.
+  /// @param node  a pinned node of class T, which is not checked; null makes an empty pin
+  /// @throws QRTAssertError, with the pin left to the caller, when the node has no container
+  explicit QRTVirtualPin(QRTVirtualPersistNode* node) : m_object(static_cast<T*>(node)) {
+    static_assert(std::is_base_of<QRTVirtualPersistNode, T>::value, "T has to be a node class");
+    if (node != nullptr) {
+      QRT_ASSERT(node->getContainer());
+      m_memMgr = node->getContainer()->getMemoryMgr();
+      m_offset = node->getPageOffset();
+    }
+  }
+
+  /// Pins an object.
+  /// @param memMgr  the store it lives in; must outlive the pin
+  /// @param item    names the object
+  /// The pin is empty when the item names nothing or the object cannot be read back. Cost: as
+  /// QRTVirtualMemoryMgr::getAddress.
+  QRTVirtualPin(QRTVirtualMemoryMgr& memMgr, const QRTVirtualPageItem& item)
+      : QRTVirtualPin(memMgr, item.getOffset(),
+                      memMgr.getAddress(item.getOffset(), std::is_const<T>::value ? 0 : 1)) {}
+
+  /// Makes an item name an object of `size` bytes and pins it; see QRTVirtualMemoryMgr::alloc.
+  /// @return a pin that is not empty
+  /// @throws what QRTVirtualMemoryMgr::alloc throws
+  static QRTVirtualPin alloc(QRTVirtualMemoryMgr& memMgr, unsigned int size,
+                             QRTVirtualPageItem& item) {
+    void* const address = memMgr.alloc(size, item);
+    return QRTVirtualPin(memMgr, item.getOffset(), address);
+  }
+
+  /// Dismisses the object.
+  ~QRTVirtualPin() { reset(); }
+
+  QRTVirtualPin(QRTVirtualPin&& other) noexcept
+      : m_memMgr(other.m_memMgr), m_offset(other.m_offset), m_object(other.release()) {}
+  QRTVirtualPin& operator=(QRTVirtualPin&& other) noexcept {
+    QRTVirtualPin(std::move(other)).swap(*this);
+    return *this;
+  }
+  QRTVirtualPin(const QRTVirtualPin&) = delete;
+  QRTVirtualPin& operator=(const QRTVirtualPin&) = delete;
+
+  /// @return the object's address, good while the pin stands; null for an empty pin
+  T* get() const noexcept { return m_object; }
+  T* operator->() const noexcept { return m_object; }
+  T& operator*() const noexcept { return *m_object; }
+
+  /// @return whether an object is pinned
+  explicit operator bool() const noexcept { return m_object != nullptr; }
+
+  /// Gives the pin up without dismissing: the caller owes that now.
+  /// @return the object's address; null for an empty pin
+  T* release() noexcept {
+    T* const object = m_object;
+    m_object = nullptr;
+    return object;
+  }
+
+  /// Dismisses the object now; the pin is empty then.
+  void reset() noexcept {
+    if (m_object != nullptr) {
+      m_object = nullptr;
+      if (m_memMgr != nullptr) {
+        m_memMgr->dismiss(m_offset);
+      }
+    }
+  }
+
+  void swap(QRTVirtualPin& other) noexcept {
+    std::swap(m_memMgr, other.m_memMgr);
+    std::swap(m_offset, other.m_offset);
+    std::swap(m_object, other.m_object);
+  }
+
+ private:
+  QRTVirtualPin(QRTVirtualMemoryMgr& memMgr, unsigned long long offset, void* address) noexcept
+      : m_memMgr(&memMgr), m_offset(offset), m_object(static_cast<T*>(address)) {}
+
+  QRTVirtualMemoryMgr* m_memMgr = nullptr;  // whose pin this is; null for a root without a store
+  unsigned long long m_offset = 0;          // offset of the object
+  T* m_object = nullptr;                    // its address; null when nothing is pinned
+};
+
+#endif  // QRTVIRTUALPIN_H

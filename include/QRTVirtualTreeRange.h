@@ -1,0 +1,210 @@
+#ifndef QRTVIRTUALTREERANGE_H
+#define QRTVIRTUALTREERANGE_H
+
+#include <cstddef>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+#include "QRTCore/QRTAssert.h"
+#include "QRTVirtualPin.h"
+#include "QRTVirtualTreeNode.h"
+
+/// @file
+/// Loops over trees that hold one pin at a time and give it back however they end. Header-only,
+/// C++17:
+///
+///     for (QRTVirtualTreeNode& child : QRTVirtualChildren<>(*parent)) ...
+///     for (QRTVirtualTreeNode& node : QRTVirtualSubtree<>(*tree.getRootNode())) ...
+///
+/// Where a loop goes next is settled when it reaches a node. Its body may therefore remove or free
+/// the node it is at; nodes that it attaches directly behind or below it may be left out, and those
+/// that follow must stay. A node that cannot be read back ends the loop with QRTAssertError.
+
+/// Goes through a node and everything below it in document order: a node before its children,
+/// children from first to last. Holds one pin, and 16 bytes for each node on the way down that has
+/// a sibling still to come.
+class QRTVirtualTreeWalk {
+ public:
+  /// Begins at a node.
+  /// @param start  a node pinned by the caller, or a root
+  /// @throws QRTAssertError when the node has no container or cannot be read back
+  explicit QRTVirtualTreeWalk(QRTVirtualTreeNode& start) {
+    QRT_ASSERT(start.getContainer());
+    m_memMgr = start.getContainer()->getMemoryMgr();
+    if (start.getPageOffset() == QRTVirtualPageItem::getInvalidOffset()) {
+      m_node = &start;  // a root is there without a pin
+      m_child = start.getFirstChildPageItem().getOffset();
+    } else {
+      QRT_ASSERT(m_memMgr);
+      moveTo(start.getPageOffset(), 0);
+      m_sibling = 0;  // what stands beside the start is not below it
+    }
+  }
+
+  /// Dismisses the node the walk is at.
+  ~QRTVirtualTreeWalk() { leave(); }
+
+  QRTVirtualTreeWalk(const QRTVirtualTreeWalk&) = delete;
+  QRTVirtualTreeWalk& operator=(const QRTVirtualTreeWalk&) = delete;
+
+  /// @return whether all nodes have been visited
+  bool atEnd() const noexcept { return m_node == nullptr; }
+
+  /// @return the node the walk is at, pinned by the walk until it moves on; null at the end
+  QRTVirtualTreeNode* node() const noexcept { return m_node; }
+
+  /// @return levels between the start, which has 0, and the node the walk is at
+  unsigned int depth() const noexcept { return m_depth; }
+
+  /// Leaves out what is below the node the walk is at. Needed before its children are freed.
+  void skipChildren() noexcept { m_child = 0; }
+
+  /// Moves on; does nothing at the end.
+  /// @throws QRTAssertError when the next node cannot be read back; the walk is at its end then
+  /// Cost: O(1); may read a page back
+  void advance() {
+    if (m_child != 0) {
+      if (m_sibling != 0) {
+        m_pending.push_back({m_sibling, m_depth});
+      }
+      moveTo(m_child, m_depth + 1);
+    } else if (m_sibling != 0) {
+      moveTo(m_sibling, m_depth);
+    } else if (!m_pending.empty()) {
+      const Pending pending = m_pending.back();
+      m_pending.pop_back();
+      moveTo(pending.offset, pending.depth);
+    } else {
+      leave();
+    }
+  }
+
+ private:
+  // A sibling still to come of a node on the way down.
+  struct Pending {
+    unsigned long long offset;
+    unsigned int depth;
+  };
+
+  // Gives the pin back. A root has none, and its offset stays 0 here, which every manager ignores.
+  void leave() noexcept {
+    if (m_offset != 0) {
+      m_memMgr->dismiss(m_offset);
+      m_offset = 0;
+    }
+    m_node = nullptr;
+  }
+
+  // Moves the pin to a node and reads what follows it. Done by hand rather than with a
+  // QRTVirtualPin, since a walk does little else.
+  void moveTo(unsigned long long offset, unsigned int depth) {
+    auto* const node = static_cast<QRTVirtualTreeNode*>(
+        static_cast<QRTVirtualPersistNode*>(m_memMgr->movePin(m_offset, offset)));
+    m_node = node;
+    m_offset = node == nullptr ? 0 : offset;
+    QRT_ASSERT_NAMED(node, "a node cannot be read back");
+    m_child = node->getFirstChildPageItem().getOffset();
+    m_sibling = node->getNextSiblingPageItem().getOffset();
+    m_depth = depth;
+  }
+
+  QRTVirtualMemoryMgr* m_memMgr = nullptr;  // the store of the nodes, not owned
+  QRTVirtualTreeNode* m_node = nullptr;     // the node the walk is at; null at the end
+  unsigned long long m_offset = 0;          // its offset, pinned; 0 for a root and at the end
+  unsigned long long m_child = 0;           // offset of its first child, when it was reached
+  unsigned long long m_sibling = 0;         // offset of the sibling behind it, likewise
+  unsigned int m_depth = 0;                 // levels below the start
+  std::vector<Pending> m_pending;           // siblings to come back to, deepest last
+};
+
+/// The end of either loop below.
+struct QRTVirtualTreeRangeEnd {};
+
+/// A node and everything below it in document order, to be used in a range-based for.
+/// @tparam Node  class of the nodes, which is not checked
+template <class Node = QRTVirtualTreeNode>
+class QRTVirtualSubtree {
+ public:
+  /// Visits one node after the other; see QRTVirtualTreeWalk for `depth` and `skipChildren`.
+  class iterator : public QRTVirtualTreeWalk {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Node;
+    using difference_type = std::ptrdiff_t;
+    using pointer = Node*;
+    using reference = Node&;
+
+    using QRTVirtualTreeWalk::QRTVirtualTreeWalk;
+    Node& operator*() const noexcept { return *static_cast<Node*>(this->node()); }
+    Node* operator->() const noexcept { return static_cast<Node*>(this->node()); }
+    iterator& operator++() {
+      this->advance();
+      return *this;
+    }
+    friend bool operator!=(const iterator& at, QRTVirtualTreeRangeEnd) { return !at.atEnd(); }
+    friend bool operator==(const iterator& at, QRTVirtualTreeRangeEnd) { return at.atEnd(); }
+  };
+
+  /// @param start  a node pinned by the caller for as long as the range is used, or a root
+  explicit QRTVirtualSubtree(QRTVirtualTreeNode& start) : m_start(start) {}
+
+  iterator begin() const { return iterator(m_start); }
+  QRTVirtualTreeRangeEnd end() const { return {}; }
+
+ private:
+  QRTVirtualTreeNode& m_start;  // not owned
+};
+
+/// The children of a node from first to last, to be used in a range-based for.
+/// @tparam Node  class of the children, which is not checked
+template <class Node = QRTVirtualTreeNode>
+class QRTVirtualChildren {
+ public:
+  /// Visits one child after the other.
+  class iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Node;
+    using difference_type = std::ptrdiff_t;
+    using pointer = Node*;
+    using reference = Node&;
+
+    /// Pins the first child, if there is one.
+    explicit iterator(QRTVirtualTreeNode& parent)
+        : m_container(parent.getContainer()), m_next(parent.getFirstChildPageItem().getOffset()) {
+      ++*this;
+    }
+
+    Node& operator*() const noexcept { return *m_node; }
+    Node* operator->() const noexcept { return m_node.get(); }
+    iterator& operator++() {
+      m_node.reset();
+      if (m_next != 0) {
+        QRT_ASSERT(m_container);
+        m_node = QRTVirtualPin<Node>(m_container->getNode(m_next));
+        QRT_ASSERT_NAMED(m_node, "a node cannot be read back");
+        m_next = m_node->getNextSiblingPageItem().getOffset();
+      }
+      return *this;
+    }
+    friend bool operator!=(const iterator& at, QRTVirtualTreeRangeEnd) { return bool(at.m_node); }
+    friend bool operator==(const iterator& at, QRTVirtualTreeRangeEnd) { return !at.m_node; }
+
+   private:
+    QRTVirtualContainer* m_container;  // whose nodes are walked, not owned
+    unsigned long long m_next;         // offset of the child after this one; 0 for none
+    QRTVirtualPin<Node> m_node;        // the child the loop is at
+  };
+
+  /// @param parent  a node pinned by the caller for as long as the range is used, or a root
+  explicit QRTVirtualChildren(QRTVirtualTreeNode& parent) : m_parent(parent) {}
+
+  iterator begin() const { return iterator(m_parent); }
+  QRTVirtualTreeRangeEnd end() const { return {}; }
+
+ private:
+  QRTVirtualTreeNode& m_parent;  // not owned
+};
+
+#endif  // QRTVIRTUALTREERANGE_H

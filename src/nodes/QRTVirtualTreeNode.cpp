@@ -1,0 +1,479 @@
+#include "QRTVirtualTreeNode.h"
+
+#include <cstdint>
+
+#include "NodePlacement.h"
+#include "QRTCore/QRTAssert.h"
+#include "QRTVirtualContainer.h"
+#include "QRTVirtualTree.h"
+
+// Editing. Each operation first pins the neighbours it is going to relink and checks what it can
+// see of them; only then does it write. A failed check or an unreadable neighbour therefore leaves
+// the tree as it was.
+
+namespace {
+
+// A count of children has 31 bits and wraps.
+constexpr unsigned int kChildCountMask = 0x7FFFFFFFU;
+
+}  // namespace
+
+unsigned int QRTVirtualTreeNode::m_classId = 0;
+QRTThreadCriticalSection QRTVirtualTreeNode::m_classIdLock(0);
+
+// A neighbour, pinned while this stands. A neighbour in process memory, which only a parent can
+// be, needs no pin and its dismissal is ignored.
+class QRTPinnedNeighbour {
+ public:
+  // Pins the node behind a link of `of`; null behind link 0.
+  QRTPinnedNeighbour(QRTVirtualTreeNode& of, unsigned long long link)
+      : m_container(of.getContainer()), m_offset(link), m_node(of.fetch(link)) {
+    QRT_ASSERT_NAMED(m_node || m_offset == 0, "the neighbour cannot be read back");
+  }
+
+  // Pins the parent of `child`.
+  static QRTPinnedNeighbour parentOf(QRTVirtualTreeNode& child) {
+    if (child.m_parentIsAddress != 0) {
+      return QRTPinnedNeighbour(
+          reinterpret_cast<QRTVirtualTreeNode*>(static_cast<std::uintptr_t>(child.m_parent)));
+    }
+    return QRTPinnedNeighbour(child, child.m_parent);
+  }
+
+  ~QRTPinnedNeighbour() { dismiss(); }
+
+  // Takes over the pin of another; this one's goes first.
+  QRTPinnedNeighbour& operator=(QRTPinnedNeighbour&& other) noexcept {
+    dismiss();
+    m_container = other.m_container;
+    m_offset = other.m_offset;
+    m_node = other.m_node;
+    other.m_node = nullptr;
+    return *this;
+  }
+  QRTPinnedNeighbour(const QRTPinnedNeighbour&) = delete;
+  QRTPinnedNeighbour& operator=(const QRTPinnedNeighbour&) = delete;
+
+  QRTVirtualTreeNode* operator->() const { return m_node; }
+  QRTVirtualTreeNode* get() const { return m_node; }
+  explicit operator bool() const { return m_node != nullptr; }
+
+ private:
+  explicit QRTPinnedNeighbour(QRTVirtualTreeNode* inProcessMemory)
+      : m_container(nullptr), m_offset(0), m_node(inProcessMemory) {}
+
+  void dismiss() noexcept {
+    if (m_node != nullptr && m_container != nullptr) {
+      m_container->dismiss(m_offset);
+    }
+  }
+
+  QRTVirtualContainer* m_container;  // whose store the pin is in; null when there is no pin
+  unsigned long long m_offset;       // offset of the node
+  QRTVirtualTreeNode* m_node;        // the node; null for none
+};
+
+QRTVirtualTreeNode::QRTVirtualTreeNode() noexcept
+    : m_parent(0),
+      m_firstChild(0),
+      m_lastChild(0),
+      m_previousSibling(0),
+      m_nextSibling(0),
+      m_childCount(0),
+      m_parentIsAddress(0) {}
+
+QRTVirtualTreeNode::~QRTVirtualTreeNode() = default;
+
+unsigned int QRTVirtualTreeNode::getClassId() {
+  return computeClassId(m_classId, m_classIdLock, "QRTVirtualTreeNode");
+}
+
+QRTVirtualPersistNode* QRTVirtualTreeNode::create(QRTVirtualContainer* container) {
+  QRT_ASSERT(container != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  QRTVirtualMemoryMgr* const memMgr = container->getMemoryMgr();
+  QRT_ASSERT(memMgr);
+  return placeNode<QRTVirtualTreeNode>(*container, *memMgr);
+}
+
+unsigned int QRTVirtualTreeNode::getSize() {
+  return sizeof(QRTVirtualTreeNode);
+}
+
+const char* QRTVirtualTreeNode::getClassName() {
+  return "QRTVirtualTreeNode";
+}
+
+unsigned int QRTVirtualTreeNode::getClassIdentifier() {
+  return getClassId();
+}
+
+void QRTVirtualTreeNode::destroy() {
+  destroyInPlace(this);
+}
+
+QRTVirtualTreeNode* QRTVirtualTreeNode::getFirstChild() {
+  return fetch(m_firstChild);
+}
+
+QRTVirtualTreeNode* QRTVirtualTreeNode::getLastChild() {
+  return fetch(m_lastChild);
+}
+
+QRTVirtualTreeNode* QRTVirtualTreeNode::getNextSibling(int dismissThis) {
+  return dismissThis != 0 ? moveTo(m_nextSibling) : fetch(m_nextSibling);
+}
+
+QRTVirtualTreeNode* QRTVirtualTreeNode::getPreviousSibling(int dismissThis) {
+  return dismissThis != 0 ? moveTo(m_previousSibling) : fetch(m_previousSibling);
+}
+
+// A parent with an offset is not the root, so only an address has to be compared with it.
+QRTVirtualTreeNode* QRTVirtualTreeNode::getParent(int includeRoot) {
+  if (m_parentIsAddress == 0) {
+    return fetch(m_parent);
+  }
+  auto* const parent = reinterpret_cast<QRTVirtualTreeNode*>(static_cast<std::uintptr_t>(m_parent));
+  if (includeRoot == 0) {
+    auto* const tree = dynamic_cast<QRTVirtualTree*>(getContainer());
+    if (tree != nullptr && tree->getRootNode() == parent) {
+      return nullptr;
+    }
+  }
+  return parent;
+}
+
+// 1. There must be a child.
+// 2. Pin the last child.
+// 3. Behind a last child: link the two and the parent.
+// 4. Into an empty list: the child is first and last.
+// 5. Count it.
+void QRTVirtualTreeNode::appendChild(QRTVirtualTreeNode* child) {
+  // Step 1
+  QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  checkChild(*child);
+  // Step 2
+  const QRTPinnedNeighbour last(*this, m_lastChild);
+  if (last) {
+    // Step 3
+    last->m_nextSibling = child->getPageOffset();
+    child->m_previousSibling = last->getPageOffset();
+    child->m_nextSibling = 0;
+    child->setParentLink(*this);
+    child->dirty();
+    m_lastChild = child->getPageOffset();
+    last->dirty();
+  } else {
+    // Step 4
+    m_firstChild = child->getPageOffset();
+    child->setParentLink(*this);
+    child->m_nextSibling = 0;
+    child->m_previousSibling = 0;
+    child->dirty();
+    m_lastChild = m_firstChild;
+  }
+  // Step 5
+  dirty();
+  ++m_childCount;
+}
+
+// 1. There must be a child.
+// 2. Pin the last child.
+// 3. Go along the chain to its end, giving every node its parent, and count. The chain must not
+//    run into this node or its children, nor back into itself.
+// 4. Join the chain to the list, now that its end is known.
+void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
+  // Step 1
+  QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  checkChild(*child);
+  // Step 2
+  const QRTPinnedNeighbour last(*this, m_lastChild);
+  QRT_ASSERT_NAMED(last || child->m_previousSibling == 0, "the chain has to begin at its head");
+  // Step 3
+  unsigned int count = 1;
+  unsigned long long end = child->getPageOffset();
+  child->setParentLink(*this);
+  QRTPinnedNeighbour node(*child, child->m_nextSibling);
+  while (node) {
+    checkChild(*node.get());
+    QRT_ASSERT_NAMED(node->m_previousSibling == end && node.get() != child,
+                     "the chain must be linked both ways and end");
+    ++count;
+    end = node->getPageOffset();
+    node->setParentLink(*this);
+    node = QRTPinnedNeighbour(*node.get(), node->m_nextSibling);
+  }
+  // Step 4
+  if (last) {
+    last->m_nextSibling = child->getPageOffset();
+    child->m_previousSibling = last->getPageOffset();
+  } else {
+    m_firstChild = child->getPageOffset();
+  }
+  m_lastChild = end;
+  m_childCount = (m_childCount + count) & kChildCountMask;
+}
+
+// 1. There must be a sibling.
+// 2. Pin the next node, and the parent.
+// 3. In the middle: link the sibling between this node and the next.
+// 4. At the end: link it behind this node; it becomes the parent's last child.
+// 5. Count it.
+void QRTVirtualTreeNode::insertAfter(QRTVirtualTreeNode* sibling) {
+  // Step 1
+  QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  checkSibling(*sibling);
+  // Step 2
+  const QRTPinnedNeighbour next(*this, m_nextSibling);
+  const QRTPinnedNeighbour parent = QRTPinnedNeighbour::parentOf(*this);
+  if (next) {
+    QRT_ASSERT_NAMED(next->m_previousSibling == getPageOffset(), "this node has been taken out");
+    // Step 3
+    sibling->m_previousSibling = next->m_previousSibling;
+    sibling->m_nextSibling = m_nextSibling;
+    m_nextSibling = sibling->getPageOffset();
+    next->m_previousSibling = sibling->getPageOffset();
+    sibling->copyParentLink(*this);
+  } else {
+    QRT_ASSERT_NAMED(sibling->m_nextSibling == 0, "the sibling has to be detached");
+    QRT_ASSERT_NAMED(!parent || parent->m_lastChild == getPageOffset(),
+                     "this node has been taken out");
+    // Step 4
+    m_nextSibling = sibling->getPageOffset();
+    sibling->m_previousSibling = getPageOffset();
+    sibling->copyParentLink(*this);
+    if (parent) {
+      parent->m_lastChild = sibling->getPageOffset();
+    }
+  }
+  // Step 5
+  if (parent) {
+    ++parent->m_childCount;
+  }
+}
+
+// 1. There must be a sibling.
+// 2. Pin the previous node, and the parent.
+// 3. In the middle: link the sibling between the previous node and this one.
+// 4. At the beginning: link it before this node; it becomes the parent's first child.
+// 5. Count it.
+void QRTVirtualTreeNode::insertBefore(QRTVirtualTreeNode* sibling) {
+  // Step 1
+  QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  checkSibling(*sibling);
+  // Step 2
+  const QRTPinnedNeighbour previous(*this, m_previousSibling);
+  const QRTPinnedNeighbour parent = QRTPinnedNeighbour::parentOf(*this);
+  if (previous) {
+    QRT_ASSERT_NAMED(previous->m_nextSibling == getPageOffset(), "this node has been taken out");
+    // Step 3
+    sibling->m_previousSibling = previous->getPageOffset();
+    sibling->m_nextSibling = previous->m_nextSibling;
+    m_previousSibling = sibling->getPageOffset();
+    previous->m_nextSibling = sibling->getPageOffset();
+    sibling->copyParentLink(*this);
+  } else {
+    QRT_ASSERT_NAMED(!parent || parent->m_firstChild == getPageOffset(),
+                     "this node has been taken out");
+    // Step 4
+    m_previousSibling = sibling->getPageOffset();
+    sibling->m_nextSibling = getPageOffset();
+    sibling->m_previousSibling = 0;
+    sibling->copyParentLink(*this);
+    if (parent) {
+      parent->m_firstChild = sibling->getPageOffset();
+    }
+  }
+  // Step 5
+  if (parent) {
+    ++parent->m_childCount;
+  }
+}
+
+// 1. There must be an old child, of this node, and a new one.
+// 2. Pin the old child's neighbours, which must name it.
+// 3. The new child takes the old one's place among siblings and under the parent; the old one keeps
+//    its own links.
+// 4. The neighbours name the new child.
+// 5. So does this node, where the old one was first or last.
+void QRTVirtualTreeNode::replaceChild(QRTVirtualTreeNode* oldChild, QRTVirtualTreeNode* newChild) {
+  // Step 1
+  QRT_ASSERT(oldChild != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  QRT_ASSERT(newChild != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  QRT_ASSERT_NAMED(oldChild->namesParent(*this), "the old child is not a child of this node");
+  if (newChild == oldChild) {
+    return;
+  }
+  checkChild(*newChild);
+  oldChild->checkSibling(*newChild);
+  // Step 2
+  const unsigned long long place = oldChild->getPageOffset();
+  const QRTPinnedNeighbour previous(*oldChild, oldChild->m_previousSibling);
+  const QRTPinnedNeighbour next(*oldChild, oldChild->m_nextSibling);
+  QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == place,
+                   "the old child has been taken out");
+  QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == place,
+                   "the old child has been taken out");
+  // Step 3
+  newChild->m_nextSibling = oldChild->m_nextSibling;
+  newChild->m_previousSibling = oldChild->m_previousSibling;
+  newChild->copyParentLink(*oldChild);
+  // Steps 4 and 5
+  (previous ? previous->m_nextSibling : m_firstChild) = newChild->getPageOffset();
+  (next ? next->m_previousSibling : m_lastChild) = newChild->getPageOffset();
+}
+
+// 1. There must be a child, of this node.
+// 2. Pin its neighbours, which must name it, as this node must where there is none.
+// 3. Join the neighbours, or make the remaining one first or last.
+// 4. The child has no siblings any more.
+// 5. Count it off.
+void QRTVirtualTreeNode::removeChild(QRTVirtualTreeNode* child) {
+  // Step 1
+  QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
+  QRT_ASSERT_NAMED(child->namesParent(*this), "not a child of this node");
+  // Step 2
+  const unsigned long long place = child->getPageOffset();
+  const QRTPinnedNeighbour previous(*child, child->m_previousSibling);
+  const QRTPinnedNeighbour next(*child, child->m_nextSibling);
+  QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == place,
+                   "the child has been taken out before");
+  QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == place,
+                   "the child has been taken out before");
+  // Step 3
+  (previous ? previous->m_nextSibling : m_firstChild) = child->m_nextSibling;
+  (next ? next->m_previousSibling : m_lastChild) = child->m_previousSibling;
+  // Step 4
+  child->m_nextSibling = 0;
+  child->m_previousSibling = 0;
+  // Step 5
+  --m_childCount;
+}
+
+// 1. Without children there is nothing to do.
+// 2. Pin the ends that were not given.
+// 3. The ends must be children of this node.
+// 4. One node alone is removed by itself; all of them together need no walk.
+// 5. Go along the run and count. A run that never meets its last node is the wrong way round.
+// 6. Pin the neighbours of the run and join them.
+// 7. Count the run off.
+void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTreeNode* last) {
+  // Step 1
+  if (m_childCount == 0) {
+    return;
+  }
+  // Step 2
+  const QRTPinnedNeighbour ownFirst(*this, first == nullptr ? m_firstChild : 0);
+  const QRTPinnedNeighbour ownLast(*this, last == nullptr ? m_lastChild : 0);
+  first = first == nullptr ? ownFirst.get() : first;
+  last = last == nullptr ? ownLast.get() : last;
+  // Step 3
+  QRT_ASSERT_NAMED(first && first->namesParent(*this), "the first is not a child of this node");
+  QRT_ASSERT_NAMED(last && last->namesParent(*this), "the last is not a child of this node");
+  // Step 4
+  if (first == last) {
+    removeChild(first);
+    return;
+  }
+  if (first->getPageOffset() == m_firstChild && last->getPageOffset() == m_lastChild) {
+    m_firstChild = 0;
+    m_lastChild = 0;
+    m_childCount = 0;
+    return;
+  }
+  // Step 5
+  unsigned int count = 1;
+  {
+    QRTPinnedNeighbour node(*first, first->m_nextSibling);
+    for (++count; node && node.get() != last; ++count) {
+      node = QRTPinnedNeighbour(*node.get(), node->m_nextSibling);
+    }
+    QRT_ASSERT_NAMED(node, "the run has to end at its last node");
+  }
+  // Step 6
+  const QRTPinnedNeighbour previous(*first, first->m_previousSibling);
+  const QRTPinnedNeighbour next(*last, last->m_nextSibling);
+  QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == first->getPageOffset(),
+                   "the run has been taken out before");
+  QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == last->getPageOffset(),
+                   "the run has been taken out before");
+  (previous ? previous->m_nextSibling : m_firstChild) = last->m_nextSibling;
+  (next ? next->m_previousSibling : m_lastChild) = first->m_previousSibling;
+  // Step 7
+  m_childCount = (m_childCount - count) & kChildCountMask;
+}
+
+// Pins the node at an offset through this node's container; null for offset 0.
+QRTVirtualTreeNode* QRTVirtualTreeNode::fetch(unsigned long long offset) {
+  if (offset == 0) {
+    return nullptr;
+  }
+  QRTVirtualContainer* const container = getContainer();
+  QRT_ASSERT(container);
+  return static_cast<QRTVirtualTreeNode*>(container->getNode(offset));
+}
+
+// Dismisses this node and pins the one at an offset; null for offset 0.
+QRTVirtualTreeNode* QRTVirtualTreeNode::moveTo(unsigned long long offset) {
+  QRTVirtualContainer* const container = getContainer();
+  QRT_ASSERT(container);
+  QRTVirtualMemoryMgr* const memMgr = container->getMemoryMgr();
+  QRT_ASSERT(memMgr);
+  return static_cast<QRTVirtualTreeNode*>(
+      static_cast<QRTVirtualPersistNode*>(memMgr->movePin(getPageOffset(), offset)));
+}
+
+// Whether this node lives in a store: it can be linked by its offset.
+bool QRTVirtualTreeNode::isStored() const {
+  return getPageOffset() != 0 && getPageOffset() != QRTVirtualPageItem::getInvalidOffset();
+}
+
+// Whether offsets mean the same to both nodes.
+bool QRTVirtualTreeNode::sharesStoreWith(const QRTVirtualTreeNode& other) const {
+  return getContainer() != nullptr && other.getContainer() != nullptr &&
+         getContainer()->getMemoryMgr() == other.getContainer()->getMemoryMgr();
+}
+
+// Whether this is the first or last child of a node.
+bool QRTVirtualTreeNode::isEndChildOf(const QRTVirtualTreeNode& parent) const {
+  return isStored() &&
+         (parent.m_firstChild == getPageOffset() || parent.m_lastChild == getPageOffset());
+}
+
+// Whether this node's parent link leads to a node, which it also does once this was taken out.
+bool QRTVirtualTreeNode::namesParent(const QRTVirtualTreeNode& parent) const {
+  if (m_parentIsAddress != 0) {
+    return m_parent == reinterpret_cast<std::uintptr_t>(&parent);
+  }
+  return m_parent != 0 && m_parent == parent.getPageOffset();
+}
+
+// A parent in process memory has no offset, so its children hold its address.
+void QRTVirtualTreeNode::setParentLink(const QRTVirtualTreeNode& parent) {
+  const bool byAddress = parent.getPageOffset() == QRTVirtualPageItem::getInvalidOffset();
+  m_parentIsAddress = byAddress ? 1 : 0;
+  m_parent = byAddress ? reinterpret_cast<std::uintptr_t>(&parent) : parent.getPageOffset();
+}
+
+void QRTVirtualTreeNode::copyParentLink(const QRTVirtualTreeNode& from) {
+  m_parent = from.m_parent;
+  m_parentIsAddress = from.m_parentIsAddress;
+}
+
+// What can be told of a node about to become a child without pinning another.
+void QRTVirtualTreeNode::checkChild(const QRTVirtualTreeNode& child) const {
+  QRT_ASSERT_NAMED(getPageOffset() != 0, "a parent is made by create or is a tree's root");
+  QRT_ASSERT_NAMED(child.isStored(), "a child is made by create");
+  QRT_ASSERT_NAMED(&child != this && !isEndChildOf(child), "a node cannot stand below itself");
+  QRT_ASSERT_NAMED(child.sharesStoreWith(*this), "a tree's nodes share one store");
+  QRT_ASSERT_NAMED(!child.isEndChildOf(*this), "the node is a child already");
+}
+
+// What can be told of a node about to stand beside this one without pinning another.
+void QRTVirtualTreeNode::checkSibling(const QRTVirtualTreeNode& sibling) const {
+  QRT_ASSERT_NAMED(isStored() && sibling.isStored(), "siblings are made by create");
+  QRT_ASSERT_NAMED(&sibling != this && !isEndChildOf(sibling), "a node cannot stand below itself");
+  QRT_ASSERT_NAMED(sibling.sharesStoreWith(*this), "a tree's nodes share one store");
+  QRT_ASSERT_NAMED(
+      sibling.getPageOffset() != m_nextSibling && sibling.getPageOffset() != m_previousSibling,
+      "the nodes are siblings already");
+}
