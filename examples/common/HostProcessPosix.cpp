@@ -8,18 +8,31 @@
 
 namespace example {
 
-std::uint64_t peakResidentBytes() {
+namespace {
+
+/// A figure of /proc/self/status in bytes; 0 when it is not there.
+std::uint64_t statusBytes(const char* wanted) {
   std::ifstream status("/proc/self/status");
   std::string line;
   while (std::getline(status, line)) {
     std::istringstream fields(line);
     std::string name;
     std::uint64_t kibibytes = 0;
-    if (fields >> name && name == "VmHWM:" && fields >> kibibytes) {
+    if (fields >> name && name == wanted && fields >> kibibytes) {
       return kibibytes * 1024;
     }
   }
   return 0;
+}
+
+}  // namespace
+
+std::uint64_t peakResidentBytes() {
+  return statusBytes("VmHWM:");
+}
+
+std::uint64_t peakMappedBytes() {
+  return statusBytes("VmPeak:");
 }
 
 bool standardErrorIsTerminal() {

@@ -14,6 +14,10 @@ std::uint64_t peakResidentBytes() {
              : 0;
 }
 
+std::uint64_t peakMappedBytes() {
+  return 0;
+}
+
 bool standardErrorIsTerminal() {
   DWORD mode = 0;
   return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != FALSE;
