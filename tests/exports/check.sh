@@ -13,7 +13,7 @@ symbols() {
   if [[ $library == *.dll ]]; then
     # Beside the classes g++ exports the type information of standard errors that they catch.
     "$objdump" -p "$library" |
-      awk '/Name Pointer\] Table/ { inside = 1; next } inside && !/\[/ { exit } inside { print $NF }' |
+      awk '/Name Pointer\] Table/ { inside = 1; next } !/\[/ { inside = 0 } inside { print $NF }' |
       grep -v '^_ZT[IS]St'
   else
     "$nm" -D --defined-only "$library" | awk '{ print $NF }' | sed 's/@.*//'
