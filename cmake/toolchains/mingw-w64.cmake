@@ -24,7 +24,11 @@ set(QRT_GOOGLETEST_FROM_SOURCE ON)
 set(ZLIB_USE_STATIC_LIBS ON)
 
 # Test programs run in Wine where it is installed; Debian keeps the program out of the PATH.
-find_program(QRT_WINE_PROGRAM NAMES wine64 wine PATHS /usr/lib/wine)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL i686)
+  find_program(QRT_WINE_PROGRAM NAMES wine PATHS /usr/lib/wine)
+else()
+  find_program(QRT_WINE_PROGRAM NAMES wine64 wine PATHS /usr/lib/wine)
+endif()
 if(QRT_WINE_PROGRAM)
   set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/wine.sh ${QRT_WINE_PROGRAM})
 endif()

@@ -9,15 +9,12 @@ shift
 export WINEDEBUG="${WINEDEBUG:--all}"
 export WINEPREFIX="${QRT_WINEPREFIX:-$HOME/.cache/qrt-wine}"
 mkdir -p "$WINEPREFIX"
-if [ ! -f "$WINEPREFIX/ready" ]; then
-  # Making the directory takes ten seconds. One process does it, the others wait.
-  flock "$WINEPREFIX" sh -c '[ -f "$2/ready" ] || { "$1" wineboot -i && : >"$2/ready"; }' \
-    wineboot "$wine" "$WINEPREFIX" >/dev/null 2>&1
-fi
-for server in "$(dirname "$wine")/wineserver64" "$(dirname "$wine")/wineserver"; do
-  if [ -x "$server" ]; then
-    "$server" -p60 2>/dev/null || true # it runs already
-    break
+(
+  # One process makes the directory, which takes ten seconds, or starts the server; the others wait.
+  # Neither may hold the program's output or the lock open.
+  flock 9
+  if "$(dirname "$wine")/wineserver64" -p60 9>&-; then
+    "$wine" wineboot 9>&-
   fi
-done
+) 9>"$WINEPREFIX/lock" </dev/null >/dev/null 2>&1
 exec "$wine" "$@"
