@@ -10,8 +10,10 @@ set(QRT_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/QRTVirtualMemMgmt)
 # The exported classes, and the module folders their headers include from.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${QRT_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/QRTCore DESTINATION ${QRT_INSTALL_INCLUDEDIR}
-        FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/QRTCore ${PROJECT_SOURCE_DIR}/platform/HZSStreams
+        DESTINATION ${QRT_INSTALL_INCLUDEDIR}
+        FILES_MATCHING PATTERN "*.h"
+        PATTERN "QRTFmFileSystem.h" EXCLUDE PATTERN "Gzip*.h" EXCLUDE)
 
 install(TARGETS QRTVirtualMemMgmt EXPORT QRTVirtualMemMgmtTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}

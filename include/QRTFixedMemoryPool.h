@@ -8,6 +8,8 @@
 #include "QRTCore/QRTExport.h"
 
 class QRTChunkIndex;
+class QRTChunkWindows;
+struct QRTChunkRecord;
 
 /// Hands out elements of one size from chunks of 32,760 bytes. With element headers each chunk
 /// keeps its own free list, wholly free chunks can be released or moved to another pool, and
@@ -71,8 +73,11 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Adds a chunk.
   /// @param chunk  a block of at least 32,760 bytes obtained with operator new, such as `reclaim`
   ///               gives; it becomes the pool's. Null obtains a new one.
-  /// @throws QRTOutOfMemoryError  a new chunk cannot be had; the pool is unchanged
-  /// @throws QRTAssertError       detection found a damaged header; the chunk is in the pool
+  /// @throws QRTOutOfMemoryError  there is no memory for a new chunk, or with headers for the
+  /// record
+  ///                              of a given one; the pool is unchanged, a given chunk the caller's
+  /// @throws QRTAssertError       the chunk is in the pool already, which changes nothing; or
+  ///                              detection found a damaged header, and the chunk is in the pool
   /// Cost: O(elements per chunk).
   void grow(void* chunk);
 
@@ -126,8 +131,8 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
  private:
   friend class QRTAllocatorView;
-  friend class QRTChunkIndex;
   friend class QRTMemoryArena;
+  friend struct QRTChunkRecord;
 
   struct Chunk;
 
@@ -137,23 +142,23 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   // The common cases, inline for this class and the arena; null and false mean: go the long way.
   void* tryAlloc();
-  [[gnu::noinline]] void* tryAllocFromIndex();
-  bool tryFree(void* p);
+  void* tryTake(QRTChunkRecord* record);
+  [[gnu::noinline]] void* tryAllocElsewhere();
+  bool tryFree(QRTChunkRecord* record, void* p);
 
-  // The rest of alloc and free: other chunks, growth, checks, errors. Never inlined, so that the
-  // common case stays small.
+  // The rest of alloc and free: growth, checks, errors. Never inlined, so that the common case
+  // stays small.
   [[gnu::noinline]] void* allocSlow();
   [[gnu::noinline]] void freeSlow(void* p);
 
-  char* findFree(Chunk*& chunk);
-  void setCurrent(Chunk* chunk, char* head);
-  void setFreeHead(Chunk* chunk, char* area);
-  void formatChunk(Chunk* chunk);
-  void indexChunk(Chunk* chunk);
+  QRTChunkRecord* findFree();
+  QRTChunkRecord* recordOf(const void* place) const;
+  QRTChunkRecord* enter(Chunk* chunk) noexcept;
+  void setCurrent(QRTChunkRecord* record);
+  void format(Chunk* chunk, QRTChunkRecord* record);
   void giveBack(char* area);
   void testHeader(const ElementHeader* rh) const;
   bool isWhollyFree(const Chunk* chunk) const;
-  bool hasChunk(const void* chunk) const;
   Chunk* takeWhollyFree(Chunk*& previous, int& keep);
   unsigned elementsPerChunk() const;
   unsigned callerBytes() const { return m_useHeaders != 0 ? m_esize - 8 : m_esize; }
@@ -168,9 +173,10 @@ class QRT_EXPORT QRTFixedMemoryPool {
   std::uint32_t m_watched : 1;            // whether a memory checker observes the process
   int m_useHeaders;                       // whether elements carry headers
   Chunk* m_current;                       // chunk that alloc tries first, with headers
-  QRTChunkIndex* m_index;  // finds a chunk with free elements when there are many; owned
-  char* m_currentHead;     // first free element of m_current, as its trailer says
-  unsigned m_currentAge;   // age of m_current in the index
+  QRTChunkRecord* m_currentRecord;        // that of m_current
+  QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned
+  QRTChunkWindows* m_windows;             // the chunks by address; owned unless it is an arena's
+  bool m_sharesWindows;                   // whether it is
 };
 
 static_assert(sizeof(QRTFixedMemoryPool::ElementHeader) == 8, "one header is one 8-byte word");

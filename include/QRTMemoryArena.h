@@ -113,6 +113,7 @@ class QRT_EXPORT QRTMemoryArena {
   std::vector<QRTFixedMemoryPool*> m_pools;  // one pool per bin; owned
   std::set<void*>* m_nonBinBlocks;           // headers of the large blocks handed out; owned
   int m_watched;                             // whether a memory checker observes the process
+  QRTChunkWindows* m_windows;                // the chunks of all bins by address; owned
 };
 
 #endif  // QRTMEMORYARENA_H

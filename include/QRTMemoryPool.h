@@ -111,7 +111,8 @@ class QRT_EXPORT QRTMemoryPool {
   /// @return a block of `size` rounded up to a multiple of 8 usable bytes, aligned to 8, to be
   ///         given back with `free`; null when no free block is large enough and the allowance is
   ///         spent or the heap gives nothing
-  /// Cost: O(free blocks) at worst; constant when blocks are freed in reverse order.
+  /// Cost: constant when blocks are freed in reverse order; else a look at every 4 KiB of the pool
+  /// and at their free blocks where one may fit, at worst.
   void* alloc(unsigned size);
 
   /// Takes a block back and merges it with free neighbours.
@@ -119,8 +120,7 @@ class QRT_EXPORT QRTMemoryPool {
   /// @throws QRTAssertError  memBlock is null, is free already or is not a block of this pool; the
   ///                         pool is unchanged. A pointer into the middle of a block is found when
   ///                         what stands in front of it is no header.
-  /// Cost: O(log heap blocks), plus the free blocks between the block and the nearest mark: one
-  /// free block in every 4 KiB is marked.
+  /// Cost: O(log heap blocks).
   void free(void* memBlock);
 
   /// Raises the allowance by `size` bytes, but at least by the increment; it stops at 2^32 - 1.
@@ -135,6 +135,9 @@ class QRT_EXPORT QRTMemoryPool {
  private:
   friend class QRTAllocatorView;
 
+  memheader* find(unsigned units);
+  memheader* findFar(memheader* prev, unsigned units);
+  void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
   void linkFree(memheader* bp);
   bool isMine(const memheader* bp) const;

@@ -100,6 +100,13 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Pins the object at a bare offset, as above.
   void* getAddress(unsigned long long offset, int mode);
 
+  /// Tells how large an object is that is pinned, whatever an item says. So a handle that is used
+  /// with another manager than its own can often be told before its bytes are.
+  /// @param offset  offset of a pinned object
+  /// @return bytes, as it was allocated; 0 when the offset names nothing
+  /// Cost: O(1)
+  unsigned int getObjectSize(unsigned long long offset) const;
+
   /// Takes one pin away from an object and pins another: `dismiss(from)`, then `getAddress(to, 1)`,
   /// in one step that costs half as much between neighbours. For walks from object to object.
   /// @param from  the object that is done with; ignored when it names nothing
@@ -163,6 +170,7 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
 
  private:
   void initialize(unsigned int memorySize);
+  void* pinWhole(QRTVirtualPageItem& item);
 
   tcmalloc::VirtualMemoryPool* m_pool;     // the paging engine, owned
   QRTVirtualPageItemPool* m_pageItemPool;  // shares equal byte strings, owned

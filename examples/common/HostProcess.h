@@ -11,6 +11,9 @@ std::uint64_t peakResidentBytes();
 /// The most address space the process ever had mapped, in bytes; 0 when the system does not tell.
 std::uint64_t peakMappedBytes();
 
+/// The memory the process has resident now, in bytes; 0 when the system does not tell.
+std::uint64_t residentBytes();
+
 /// Whether standard error is a terminal, where a progress bar makes sense.
 bool standardErrorIsTerminal();
 

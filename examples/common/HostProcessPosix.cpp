@@ -35,6 +35,10 @@ std::uint64_t peakMappedBytes() {
   return statusBytes("VmPeak:");
 }
 
+std::uint64_t residentBytes() {
+  return statusBytes("VmRSS:");
+}
+
 bool standardErrorIsTerminal() {
   return isatty(STDERR_FILENO) != 0;
 }

@@ -14,6 +14,14 @@ std::uint64_t peakResidentBytes() {
              : 0;
 }
 
+std::uint64_t residentBytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  counters.cb = sizeof counters;
+  return GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters) != FALSE
+             ? counters.WorkingSetSize
+             : 0;
+}
+
 std::uint64_t peakMappedBytes() {
   return 0;
 }

@@ -16,6 +16,7 @@ constexpr double kPanelHeight = 180;
 constexpr double kLeft = 80;
 constexpr double kTop = 40;
 constexpr double kGap = 70;
+constexpr double kSpare = 20;  // of the gap below the last row
 constexpr int kGridLines = 4;
 
 double x(std::size_t i, std::size_t count) {
@@ -51,7 +52,7 @@ void drawPanel(std::ostream& os, const ReplayResult& result, std::uint64_t most)
      << "<polyline fill=\"none\" stroke=\"#d55e00\" stroke-width=\"1.5\" points=\"";
   writePoints(os, result.system, most);
   os << "\"/>\n<text x=\"" << kPanelWidth << "\" y=\"" << kPanelHeight + 16
-     << "\" text-anchor=\"end\">events</text>\n";
+     << "\" text-anchor=\"end\">calls of the program, first to last</text>\n";
 }
 
 }  // namespace
@@ -68,9 +69,10 @@ void drawOccupancy(std::ostream& os, const std::vector<ReplayResult>& results) {
   svg << std::fixed << std::setprecision(1);
   const std::size_t rows = (results.size() + 1) / 2;
   const double width = 2 * (kLeft + kPanelWidth) + 40;
-  const double height = kTop + static_cast<double>(rows) * (kPanelHeight + kGap);
+  const double height = kTop + static_cast<double>(rows) * (kPanelHeight + kGap) - kSpare;
   svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
-      << "\" font-family=\"sans-serif\" font-size=\"10\">\n"
+      << "\" viewBox=\"0 0 " << width << ' ' << height
+      << "\" font-family=\"sans-serif\" font-size=\"10\" fill=\"#1a1a1a\">\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n"
       << "<rect x=\"" << kLeft << "\" y=\"8\" width=\"14\" height=\"10\" fill=\"#0072b2\" "
       << "fill-opacity=\"0.55\"/><text x=\"" << kLeft + 20

@@ -43,7 +43,7 @@ constexpr const char* kFooter =
 // Words, their counts, and the lines they stand on: many small blocks of all ages.
 constexpr const char* kDefaultProgram =
     "my (%count, %lines);"
-    "while (<>) { for my $word (split /\\W+/) { $count{lc $word}++;"
+    "while (<>) { for my $word (grep { length } split /\\W+/) { $count{lc $word}++;"
     " push @{$lines{lc $word}}, $. if length $word > 3 } }"
     "delete $lines{$_} for grep { $count{$_} > 50 } keys %count;"
     "my @top = sort { $count{$b} <=> $count{$a} || $a cmp $b } keys %count;"

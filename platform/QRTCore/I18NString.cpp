@@ -6,33 +6,15 @@
 #include <cstring>
 #include <ostream>
 #include <string_view>
-
-#include <utf8.h>
+#include <utility>
 
 #include "QRTCore/QRTAssert.h"
-
-// Most text is ASCII, so both conversions move runs of it with plain loops that the compiler turns
-// into vector code, and hand only what lies between to the UTF library.
+#include "QRTCore/QRTUtUtf8.h"
 
 namespace {
 
-constexpr char16_t kReplacement = 0xFFFD;
-
 // The longest string whose size in bytes fits an int.
 constexpr std::size_t kMaxUnits = static_cast<std::size_t>(INT_MAX) / sizeof(char16_t);
-
-bool isAscii(char byte) {
-  return static_cast<unsigned char>(byte) < 0x80U;
-}
-bool isTrail(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-bool isHighSurrogate(char16_t unit) {
-  return unit >= 0xD800U && unit <= 0xDBFFU;
-}
-bool isLowSurrogate(char16_t unit) {
-  return unit >= 0xDC00U && unit <= 0xDFFFU;
-}
 
 void requireUtf8(const char* encoding, bool hasFunction) {
   if (encoding != nullptr && std::strcmp(encoding, "UTF-8") != 0) {
@@ -52,119 +34,40 @@ void requireUtf8(const char* encoding, bool hasFunction) {
   QRT_THROW(QRTOutOfMemoryError(0, "I18NString: a string is limited to 2147483647 bytes"));
 }
 
-// The end of the run of ASCII bytes that begins at `at`.
-const char* asciiEnd(const char* at, const char* end) {
-  for (std::uint64_t word = 0; end - at >= 8; at += 8) {
-    std::memcpy(&word, at, sizeof word);
-    if ((word & 0x8080808080808080U) != 0) {
-      break;
+// Goes through a buffer on the stack, piece by piece, so that the string's memory is neither
+// cleared first nor larger than well-formed text needs.
+std::u16string unitsFromUtf8(std::string_view utf8) {
+  char16_t piece[1024];
+  std::u16string units;
+  if (utf8.size() > sizeof piece / sizeof *piece) {
+    const std::size_t estimate = QRTUtUtf8::utf16Estimate(utf8);
+    if (estimate > kMaxUnits) {
+      raiseTooLong();
     }
+    units.reserve(estimate);
   }
-  while (at != end && isAscii(*at)) {
-    ++at;
-  }
-  return at;
-}
-
-std::u16string unitsFromUtf8(const char* data, std::size_t length) {
-  // A byte never gives more than one unit.
-  std::u16string units(length, u'\0');
-  char16_t* out = units.data();
-  const char* at = data;
-  const char* const end = data + length;
-  while (at != end) {
-    const char* const runEnd = asciiEnd(at, end);
-    const std::size_t run = static_cast<std::size_t>(runEnd - at);
-    for (std::size_t i = 0; i < run; ++i) {
-      out[i] = static_cast<unsigned char>(at[i]);
+  while (!utf8.empty()) {
+    const std::size_t count = QRTUtUtf8::toUtf16(utf8, piece, sizeof piece / sizeof *piece);
+    if (count > kMaxUnits - units.size()) {
+      raiseTooLong();
     }
-    out += run;
-    at = runEnd;
-
-    const char* otherEnd = at;
-    while (otherEnd != end && !isAscii(*otherEnd)) {
-      ++otherEnd;
-    }
-    while (at != otherEnd) {
-      const char* const bad = utf8::find_invalid(at, otherEnd);
-      out = utf8::unchecked::utf8to16(at, bad, out);
-      at = bad;
-      if (bad != otherEnd) {
-        // One mark for the lead byte and whatever continuation bytes follow it.
-        *out++ = kReplacement;
-        do {
-          ++at;
-        } while (at != otherEnd && isTrail(*at));
-      }
-    }
-  }
-  units.resize(static_cast<std::size_t>(out - units.data()));
-  if (units.size() > kMaxUnits) {
-    raiseTooLong();
+    units.append(piece, count);
   }
   return units;
-}
-
-// The end of the run of ASCII units that begins at `at`.
-const char16_t* asciiEnd(const char16_t* at, const char16_t* end) {
-  for (std::uint64_t word = 0; end - at >= 4; at += 4) {
-    std::memcpy(&word, at, sizeof word);
-    if ((word & 0xFF80FF80FF80FF80U) != 0) {
-      break;
-    }
-  }
-  while (at != end && *at < 0x80U) {
-    ++at;
-  }
-  return at;
-}
-
-std::string utf8FromUnits(const std::u16string& units) {
-  // An upper bound, exact but for surrogate pairs: they count six bytes and take four. 32-bit sums
-  // let this loop become vector code.
-  std::uint32_t extra = 0;
-  for (const char16_t unit : units) {
-    extra += (unit >= 0x80U ? 1U : 0U) + (unit >= 0x800U ? 1U : 0U);
-  }
-  const std::size_t bound = units.size() + extra;
-  if (bound >= static_cast<std::size_t>(INT_MAX)) {
-    raiseTooLong();
-  }
-  std::string bytes(bound, '\0');
-  char* out = bytes.data();
-  const char16_t* at = units.data();
-  const char16_t* const end = at + units.size();
-  while (at != end) {
-    const std::size_t run = static_cast<std::size_t>(asciiEnd(at, end) - at);
-    for (std::size_t i = 0; i < run; ++i) {
-      out[i] = static_cast<char>(at[i]);
-    }
-    out += run;
-    at += run;
-    while (at != end && *at >= 0x80U) {
-      std::uint32_t codePoint = *at++;
-      if (isHighSurrogate(static_cast<char16_t>(codePoint)) && at != end && isLowSurrogate(*at)) {
-        codePoint = 0x10000U + ((codePoint - 0xD800U) << 10U) + (*at++ - 0xDC00U);
-      } else if (codePoint >= 0xD800U && codePoint <= 0xDFFFU) {
-        codePoint = kReplacement;
-      }
-      out = utf8::unchecked::append(codePoint, out);
-    }
-  }
-  bytes.resize(static_cast<std::size_t>(out - bytes.data()));
-  return bytes;
 }
 
 }  // namespace
 
 I18NString::I18NString(const char* utf8)
-    : m_units(utf8 == nullptr ? std::u16string() : unitsFromUtf8(utf8, std::strlen(utf8))) {}
+    : I18NString(utf8 == nullptr ? std::string_view() : std::string_view(utf8)) {}
+
+I18NString::I18NString(std::string_view utf8) : m_units(unitsFromUtf8(utf8)) {}
 
 I18NString::I18NString(const char* data, const char* encoding, int length,
                        ConversionFunction function, void* /*context*/) {
   requireUtf8(encoding, function != nullptr);
   if (data != nullptr && length > 0) {
-    m_units = unitsFromUtf8(data, static_cast<std::size_t>(length));
+    m_units = unitsFromUtf8({data, static_cast<std::size_t>(length)});
   }
 }
 
@@ -211,13 +114,45 @@ const char* I18NString::c_str(const char* encoding, int* length, ConversionFunct
                               void* /*context*/) const {
   requireUtf8(encoding, function != nullptr);
   if (!m_hasUtf8) {
-    m_utf8 = utf8FromUnits(m_units);
+    std::string bytes(static_cast<std::size_t>(getUtf8Length()), '\0');
+    QRTUtUtf8::toUtf8(m_units, bytes.data());
+    m_utf8 = std::move(bytes);
     m_hasUtf8 = true;
   }
   if (length != nullptr) {
     *length = static_cast<int>(m_utf8.size()) + 1;
   }
   return m_utf8.c_str();
+}
+
+int I18NString::getUtf8Length() const {
+  const std::uint64_t length = m_hasUtf8 ? m_utf8.size() : QRTUtUtf8::utf8Length(m_units);
+  if (length >= static_cast<std::uint64_t>(INT_MAX)) {
+    raiseTooLong();
+  }
+  return static_cast<int>(length);
+}
+
+void I18NString::copyUtf8(char* out) const noexcept {
+  if (m_hasUtf8) {
+    std::memcpy(out, m_utf8.data(), m_utf8.size());
+  } else {
+    QRTUtUtf8::toUtf8(m_units, out);
+  }
+}
+
+bool I18NString::hasUtf8Length(std::size_t length) const noexcept {
+  if (m_hasUtf8) {
+    return length == m_utf8.size();
+  }
+  // A unit takes one to three bytes, which tells most other lengths without counting.
+  return length >= m_units.size() && length / 3 <= m_units.size() &&
+         length == QRTUtUtf8::utf8Length(m_units);
+}
+
+bool I18NString::equalsUtf8(const char* bytes) const noexcept {
+  return m_hasUtf8 ? std::memcmp(m_utf8.data(), bytes, m_utf8.size()) == 0
+                   : QRTUtUtf8::equalsUtf8(m_units, bytes);
 }
 
 void I18NString::clear() noexcept {

@@ -2,14 +2,16 @@
 #define QRTCORE_I18NSTRING_H
 
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 #include "QRTCore/QRTExport.h"
 
 /// A string of UTF-16 code units in the machine's byte order; these units are its "external
 /// buffer". Zero units and unpaired surrogates are kept as they are. Up to seven units are held
-/// inside the object without an allocation.
+/// inside the object without an allocation. QRTUtUtf8 tells what becomes of ill-formed text.
 ///
 /// Operations that need memory throw std::bad_alloc and leave the string as it was.
 class QRT_EXPORT I18NString {
@@ -27,6 +29,10 @@ class QRT_EXPORT I18NString {
   /// @param utf8  the text; null gives the empty string
   /// @throws QRTOutOfMemoryError when the result would be longer than `size` can tell
   explicit I18NString(const char* utf8);
+
+  /// Makes a string from UTF-8, zero bytes included; each ill-formed sequence becomes U+FFFD.
+  /// @throws QRTOutOfMemoryError when the result would be longer than `size` can tell
+  explicit I18NString(std::string_view utf8);
 
   /// Makes a string from UTF-8 of a given length, zero bytes included; each ill-formed sequence
   /// becomes U+FFFD.
@@ -80,6 +86,25 @@ class QRT_EXPORT I18NString {
   const char* c_str(const char* encoding, int* length, ConversionFunction function,
                     void* context) const;
 
+  /// @return bytes of the string in UTF-8, without a terminating zero
+  /// @throws QRTOutOfMemoryError when an int cannot tell them
+  /// Cost: O(size), O(1) after `c_str`. Allocates nothing.
+  int getUtf8Length() const;
+
+  /// Writes the string in UTF-8, without a terminating zero; an unpaired surrogate becomes U+FFFD.
+  /// @param out  receives `getUtf8Length()` bytes
+  /// Cost: O(size). Allocates nothing and keeps nothing, unlike `c_str`.
+  void copyUtf8(char* out) const noexcept;
+
+  /// @return whether `getUtf8Length` is this length; most others are told without counting
+  bool hasUtf8Length(std::size_t length) const noexcept;
+
+  /// Compares with text in UTF-8 without converting either.
+  /// @param bytes  as many as the string has in UTF-8, see `hasUtf8Length`
+  /// @return whether they are the string's UTF-8
+  /// Cost: O(size). Allocates nothing.
+  bool equalsUtf8(const char* bytes) const noexcept;
+
   /// Makes the string empty and keeps its memory.
   void clear() noexcept;
 
@@ -93,6 +118,10 @@ class QRT_EXPORT I18NString {
   /// Compares code unit by code unit.
   /// @return below, equal to or above 0 as this string sorts before, equals or sorts behind `other`
   int compare(const I18NString& other) const noexcept { return m_units.compare(other.m_units); }
+
+  /// @return a hash of the code units, the same for equal strings within one process; what
+  /// std::hash gives
+  std::size_t hash() const noexcept { return std::hash<std::u16string>()(m_units); }
 
  private:
   std::u16string m_units;          // the external buffer
@@ -121,5 +150,10 @@ inline bool operator>=(const I18NString& a, const I18NString& b) noexcept {
 
 /// Writes the string to a stream as UTF-8, zero bytes included, honouring the stream's width.
 QRT_EXPORT std::ostream& operator<<(std::ostream& os, const I18NString& text);
+
+template <>
+struct std::hash<I18NString> {
+  std::size_t operator()(const I18NString& text) const noexcept { return text.hash(); }
+};
 
 #endif  // QRTCORE_I18NSTRING_H

@@ -1,7 +1,14 @@
 #include "QRTCore/QRTI18NBuffer.h"
 
+#include <utility>
+
 QRTI18NBuffer& QRTI18NBuffer::operator=(const I18NString& text) {
   m_text = text;
+  return *this;
+}
+
+QRTI18NBuffer& QRTI18NBuffer::operator=(I18NString&& text) noexcept {
+  m_text = std::move(text);
   return *this;
 }
 

@@ -19,6 +19,9 @@ class QRT_EXPORT QRTI18NBuffer {
   /// Replaces what the buffer holds.
   QRTI18NBuffer& operator=(const I18NString& text);
 
+  /// Replaces what the buffer holds by the string's own memory; leaves `text` empty.
+  QRTI18NBuffer& operator=(I18NString&& text) noexcept;
+
   /// @return 1 when the buffer holds nothing, else 0
   int empty() const noexcept { return m_text.empty() ? 1 : 0; }
 
@@ -27,6 +30,9 @@ class QRT_EXPORT QRTI18NBuffer {
 
   /// @return a copy of what the buffer holds
   I18NString getString() const { return m_text; }
+
+  /// @return what the buffer holds, without a copy; changes and goes with the buffer
+  const I18NString& viewString() const noexcept { return m_text; }
 
   /// Adds a string at the end.
   /// @throws QRTOutOfMemoryError when the result would be longer than `size` can tell

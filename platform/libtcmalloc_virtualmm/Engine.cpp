@@ -257,6 +257,14 @@ void Engine::Dirty(std::uint64_t offset) noexcept {
   }
 }
 
+std::uint32_t Engine::GetSize(std::uint64_t offset) noexcept {
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+    return SlabPage::SizeOf(slot.header, ClassOf(*slot.entry));
+  }
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  return FindLarge(handle) != nullptr ? m_table.LargeBytes(handle.page) : 0;
+}
+
 // ---- deallocate ---------------------------------------------------------------------------------
 
 void Engine::Deallocate(std::uint64_t offset) noexcept {

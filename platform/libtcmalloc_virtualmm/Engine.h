@@ -45,6 +45,7 @@ class Engine {
   void Dismiss(std::uint64_t offset) noexcept;
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
   void Dirty(std::uint64_t offset) noexcept;
+  std::uint32_t GetSize(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
   void ExtractStats(VirtualMemoryStats* stats, std::uint32_t size, std::uint32_t& needed) noexcept;
   std::uint32_t GetOutstandingReferences(VirtualMemoryReferenceInfo* list, std::uint32_t capacity,

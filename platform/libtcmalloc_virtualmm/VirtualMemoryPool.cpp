@@ -45,6 +45,10 @@ void VirtualMemoryPool::Dirty(PageItem& item) {
   m_engine->Dirty(item.offset);
 }
 
+unsigned int VirtualMemoryPool::GetSize(PageItem& item) {
+  return m_engine->GetSize(item.offset);
+}
+
 void VirtualMemoryPool::Deallocate(PageItem& item) {
   m_engine->Deallocate(item.offset);
 }

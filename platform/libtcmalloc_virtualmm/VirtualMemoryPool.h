@@ -108,6 +108,10 @@ class VirtualMemoryPool {
   /// Marks an object as modified; ignored for a stale or foreign offset.
   void Dirty(PageItem& item);
 
+  /// @return the size in bytes of an object that is pinned, as it was allocated; 0 for a stale or
+  ///         foreign offset
+  unsigned int GetSize(PageItem& item);
+
   /// Frees an object, pinned or not; its address and offset name nothing afterwards. Ignored for a
   /// stale or foreign offset. May read the object's page; an object whose page cannot be read back
   /// stays allocated, and GetLastError tells why.

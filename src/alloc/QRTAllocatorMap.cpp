@@ -13,7 +13,7 @@ constexpr unsigned kFiller = 0x0E;
 constexpr std::size_t kLargePerRow = 64;
 
 // The picture: strips to the right of their labels.
-constexpr unsigned kLabelWidth = 250;
+constexpr unsigned kLabelWidth = 180;  // "heap memory, 4294967295 bytes"
 constexpr unsigned kStripWidth = 800;
 constexpr unsigned kRowHeight = 14;
 constexpr unsigned kTop = 40;
@@ -132,7 +132,8 @@ void QRTAllocatorMap::writeSvg(std::ostream& os) const {
   const unsigned width = kLabelWidth + kStripWidth + 10;
   const std::size_t height = kTop + m_rows.size() * kRowHeight + 10;
   svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
-      << "\" font-family=\"sans-serif\" font-size=\"10\">\n"
+      << "\" viewBox=\"0 0 " << width << ' ' << height
+      << "\" font-family=\"sans-serif\" font-size=\"10\" fill=\"#1a1a1a\">\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
   for (unsigned state = eUsed; state <= eUnused; ++state) {
     const unsigned x = kLabelWidth + state * 140;

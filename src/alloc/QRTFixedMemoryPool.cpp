@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
+#include <memory>
 #include <new>
 
 #include "QRTChunkIndex.h"
+#include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
 #include "QRTMemoryChecker.h"
@@ -16,10 +17,6 @@ using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 using Header = QRTFixedMemoryPoolHeader;
 
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
-
-// Up to here a search walks the chunks; beyond, an index is kept. Eight full chunks cost a few
-// nanoseconds to pass over, and small pools then need no memory beside their chunks.
-constexpr unsigned kWalkedChunks = 8;
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
 std::uint32_t strideFor(unsigned size, int useHeaders) {
@@ -44,9 +41,10 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0),
       m_useHeaders(useHeaders),
       m_current(nullptr),
+      m_currentRecord(nullptr),
       m_index(nullptr),
-      m_currentHead(nullptr),
-      m_currentAge(0) {
+      m_windows(nullptr),
+      m_sharesWindows(false) {
   static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
   if (m_watched != 0) {
@@ -67,55 +65,41 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
     }
     ::operator delete(chunk);
   }
+  if (!m_sharesWindows) {
+    delete m_windows;
+  }
   delete m_index;
 }
 
 void* QRTFixedMemoryPool::allocHere() {
   void* p = tryAlloc();
-  if (p == nullptr && m_index != nullptr) {
-    p = tryAllocFromIndex();
+  if (p == nullptr) {
+    p = tryAllocElsewhere();
   }
   return p != nullptr ? p : allocSlow();
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
-  if (!tryFree(p)) {
+  QRTChunkRecord* const record = recordOf(p);
+  if (record == nullptr || record->pool != this || !tryFree(record, p)) {
     freeSlow(p);
   }
 }
 
-/// alloc of a pool with an index whose current chunk is full: takes from the newest chunk that has
-/// a free element. Short, for while one free waits for memory, only what fits the processor's
-/// window can be worked on ahead.
-void* QRTFixedMemoryPool::tryAllocFromIndex() {
-  if (m_currentHead != nullptr || m_useHeaders == 0 || m_detectOverWrites != 0 || m_watched != 0) {
+/// alloc when the current chunk is full: takes from the newest chunk that has a free element.
+void* QRTFixedMemoryPool::tryAllocElsewhere() {
+  if (m_index == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
     return nullptr;
   }
-  if (m_current != nullptr) {
-    m_index->noteFull(m_currentAge);
-    m_current = nullptr;
-  }
-  const unsigned age = m_index->newestWithFree();
-  if (age == QRTChunkIndex::kNone) {
+  QRTChunkRecord* const record = findFree();
+  if (record == nullptr) {
     return nullptr;
   }
-  Chunk* const chunk = m_index->chunkAt(age);
-  char* const area = chunk->data + m_index->headAt(age);
-  const std::uint64_t header = Header::load(area);
-  if (!Header::isIntact(header)) {
-    return nullptr;
+  void* const p = tryTake(record);
+  if (record->free == 0) {
+    m_index->noteFull(record);
   }
-  char* const next = qrtLoadLink(area);
-  if (next != nullptr) {
-    m_current = chunk;
-    m_currentHead = next;
-    m_currentAge = age;
-  } else {
-    m_index->noteFull(age);
-  }
-  chunk->setFreeHead(next);
-  Header::store(area, header | Header::kInUse);
-  return area;
+  return p;
 }
 
 /// The long way of alloc:
@@ -130,11 +114,18 @@ void* QRTFixedMemoryPool::allocSlow() {
     checkForMemoryOverWrite();
   }
   // Step 2
-  Chunk* chunk = nullptr;
-  char* area = findFree(chunk);
+  QRTChunkRecord* record = nullptr;
+  const auto next = [&]() -> char* {
+    if (m_useHeaders == 0) {
+      return static_cast<char*>(m_freeList);
+    }
+    record = findFree();
+    return record != nullptr ? record->chunk->data + record->head() : nullptr;
+  };
+  char* area = next();
   if (area == nullptr && m_growable != 0) {
     grow(nullptr);
-    area = findFree(chunk);
+    area = next();
   }
   if (area == nullptr) {
     return nullptr;
@@ -148,8 +139,7 @@ void* QRTFixedMemoryPool::allocSlow() {
     m_freeList = qrtLoadLink(area);
   } else {
     testHeader(headerOf(area));
-    setFreeHead(chunk, qrtLoadLink(area));
-    Header::store(area, Header::load(area) | Header::kInUse);
+    tryTake(record);
   }
   if (m_watched != 0) {
     QRTMemoryChecker::handedOut(this, area, callerBytes());
@@ -157,65 +147,23 @@ void* QRTFixedMemoryPool::allocSlow() {
   return area;
 }
 
-/// Finds the element that is handed out next and leaves it where it is. With headers this settles
-/// the current chunk: when it has no free element, the newest chunk that has one takes its place,
-/// unless that one holds no more than the element found.
-/// @param chunk  receives the element's chunk, with headers
-char* QRTFixedMemoryPool::findFree(Chunk*& chunk) {
-  if (m_useHeaders == 0) {
-    return static_cast<char*>(m_freeList);
-  }
-  if (m_currentHead != nullptr) {
-    chunk = m_current;
-    return m_currentHead;
-  }
-  setCurrent(nullptr, nullptr);
-  char* area = nullptr;
-  if (m_index != nullptr) {
-    const unsigned age = m_index->newestWithFree();
-    if (age != QRTChunkIndex::kNone) {
-      chunk = m_index->chunkAt(age);
-      area = chunk->data + m_index->headAt(age);
+/// Finds the chunk whose next free element is handed out next. This settles the current chunk: when
+/// it has no free element, the newest chunk that has one takes its place, unless that one has no
+/// more than one.
+/// @return null when no chunk has a free element
+inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
+  if (m_currentRecord != nullptr) {
+    if (m_currentRecord->free != 0) {
+      return m_currentRecord;
     }
-  } else {
-    chunk = m_chunks;
-    while (chunk != nullptr && (area = chunk->freeHead()) == nullptr) {
-      chunk = chunk->next();
-    }
+    m_index->noteFull(m_currentRecord);
+    setCurrent(nullptr);
   }
-  if (area != nullptr && qrtLoadLink(area) != nullptr) {
-    setCurrent(chunk, area);
+  QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
+  if (record != nullptr && record->free > 1) {
+    setCurrent(record);
   }
-  return area;
-}
-
-/// Makes a chunk, or none, the current one. The index learns what became of the one before.
-/// @param head  the chunk's first free element
-void QRTFixedMemoryPool::setCurrent(Chunk* chunk, char* head) {
-  Chunk* const before = m_current;
-  m_current = nullptr;
-  if (before != nullptr && m_index != nullptr) {
-    setFreeHead(before, m_currentHead);
-  }
-  m_current = chunk;
-  m_currentHead = head;
-  if (chunk != nullptr && m_index != nullptr) {
-    m_currentAge = m_index->ageOf(chunk);
-  }
-}
-
-/// Settles the first free element of a chunk, in its trailer and where there is a copy of it.
-void QRTFixedMemoryPool::setFreeHead(Chunk* chunk, char* area) {
-  chunk->setFreeHead(area);
-  if (chunk == m_current) {
-    m_currentHead = area;
-  } else if (m_index != nullptr) {
-    const unsigned age = m_index->ageOf(chunk);
-    if (age != QRTChunkIndex::kNone) {
-      m_index->setHeadAt(age, area != nullptr ? static_cast<unsigned>(area - chunk->data) : 0);
-      m_index->noteFree(age);
-    }
-  }
+  return record;
 }
 
 void QRTFixedMemoryPool::freeSlow(void* p) {
@@ -238,37 +186,50 @@ void QRTFixedMemoryPool::freeSlow(void* p) {
   }
 }
 
-/// Puts an element with a header on its chunk's list, if the header shows that it belongs there.
+/// Puts an element with a header on its chunk's list, if it is one of this pool that is handed out.
+/// A size or an offset in the header that is not right is damage that is let pass here.
 void QRTFixedMemoryPool::giveBack(char* area) {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
+  QRTChunkRecord* const record = recordOf(area - Header::kBytes);
+  QRT_ASSERT_NAMED(record != nullptr && record->pool == this,
+                   "QRTFixedMemoryPool::free: the element belongs to another pool.");
+  char* const start = record->chunk->data;
+  const auto distance = static_cast<unsigned>(area - start);
+  QRT_ASSERT_NAMED((distance - Header::kBytes) % m_esize == 0,
+                   "QRTFixedMemoryPool::free: the address is not an element's.");
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
-  QRT_ASSERT_NAMED(rh->m_inUse != 0, "QRTFixedMemoryPool::free: the element is free already.");
-  // A size that is not the pool's is damage, which is let pass here, or another pool's element.
-  // The chunk tells them apart; with detection on there is time to look at it every time.
-  Chunk* const chunk = reinterpret_cast<Chunk*>(area - Header::kBytes - rh->m_offset);
-  const bool isSuspect = rh->m_size != m_size || m_detectOverWrites != 0 || m_watched != 0;
-  QRT_ASSERT_NAMED(!isSuspect || (rh->m_offset % m_esize == 0 && hasChunk(chunk)),
-                   "QRTFixedMemoryPool::free: the element belongs to another pool.");
-  qrtStoreLink(area, chunk->freeHead());
-  setFreeHead(chunk, area);
-  Header::store(area, Header::load(area) & ~(Header::kInUse * 0xFF));
+  QRT_ASSERT_NAMED(rh->m_inUse != 0 && record->free != record->elements,
+                   "QRTFixedMemoryPool::free: the element is free already.");
+  qrtStoreLink(area, record->free != 0 ? start + record->head() : nullptr);
+  record->stack()[++record->free] = static_cast<std::uint16_t>(distance);
+  record->chunk->setFreeHead(distance);
+  Header::store(area, Header::free(Header::load(area)));
+  m_index->noteFree(record);
 }
 
 void QRTFixedMemoryPool::grow(void* chunk) {
+  std::unique_ptr<void, void (*)(void*)> obtained(nullptr, ::operator delete);
   if (chunk == nullptr) {
-    chunk = QRT_GUARD_ALLOC(::operator new(Chunk::totalSize));
+    obtained.reset(QRT_GUARD_ALLOC(::operator new(Chunk::totalSize)));
+    chunk = obtained.get();
   }
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   Chunk* const added = static_cast<Chunk*>(chunk);
+  QRTChunkRecord* record = nullptr;
+  // Without headers nothing needs a record, but under a memory checker: it holds the chunk's
+  // address as a plain pointer, which a leak check can follow, unlike the packed link.
+  if (m_useHeaders != 0 || m_watched != 0) {
+    QRT_ASSERT_NAMED(recordOf(added) == nullptr,
+                     "QRTFixedMemoryPool::grow: the chunk is in the pool already.");
+    record = QRT_GUARD_ALLOC(enter(added));
+  }
+  static_cast<void>(obtained.release());
   added->setNext(m_chunks);
   m_chunks = added;
-  formatChunk(added);
-  if (m_useHeaders != 0 || m_watched != 0) {
-    indexChunk(added);
-  }
+  format(added, record);
   if (m_useHeaders != 0) {
-    setCurrent(added, added->freeHead());
+    setCurrent(record);
   }
   if (m_watched != 0) {
     QRTMemoryChecker::close(added, Chunk::totalSize);
@@ -278,9 +239,33 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   }
 }
 
+/// Makes the record of a chunk and enters it everywhere.
+/// @return null, with nothing changed, when memory cannot be had
+QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
+  if (m_index == nullptr) {
+    m_index = new (std::nothrow) QRTChunkIndex;
+  }
+  if (m_windows == nullptr) {
+    m_windows = new (std::nothrow) QRTChunkWindows;
+  }
+  if (m_index == nullptr || m_windows == nullptr) {
+    return nullptr;
+  }
+  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk());
+  if (record == nullptr || !m_index->add(record)) {
+    QRTChunkRecord::release(record);
+    return nullptr;
+  }
+  if (!m_windows->add(record)) {
+    m_index->remove(record);
+    return nullptr;
+  }
+  return record;
+}
+
 /// Makes every slot a free element, so that a fresh chunk hands them out in ascending order.
 /// Without headers the elements that were free before come behind those of the chunk.
-void QRTFixedMemoryPool::formatChunk(Chunk* chunk) {
+void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   const unsigned headerBytes = m_useHeaders != 0 ? Header::kBytes : 0;
   const unsigned count = elementsPerChunk();
   char* area = chunk->data + headerBytes;
@@ -288,133 +273,19 @@ void QRTFixedMemoryPool::formatChunk(Chunk* chunk) {
   for (unsigned slot = 0; slot < count; ++slot, area += m_esize) {
     if (m_useHeaders != 0) {
       Header::store(area, m_size | std::uint64_t{slot} * m_esize << 32 | Header::kFiller);
+      record->stack()[count - slot] = static_cast<std::uint16_t>(area - chunk->data);
     }
     qrtStoreLink(area, area + m_esize);
   }
   char* const last = area - m_esize;
   if (m_useHeaders != 0) {
     qrtStoreLink(last, nullptr);
-    chunk->setFreeHead(first);
+    record->free = record->elements;
+    chunk->setFreeHead(record->head());
   } else {
     qrtStoreLink(last, static_cast<char*>(m_freeList));
-    chunk->setFreeHead(nullptr);
+    chunk->setFreeHead(0);
     m_freeList = first;
-  }
-}
-
-/// Keeps the index once there are many chunks. A pool that cannot have one walks its list. Under a
-/// memory checker there is always one: it holds the chunks' addresses as plain pointers, which a
-/// leak check can follow, unlike the packed links.
-void QRTFixedMemoryPool::indexChunk(Chunk* chunk) {
-  if (m_index != nullptr) {
-    if (!m_index->add(chunk)) {
-      delete m_index;
-      m_index = nullptr;
-    }
-    return;
-  }
-  unsigned count = 0;
-  for (Chunk* at = m_chunks; at != nullptr && count <= kWalkedChunks; at = at->next()) {
-    ++count;
-  }
-  if (count <= kWalkedChunks && m_watched == 0) {
-    return;
-  }
-  m_index = new (std::nothrow) QRTChunkIndex;
-  if (m_index != nullptr && !m_index->addAll(m_chunks)) {
-    delete m_index;
-    m_index = nullptr;
-  }
-}
-
-void* QRTFixedMemoryPool::reclaim(int keep) {
-  if (m_detectOverWrites != 0) {
-    checkForMemoryOverWrite();
-  }
-  Chunk* previous = nullptr;
-  return takeWhollyFree(previous, keep);
-}
-
-unsigned QRTFixedMemoryPool::trim(int maxChunks) {
-  // Each chunk is searched for where the last one was: chunks before that are in use.
-  unsigned released = 0;
-  Chunk* previous = nullptr;
-  while (m_useHeaders != 0 &&
-         (maxChunks == 0 || (maxChunks > 0 && released < static_cast<unsigned>(maxChunks)))) {
-    if (m_detectOverWrites != 0) {
-      checkForMemoryOverWrite();
-    }
-    int keep = 0;
-    Chunk* const chunk = takeWhollyFree(previous, keep);
-    if (chunk == nullptr) {
-      break;
-    }
-    ::operator delete(chunk);
-    ++released;
-  }
-  return released * Chunk::totalSize;
-}
-
-/// Takes the first wholly free chunk out of the pool that stands behind `previous` on the list.
-/// @param previous  null for the head of the list; receives the chunk in front of the one taken
-/// @param keep      how many to pass over; counted down
-QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, int& keep) {
-  if (m_useHeaders == 0) {
-    return nullptr;
-  }
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
-  Chunk* chunk = previous != nullptr ? previous->next() : m_chunks;
-  for (; chunk != nullptr; previous = chunk, chunk = chunk->next()) {
-    if (!isWhollyFree(chunk)) {
-      continue;
-    }
-    if (keep != 0) {
-      // A negative count never comes to 0.
-      keep -= keep > 0 ? 1 : 0;
-      continue;
-    }
-    if (previous != nullptr) {
-      previous->setNext(chunk->next());
-    } else {
-      m_chunks = chunk->next();
-    }
-    if (m_current == chunk) {
-      setCurrent(nullptr, nullptr);
-    }
-    if (m_index != nullptr) {
-      m_index->remove(chunk);
-    }
-    if (m_watched != 0) {
-      QRTMemoryChecker::open(chunk, Chunk::totalSize);
-    }
-    return chunk;
-  }
-  return nullptr;
-}
-
-void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInChunk,
-                              int* chunksInUse) {
-  if (m_detectOverWrites != 0) {
-    checkForMemoryOverWrite();
-  }
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
-  if (chunkBytes != nullptr) {
-    *chunkBytes = static_cast<int>(Chunk::totalSize);
-  }
-  if (chunksInUse != nullptr) {
-    *chunksInUse = 0;
-  }
-  if (chunkCount != nullptr) {
-    *chunkCount = 0;
-    for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
-      ++*chunkCount;
-      if (m_useHeaders != 0 && chunksInUse != nullptr && !isWhollyFree(chunk)) {
-        ++*chunksInUse;
-      }
-    }
-  }
-  if (elementsInChunk != nullptr) {
-    *elementsInChunk = static_cast<int>(elementsPerChunk());
   }
 }
 
@@ -425,23 +296,6 @@ unsigned QRTFixedMemoryPool::allocSize(void* p) {
   const ElementHeader* rh = headerOf(p);
   QRT_ASSERT(rh->m_filler3 == 0xE);
   return rh->m_size;
-}
-
-void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
-  if (m_useHeaders == 0) {
-    return;
-  }
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
-  const unsigned end = elementsPerChunk() * m_esize;
-  for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
-    for (unsigned offset = 0; offset < end; offset += m_esize) {
-      const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + offset);
-      if (rh->m_size != m_size && m_abortOnOverWrites != 0) {
-        std::abort();
-      }
-      testHeader(rh);
-    }
-  }
 }
 
 void QRTFixedMemoryPool::setDetectMemoryOverWrites(int on) {
@@ -466,35 +320,6 @@ void QRTFixedMemoryPool::testHeader(const ElementHeader* rh) const {
     std::abort();
   }
   QRT_ASSERT(rh->m_filler3 == 0xE);
-}
-
-/// Whether no element of a chunk is handed out. Tests the headers it visits; the first element in
-/// use ends the visit.
-bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
-  if (chunk->freeHead() == nullptr) {
-    return false;
-  }
-  const unsigned end = elementsPerChunk() * m_esize;
-  for (unsigned offset = 0; offset < end; offset += m_esize) {
-    const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + offset);
-    testHeader(rh);
-    if (rh->m_inUse != 0) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool QRTFixedMemoryPool::hasChunk(const void* chunk) const {
-  if (m_index != nullptr) {
-    return m_index->ageOf(chunk) != QRTChunkIndex::kNone &&
-           m_index->chunkAt(m_index->ageOf(chunk)) == chunk;
-  }
-  const Chunk* at = m_chunks;
-  while (at != nullptr && at != chunk) {
-    at = at->next();
-  }
-  return at != nullptr;
 }
 
 unsigned QRTFixedMemoryPool::elementsPerChunk() const {

@@ -7,16 +7,22 @@
 
 #include "QRTMemoryPool.h"
 
-/// The heap memory of a QRTMemoryPool by address, with marks that lead to free blocks.
+/// The heap memory of a QRTMemoryPool by address, the places of the free blocks in it, and
+/// bounds that tell where a search need not look.
 ///
 /// It tells whether an address is the pool's at all, which no header can, and spares `free` the
-/// walk around the free list: for every stretch of 4 KiB it remembers one free block that starts
-/// there, the highest it was told of. From the nearest mark below a block it is a few steps to the
-/// block's place on the list, where the walk from the rover passes every free block in between:
-/// with 10,000 blocks freed in random order 50 nanoseconds an operation instead of 3,300
-/// (alloc_bench).
+/// walk around the free list: one bit for every unit says whether a free block starts there, so
+/// that the neighbours of a block are found without touching any other. The walk from the rover
+/// would pass every free block in between: with 10,000 blocks freed in random order 36
+/// nanoseconds an operation instead of 3,300 (alloc_bench).
 ///
-/// Costs about 1/500 of the memory it describes.
+/// For every stretch of 4 KiB it also keeps a bound: no free block that starts there is larger. A
+/// search passes the stretches whose bound is too low without touching their blocks: with 100,000
+/// blocks of 8 to 256 bytes replaced at random 1.4 microseconds an operation instead of 11
+/// (alloc_bench). A bound is raised when a block grows, and lowered when a search went through the
+/// whole stretch.
+///
+/// Costs 1/60 of the memory it describes.
 class QRTHeapExtents {
  public:
   using Header = QRTMemoryPool::memheader;
@@ -25,12 +31,24 @@ class QRTHeapExtents {
   struct Extent {
     Header* begin;
     Header* end;
-    std::vector<Header*> marks;         // for each stretch a free block that starts in it, or null
-    std::vector<std::uint64_t> marked;  // one bit for each mark that is not null
+    std::vector<std::uint64_t> starts;  // one bit for each unit: a free block starts there
+    std::vector<std::uint64_t> filled;  // one bit for each word of starts that is not zero
+    std::vector<std::uint16_t> bounds;  // for each stretch in units; kNoBound and above as kNoBound
+  };
+
+  static constexpr unsigned kStretch = 512;       // units in a stretch: 4 KiB
+  static constexpr unsigned kNoBound = kStretch;  // a bound that says nothing
+
+  /// A way around all stretches, from one on upwards, through the lowest, back to it and including
+  /// it.
+  struct Tour {
+    std::size_t extent;   // of the stretch
+    std::size_t stretch;  // its number in the extent
+    std::size_t left;     // how many are to come
   };
 
   /// Enters the memory of a new heap block.
-  /// @throws std::bad_alloc  there is no memory for the marks; nothing is changed
+  /// @throws std::bad_alloc  there is no memory for the bits; nothing is changed
   void add(Header* begin, Header* end);
 
   /// @return units from an address to the end of the extent it lies in; 0 when it lies in none or
@@ -39,14 +57,35 @@ class QRTHeapExtents {
   std::size_t unitsFrom(const Header* at) const;
 
   /// Notes that a block came on the free list.
-  void noteFree(Header* block);
+  /// @param units  its size
+  void noteFree(Header* block, unsigned units);
+
+  /// Notes that a block on the free list grew to `units` units.
+  void noteGrown(const Header* block, unsigned units);
 
   /// Notes that a block left the free list.
-  /// @param neighbour  another block that is on the list, which may take over the mark
-  void noteTaken(const Header* block, Header* neighbour);
+  void noteTaken(const Header* block);
 
-  /// @return a free block near a block and below it, or any, or null when none is marked
-  Header* nearBelow(const Header* block) const;
+  /// @return the highest free block below a place in an extent, or the highest of all when there is
+  ///         none: behind it on the list comes the lowest; null when there is no free block
+  Header* freeBelow(const Header* place) const;
+
+  /// @return the tour that begins at the stretch of a block
+  Tour tourFrom(const Header* block) const;
+
+  /// Whether the stretch a tour has come to may have a free block of `units` units.
+  bool mayHave(const Tour& tour, unsigned units) const;
+
+  /// Moves on to the next stretch that may have a free block of `units` units.
+  /// @return false when there is none
+  bool moveOn(Tour& tour, unsigned units) const;
+
+  /// First place of the stretch a tour has come to, and the place behind its last.
+  Header* beginOf(const Tour& tour) const;
+  Header* endOf(const Tour& tour) const;
+
+  /// Notes the size of the largest free block in a stretch.
+  void setBound(const Tour& tour, unsigned units);
 
   /// All extents in ascending order.
   const std::vector<Extent>& all() const { return m_extents; }
@@ -55,6 +94,7 @@ class QRTHeapExtents {
   std::size_t indexOf(const Header* at) const;
 
   std::vector<Extent> m_extents;  // ascending by address
+  std::size_t m_stretches = 0;    // in all of them
 };
 
 #endif  // QRTHEAPEXTENTS_H

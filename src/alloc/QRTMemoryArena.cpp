@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <exception>
 #include <limits>
+#include <new>
 
+#include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
 #include "QRTMemoryChecker.h"
@@ -36,7 +38,8 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_minNonBin(kMostBytes),
       m_maxNonBin(0),
       m_nonBinBlocks(nullptr),
-      m_watched(QRTMemoryChecker::isActive()) {
+      m_watched(QRTMemoryChecker::isActive()),
+      m_windows(nullptr) {
   // A negative count is a length no vector can have.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
   m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
@@ -50,6 +53,11 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       }
     }
     m_nonBinBlocks = QRT_GUARD_ALLOC(new std::set<void*>);
+    m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
+    for (QRTFixedMemoryPool* pool : m_pools) {
+      pool->m_windows = m_windows;
+      pool->m_sharesWindows = true;
+    }
   } catch (...) {
     release();
     throw;
@@ -71,6 +79,8 @@ void QRTMemoryArena::release() noexcept {
     delete pool;
   }
   m_pools.clear();
+  delete m_windows;
+  m_windows = nullptr;
   if (m_nonBinBlocks != nullptr) {
     for (void* block : *m_nonBinBlocks) {
       std::free(block);
@@ -86,8 +96,8 @@ void* QRTMemoryArena::alloc(unsigned size) {
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     QRTFixedMemoryPool* const pool = m_pools[bin];
     void* p = pool->tryAlloc();
-    if (p == nullptr && pool->m_index != nullptr) {
-      p = pool->tryAllocFromIndex();
+    if (p == nullptr) {
+      p = pool->tryAllocElsewhere();
     }
     return p != nullptr ? p : allocFromBin(bin);
   }
@@ -124,7 +134,14 @@ void* QRTMemoryArena::allocFromBin(unsigned bin) {
     void* const chunk = other != pool ? other->reclaim(1) : nullptr;
     if (chunk != nullptr) {
       ++m_reclaims;
-      pool->grow(chunk);
+      try {
+        pool->grow(chunk);
+      } catch (const QRTOutOfMemoryError&) {
+        // The chunk can be told of nowhere: it leaves the arena.
+        ::operator delete(chunk);
+        m_remaining += m_chunkSize;
+        throw;
+      }
       return pool->alloc();
     }
   }
@@ -192,15 +209,11 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
 }
 
 void QRTMemoryArena::free(void* mem) {
-  if (mem != nullptr && m_watched == 0) {
-    const auto size =
-        static_cast<unsigned>(QRTFixedMemoryPoolHeader::load(static_cast<char*>(mem)));
-    const unsigned bin = static_cast<unsigned>(size2Index(size));
-    if (bin < static_cast<unsigned>(m_numVarBins) && m_pools[bin]->tryFree(mem)) {
-      return;
-    }
+  // The address tells the bin. The header does too, but everything else would have to wait for it.
+  QRTChunkRecord* const record = m_windows->find(mem);
+  if (record == nullptr || !record->pool->tryFree(record, mem)) {
+    freeSlow(mem);
   }
-  freeSlow(mem);
 }
 
 void QRTMemoryArena::freeSlow(void* mem) {

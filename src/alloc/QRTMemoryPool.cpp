@@ -15,6 +15,7 @@ namespace {
 using Header = QRTMemoryPool::memheader;
 
 constexpr unsigned kUnit = sizeof(Header);
+constexpr unsigned kWalked = 2;  // blocks to look at before stretches are; most searches end there
 constexpr unsigned kDefaultIncrement = 131072;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
@@ -32,6 +33,13 @@ unsigned addClamped(unsigned a, unsigned b) {
 bool isPlace(const Header* p, const Header* block) {
   const Header* const next = p->next();
   return p < next ? p < block && block < next : p < block || block < next;
+}
+
+/// Whether a free block is the last one on the list in front of a place, at which another may
+/// start.
+bool isBefore(const Header* p, const Header* place) {
+  const Header* const next = p->next();
+  return p < next ? p < place && place <= next : p < place || place <= next;
 }
 
 }  // namespace
@@ -74,34 +82,97 @@ void* QRTMemoryPool::alloc(unsigned size) {
     m_base.setFree(&m_base, 0);
     m_rover = &m_base;
   }
+  for (;;) {
+    Header* const prev = find(units);
+    if (prev != nullptr) {
+      return take(prev, units);
+    }
+    if (moreCore(units) == nullptr) {
+      return nullptr;
+    }
+  }
+}
+
+/// Finds the first block that is large enough, from the one behind the rover on.
+/// @return the block in front of it on the list; null when there is none
+QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
   Header* prev = m_rover;
-  for (Header* p = prev->next();; prev = p, p = p->next()) {
-    const unsigned have = p->units();
-    if (have >= units) {
-      Header* block = p;
-      if (have == units) {
-        prev->setNext(p->next());
-        m_extents->noteTaken(p, prev);
-      } else {
-        // Cut from the high end: the free block stays where it is on the list.
-        p->setFree(p->next(), have - units);
-        block = p + (have - units);
-      }
-      block->setHandedOut(units);
-      m_rover = prev;
-      if (m_watched != 0) {
-        QRTMemoryChecker::handedOut(this, block + 1, std::size_t{units - 1} * kUnit);
-      }
-      return block + 1;
+  for (unsigned step = 0; step < kWalked; ++step) {
+    Header* const p = prev->next();
+    if (p->units() >= units) {
+      return prev;
     }
     if (p == m_rover) {
-      // A whole circle found nothing.
-      p = moreCore(units);
-      if (p == nullptr) {
-        return nullptr;
+      return nullptr;
+    }
+    prev = p;
+  }
+  return findFar(prev, units);
+}
+
+/// Goes on behind `prev`, passing whole stretches of memory that have no block large enough:
+///   1. through the rest of the stretch that `prev` lies in;
+///   2. through every stretch behind it that may have one, around to the same stretch from its
+///      beginning. What was passed before is seen twice there, and is too small once more.
+QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units) {
+  // Step 1
+  if (prev == &m_base) {
+    prev = prev->next();
+    if (prev->units() >= units) {
+      return &m_base;
+    }
+  }
+  QRTHeapExtents::Tour tour = m_extents->tourFrom(prev);
+  const Header* end = m_extents->endOf(tour);
+  if (m_extents->mayHave(tour, units)) {
+    for (Header* p = prev->next(); prev < p && p < end; prev = p, p = p->next()) {
+      if (p->units() >= units) {
+        return prev;
       }
     }
   }
+  // Step 2
+  while (m_extents->moveOn(tour, units)) {
+    const Header* const begin = m_extents->beginOf(tour);
+    end = m_extents->endOf(tour);
+    prev = m_extents->freeBelow(begin);
+    prev = prev != nullptr ? prev : &m_base;
+    while (!isBefore(prev, begin)) {
+      prev = prev->next();
+    }
+    unsigned largest = 0;
+    const Header* above = begin;
+    for (Header* p = prev->next(); above <= p && p < end; prev = p, p = p->next()) {
+      if (p->units() >= units) {
+        return prev;
+      }
+      largest = std::max(largest, p->units());
+      above = p + 1;
+    }
+    m_extents->setBound(tour, largest);
+  }
+  return nullptr;
+}
+
+/// Takes `units` units from the block behind `prev`.
+void* QRTMemoryPool::take(memheader* prev, unsigned units) {
+  Header* const p = prev->next();
+  const unsigned have = p->units();
+  Header* block = p;
+  if (have == units) {
+    prev->setNext(p->next());
+    m_extents->noteTaken(p);
+  } else {
+    // Cut from the high end: the free block stays where it is on the list.
+    p->setFree(p->next(), have - units);
+    block = p + (have - units);
+  }
+  block->setHandedOut(units);
+  m_rover = prev;
+  if (m_watched != 0) {
+    QRTMemoryChecker::handedOut(this, block + 1, std::size_t{units - 1} * kUnit);
+  }
+  return block + 1;
 }
 
 /// Obtains a heap block that can hold a request and puts it on the free list.
@@ -155,11 +226,12 @@ void QRTMemoryPool::free(void* memBlock) {
 void QRTMemoryPool::linkFree(memheader* bp) {
   const unsigned units = bp->handedOutUnits();
   Header* const end = bp + units;
-  // Its place is mostly where the last operation was; else near a mark, else a walk away.
+  // Its place is mostly where the last operation was; else behind the free block below it, or
+  // behind the sentinel when that lies in between.
   Header* p = m_rover;
   if (!isPlace(p, bp)) {
-    Header* const near = m_extents->nearBelow(bp);
-    p = near != nullptr ? near : p;
+    Header* const below = m_extents->freeBelow(bp);
+    p = below != nullptr ? below : p;
     while (!isPlace(p, bp)) {
       p = p->next();
     }
@@ -171,16 +243,20 @@ void QRTMemoryPool::linkFree(memheader* bp) {
   const bool mergesUp = end == next;
   const unsigned sum = mergesUp ? units + next->units() : units;
   Header* const after = mergesUp ? next->next() : next;
-  const bool mergesDown = p + p->units() == bp;
+  const unsigned below = p->units();
+  const bool mergesDown = p + below == bp;
   if (mergesDown) {
-    p->setFree(after, p->units() + sum);
+    p->setFree(after, below + sum);
+    if (below < QRTHeapExtents::kNoBound) {
+      m_extents->noteGrown(p, below + sum);
+    }
   } else {
     bp->setFree(after, sum);
     p->setNext(bp);
-    m_extents->noteFree(bp);
+    m_extents->noteFree(bp, sum);
   }
   if (mergesUp) {
-    m_extents->noteTaken(next, mergesDown ? p : bp);
+    m_extents->noteTaken(next);
   }
   m_rover = p;
 }

@@ -145,7 +145,7 @@ void* QRTVirtualMemoryMgr::alloc(unsigned int size, QRTVirtualPageItem& item) {
   if (!item.empty() && size < item.getSize()) {
     // Step 1
     item.setSize(size);
-    address = getAddress(item, 1);
+    address = pinWhole(item);
   } else {
     // Step 2
     tcmalloc::PageItem newItem{0};
@@ -154,7 +154,7 @@ void* QRTVirtualMemoryMgr::alloc(unsigned int size, QRTVirtualPageItem& item) {
       // Step 3
       if (!item.empty()) {
         // Step 3.1
-        const void* const old_ptr = getAddress(item, 1);
+        const void* const old_ptr = pinWhole(item);
         // Step 3.2
         if (old_ptr == nullptr) {
           m_pool->Dismiss(newItem);
@@ -177,6 +177,17 @@ void* QRTVirtualMemoryMgr::alloc(unsigned int size, QRTVirtualPageItem& item) {
   }
 
   // Step 5
+  return address;
+}
+
+// Pins the object that an item names; null when it is smaller than the item says. Then the item
+// belongs to another manager, and using it would reach past the object's end.
+void* QRTVirtualMemoryMgr::pinWhole(QRTVirtualPageItem& item) {
+  void* const address = getAddress(item, 1);
+  if (address != nullptr && getObjectSize(item.getOffset()) < item.getSize()) {
+    dismiss(item);
+    return nullptr;
+  }
   return address;
 }
 
@@ -216,6 +227,14 @@ void* QRTVirtualMemoryMgr::getAddress(unsigned long long offset, int mode) {
   }
   tcmalloc::PageItem handle{offset};
   return m_pool->GetAddress(handle, mode != 0);
+}
+
+unsigned int QRTVirtualMemoryMgr::getObjectSize(unsigned long long offset) const {
+  if (isNull(offset)) {
+    return 0;
+  }
+  tcmalloc::PageItem handle{offset};
+  return m_pool->GetSize(handle);
 }
 
 void* QRTVirtualMemoryMgr::movePin(unsigned long long from, unsigned long long to) {

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "QRTCore/QRTI18NBuffer.h"
@@ -175,10 +176,13 @@ TEST(I18NString, ItsUtf8FollowsEveryChange) {
 
 TEST(I18NString, SmallStringsAllocateNothing) {
   const FailingNew noMemory(1, FailingNew::eFromThenOn);
-  const I18NString text("seven.!");
-  I18NString copy;
-  copy = text;
-  EXPECT_EQ(copy.c_str(nullptr, nullptr, nullptr, nullptr), "seven.!"sv);
+  for (const char* const seven :
+       {"seven.!", "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9"}) {
+    const I18NString text(seven);
+    I18NString copy;
+    copy = text;
+    EXPECT_STREQ(copy.c_str(nullptr, nullptr, nullptr, nullptr), seven);
+  }
   EXPECT_EQ(noMemory.count(), 0U);
 }
 
@@ -210,6 +214,34 @@ TEST(I18NString, ComparesByCodeUnit) {
   }
 }
 
+// Once counted and converted on the way, once from what c_str has left behind.
+TEST(I18NString, GivesItsUtf8WithoutKeepingIt) {
+  const std::string_view bytes = "a\0b\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 and more of it"sv;
+  const I18NString text(bytes);
+  for (int round = 0; round < 2; ++round) {
+    const FailingNew noMemory(1, FailingNew::eFromThenOn);
+    ASSERT_EQ(text.getUtf8Length(), static_cast<int>(bytes.size()));
+    char copy[64];
+    text.copyUtf8(copy);
+    EXPECT_EQ(std::string_view(copy, bytes.size()), bytes);
+    for (std::size_t length = 0; length < 100; ++length) {
+      EXPECT_EQ(text.hasUtf8Length(length), length == bytes.size());
+    }
+    EXPECT_TRUE(text.equalsUtf8(copy));
+    copy[bytes.size() - 1] = '?';
+    EXPECT_FALSE(text.equalsUtf8(copy));
+    const FailingNew::Pause pause;
+    text.c_str(nullptr, nullptr, nullptr, nullptr);
+  }
+}
+
+TEST(I18NString, CanBeAKey) {
+  const std::unordered_set<I18NString> keys{I18NString("one"), I18NString("two"), I18NString()};
+  EXPECT_EQ(keys.count(fromUnits(u"two")), 1U);
+  EXPECT_EQ(keys.count(I18NString("three")), 0U);
+  EXPECT_EQ(keys.count(fromUnits(u"")), 1U);
+}
+
 TEST(I18NString, IsWrittenToStreamsAsUtf8) {
   std::ostringstream os;
   os << std::setw(6) << I18NString("\xC3\xA9") << '|' << fromUtf8("a\0b"sv);
@@ -226,6 +258,10 @@ TEST(QRTI18NBuffer, CollectsAndHandsOutAString) {
   buffer = I18NString("three");
   EXPECT_EQ(buffer.empty(), 0);
   EXPECT_EQ(buffer.getString(), I18NString("three"));
+  I18NString moved("a text that does not fit into the string object itself");
+  const void* const memory = moved.getExternalBuffer();
+  buffer = std::move(moved);
+  EXPECT_EQ(buffer.viewString().getExternalBuffer(), memory);
   buffer.clear();
   EXPECT_EQ(buffer.empty(), 1);
 }

@@ -125,6 +125,49 @@ TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
   }
 }
 
+TEST(QRTFixedMemoryPool, AGivenChunkThatCannotBeEnteredStaysTheCallers) {
+  void* const chunk = ::operator new(kChunkBytes);
+  // Whatever of its bookkeeping cannot be had, the pool goes on without the chunk.
+  std::size_t nth = 0;
+  SeenError seen;
+  do {
+    QRTFixedMemoryPool pool(30000, 0, 1);
+    seen = errorOf([&] {
+      const FailingNew fails(++nth);
+      pool.grow(chunk);
+    });
+    EXPECT_EQ(pool.alloc() != nullptr, seen.type == "-") << nth;
+    EXPECT_EQ(infoOf(pool).chunks, seen.type == "-" ? 1 : 0) << nth;
+    if (seen.type == "-") {
+      EXPECT_EQ(errorOf([&] { pool.grow(chunk); }).type, "QRTAssertError") << "given twice";
+      EXPECT_EQ(infoOf(pool).chunks, 1);
+    } else {
+      EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
+    }
+  } while (seen.type != "-");
+  EXPECT_GT(nth, 4u);
+}
+
+TEST(QRTFixedMemoryPool, ChunksMayLieAsCloseTogetherAsTheyFit) {
+  const std::size_t count = 12;
+  std::vector<std::uint64_t> room(count * kChunkBytes / 8);
+  QRTFixedMemoryPool pool(56, 0, 1);
+  for (std::size_t i = 0; i < count; ++i) {
+    pool.grow(room.data() + i * kChunkBytes / 8);
+  }
+  std::vector<void*> elements;
+  while (void* const p = pool.alloc()) {
+    elements.push_back(p);
+  }
+  EXPECT_EQ(elements.size(), count * 511);
+  for (void* p : elements) {
+    pool.free(p);
+  }
+  for (std::size_t i = count; i-- > 0;) {
+    EXPECT_EQ(pool.reclaim(0), room.data() + i * kChunkBytes / 8);
+  }
+}
+
 TEST(QRTFixedMemoryPool, ReclaimAndTrimTakeWhollyFreeChunksNewestFirst) {
   QRTFixedMemoryPool pool(30000, 0, 1);
   std::vector<char*> chunks;  // oldest first

@@ -196,29 +196,6 @@ TEST(QRTMemoryPool, ARefusedHugeRequestChangesNothing) {
   EXPECT_NE(pool.alloc(100), nullptr);
 }
 
-TEST(QRTMemoryPool, FreedInAnyOrderAHeapBlockIsWholeAgain) {
-  const unsigned seed = testSeed();
-  SCOPED_TRACE(seed);
-  TestRandom random(seed);
-  for (int round = 0; round < 20; ++round) {
-    QRTMemoryPool pool(65536, 65536);
-    std::vector<void*> blocks;
-    while (void* const p = pool.alloc(random() % 2000)) {
-      blocks.push_back(p);
-      if (statsOf(pool).remaining == 0 && blocks.size() > 100) {
-        break;
-      }
-    }
-    std::shuffle(blocks.begin(), blocks.end(), random);
-    for (void* p : blocks) {
-      pool.free(p);
-    }
-    const unsigned heapBlocks = statsOf(pool).blocks;
-    EXPECT_NE(pool.alloc(65536), nullptr);
-    EXPECT_EQ(statsOf(pool).blocks, heapBlocks);
-  }
-}
-
 TEST(QRTMemoryPool, PlacesBlocksLikeTheModelAndKeepsTheirContents) {
   const unsigned seed = testSeed();
   std::cout << "seed " << seed << "\n";

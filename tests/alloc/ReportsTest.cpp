@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
 #include <sstream>
 #include <vector>
 
@@ -141,37 +140,6 @@ TEST(AllocatorChecker, FindsWhatAStrayWriteDoes) {
     invert(p);
     EXPECT_THAT(checked(fixed), HasSubstr("a free list leads out of its slots"));
     invert(p);
-  }
-}
-
-TEST(AllocatorChecker, HasNothingToSayDuringRandomUse) {
-  const unsigned seed = testSeed();
-  std::cout << "seed " << seed << "\n";
-  TestRandom random(seed);
-  QRTMemoryPool pool(0, 8192);
-  QRTMemoryArena arena(16, 0, 0);
-  std::vector<void*> fromPool;
-  std::vector<void*> fromArena;
-  for (int step = 0; step < 3000; ++step) {
-    const unsigned size = random() % 400 + 1;
-    if (random() % 100 < 52) {
-      if (void* const p = pool.alloc(size)) {
-        fromPool.push_back(p);
-      }
-      if (void* const p = arena.alloc(size)) {
-        fromArena.push_back(p);
-      }
-    } else if (!fromPool.empty() && !fromArena.empty()) {
-      std::swap(fromPool[random() % fromPool.size()], fromPool.back());
-      std::swap(fromArena[random() % fromArena.size()], fromArena.back());
-      pool.free(fromPool.back());
-      arena.free(fromArena.back());
-      fromPool.pop_back();
-      fromArena.pop_back();
-    }
-    if (step % 100 == 0) {
-      ASSERT_EQ(checked(pool) + checked(arena), "") << "step " << step;
-    }
   }
 }
 

@@ -104,6 +104,13 @@ void VirtualMemoryPool::Dirty(PageItem& item) {
   EngineRecord::get().calls.push_back("Dirty(" + number(item.offset) + ")");
 }
 
+unsigned int VirtualMemoryPool::GetSize(PageItem& item) {
+  const auto found = EngineRecord::get().objects.find(item.offset);
+  return found == EngineRecord::get().objects.end()
+             ? 0
+             : static_cast<unsigned int>(found->second.bytes.size());
+}
+
 void VirtualMemoryPool::Deallocate(PageItem& item) {
   const FailingNew::Pause pause;
   EngineRecord& record = EngineRecord::get();

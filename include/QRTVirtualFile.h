@@ -1,0 +1,155 @@
+#ifndef QRTVIRTUALFILE_H
+#define QRTVIRTUALFILE_H
+
+#include <vector>
+
+#include "HZSStreams/HZSOutputStream.h"
+#include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTFmFile.h"
+#include "QRTVirtualPageItem.h"
+
+class HZSGZIPOutputStream;
+class QRTVirtualMemoryMgr;
+
+/// A scratch file whose bytes live in a store instead of on disk: pages of one size, each a stored
+/// object, of which at most one is pinned. Nothing is allocated for a stretch that was never
+/// touched. The content ends with the file.
+///
+/// Positions and lengths are unsigned 32-bit: a file holds up to 4 GiB - 1. Those from 2 GiB up
+/// come back from `seek` and `getLength` as negative ints; convert to unsigned. Positions there are
+/// reached in steps of `eSeekCurrent`, since a negative offset from the start is refused.
+///
+/// In compressing mode everything given to `write` is stored in gzip format, and position, length,
+/// `read` and `seek` are about the compressed bytes; QRTVirtualFileGZIPReader reads them back. From
+/// the first `write` to the next `close` is one member.
+///
+/// Beyond what is said here the operations of QRTFmFile are about a file of the operating system
+/// that a virtual file does not have: they report that it is not open. A file is used by one
+/// thread at a time, together with its manager.
+///
+/// Errors of the manager pass through; a page that cannot be read back raises QRTIllegalStateError.
+/// An interrupted `read` or `write` leaves the position behind the last byte that was moved.
+class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
+ public:
+  /// Puts what is written to it into a file, at the file's position and uncompressed.
+  class QRT_EXPORT QRTVirtualFileOuputStream : public HZSOutputStream {
+   public:
+    /// Makes a stream without a file.
+    QRTVirtualFileOuputStream();
+
+    /// Leaves the file alone.
+    ~QRTVirtualFileOuputStream() override;
+
+    /// Binds the stream.
+    /// @param file  not owned; outlives the last `write`
+    void init(QRTVirtualFile& file);
+
+    /// Stores bytes in the file.
+    /// @throws QRTAssertError "QRT_ASSERT(m_vfileIo);" without a file, and what writeImpl raises
+    void write(const char* data, unsigned int n) override;
+
+    /// Does nothing.
+    void flush() override;
+
+    /// Does nothing: the file is closed by its own `close` only.
+    void close() override;
+
+   private:
+    QRTVirtualFile* m_vfileIo;  // the file to write into, not owned; null without one
+  };
+
+  /// The page size of files that do not say, in bytes.
+  static constexpr unsigned int kDefaultPageSize = 8192;
+
+  /// Makes an empty file without a manager, of kDefaultPageSize. Allocates nothing.
+  QRTVirtualFile();
+
+  /// Gives the pages back to a borrowed manager, ends an owned one. Drops every error on the way.
+  ~QRTVirtualFile() override;
+
+  /// Copies bytes from the position on and moves it behind them.
+  /// @param data  room for `n` bytes; null only with `n` 0
+  /// @param n     bytes wanted
+  /// @return bytes copied, fewer than `n` at the end of the file only
+  /// @throws QRTAssertError for null data, or without a manager when there is something to read;
+  ///         what the manager raises
+  int read(void* data, unsigned int n) override;
+
+  /// Writes bytes at the position and moves it behind them, growing the file as needed; in
+  /// compressing mode hands them to the compressor, which stores its output when it chooses to.
+  /// @param data  the bytes; null only with `n` 0
+  /// @param n     how many
+  /// @return `n`
+  /// @throws QRTAssertError for null data or without a manager; QRTOutOfMemoryError, with the file
+  ///         unchanged, when it would end past 4 GiB - 1; what the manager and the compressor raise
+  int write(const void* data, unsigned int n) override;
+
+  /// Moves the position. Past the end it lengthens the file, without allocating: what was never
+  /// written reads as the bytes that a fresh page happens to hold.
+  /// @return the new position; -1, with nothing changed, when that would be below 0 or past
+  ///         4 GiB - 1
+  int seek(int offset, seekorigin origin) override;
+
+  // A file of the operating system is opened by these; a virtual file by those below.
+  using QRTFmFile::open;
+
+  /// Ends the compressor's member and unpins. Content, position and length stay; the file can be
+  /// used on.
+  /// @return 1
+  /// @throws what comes up when the end of the member is stored; the file is closed all the same
+  int close() override;
+
+  /// @return bytes in the file
+  int getLength() override;
+
+  /// Opens the file in a manager that the host keeps. A file that has a manager is reset first and
+  /// gives its pages up; a manager of its own is ended.
+  /// @param memMgr    not owned; outlives the file, or its next `open`
+  /// @param pageSize  bytes of a page; 0 means kDefaultPageSize
+  /// @param compress  true switches compressing on; false leaves it as it is
+  /// @throws as `close`, when the file had a manager; it keeps that one then, and is closed
+  virtual void open(QRTVirtualMemoryMgr* memMgr, unsigned int, unsigned int pageSize,
+                    bool compress);
+
+  /// Opens the file in a manager of its own.
+  /// @param memorySize  bytes to hold in memory; 0 means the manager's default
+  /// @param pageSize    bytes of a page; 0 means kDefaultPageSize
+  /// @param compress    true switches compressing on; false leaves it as it is
+  /// @throws QRTOutOfMemoryError, QRTStdExceptionError when the manager cannot be made; the file is
+  ///         as it was
+  virtual void open(unsigned int memorySize, unsigned int, unsigned int pageSize, bool compress);
+
+  /// Closes the file and makes it empty.
+  /// @param giveUpPages  whether the pages go as well; else they are used again
+  /// @throws as `close`
+  virtual void reset(bool giveUpPages);
+
+  /// Unpins and gives every page back to the manager. Position and length stay.
+  virtual void dispose();
+
+ protected:
+  /// Stores bytes at the position, uncompressed, and moves it behind them.
+  /// @return `n`
+  /// @throws as `write`
+  virtual unsigned int writeImpl(const void* data, unsigned int n);
+
+ private:
+  QRTVirtualPageItem& getPage(unsigned int position);
+  QRTVirtualPageItem& getCurrentPage();
+  char* getCurrentBuffer();
+  void dismissBuffer(unsigned int position);
+  bool inSamePage(unsigned int a, unsigned int b);
+
+  QRTVirtualFileOuputStream m_outStream;    // the compressor's sink; bound while compressing
+  HZSGZIPOutputStream* m_gzipStream;        // the compressor of the current member, owned
+  bool m_compress;                          // whether `write` compresses
+  std::vector<QRTVirtualPageItem> m_pages;  // page i holds the bytes from i * m_pageSize on
+  QRTVirtualMemoryMgr* m_memMgr;            // holds the pages; null until `open`
+  unsigned int m_position;                  // where the next byte is read or written
+  unsigned int m_length;                    // bytes in the file, never below m_position
+  unsigned int m_pageSize;                  // bytes of a page
+  char* m_buffer;                           // the page of m_position while it is pinned, or null
+  bool m_ownsMemMgr;                        // whether the file made the manager itself
+};
+
+#endif  // QRTVIRTUALFILE_H

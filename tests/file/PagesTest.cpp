@@ -1,0 +1,275 @@
+// Which pages a virtual file allocates, pins, unpins and gives back, call by call.
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+
+#include "HZSStreams/HZSGZIPOutputStream.h"
+#include "QRTVirtualFile.h"
+#include "QRTVirtualMemoryMgr.h"
+#include "core/RecordingEngine.h"
+#include "support/ErrorMatchers.h"
+#include "support/FailingNew.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr unsigned int kPage = 8192;
+
+class PagesTest : public testing::Test {
+ protected:
+  PagesTest() { engine.take(); }
+
+  void openFile(bool compress = false) { file.open(&manager, 0, kPage, compress); }
+  int write(std::size_t n, char fill = 'x') {
+    return file.write(std::string(n, fill).data(), static_cast<unsigned int>(n));
+  }
+  int read(std::size_t n) {
+    buffer.assign(n, '-');
+    return file.read(buffer.data(), static_cast<unsigned int>(n));
+  }
+  unsigned int position() { return static_cast<unsigned int>(file.seek(0, kCurrent)); }
+  unsigned int length() { return static_cast<unsigned int>(file.getLength()); }
+
+  static constexpr auto kSet = QRTFmFile::eSeekSet;
+  static constexpr auto kCurrent = QRTFmFile::eSeekCurrent;
+  static constexpr auto kEnd = QRTFmFile::eSeekEnd;
+
+  EngineRecord& engine = EngineRecord::reset();
+  QRTVirtualMemoryMgr manager{0U, 0U, 64};
+  QRTVirtualFile file;
+  std::string buffer;
+};
+
+TEST_F(PagesTest, AFreshFileWorksWhereverNoPageIsNeeded) {
+  EXPECT_EQ(file.getLength(), 0);
+  EXPECT_EQ(read(10), 0);
+  EXPECT_EQ(file.seek(0, kEnd), 0);
+  EXPECT_EQ(file.close(), 1);
+  EXPECT_EQ(write(0), 0);
+  file.reset(true);
+  file.dispose();
+
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { write(1); })), "QRT_ASSERT(m_memMgr);");
+  EXPECT_EQ(length(), 0U);
+  EXPECT_EQ(file.seek(5, kSet), 5);
+  file.seek(0, kSet);
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { read(1); })), "QRT_ASSERT(m_memMgr);");
+}
+
+TEST_F(PagesTest, APageIsPinnedOnlyWhileItsEndIsNotReached) {
+  openFile();
+  EXPECT_EQ(write(kPage), static_cast<int>(kPage));
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(8192)", "Dismiss(1)"));
+  EXPECT_EQ(write(1), 1);
+  EXPECT_EQ(write(1), 1);
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(8192)"));
+
+  file.seek(kPage + 100, kSet);
+  EXPECT_THAT(engine.take(), IsEmpty()) << "a seek inside the page keeps it pinned";
+  file.seek(kPage - 1, kSet);
+  EXPECT_THAT(engine.take(), ElementsAre("Dismiss(2)"));
+  EXPECT_EQ(read(3), 3);
+  EXPECT_THAT(engine.take(),
+              ElementsAre("GetAddress(1, true)", "Dismiss(1)", "GetAddress(2, true)"));
+  EXPECT_EQ(file.close(), 1);
+  EXPECT_EQ(file.close(), 1);
+  EXPECT_THAT(engine.take(), ElementsAre("Dismiss(2)"));
+  EXPECT_EQ(position(), kPage + 2);
+}
+
+TEST_F(PagesTest, SeeksLengthenWithoutAllocatingAndAreRefusedOutsideOf32Bits) {
+  openFile();
+  struct Case {
+    int offset;
+    QRTFmFile::seekorigin origin;
+    unsigned int result;
+    unsigned int length;
+  };
+  const auto mark = [](unsigned int value) { return testing::Message() << value; };
+  for (const Case& c :
+       {Case{50, kSet, 50, 50}, Case{-10, kEnd, 40, 50}, Case{5, kCurrent, 45, 50},
+        Case{7, static_cast<QRTFmFile::seekorigin>(3), 7, 50}, Case{-1, kSet, -1U, 50},
+        Case{-8, kCurrent, -1U, 50}, Case{-51, kEnd, -1U, 50},
+        Case{INT_MAX, kSet, 0x7FFFFFFF, 0x7FFFFFFF},
+        Case{INT_MAX, kCurrent, 0xFFFFFFFE, 0xFFFFFFFE}, Case{2, kCurrent, -1U, 0xFFFFFFFE},
+        Case{1, kCurrent, 0xFFFFFFFF, 0xFFFFFFFF}, Case{1, kEnd, -1U, 0xFFFFFFFF}}) {
+    SCOPED_TRACE(mark(static_cast<unsigned int>(c.offset)));
+    const unsigned int before = position();
+    EXPECT_EQ(static_cast<unsigned int>(file.seek(c.offset, c.origin)), c.result);
+    EXPECT_EQ(length(), c.length);
+    EXPECT_EQ(position(), c.result == -1U && c.offset != 1 ? before : position());
+  }
+  EXPECT_THAT(engine.take(), IsEmpty());
+}
+
+TEST_F(PagesTest, TheLastByteOf32BitsIsUsableAndNoneBehindIt) {
+  file.open(&manager, 0, 1U << 24, false);  // of 256 pages the last is touched
+  ASSERT_EQ(file.seek(INT_MAX, kSet), INT_MAX);
+  ASSERT_EQ(static_cast<unsigned int>(file.seek(INT_MAX, kCurrent)), 0xFFFFFFFE);
+  const std::string text = textOf(expectRaised<QRTOutOfMemoryError>([&] { write(2); }));
+  EXPECT_THAT(text, HasSubstr("2 bytes at position 4294967294"));
+  EXPECT_EQ(position(), 0xFFFFFFFE);
+  EXPECT_EQ(length(), 0xFFFFFFFE);
+  EXPECT_THAT(engine.take(), IsEmpty());
+
+  EXPECT_EQ(write(1), 1);
+  EXPECT_EQ(length(), 0xFFFFFFFF);
+  file.seek(0, kSet);
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(16777216)", "Dismiss(1)"));
+}
+
+TEST_F(PagesTest, ResetKeepsOrGivesUpThePages) {
+  openFile();
+  write(kPage + 1);
+  file.reset(false);
+  EXPECT_EQ(length(), 0U);
+  engine.take();
+  write(kPage + 1);
+  EXPECT_THAT(engine.take(),
+              ElementsAre("GetAddress(1, true)", "Dismiss(1)", "GetAddress(2, true)"));
+
+  file.dispose();
+  EXPECT_THAT(engine.take(), ElementsAre("Dismiss(2)", "Deallocate(2)", "Deallocate(1)"))
+      << "unpinned before it is given back";
+  EXPECT_EQ(length(), kPage + 1);
+  file.reset(true);
+  write(1);
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(8192)"));
+}
+
+TEST_F(PagesTest, OpeningAgainLeavesTheOldManager) {
+  QRTVirtualMemoryMgr other(0U, 0U, 64);
+  engine.take();
+  openFile();
+  write(10);
+  file.open(&other, 0, 0, false);
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(8192)", "Dismiss(1)", "Deallocate(1)"));
+  EXPECT_EQ(length(), 0U);
+  file.open(100U, 0, 16, false);
+  EXPECT_THAT(engine.take(), ElementsAre("VirtualMemoryPool(100)"));
+  write(20);
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(16)", "Dismiss(1)", "Allocate(16)"));
+  openFile();
+  EXPECT_THAT(engine.take(),
+              ElementsAre("Dismiss(2)", "Deallocate(2)", "Deallocate(1)", "~VirtualMemoryPool()"));
+}
+
+TEST_F(PagesTest, AManagerThatCannotBeMadeLeavesTheFileAsItWas) {
+  openFile();
+  write(3, 'k');
+  engine.onConstruct = [] { throw std::bad_alloc(); };
+  const auto error = expectRaised<QRTOutOfMemoryError>([&] { file.open(100U, 0, kPage, false); });
+  const std::vector<TraceEntry> trace = traceOf(error);
+  EXPECT_EQ(trace.back(), (TraceEntry{"QRTVirtualFile.cpp", "", "QRT_RETHROW"}));
+  engine.onConstruct = nullptr;
+  file.seek(0, kSet);
+  EXPECT_EQ(read(5), 3);
+  EXPECT_EQ(buffer, "kkk--");
+}
+
+TEST_F(PagesTest, EndingAFileGivesBackWhatItBorrowed) {
+  for (const bool owned : {false, true}) {
+    engine.take();
+    auto ending = std::make_unique<QRTVirtualFile>();
+    if (owned) {
+      ending->open(1U, 0, kPage, false);
+    } else {
+      ending->open(&manager, 0, kPage, false);
+    }
+    ending->write("content", 7);
+    ending.reset();
+    const std::vector<std::string> calls = engine.take();
+    const std::string last = calls.back();
+    EXPECT_EQ(last, owned ? "~VirtualMemoryPool()" : "Deallocate(1)");
+    EXPECT_EQ(calls.end()[-2], "Dismiss(" + std::string(owned ? "1)" : "1)"));
+  }
+}
+
+TEST_F(PagesTest, AWriteOrReadThatIsInterruptedSaysHowFarItGot) {
+  openFile();
+  write(kPage - 2);
+  engine.refuseAllocate = true;
+  expectRaised<QRTOutOfMemoryError>([&] { write(100, 'y'); });
+  EXPECT_EQ(position(), kPage);
+  EXPECT_EQ(length(), kPage);
+  engine.refuseAllocate = false;
+  EXPECT_EQ(write(100, 'z'), 100) << "the file works again when there is room";
+
+  file.seek(kPage - 2, kSet);
+  buffer.assign(102, '-');
+  file.read(buffer.data(), 2);
+  engine.refuseGetAddress = true;
+  engine.lastError = "the disk is gone";
+  const auto error = expectRaised<QRTIllegalStateError>([&] { file.read(buffer.data() + 2, 100); });
+  EXPECT_THAT(textOf(error), HasSubstr("position 8192 cannot be read back: the disk is gone"));
+  EXPECT_EQ(position(), kPage);
+  engine.refuseGetAddress = false;
+  EXPECT_EQ(file.read(buffer.data() + 2, 100), 100);
+  EXPECT_EQ(buffer, "yy" + std::string(100, 'z'));
+}
+
+TEST_F(PagesTest, NullDataIsRefusedUnlessThereIsNone) {
+  openFile();
+  EXPECT_EQ(file.write(nullptr, 0), 0);
+  EXPECT_EQ(file.read(nullptr, 0), 0);
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { file.write(nullptr, 1); })),
+            "QRT_ASSERT(data);");
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { file.read(nullptr, 1); })),
+            "QRT_ASSERT(data);");
+  EXPECT_THAT(engine.take(), IsEmpty());
+}
+
+TEST_F(PagesTest, TheNestedStreamStoresBytesAsTheyAre) {
+  QRTVirtualFile::QRTVirtualFileOuputStream stream;
+  const auto error = expectRaised<QRTAssertError>([&] { stream.write("a", 1); });
+  EXPECT_EQ(textOf(error), "QRT_ASSERT(m_vfileIo);");
+  EXPECT_THAT(traceOf(error), ElementsAre(TraceEntry{"QRTVirtualFile.cpp", "", "QRT_THROW"}));
+
+  openFile(true);
+  stream.init(file);
+  stream.write("", 0);
+  EXPECT_EQ(length(), 0U);
+  stream.write("plain", 5);
+  stream.flush();
+  stream.close();
+  EXPECT_THAT(engine.take(), ElementsAre("Allocate(8192)")) << "still pinned";
+  file.seek(0, kSet);
+  EXPECT_EQ(read(5), 5);
+  EXPECT_EQ(buffer, "plain");
+}
+
+TEST_F(PagesTest, ACompressorThatCannotBeMadeChangesNothing) {
+  openFile(true);
+  for (std::size_t nth = 1;; ++nth) {
+    const FailingNew failing(nth);
+    try {
+      file.write("abc", 3);
+      EXPECT_GT(nth, 3U) << "making a compressor takes memory";
+      break;
+    } catch (const QRTOutOfMemoryError& error) {
+      const FailingNew::Pause pause;
+      EXPECT_THAT(traceOf(error), ElementsAre(TraceEntry{"QRTVirtualFile.cpp", "", "QRT_THROW"}));
+    }
+    EXPECT_EQ(length(), 0U);
+  }
+}
+
+TEST_F(PagesTest, ClosingEndsEvenWhenTheCompressorCannot) {
+  openFile(true);
+  EXPECT_EQ(write(100), 100);
+  engine.refuseAllocate = true;
+  expectRaised<QRTOutOfMemoryError>([&] { file.close(); });
+  EXPECT_EQ(file.close(), 1);
+  EXPECT_EQ(length(), 0U);
+  engine.refuseAllocate = false;
+  EXPECT_EQ(write(100), 100);
+  EXPECT_EQ(file.close(), 1);
+  EXPECT_GT(length(), 18U) << "a member was stored";
+}
+
+}  // namespace
