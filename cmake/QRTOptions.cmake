@@ -28,6 +28,9 @@ endif()
 add_library(qrt_options INTERFACE)
 target_compile_options(qrt_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
                                              -Wnon-virtual-dtor -Woverloaded-virtual)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_options(qrt_options INTERFACE -Wno-restrict)  # g++ 12 suspects std::string there
+endif()
 if(QRT_WERROR)
   target_compile_options(qrt_options INTERFACE -Werror)
 endif()

@@ -62,7 +62,7 @@ TEST_F(StreamsTest, DoesWhatAStringStreamDoes) {
           stream << text << 7;
           model << text << 7;
           model.seekg(model.tellp());
-          length = std::max<long>(length, model.tellp());
+          length = std::max(length, static_cast<long>(model.tellp()));
         }
       }
     }
