@@ -125,7 +125,7 @@ TEST_F(QRTFmFileTest, OperationsOnAFileThatIsNotOpenFailAndSayWhy) {
 }
 
 TEST_F(QRTFmFileTest, WhatIsNoFileIsRefused) {
-  EXPECT_EQ(file.open(directory.path().c_str(), QRTFmFile::eOpenExisting, 1), 0);
+  EXPECT_EQ(file.open(directory.path().string().c_str(), QRTFmFile::eOpenExisting, 1), 0);
   EXPECT_EQ(file.getLastErrorNumber(), static_cast<unsigned int>(EISDIR));
   EXPECT_EQ(file.open(static_cast<const char*>(nullptr), QRTFmFile::eOpenExisting, 0), 0);
   const std::string zero = make("zero", "") + std::string("\0more", 5);
