@@ -124,7 +124,7 @@ TEST_F(StreamsTest, CopiesAFileIntoAnother) {
 
   const TempDirectory directory;
   QRTFmFile real;
-  ASSERT_EQ(real.open((directory.path() / "real").c_str(), QRTFmFile::eCreateNew, 0), 1);
+  ASSERT_EQ(real.open((directory.path() / "real").string().c_str(), QRTFmFile::eCreateNew, 0), 1);
   file.seek(10, QRTFmFile::eSeekSet);
   EXPECT_EQ(real.append(file), 49990) << "a virtual file is a file";
   EXPECT_EQ(file.append(real), -1) << "but has no file of the system to append to";
