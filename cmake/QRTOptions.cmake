@@ -11,16 +11,26 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(WIN32)
+  # A DLL is found beside the program that uses it.
+  set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endif()
 
 include(CheckIPOSupported)
 check_ipo_supported(RESULT QRT_HAVE_IPO OUTPUT QRT_IPO_OUTPUT LANGUAGES CXX)
-if(NOT QRT_HAVE_IPO)
+if(MINGW AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Its linker takes type information that comes from both kinds of objects for defined twice.
+  set(QRT_HAVE_IPO OFF)
+elseif(NOT QRT_HAVE_IPO)
   message(WARNING "Interprocedural optimisation is not available: ${QRT_IPO_OUTPUT}")
 endif()
 
 add_library(qrt_options INTERFACE)
 target_compile_options(qrt_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
                                              -Wnon-virtual-dtor -Woverloaded-virtual)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_options(qrt_options INTERFACE -Wno-restrict)  # g++ 12 suspects std::string there
+endif()
 if(QRT_WERROR)
   target_compile_options(qrt_options INTERFACE -Werror)
 endif()

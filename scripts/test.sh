@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the library and runs its tests.
 #   scripts/test.sh [preset] [ctest options]
-# The presets are release (the default), debug, asan-ubsan and clang.
+# The presets are release (the default), debug, asan-ubsan and clang, the same for 32-bit x86:
+# linux-i386, asan-ubsan-i386 and clang-i386, and windows-x86_64 and windows-i686.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -16,9 +17,9 @@ if (($# > 0)) && [[ $1 != -* ]]; then
 fi
 
 packages=("${QRT_BUILD_PACKAGES[@]}")
-if [[ $preset == clang ]]; then
-  packages+=("${QRT_CI_PACKAGES[@]}")
-fi
+case $preset in clang*) packages+=("${QRT_CI_PACKAGES[@]}") ;; esac
+case $preset in *i386) packages+=("${QRT_I386_PACKAGES[@]}") ;; esac
+case $preset in windows*) packages+=("${QRT_WINDOWS_PACKAGES[@]}") ;; esac
 qrt_install_packages "${packages[@]}"
 cmake --preset "$preset"
 cmake --build --preset "$preset"

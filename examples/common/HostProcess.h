@@ -8,6 +8,9 @@ namespace example {
 /// The most memory the process ever had resident, in bytes; 0 when the system does not tell.
 std::uint64_t peakResidentBytes();
 
+/// The most address space the process ever had mapped, in bytes; 0 when the system does not tell.
+std::uint64_t peakMappedBytes();
+
 /// The memory the process has resident now, in bytes; 0 when the system does not tell.
 std::uint64_t residentBytes();
 

@@ -24,6 +24,23 @@ QRT_BUILD_PACKAGES=(
 # shellcheck disable=SC2034
 QRT_DEMO_PACKAGES=(unicode-cldr-core)
 
+# For 32-bit x86 Linux. Other libraries are headers only, or are built from packaged sources.
+# shellcheck disable=SC2034
+QRT_I386_PACKAGES=(
+  g++-multilib
+  lib32z1-dev     # zlib
+  googletest      # sources
+)
+
+# For Windows.
+# shellcheck disable=SC2034
+QRT_WINDOWS_PACKAGES=(
+  g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
+  libz-mingw-w64-dev
+  googletest      # sources
+  wine64          # runs the 64-bit tests
+)
+
 # What continuous integration uses on top.
 # shellcheck disable=SC2034
 QRT_CI_PACKAGES=(

@@ -200,7 +200,7 @@ std::string byZlib(const std::string& text, bool withName) {
   if (withName) {
     deflateSetHeader(&stream, &header);
   }
-  std::string gzip(deflateBound(&stream, text.size()) + 64, '\0');
+  std::string gzip(deflateBound(&stream, static_cast<uLong>(text.size())) + 64, '\0');
   stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
   stream.avail_in = static_cast<uInt>(text.size());
   stream.next_out = reinterpret_cast<Bytef*>(gzip.data());

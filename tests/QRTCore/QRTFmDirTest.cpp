@@ -19,17 +19,17 @@ std::string tempPath(int expectedResult) {
 
 TEST(QRTFmDir, NamesTheDirectoryOfTmpdir) {
   const TempDirectory directory;
-  const std::filesystem::path inside = directory.path() /
-                                       "Br\xC3\xBC"
-                                       "cke";
+  const std::filesystem::path inside = directory.path() / u8"Br\u00FCcke";
   std::filesystem::create_directory(inside);
-  const ScopedTmpdir tmpdir(inside.string());
-  EXPECT_EQ(tempPath(1), inside.string());
+  const ScopedTmpdir tmpdir(utf8Of(inside));
+  EXPECT_EQ(tempPath(1), utf8Of(inside));
 }
 
 TEST(QRTFmDir, FallsBackWhenTmpdirIsEmpty) {
   const ScopedTmpdir tmpdir("");
-  EXPECT_EQ(tempPath(1), "/tmp");
+  const std::filesystem::path fallback = pathOf(tempPath(1));
+  EXPECT_TRUE(std::filesystem::is_directory(fallback));
+  EXPECT_NE(fallback, std::filesystem::current_path());
 }
 
 TEST(QRTFmDir, NamesADirectoryThatDoesNotExistButSaysSo) {
@@ -46,7 +46,8 @@ TEST(QRTFmDir, NamesADirectoryThatDoesNotExistButSaysSo) {
 
 TEST(QRTFmDir, ARelativeNameKeepsItsMeaning) {
   const ScopedTmpdir tmpdir("some/where");
-  EXPECT_EQ(tempPath(0), (std::filesystem::current_path() / "some/where").string());
+  const std::filesystem::path expected = std::filesystem::current_path() / "some/where";
+  EXPECT_EQ(tempPath(0), std::filesystem::path(expected).make_preferred().string());
 }
 
 }  // namespace

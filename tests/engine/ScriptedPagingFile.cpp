@@ -25,9 +25,9 @@ std::int64_t ForEachStretch(std::uint64_t offset, const IoSlice* slices, std::si
   std::uint64_t left = limit;
   for (const IoSlice* slice = slices; slice != slices + count; ++slice) {
     for (std::size_t done = 0; done < slice->size && left > 0;) {
-      const std::uint64_t here = std::min<std::uint64_t>(
+      const auto here = static_cast<std::size_t>(std::min<std::uint64_t>(
           {slice->size - done, left,
-           ScriptedPagingFile::kBlock - offset % ScriptedPagingFile::kBlock});
+           ScriptedPagingFile::kBlock - offset % ScriptedPagingFile::kBlock}));
       move(slice->data + done, offset, here);
       done += here;
       offset += here;
@@ -49,7 +49,7 @@ std::int64_t ScriptedPagingFile::ReadSome(std::uint64_t offset, const IoSlice* s
   }
   const std::uint64_t toEnd = m_size - std::min(m_size, offset);
   return ForEachStretch(offset, slices, count, std::min<std::uint64_t>(toEnd, transferLimit),
-                        [&](char* data, std::uint64_t at, std::uint64_t bytes) {
+                        [&](char* data, std::uint64_t at, std::size_t bytes) {
                           const auto block = m_blocks.find(at / kBlock);
                           if (block == m_blocks.end()) {
                             std::memset(data, 0, bytes);
@@ -74,7 +74,7 @@ std::int64_t ScriptedPagingFile::WriteSome(std::uint64_t offset, const IoSlice* 
   const FailingNew::Pause pause;
   const std::int64_t written =
       ForEachStretch(offset, slices, count, std::min<std::uint64_t>(room, transferLimit),
-                     [&](const char* data, std::uint64_t at, std::uint64_t bytes) {
+                     [&](const char* data, std::uint64_t at, std::size_t bytes) {
                        std::vector<char>& block = (loseWrites ? m_lost : m_blocks)[at / kBlock];
                        block.resize(kBlock);
                        std::memcpy(block.data() + at % kBlock, data, bytes);

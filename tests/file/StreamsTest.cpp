@@ -62,7 +62,7 @@ TEST_F(StreamsTest, DoesWhatAStringStreamDoes) {
           stream << text << 7;
           model << text << 7;
           model.seekg(model.tellp());
-          length = std::max<long>(length, model.tellp());
+          length = std::max(length, static_cast<long>(model.tellp()));
         }
       }
     }
@@ -124,7 +124,7 @@ TEST_F(StreamsTest, CopiesAFileIntoAnother) {
 
   const TempDirectory directory;
   QRTFmFile real;
-  ASSERT_EQ(real.open((directory.path() / "real").c_str(), QRTFmFile::eCreateNew, 0), 1);
+  ASSERT_EQ(real.open((directory.path() / "real").string().c_str(), QRTFmFile::eCreateNew, 0), 1);
   file.seek(10, QRTFmFile::eSeekSet);
   EXPECT_EQ(real.append(file), 49990) << "a virtual file is a file";
   EXPECT_EQ(file.append(real), -1) << "but has no file of the system to append to";

@@ -1,21 +1,29 @@
 #ifndef TESTS_SUPPORT_TEMPDIRECTORY_H
 #define TESTS_SUPPORT_TEMPDIRECTORY_H
 
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
+#include <optional>
+#include <random>
 #include <string>
 #include <system_error>
+
+/// Paths to UTF-8 and back: what std::filesystem makes of narrow text differs between systems.
+inline std::string utf8Of(const std::filesystem::path& path) {
+  const auto text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
+inline std::filesystem::path pathOf(const std::string& utf8) {
+  return std::u8string(utf8.begin(), utf8.end());
+}
 
 /// A fresh directory that goes with the object, contents included.
 class TempDirectory {
  public:
   TempDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "qrt-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-      throw std::system_error(errno, std::generic_category(), name);
-    }
-    m_path = name;
+    std::random_device random;
+    do {
+      m_path = std::filesystem::temp_directory_path() / ("qrt-test-" + std::to_string(random()));
+    } while (!std::filesystem::create_directory(m_path));
   }
   ~TempDirectory() {
     std::error_code ignored;
@@ -30,28 +38,22 @@ class TempDirectory {
   std::filesystem::path m_path;
 };
 
-/// Sets TMPDIR, which tells the library where temporary files go, and puts back what it was.
+/// Sets the variable of the environment that tells the library where temporary files go, TMPDIR on
+/// POSIX systems and TMP on Windows, and puts back what it was.
 class ScopedTmpdir {
  public:
-  explicit ScopedTmpdir(const std::string& value) {
-    const char* const old = std::getenv("TMPDIR");
-    m_wasSet = old != nullptr;
-    m_old = m_wasSet ? old : "";
-    ::setenv("TMPDIR", value.c_str(), 1);
-  }
-  ~ScopedTmpdir() {
-    if (m_wasSet) {
-      ::setenv("TMPDIR", m_old.c_str(), 1);
-    } else {
-      ::unsetenv("TMPDIR");
-    }
-  }
+  /// @param value  the directory, UTF-8
+  explicit ScopedTmpdir(const std::string& value) : m_old(get()) { set(value); }
+  ~ScopedTmpdir() { set(m_old); }
   ScopedTmpdir(const ScopedTmpdir&) = delete;
   ScopedTmpdir& operator=(const ScopedTmpdir&) = delete;
 
  private:
-  bool m_wasSet = false;
-  std::string m_old;
+  // One source file per system.
+  static std::optional<std::string> get();
+  static void set(const std::optional<std::string>& value);
+
+  std::optional<std::string> m_old;  // what it was; nothing when it was not set
 };
 
 #endif  // TESTS_SUPPORT_TEMPDIRECTORY_H

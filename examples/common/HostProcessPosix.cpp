@@ -10,6 +10,7 @@ namespace example {
 
 namespace {
 
+/// A figure of /proc/self/status in bytes; 0 when it is not there.
 std::uint64_t statusBytes(const char* wanted) {
   std::ifstream status("/proc/self/status");
   std::string line;
@@ -28,6 +29,10 @@ std::uint64_t statusBytes(const char* wanted) {
 
 std::uint64_t peakResidentBytes() {
   return statusBytes("VmHWM:");
+}
+
+std::uint64_t peakMappedBytes() {
+  return statusBytes("VmPeak:");
 }
 
 std::uint64_t residentBytes() {

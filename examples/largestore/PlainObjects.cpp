@@ -1,0 +1,70 @@
+#include "PlainObjects.h"
+
+#include <string>
+
+#include "Pattern.h"
+#include "QRTVirtualMemoryMgr.h"
+
+namespace example {
+
+namespace {
+
+// Every eighth object is written anew by an edit, every 64th is moved into a new object as well.
+constexpr std::uint32_t kEditStep = 8;
+constexpr std::uint32_t kMoveStep = 64;
+
+constexpr std::uint64_t kAverageBytes = 4400;
+
+}  // namespace
+
+/// One object in 32 has 64 KiB, the others spread over 64 bytes to 4.8 KiB.
+std::uint32_t PlainObjects::wordsOf(std::uint32_t number) {
+  return number % 32 == 31 ? 16384 : 16 + number * 2654435761U % 1184;
+}
+
+bool PlainObjects::isEdited(std::uint32_t number) const {
+  return m_edited && number % kEditStep == 0;
+}
+
+void PlainObjects::build(std::uint64_t bytes) {
+  m_offsets.reserve(static_cast<std::size_t>(bytes / kAverageBytes));
+  while (m_bytes < bytes) {
+    const auto number = static_cast<std::uint32_t>(m_offsets.size());
+    const std::uint32_t words = wordsOf(number);
+    QRTVirtualPageItem item;
+    Pattern(number, 0).fill(static_cast<std::uint32_t*>(m_manager.alloc(words * 4, item)), words);
+    m_manager.dismiss(item);
+    m_offsets.push_back(item.getOffset());
+    m_bytes += words * 4;
+  }
+}
+
+void PlainObjects::edit() {
+  for (std::uint32_t number = 0; number < m_offsets.size(); number += kEditStep) {
+    const std::uint32_t words = wordsOf(number);
+    QRTVirtualPageItem item(m_offsets[number], words * 4);
+    void* const address =
+        number % kMoveStep == 0 ? m_manager.alloc(words * 4, item) : m_manager.getAddress(item, 1);
+    if (address == nullptr) {
+      throw Mismatch("object " + std::to_string(number) + " cannot be read");
+    }
+    Pattern(number, 1).fill(static_cast<std::uint32_t*>(address), words);
+    m_manager.dismiss(item);
+    m_offsets[number] = item.getOffset();
+  }
+  m_edited = true;
+}
+
+void PlainObjects::verify() {
+  for (std::uint32_t number = 0; number < m_offsets.size(); ++number) {
+    const auto* const words =
+        static_cast<const std::uint32_t*>(m_manager.getAddress(m_offsets[number], 0));
+    if (words == nullptr ||
+        !Pattern(number, isEdited(number) ? 1 : 0).matches(words, wordsOf(number))) {
+      throw Mismatch("object " + std::to_string(number) + " is not what was stored");
+    }
+    m_manager.dismiss(m_offsets[number]);
+  }
+}
+
+}  // namespace example

@@ -1,0 +1,129 @@
+// Fills one store with more than a 32-bit process can address, and verifies, edits and verifies it
+// again, while the process may not map more than a few hundred MiB.
+
+#include <sys/resource.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ByteSize.h"
+#include "HostProcess.h"
+#include "NodeTree.h"
+#include "PlainObjects.h"
+#include "QRTVirtualMemoryMgr.h"
+#include "ResultTable.h"
+#include "Stopwatch.h"
+#include "StoreStatistics.h"
+
+namespace {
+
+using namespace example;
+
+constexpr int kSkipped = 77;
+
+struct Options {
+  std::string size = "12G";
+  std::string budget = "64M";
+  std::string limit = "256M";
+};
+
+/// Makes the system refuse the process more than `bytes` of address space.
+void limitAddressSpace(std::uint64_t bytes) {
+  const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+  if (setrlimit(RLIMIT_AS, &limit) != 0) {
+    throw std::runtime_error("the address space cannot be limited");
+  }
+}
+
+std::string seconds(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", value);
+  return text;
+}
+
+/// Runs one step for every kind of content and adds a row for each to the table.
+template <typename Step>
+void forEach(const std::vector<std::unique_ptr<Content>>& contents, const char* what,
+             ResultTable& table, Step step) {
+  for (const auto& content : contents) {
+    std::cerr << what << ' ' << content->name() << '\n';
+    Stopwatch watch;
+    watch.start();
+    step(*content);
+    watch.stop();
+    table.add(std::string(what) + ", " + content->name(), seconds(watch.seconds()),
+              formatSpeed(content->bytes(), watch.seconds()));
+  }
+}
+
+int run(const Options& options) {
+  const std::uint64_t size = parseByteSize(options.size);
+  const std::uint64_t limit = parseByteSize(options.limit);
+  const auto directory = std::filesystem::temp_directory_path();
+  const std::uint64_t room = std::filesystem::space(directory).available;
+  if (room < size + size / 4) {
+    std::cerr << "largestore: skipped, " << formatBytes(size + size / 4) << " are needed in "
+              << directory << ", which has " << formatBytes(room) << '\n';
+    return kSkipped;
+  }
+  if (limit != 0) {
+    limitAddressSpace(limit);
+  }
+
+  ResultTable table;
+  QRTVirtualMemoryMgr manager(parseBudget(options.budget), 0, 0);
+  std::vector<std::unique_ptr<Content>> contents;
+  contents.push_back(std::make_unique<PlainObjects>(manager));
+  contents.push_back(std::make_unique<NodeTree>(manager));
+
+  table.add("width of the process", std::to_string(8 * sizeof(void*)) + " bits");
+  forEach(contents, "build", table,
+          [&](Content& content) { content.build(size / contents.size()); });
+  forEach(contents, "verify", table, [](Content& content) { content.verify(); });
+  forEach(contents, "edit", table, [](Content& content) { content.edit(); });
+  forEach(contents, "verify edited", table, [](Content& content) { content.verify(); });
+
+  std::uint64_t bytes = 0;
+  for (const auto& content : contents) {
+    table.add(content->name(), formatCount(content->count()), formatBytes(content->bytes()));
+    bytes += content->bytes();
+  }
+  const StoreStatistics statistics = readStatistics(manager);
+  const std::uint64_t mapped = peakMappedBytes();
+  table.add("bytes stored", formatBytes(bytes));
+  table.add("memory budget", formatBytes(parseBudget(options.budget)));
+  table.add("page size", formatBytes(statistics.pageSize));
+  table.add("paging file", formatBytes(statistics.pagingFileSize));
+  table.add("pages read", formatCount(statistics.pageReads));
+  table.add("pages written", formatCount(statistics.pageWrites),
+            formatCount(statistics.writesSaved()) + " writes saved");
+  table.add("most ever mapped", formatBytes(mapped),
+            limit != 0 ? "of " + formatBytes(limit) + " allowed" : "");
+  table.add("most ever resident", formatBytes(peakResidentBytes()));
+  table.print(std::cout);
+  return statistics.pinnedObjects == 0 && (limit == 0 || mapped <= limit) ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Fills a store with more than a 32-bit process can address and verifies it.");
+  Options options;
+  app.add_option("--size", options.size, "Bytes to store, at least")->capture_default_str();
+  app.add_option("--budget", options.budget, "Memory budget of the store")->capture_default_str();
+  app.add_option("--limit", options.limit, "Address space of the process; 0 for no limit")
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return run(options);
+  } catch (const std::exception& error) {
+    std::cerr << "largestore: " << error.what() << '\n';
+    return 1;
+  }
+}
