@@ -56,7 +56,7 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     ++m_allocated;
     m_bytes += object.size;
     object.size = std::max(object.size, 1U);
-    object.pins = {true};
+    object.pins.push_back(true);
     Fill(object.address, object.size, object.seed);
     m_live.push_back(std::move(object));
     m_most = std::max(m_most, m_live.size());
