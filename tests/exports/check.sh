@@ -16,7 +16,10 @@ symbols() {
       awk '/Name Pointer\] Table/ { inside = 1; next } !/\[/ { inside = 0 } inside { print $NF }' |
       grep -v '^_ZT[IS]St'
   else
-    "$nm" -D --defined-only "$library" | awk '{ print $NF }' | sed 's/@.*//'
+    # Clang also exports the weak instances of standard templates that the library makes; every
+    # library has those.
+    "$nm" -D --defined-only "$library" |
+      awk '!($2 ~ /[WVu]/ && $3 ~ /^_ZZ?N?K?St/) { print $NF }' | sed 's/@.*//'
   fi | c++filt
 }
 
