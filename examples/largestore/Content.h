@@ -26,7 +26,7 @@ class Content {
   /// Puts about `bytes` into the store. @throws QRTThrowable
   virtual void build(std::uint64_t bytes) = 0;
 
-  /// Changes a part of everything, and moves some of it. @throws QRTThrowable, Mismatch
+  /// Changes a part of everything, and moves some of what can move. @throws QRTThrowable, Mismatch
   virtual void edit() = 0;
 
   /// Visits everything in order and compares every byte. @throws QRTThrowable, Mismatch

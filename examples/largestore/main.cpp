@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ByteSize.h"
+#include "Files.h"
 #include "HostProcess.h"
 #include "NodeTree.h"
 #include "PlainObjects.h"
@@ -20,6 +21,7 @@
 #include "ResultTable.h"
 #include "Stopwatch.h"
 #include "StoreStatistics.h"
+#include "Texts.h"
 
 namespace {
 
@@ -81,6 +83,8 @@ int run(const Options& options) {
   std::vector<std::unique_ptr<Content>> contents;
   contents.push_back(std::make_unique<PlainObjects>(manager));
   contents.push_back(std::make_unique<NodeTree>(manager));
+  contents.push_back(std::make_unique<Texts>(manager));
+  contents.push_back(std::make_unique<Files>(manager));
 
   table.add("width of the process", std::to_string(8 * sizeof(void*)) + " bits");
   forEach(contents, "build", table,

@@ -25,6 +25,12 @@ TEST(QRTFmFilePosixTest, AFullDiskIsAShortCountOrAFailureWithAReason) {
   EXPECT_EQ(file.getLength(), -1) << "a device has no length";
 }
 
+TEST(QRTFmFilePosixTest, ADirectoryIsNoFile) {
+  QRTFmFile file;
+  EXPECT_EQ(file.open("/", QRTFmFile::eOpenExisting, 1), 0);
+  EXPECT_EQ(file.getLastErrorNumber(), static_cast<unsigned int>(EISDIR));
+}
+
 TEST(QRTFmFilePosixTest, ChildrenInheritNothingAndStandardStreamsStayOpen) {
   const TempDirectory directory;
   const std::string path = (directory.path() / "secret").string();

@@ -16,9 +16,14 @@ using tcmalloc::BitRuns;
 using tcmalloc::PageEntry;
 using tcmalloc::PageTable;
 
+std::vector<bool>::iterator At(std::vector<bool>& places, std::uint32_t place) {
+  return places.begin() + static_cast<std::ptrdiff_t>(place);
+}
+
 /// The first place at or after `from` whose state is `state`; `places.size()` when there is none.
 std::uint32_t FirstThatIs(const std::vector<bool>& places, std::uint32_t from, bool state) {
-  const auto begin = places.begin() + std::min<std::ptrdiff_t>(from, std::ssize(places));
+  const auto begin =
+      places.begin() + std::min(static_cast<std::ptrdiff_t>(from), std::ssize(places));
   return static_cast<std::uint32_t>(std::find(begin, places.end(), state) - places.begin());
 }
 
@@ -48,7 +53,7 @@ TEST(BitRunsTest, AgreeWithAModelThatLooksAtEveryPlace) {
       const auto count = static_cast<std::uint32_t>(1 + random() % longest);
       const bool free = random() % 2 == 0;
       bits.Mark(first, count, free);
-      std::fill_n(model.begin() + first, count, free);
+      std::fill_n(At(model, first), count, free);
 
       const auto from = static_cast<std::uint32_t>(random() % (kBits + 1));
       ASSERT_EQ(bits.NextFree(from), FirstThatIs(model, from, true));
@@ -115,7 +120,7 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         while (first + count > free.size()) {
           free.resize(free.size() + PageTable::kLeafPages, true);
         }
-        std::fill_n(free.begin() + first, count, false);
+        std::fill_n(At(free, first), count, false);
         runs[first] = count;
         used += count;
         ASSERT_EQ(table[first].Kind(), PageEntry::kLarge);
@@ -132,7 +137,7 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         ASSERT_EQ(table.LargeBytes(run->first), run->second);
         table.Release(run->first, run->second);
         ASSERT_FALSE(table[run->first].IsSpanHead());
-        std::fill_n(free.begin() + run->first, run->second, true);
+        std::fill_n(At(free, run->first), run->second, true);
         used -= run->second;
         runs.erase(run);
       }
