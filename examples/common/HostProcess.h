@@ -8,8 +8,12 @@ namespace example {
 /// The most memory the process ever had resident, in bytes; 0 when the system does not tell.
 std::uint64_t peakResidentBytes();
 
-/// The most address space the process ever had mapped, in bytes; 0 when the system does not tell.
+/// The most memory the process ever had mapped, in bytes: address space, or on Windows, where that
+/// is not counted, memory of its own. 0 when the system does not tell.
 std::uint64_t peakMappedBytes();
+
+/// Makes the system refuse the process more mapped memory than `bytes`. @return whether it will
+bool limitMappedBytes(std::uint64_t bytes);
 
 /// The memory the process has resident now, in bytes; 0 when the system does not tell.
 std::uint64_t residentBytes();

@@ -1,5 +1,6 @@
 #include "HostProcess.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -33,6 +34,11 @@ std::uint64_t peakResidentBytes() {
 
 std::uint64_t peakMappedBytes() {
   return statusBytes("VmPeak:");
+}
+
+bool limitMappedBytes(std::uint64_t bytes) {
+  const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+  return setrlimit(RLIMIT_AS, &limit) == 0;
 }
 
 std::uint64_t residentBytes() {

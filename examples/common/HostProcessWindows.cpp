@@ -23,7 +23,23 @@ std::uint64_t residentBytes() {
 }
 
 std::uint64_t peakMappedBytes() {
-  return 0;
+  PROCESS_MEMORY_COUNTERS counters{};
+  counters.cb = sizeof counters;
+  return GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters) != FALSE
+             ? counters.PeakPagefileUsage
+             : 0;
+}
+
+bool limitMappedBytes(std::uint64_t bytes) {
+  // The job lives as long as the process in it.
+  const HANDLE job = CreateJobObjectW(nullptr, nullptr);
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+  limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_PROCESS_MEMORY;
+  limits.ProcessMemoryLimit = static_cast<SIZE_T>(bytes);
+  return job != nullptr &&
+         SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits) !=
+             FALSE &&
+         AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 }
 
 bool standardErrorIsTerminal() {
