@@ -1,9 +1,9 @@
 #include "Options.h"
 
 #include <CLI/CLI.hpp>
-#include <stdexcept>
 
 #include "ByteSize.h"
+#include "CheckedBy.h"
 #include "Words.h"
 
 namespace example {
@@ -29,15 +29,6 @@ constexpr const char* kFooter =
 
 constexpr int kWrongArguments = 2;
 
-std::string budgetError(const std::string& text) {
-  try {
-    parseBudget(text);
-    return {};
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-}
-
 std::string wordError(const std::string& text) {
   return singleWord(text).empty() ? "'" + text + "' is not one word of letters" : std::string();
 }
@@ -57,7 +48,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
       ->allow_extra_args(false);
   app.add_option("--limit", options.limit, "Most lines to print for a word")->capture_default_str();
   app.add_option("--budget", budget, "Memory the store may use: bytes, or with K, M or G")
-      ->check(CLI::Validator(budgetError, "SIZE"))
+      ->check(checkedBy(parseBudget))
       ->capture_default_str();
   try {
     app.parse(argc, argv);

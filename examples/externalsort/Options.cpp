@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "ByteSize.h"
+#include "CheckedBy.h"
 #include "MemoryPlan.h"
 
 namespace example {
@@ -31,27 +32,12 @@ constexpr const char* kFooter =
 constexpr int kWrongArguments = 2;
 constexpr const char* kDefaultSize = "1G";
 
-template <typename Parse>
-std::string errorOf(Parse parse) {
-  try {
-    parse();
-    return {};
-  } catch (const std::invalid_argument& error) {
-    return error.what();
+/// Refuses budgets that sorting cannot do with.
+void checkBudget(const std::string& text) {
+  if (parseBudget(text) < MemoryPlan::kLeastBudget) {
+    throw std::invalid_argument("'" + text + "': sorting takes a budget of at least " +
+                                formatBytes(MemoryPlan::kLeastBudget));
   }
-}
-
-std::string sizeError(const std::string& text) {
-  return errorOf([&] { parseByteSize(text); });
-}
-
-std::string budgetError(const std::string& text) {
-  return errorOf([&] {
-    if (parseBudget(text) < MemoryPlan::kLeastBudget) {
-      throw std::invalid_argument("'" + text + "': sorting takes a budget of at least " +
-                                  formatBytes(MemoryPlan::kLeastBudget));
-    }
-  });
 }
 
 /// Word lists and package lists, whatever this machine has of them.
@@ -90,12 +76,12 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
                  "Files to sort; without any, the word and package lists of this machine")
       ->check(CLI::ExistingFile);
   app.add_option("--budget", budget, "Memory to sort with: bytes, or with K, M or G")
-      ->check(CLI::Validator(budgetError, "SIZE"))
+      ->check(checkedBy(checkBudget))
       ->capture_default_str();
   app.add_option("--size", size,
                  "Bytes to sort, repeating the files as often as that takes [all files once; "
                  "1G of the lists]")
-      ->check(CLI::Validator(sizeError, "SIZE"));
+      ->check(checkedBy(parseByteSize));
   app.add_flag("--compress", options.compress, "Compress the runs");
   app.add_option("--output", options.output, "Where to write the result [nowhere]");
   try {

@@ -1,9 +1,9 @@
 #include "Options.h"
 
 #include <CLI/CLI.hpp>
-#include <stdexcept>
 
 #include "ByteSize.h"
+#include "CheckedBy.h"
 
 namespace example {
 
@@ -25,15 +25,6 @@ constexpr const char* kFooter =
 
 constexpr int kWrongArguments = 2;
 
-std::string budgetError(const std::string& text) {
-  try {
-    parseBudget(text);
-    return {};
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-}
-
 }  // namespace
 
 std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
@@ -45,7 +36,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
       ->check(CLI::ExistingDirectory)
       ->capture_default_str();
   app.add_option("--budget", budget, "Memory the store may use: bytes, or with K, M or G")
-      ->check(CLI::Validator(budgetError, "SIZE"))
+      ->check(checkedBy(parseBudget))
       ->capture_default_str();
   app.add_option("--seed", options.seed, "Decides the random order and the updates")
       ->capture_default_str();

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "ByteSize.h"
+#include "CheckedBy.h"
 #include "ParserMemory.h"
 
 namespace example {
@@ -31,20 +32,6 @@ constexpr const char* kFooter =
     "2 wrong arguments.";
 
 constexpr int kWrongArguments = 2;
-
-/// Says what is wrong with a text that `parse` does not take; nothing when it takes it.
-template <class Parse>
-CLI::Validator checkedBy(Parse parse) {
-  return {[parse](const std::string& text) -> std::string {
-            try {
-              parse(text);
-              return {};
-            } catch (const std::invalid_argument& error) {
-              return error.what();
-            }
-          },
-          "SIZE"};
-}
 
 /// Reads sizes as texts and makes numbers of them once the command line is known to be right.
 struct SizeTexts {
