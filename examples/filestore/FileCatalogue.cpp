@@ -1,7 +1,7 @@
 #include "FileCatalogue.h"
 
 #include "Checksum.h"
-#include "PinnedObject.h"
+#include "QRTVirtualPin.h"
 
 namespace example {
 
@@ -44,11 +44,11 @@ bool FileCatalogue::looksUnchanged(std::size_t file, const FileStatus& status) c
 }
 
 bool FileCatalogue::appendText(const QRTVirtualPageItem& item, std::string& text) const {
-  const PinnedObject pinned(m_manager, item);
-  if (pinned.bytes() == nullptr) {
+  const QRTVirtualPin<const char> pinned(m_manager, item);
+  if (!pinned) {
     return false;
   }
-  text.append(reinterpret_cast<const char*>(pinned.bytes()), pinned.size());
+  text.append(pinned.get(), item.getSize());
   return true;
 }
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "Checksum.h"
-#include "PinnedObject.h"
+#include "QRTVirtualPin.h"
 
 namespace example {
 
@@ -76,11 +76,11 @@ void FileStore::storePart(std::size_t file, std::uint32_t part, std::size_t size
 }
 
 bool FileStore::update(std::size_t object, const UpdatePattern& pattern) {
-  const PinnedObject pinned(m_manager, m_objects[object].item);
-  if (pinned.bytes() == nullptr) {
+  const QRTVirtualPin<std::byte> pinned(m_manager, m_objects[object].item);
+  if (!pinned) {
     return false;
   }
-  pattern.apply(object, pinned.bytes(), pinned.size());
+  pattern.apply(object, pinned.get(), m_objects[object].item.getSize());
   return true;
 }
 

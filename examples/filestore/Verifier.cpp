@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "Checksum.h"
-#include "PinnedObject.h"
+#include "QRTVirtualPin.h"
 
 namespace example {
 
@@ -103,24 +103,24 @@ Verifier::Comparison Verifier::compare(std::size_t object, std::size_t expectedS
   const StoredObject& stored = m_store.objects()[object];
   Comparison found;
   m_inStore.start();
-  const PinnedObject pinned(m_manager, stored.item);
-  found.readable = pinned.bytes() != nullptr;
-  const std::size_t common = std::min(pinned.size(), expectedSize);
-  found.equal = found.readable && expectedSize == pinned.size() &&
-                std::memcmp(pinned.bytes(), m_buffer.get(), common) == 0;
+  const QRTVirtualPin<std::byte> pinned(m_manager, stored.item);
+  const std::size_t size = stored.item.getSize();
+  found.readable = pinned.get() != nullptr;
+  const std::size_t common = std::min(size, expectedSize);
+  found.equal = found.readable && expectedSize == size &&
+                std::memcmp(pinned.get(), m_buffer.get(), common) == 0;
   m_inStore.stop();
   if (!found.readable || found.equal) {
     return found;
   }
 
   found.differsAt = static_cast<std::size_t>(
-      std::mismatch(pinned.bytes(), pinned.bytes() + common, m_buffer.get()).first -
-      pinned.bytes());
-  std::memcpy(m_buffer.get(), pinned.bytes(), pinned.size());
+      std::mismatch(pinned.get(), pinned.get() + common, m_buffer.get()).first - pinned.get());
+  std::memcpy(m_buffer.get(), pinned.get(), size);
   if (updates != nullptr) {
-    updates->apply(object, m_buffer.get(), pinned.size());
+    updates->apply(object, m_buffer.get(), size);
   }
-  found.intact = checksum(m_buffer.get(), pinned.size()) == stored.checksum;
+  found.intact = checksum(m_buffer.get(), size) == stored.checksum;
   return found;
 }
 
