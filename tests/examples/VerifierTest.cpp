@@ -8,7 +8,7 @@
 #include <string>
 
 #include "DirectoryWalk.h"
-#include "PinnedObject.h"
+#include "QRTVirtualPin.h"
 #include "TemporaryTree.h"
 
 namespace {
@@ -68,8 +68,8 @@ class VerifierTest : public testing::Test {
 
   /// Turns a bit over in a stored object, as a failing store would.
   void damage(std::size_t object, std::size_t place) {
-    const example::PinnedObject pinned(m_manager, m_store.objects()[object].item);
-    pinned.bytes()[place] ^= std::byte{1};
+    const QRTVirtualPin<std::byte> pinned(m_manager, m_store.objects()[object].item);
+    pinned.get()[place] ^= std::byte{1};
   }
 
   /// A verifier that has looked at every object twice: what it finds it is to note once.
@@ -125,9 +125,10 @@ TEST_F(VerifierTest, two_objects_that_changed_places_are_both_named) {
   m_tree.write("b", std::string(100, 'b'));
   storeTree();
   {
-    const example::PinnedObject a(m_manager, m_store.objects()[objectOf("a", 0)].item);
-    const example::PinnedObject b(m_manager, m_store.objects()[objectOf("b", 0)].item);
-    std::swap_ranges(a.bytes(), a.bytes() + a.size(), b.bytes());
+    const QRTVirtualPageItem& item = m_store.objects()[objectOf("a", 0)].item;
+    const QRTVirtualPin<std::byte> a(m_manager, item);
+    const QRTVirtualPin<std::byte> b(m_manager, m_store.objects()[objectOf("b", 0)].item);
+    std::swap_ranges(a.get(), a.get() + item.getSize(), b.get());
   }
   EXPECT_EQ(verified().mismatches().count(), 2U);
 }
@@ -138,8 +139,8 @@ TEST_F(VerifierTest, a_damaged_path_is_a_mismatch_of_its_own) {
   QRTVirtualPageItem path;  // the pool hands out the item the catalogue holds
   m_manager.allocUsingPool("file", 4, path);
   {
-    const example::PinnedObject pinned(m_manager, path);
-    pinned.bytes()[0] = std::byte{'m'};
+    const QRTVirtualPin<std::byte> pinned(m_manager, path);
+    pinned.get()[0] = std::byte{'m'};
   }
   const Verifier verifier = verified();
   EXPECT_THAT(verifier.mismatches().shown(),
