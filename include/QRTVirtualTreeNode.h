@@ -125,6 +125,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
 
   QRTVirtualTreeNode* fetch(unsigned long long offset);
   QRTVirtualTreeNode* moveTo(unsigned long long offset);
+  QRTVirtualTreeNode* parentInProcessMemory() const;
   bool isStored() const;
   bool sharesStoreWith(const QRTVirtualTreeNode& other) const;
   bool isEndChildOf(const QRTVirtualTreeNode& parent) const;

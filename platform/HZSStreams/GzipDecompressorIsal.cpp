@@ -26,6 +26,7 @@ class IsalDecompressor final : public GzipDecompressor {
   void begin() override {
     isal_inflate_init(&m_state);
     m_state.crc_flag = ISAL_GZIP;
+    isal_gzip_header_init(&m_header);
   }
 
   Step inflate(const char* input, std::size_t size, char* output, std::size_t room) override {
@@ -36,7 +37,15 @@ class IsalDecompressor final : public GzipDecompressor {
     m_state.avail_out = static_cast<std::uint32_t>(std::min<std::size_t>(room, UINT32_MAX));
     const std::uint32_t givenIn = m_state.avail_in;
     const std::uint32_t givenOut = m_state.avail_out;
-    const int result = isal_inflate(&m_state);
+    // The library's inflate reads the header by itself, but forgets between calls which optional
+    // fields there are. Read on its own the header may come in pieces.
+    int result = ISAL_DECOMP_OK;
+    if (m_state.wrapper_flag == 0) {
+      result = isal_read_gzip_header(&m_state, &m_header);
+    }
+    if (m_state.wrapper_flag != 0) {
+      result = isal_inflate(&m_state);
+    }
     return {givenIn - m_state.avail_in, givenOut - m_state.avail_out,
             result == ISAL_DECOMP_OK && m_state.block_state == ISAL_BLOCK_FINISH,
             result < 0 ? damageOf(result) : nullptr};
@@ -44,6 +53,7 @@ class IsalDecompressor final : public GzipDecompressor {
 
  private:
   inflate_state m_state{};
+  isal_gzip_header m_header{};  // what is known of the member's header; read once, then unused
 };
 
 }  // namespace

@@ -34,8 +34,7 @@ class QRTPinnedNeighbour {
   // Pins the parent of `child`.
   static QRTPinnedNeighbour parentOf(QRTVirtualTreeNode& child) {
     if (child.m_parentIsAddress != 0) {
-      return QRTPinnedNeighbour(
-          reinterpret_cast<QRTVirtualTreeNode*>(static_cast<std::uintptr_t>(child.m_parent)));
+      return QRTPinnedNeighbour(child.parentInProcessMemory());
     }
     return QRTPinnedNeighbour(child, child.m_parent);
   }
@@ -132,7 +131,7 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::getParent(int includeRoot) {
   if (m_parentIsAddress == 0) {
     return fetch(m_parent);
   }
-  auto* const parent = reinterpret_cast<QRTVirtualTreeNode*>(static_cast<std::uintptr_t>(m_parent));
+  QRTVirtualTreeNode* const parent = parentInProcessMemory();
   if (includeRoot == 0) {
     auto* const tree = dynamic_cast<QRTVirtualTree*>(getContainer());
     if (tree != nullptr && tree->getRootNode() == parent) {
@@ -420,6 +419,12 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::moveTo(unsigned long long offset) {
   QRT_ASSERT(memMgr);
   return static_cast<QRTVirtualTreeNode*>(
       static_cast<QRTVirtualPersistNode*>(memMgr->movePin(getPageOffset(), offset)));
+}
+
+// The parent of a node that holds its parent's address.
+QRTVirtualTreeNode* QRTVirtualTreeNode::parentInProcessMemory() const {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): a link is as wide on every platform
+  return reinterpret_cast<QRTVirtualTreeNode*>(static_cast<std::uintptr_t>(m_parent));
 }
 
 // Whether this node lives in a store: it can be linked by its offset.
