@@ -41,6 +41,14 @@ QRT_WINDOWS_PACKAGES=(
   wine64          # runs the 64-bit tests
 )
 
+# Peers of the store, and what draws the plots, for scripts/bench.sh.
+# shellcheck disable=SC2034
+QRT_BENCH_PACKAGES=(
+  liblmdb-dev libdb-dev libsqlite3-dev librocksdb-dev  # stores with a budget
+  libstxxl-dev
+  python3 python3-matplotlib
+)
+
 # What continuous integration uses on top.
 # shellcheck disable=SC2034
 QRT_CI_PACKAGES=(
