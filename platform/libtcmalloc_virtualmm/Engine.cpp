@@ -18,6 +18,18 @@ constexpr std::uint64_t kLargePageBudget = 64U << 20;
 // From this budget on memory comes in huge pages: what a chunk takes too much is little beside it.
 constexpr std::uint64_t kHugePageBudget = 64U << 20;
 
+// The page table may take this share of the budget, which goes for stores 32 times the budget, and
+// half a gigabyte's worth at least. A leaf is 1 KiB.
+constexpr std::uint64_t kTableShare = 8;
+constexpr std::uint64_t kLeastTableBytes = 2U << 20;
+
+std::uint32_t ChooseTableLeaves(const EngineOptions& options) {
+  constexpr std::uint64_t kLeafBytes = PageTable::kLeafPages * sizeof(PageEntry);
+  const std::uint64_t bytes = std::max(options.budgetBytes / kTableShare, kLeastTableBytes);
+  return options.tableLeaves != 0 ? options.tableLeaves
+                                  : static_cast<std::uint32_t>(bytes / kLeafBytes);
+}
+
 std::uint32_t ChoosePageSize(const EngineOptions& options) {
   if (options.pageSize != 0) {
     return options.pageSize;
@@ -38,9 +50,12 @@ PagerOptions MakePagerOptions(const EngineOptions& options, std::uint32_t pageSh
 
 }  // namespace
 
-Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file)
+Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
+               std::unique_ptr<PagingFile> tableFile)
     : m_pageShift(static_cast<std::uint32_t>(std::countr_zero(ChoosePageSize(options)))),
       m_classes(ChoosePageSize(options)),
+      m_tableStore(std::move(tableFile), m_error),
+      m_table(m_tableStore, m_error, ChooseTableLeaves(options)),
       m_arena(options.budgetBytes >= kHugePageBudget),
       m_slabs(m_classes, m_table, m_arena),
       m_store(std::move(file), m_error),
@@ -143,17 +158,12 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
   // Step 1.
   const std::uint32_t page = m_table.Acquire(pages, kind);
   if (page == PageTable::kNoPage) {
-    m_error.NoteReason("extend the page table", nullptr, "the system has no memory left");
     return PageTable::kNoPage;
   }
-  bool made = true;
-  if (kind == PageEntry::kLarge) {
-    made = m_table.PrepareLargeBytes(page);
-    if (made) {
-      m_table.LargeBytes(page) = largeBytes;
-    } else {
-      m_error.NoteReason("extend the page table", nullptr, "the system has no memory left");
-    }
+  const bool isLarge = kind == PageEntry::kLarge;
+  const bool made = !isLarge || m_table.PrepareLargeBytes(page);
+  if (isLarge && made) {
+    m_table.LargeBytes(page) = largeBytes;
   }
   // Steps 2 and 3.
   if (made && m_pager.ReserveDiskSpace() && m_pager.PlaceNew(page, pages) != kNoFrame) {
@@ -164,6 +174,19 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
 }
 
 // ---- pin and unpin ------------------------------------------------------------------------------
+
+/// Makes sure that the entry of a page can be looked at.
+bool Engine::Reach(std::uint32_t page) noexcept {
+  if (m_table.Fetch(page) != nullptr) {
+    return true;
+  }
+  if (m_table.Has(page)) {
+    Fail(std::uint64_t{1} << m_pageShift);  // what was asked for cannot be told
+  } else {
+    ++m_staleHandles;
+  }
+  return false;
+}
 
 PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
   PageEntry* entry = m_table.Find(handle.page);
@@ -186,6 +209,9 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     return PinSlot(slot, offset);
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!Reach(handle.page)) {
+    return nullptr;
+  }
   if (PageEntry* entry = FindLarge(handle)) {
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
@@ -202,12 +228,12 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     }
     return address;
   }
-  PageEntry* entry = m_table.Find(handle.page);
-  const bool isOut = entry != nullptr && entry->Kind() < PageEntry::kLarge && !entry->Resident() &&
-                     handle.generation != kFreeGeneration;
+  const PageEntry& entry = m_table[handle.page];
+  const bool isOut =
+      entry.Kind() < PageEntry::kLarge && !entry.Resident() && handle.generation != kFreeGeneration;
   if (isOut) {
     if (!m_pager.PageIn(handle.page)) {
-      return Fail(ClassOf(*entry).capacity);
+      return Fail(ClassOf(entry).capacity);
     }
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
       slot.entry->Touch(m_pager.Epoch(), forWriting);
@@ -262,6 +288,7 @@ std::uint32_t Engine::GetSize(std::uint64_t offset) noexcept {
     return SlabPage::SizeOf(slot.header, ClassOf(*slot.entry));
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
+  m_table.Fetch(handle.page);
   return FindLarge(handle) != nullptr ? m_table.LargeBytes(handle.page) : 0;
 }
 
@@ -269,6 +296,9 @@ std::uint32_t Engine::GetSize(std::uint64_t offset) noexcept {
 
 void Engine::Deallocate(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!Reach(handle.page)) {
+    return;
+  }
   if (PageEntry* entry = FindLarge(handle)) {
     DeallocateLarge(handle, *entry);
     return;

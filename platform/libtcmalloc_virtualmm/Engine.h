@@ -25,6 +25,7 @@ struct EngineOptions {
   std::uint32_t minimumFrames = 256;  ///< the budget is raised to this many pages
   std::uint32_t batch = 16;           ///< see PagerOptions
   std::uint32_t readAhead = 16;       ///< see PagerOptions
+  std::uint32_t tableLeaves = 0;      ///< see PageTable; 0 chooses by budget
   bool moveOnUnpin = false;           ///< see PagerOptions
 };
 
@@ -32,10 +33,12 @@ struct EngineOptions {
 /// handled here, in a few nanoseconds; the pager does the rest.
 class Engine {
  public:
-  /// @param options  the set-up
-  /// @param file     the paging file, not open yet
+  /// @param options    the set-up
+  /// @param file       the paging file, not open yet
+  /// @param tableFile  the page table's own, not open yet
   /// @throws std::bad_alloc
-  Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file);
+  Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
+         std::unique_ptr<PagingFile> tableFile);
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
@@ -52,8 +55,8 @@ class Engine {
                                          std::uint32_t* written) noexcept;
   const char* GetLastError() const { return m_error.Text(); }
 
-  /// Spans that did not come back as they were written.
-  std::uint64_t DamagedReads() const { return m_pager.Counts().damaged; }
+  /// Spans and leaves of the page table that did not come back as they were written.
+  std::uint64_t DamagedReads() const { return m_pager.Counts().damaged + m_table.DamagedReads(); }
 
  private:
   /// A slab object in memory.
@@ -64,6 +67,7 @@ class Engine {
 
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
+  bool Reach(std::uint32_t page) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
@@ -102,6 +106,7 @@ class Engine {
   std::uint32_t m_pageShift;           // log2 of the page size
   StoreError m_error;
   SizeClasses m_classes;
+  BackingStore m_tableStore;
   PageTable m_table;
   FrameArena m_arena;
   SlabDirectory m_slabs;

@@ -1,168 +1,242 @@
 #include "libtcmalloc_virtualmm/PageTable.h"
 
 #include <algorithm>
+#include <cstring>
+#include <exception>
 #include <new>
+#include <type_traits>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 namespace tcmalloc {
 
-namespace {
-
-// Page numbers end where the offset's 32 bits end; the last leaf stays unused so that no count
-// wraps around.
-constexpr std::uint32_t kMaxLeaves = (1U << 22) - 1;
-
-}  // namespace
-
-PageTable::~PageTable() {
-  for (std::uint32_t leaf = 0; leaf < m_leafCount; ++leaf) {
-    delete m_leaves[leaf];
-  }
+PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit)
+    : m_leafLimit(leafLimit), m_file(file), m_error(error) {
+  MakeNew(m_absent);
 }
 
+// ---- pages --------------------------------------------------------------------------------------
+
 std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcept {
-  const bool inLeaf = count <= kLeafPages;
-  std::uint32_t first = inLeaf ? FindInLeaf(count) : FindWholeLeaves(count);
-  if (first == kNoPage) {
-    // A long run starts on the free leaves that the table ends with, if there are any.
-    std::uint32_t freeTail = 0;
-    while (!inLeaf && freeTail < m_leafCount &&
-           m_leaves[m_leafCount - 1 - freeTail]->free.NextTaken(0) == kLeafPages) {
-      ++freeTail;
-    }
-    first = (m_leafCount - freeTail) * kLeafPages;
-    const std::uint32_t leaves = (count + kLeafPages - 1) / kLeafPages;
-    if (!AddLeaves(leaves - freeTail)) {
+  SendOutDownTo(m_leafLimit);
+  for (;;) {
+    const std::uint32_t first = m_map.Acquire(count);
+    if (first == kNoPage) {
+      NoteNoMemory();
       return kNoPage;
     }
+    const Outcome outcome = !Grow()       ? Outcome::kUnreadable
+                            : IsIn(first) ? Outcome::kIn
+                                          : BringIn(first);
+    if (outcome == Outcome::kIn) {
+      PageEntry& entry = (*this)[first];
+      entry.state = kind | PageEntry::kOut;
+      entry.flags = 0;
+      return first;
+    }
+    if (outcome == Outcome::kUnreadable) {
+      m_map.Release(first, count);
+      return kNoPage;
+    }
+    // Of damage the pages stay taken: their generations are lost, and handles of objects that
+    // ended there would fit new ones.
   }
-  Take(first, count, kind);
-  return first;
 }
 
 void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
-  m_usedPages -= count;
-  m_firstVacantLeaf = std::min(m_firstVacantLeaf, first / kLeafPages);
-  const bool atEnd = first + count == m_usedEnd;
-  for (std::uint32_t page = first, left = count; left > 0;) {
-    const std::uint32_t here = std::min(left, kLeafPages - page % kLeafPages);
-    Leaf& leaf = *m_leaves[page / kLeafPages];
-    leaf.free.Mark(page % kLeafPages, here, true);
-    m_longestRun[page / kLeafPages] = kLeafPages;
-    for (std::uint32_t i = 0; i < here; ++i) {
-      PageEntry& entry = leaf.entries[page % kLeafPages + i];
-      entry.state = PageEntry::kFree | PageEntry::kOut;
-      entry.flags = 0;
-    }
-    page += here;
-    left -= here;
-  }
-  if (atEnd) {
-    std::uint32_t leaf = (m_usedEnd - 1) / kLeafPages + 1;
-    m_usedEnd = 0;
-    while (leaf-- > 0) {
-      const std::uint32_t last = m_leaves[leaf]->free.LastTaken();
-      if (last != BitRuns<kLeafPages>::kNone) {
-        m_usedEnd = leaf * kLeafPages + last + 1;
-        break;
-      }
-    }
-  }
+  PageEntry& entry = (*this)[first];
+  entry.state = PageEntry::kNoHead | PageEntry::kOut;
+  entry.flags = 0;
+  m_map.Release(first, count);
 }
 
 bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
   Leaf& leaf = *m_leaves[page / kLeafPages];
   if (leaf.largeBytes == nullptr) {
-    leaf.largeBytes.reset(new (std::nothrow) std::uint32_t[kLeafPages]);
+    leaf.largeBytes.reset(new (std::nothrow) std::uint32_t[kLeafPages]());
   }
-  return leaf.largeBytes != nullptr;
+  return leaf.largeBytes != nullptr || NoteNoMemory();
 }
 
-std::uint32_t PageTable::FindInLeaf(std::uint32_t count) {
-  while (m_firstVacantLeaf < m_leafCount && m_longestRun[m_firstVacantLeaf] == 0) {
-    ++m_firstVacantLeaf;
-  }
-  for (std::uint32_t leaf = m_firstVacantLeaf; leaf < m_leafCount; ++leaf) {
-    if (m_longestRun[leaf] < count) {
-      continue;
+bool PageTable::Grow() noexcept {
+  const std::uint32_t leaves = m_map.PageCount() / kLeafPages;
+  const std::uint32_t known = m_pageCount / kLeafPages;
+  if (leaves > m_leafCapacity) {
+    const std::uint32_t capacity = std::max(leaves, m_leafCapacity + m_leafCapacity / 2);
+    std::unique_ptr<Leaf*[]> grown(new (std::nothrow) Leaf*[capacity]);
+    std::unique_ptr<std::uint64_t[]> images(new (std::nothrow) std::uint64_t[capacity]);
+    if (grown == nullptr || images == nullptr) {
+      return NoteNoMemory();
     }
-    std::uint32_t longest = 0;
-    const std::uint32_t at = m_leaves[leaf]->free.Find(count, longest);
-    if (at != BitRuns<kLeafPages>::kNone) {
-      return leaf * kLeafPages + at;
-    }
-    m_longestRun[leaf] = static_cast<std::uint16_t>(longest);
-  }
-  return kNoPage;
-}
-
-std::uint32_t PageTable::FindWholeLeaves(std::uint32_t count) {
-  const std::uint32_t wanted = (count + kLeafPages - 1) / kLeafPages;
-  std::uint32_t found = 0;
-  for (std::uint32_t leaf = 0; leaf < m_leafCount; ++leaf) {
-    const bool isFree =
-        m_longestRun[leaf] == kLeafPages && m_leaves[leaf]->free.NextTaken(0) == kLeafPages;
-    found = isFree ? found + 1 : 0;
-    if (found == wanted) {
-      return (leaf + 1 - wanted) * kLeafPages;
-    }
-  }
-  return kNoPage;
-}
-
-bool PageTable::AddLeaves(std::uint32_t count) noexcept {
-  if (count > kMaxLeaves - m_leafCount) {
-    return false;
-  }
-  if (m_leafCount + count > m_leafCapacity) {
-    const std::uint32_t capacity = std::max({m_leafCount + count, 2 * m_leafCapacity, 16U});
-    std::unique_ptr<Leaf*[]> leaves(new (std::nothrow) Leaf*[capacity]);
-    std::unique_ptr<std::uint16_t[]> longest(new (std::nothrow) std::uint16_t[capacity]);
-    if (leaves == nullptr || longest == nullptr) {
-      return false;
-    }
-    std::copy_n(m_leaves.get(), m_leafCount, leaves.get());
-    std::copy_n(m_longestRun.get(), m_leafCount, longest.get());
-    m_leaves = std::move(leaves);
-    m_longestRun = std::move(longest);
+    std::copy_n(m_leaves.get(), known, grown.get());
+    std::copy_n(m_images.get(), known, images.get());
+    m_leaves = std::move(grown);
+    m_images = std::move(images);
     m_leafCapacity = capacity;
   }
-  // Leaves made before one that cannot be had stay: they are free pages for later.
-  for (; count > 0; --count) {
-    auto* leaf = new (std::nothrow) Leaf();
-    if (leaf == nullptr) {
-      return false;
-    }
-    for (PageEntry& entry : leaf->entries) {
-      entry.state = PageEntry::kFree | PageEntry::kOut;
-    }
-    leaf->free.Mark(0, kLeafPages, true);
-    m_leaves[m_leafCount] = leaf;
-    m_longestRun[m_leafCount] = kLeafPages;
-    ++m_leafCount;
-    m_pageCount += kLeafPages;
-  }
+  std::fill_n(m_leaves.get() + known, leaves - known, &m_absent);
+  std::fill_n(m_images.get() + known, leaves - known, kNoImage);
+  m_pageCount = m_map.PageCount();
   return true;
 }
 
-void PageTable::Take(std::uint32_t first, std::uint32_t count, std::uint8_t kind) {
-  m_usedPages += count;
-  m_usedEnd = std::max(m_usedEnd, first + count);
-  for (std::uint32_t page = first, left = count; left > 0;) {
-    const std::uint32_t here = std::min(left, kLeafPages - page % kLeafPages);
-    Leaf& leaf = *m_leaves[page / kLeafPages];
-    leaf.free.Mark(page % kLeafPages, here, false);
-    if (leaf.free.NextFree(0) == kLeafPages) {
-      m_longestRun[page / kLeafPages] = 0;
-    }
-    for (std::uint32_t i = 0; i < here; ++i) {
-      PageEntry& entry = leaf.entries[page % kLeafPages + i];
-      entry.state = PageEntry::kTail | PageEntry::kOut;
-      entry.flags = 0;
-    }
-    page += here;
-    left -= here;
+bool PageTable::NoteNoMemory() noexcept {
+  m_error.NoteReason("extend the page table", nullptr, "the system has no memory left");
+  return false;
+}
+
+// ---- leaves -------------------------------------------------------------------------------------
+
+void PageTable::OnSpanIn(std::uint32_t page) noexcept {
+  Leaf* leaf = m_leaves[page / kLeafPages];
+  if (leaf->spansIn++ == 0) {
+    RemoveIdle(leaf);
   }
-  (*this)[first].state = kind | PageEntry::kOut;
+}
+
+void PageTable::OnSpanOut(std::uint32_t page) noexcept {
+  Leaf* leaf = m_leaves[page / kLeafPages];
+  if (--leaf->spansIn == 0) {
+    AppendIdle(leaf);
+  }
+}
+
+/// Makes idle leaves leave until at most `count` are in memory. What cannot be written stays: the
+/// table grows beyond its limit rather than that something is lost.
+void PageTable::SendOutDownTo(std::uint32_t count) noexcept {
+  while (m_leavesIn > count && SendOneOut()) {
+  }
+}
+
+/// Brings a leaf in:
+///  1. Make room for it under the limit.
+///  2. Take memory.
+///  3. Read it and compare it with its hash; one that was never written is made as new.
+PageTable::Outcome PageTable::BringIn(std::uint32_t page) noexcept {
+  SendOutDownTo(m_leafLimit - 1);
+  Leaf* leaf = TakeUnused();
+  if (leaf == nullptr) {
+    NoteNoMemory();
+    return Outcome::kUnreadable;
+  }
+  leaf->number = page / kLeafPages;
+  if (const Outcome outcome = Read(*leaf); outcome != Outcome::kIn) {
+    GiveUnused(leaf);
+    return outcome;
+  }
+  m_leaves[leaf->number] = leaf;
+  ++m_leavesIn;
+  AppendIdle(leaf);
+  return Outcome::kIn;
+}
+
+PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
+  MakeNew(leaf);
+  if (m_images[leaf.number] == kNoImage) {
+    return Outcome::kIn;
+  }
+  Image image;
+  const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image};
+  if (!m_file.Read(std::uint64_t{leaf.number} * sizeof image, &slice, 1)) {
+    return Outcome::kUnreadable;
+  }
+  if (HashOf(image, leaf.number) != m_images[leaf.number]) {
+    ++m_damaged;
+    m_error.NoteReason("read the page table's file", m_file.Path(),
+                       "the entries are not what was written to it");
+    return Outcome::kDamaged;
+  }
+  std::copy_n(image.entries, kLeafPages, leaf.entries);
+  if (std::any_of(std::begin(image.largeBytes), std::end(image.largeBytes),
+                  [](std::uint32_t bytes) { return bytes != 0; })) {
+    leaf.largeBytes.reset(new (std::nothrow) std::uint32_t[kLeafPages]);
+    if (leaf.largeBytes == nullptr) {
+      NoteNoMemory();
+      return Outcome::kUnreadable;
+    }
+    std::copy_n(image.largeBytes, kLeafPages, leaf.largeBytes.get());
+  }
+  return Outcome::kIn;
+}
+
+/// Makes the leaf that has been idle for longest leave, without a write if the file has it as it
+/// is. @return false when there is none or it cannot be written
+bool PageTable::SendOneOut() noexcept {
+  Leaf* leaf = m_oldestIdle;
+  if (leaf == nullptr) {
+    return false;
+  }
+  Image image{};
+  for (std::uint32_t i = 0; i < kLeafPages; ++i) {
+    image.entries[i] = leaf->entries[i];
+    image.entries[i].where = 0;
+    if (leaf->largeBytes != nullptr && image.entries[i].Kind() == PageEntry::kLarge) {
+      image.largeBytes[i] = leaf->largeBytes[i];
+    }
+  }
+  const std::uint64_t hash = HashOf(image, leaf->number);
+  if (hash != m_images[leaf->number]) {
+    const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image};
+    if (!m_file.Write(std::uint64_t{leaf->number} * sizeof image, &slice, 1)) {
+      m_images[leaf->number] = kNoImage;  // it may be torn; nobody reads it while the leaf is here
+      return false;
+    }
+    m_images[leaf->number] = hash;
+  }
+  m_leaves[leaf->number] = &m_absent;
+  --m_leavesIn;
+  RemoveIdle(leaf);
+  GiveUnused(leaf);
+  return true;
+}
+
+void PageTable::MakeNew(Leaf& leaf) {
+  for (PageEntry& entry : leaf.entries) {
+    entry = {};
+    entry.state = PageEntry::kNoHead | PageEntry::kOut;
+  }
+}
+
+std::uint64_t PageTable::HashOf(const Image& image, std::uint32_t number) {
+  static_assert(std::has_unique_object_representations_v<PageEntry::Live>);
+  // The number is the seed: an image that ends up at another leaf's place does not fit.
+  const std::uint64_t hash = XXH3_64bits_withSeed(&image, sizeof image, number);
+  return hash == kNoImage ? kNoImage + 1 : hash;
+}
+
+PageTable::Leaf* PageTable::TakeUnused() noexcept {
+  if (m_unused == nullptr) {
+    try {
+      m_blocks.push_back(std::make_unique<Leaf[]>(kBlockLeaves));
+    } catch (const std::exception&) {
+      return nullptr;
+    }
+    for (std::uint32_t i = kBlockLeaves; i-- > 0;) {
+      GiveUnused(&m_blocks.back()[i]);
+    }
+  }
+  Leaf* leaf = m_unused;
+  m_unused = leaf->newer;
+  return leaf;
+}
+
+void PageTable::GiveUnused(Leaf* leaf) noexcept {
+  leaf->largeBytes.reset();
+  leaf->newer = m_unused;
+  m_unused = leaf;
+}
+
+void PageTable::AppendIdle(Leaf* leaf) {
+  leaf->older = m_newestIdle;
+  leaf->newer = nullptr;
+  (m_newestIdle == nullptr ? m_oldestIdle : m_newestIdle->newer) = leaf;
+  m_newestIdle = leaf;
+}
+
+void PageTable::RemoveIdle(Leaf* leaf) {
+  (leaf->older == nullptr ? m_oldestIdle : leaf->older->newer) = leaf->newer;
+  (leaf->newer == nullptr ? m_newestIdle : leaf->newer->older) = leaf->older;
 }
 
 }  // namespace tcmalloc

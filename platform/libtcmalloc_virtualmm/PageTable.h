@@ -3,140 +3,128 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
-#include "libtcmalloc_virtualmm/BitRuns.h"
+#include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/PageEntry.h"
+#include "libtcmalloc_virtualmm/PageMap.h"
+#include "libtcmalloc_virtualmm/StoreError.h"
 
 namespace tcmalloc {
 
-/// What the engine knows of one page. A span is described by the entry of its first page.
-struct PageEntry {
-  static constexpr std::uint8_t kFree = 0x7F;   ///< kind: the page belongs to no span
-  static constexpr std::uint8_t kTail = 0x7E;   ///< kind: a further page of a span
-  static constexpr std::uint8_t kLarge = 0x7D;  ///< kind: a large object; below: a size class
-
-  static constexpr std::uint8_t kOut = 0x80;  ///< in `state`: the span is not in memory
-
-  static constexpr std::uint8_t kHasCopy = 1;  ///< flag: the paging file holds an image of it
-  static constexpr std::uint8_t kNotify = 2;   ///< flag: the pager waits for its last unpin
-  static constexpr std::uint8_t kVacant = 4;   ///< flag: it left memory with a quarter free
-
-  static constexpr std::uint8_t kFrequency = 0x30;      ///< in `flags`: touches counted, 0 to 3
-  static constexpr std::uint8_t kFrequencyStep = 0x10;  ///< one of them
-  static constexpr std::uint16_t kModified = 1;         ///< in `touched`: may differ from its image
-
-  /// What a span in memory needs when its objects are pinned, made and freed: together in the
-  /// entry, because first lines of pages are never in the first cache level.
-  struct Live {
-    std::uint16_t pinned;     ///< objects of the span with a pin count above zero
-    std::uint16_t touched;    ///< epoch of the last counted touch, times 2; 1 more when modified
-    std::uint16_t firstFree;  ///< slab: byte of the first free object; 0 when there is none
-    std::uint16_t freeSlots;  ///< slab: free slots
-  };
-
-  std::uint32_t where;       ///< bytes 0..3   frame when resident, else eviction sequence number
-  std::uint16_t generation;  ///< bytes 4..5   generation of the next object made in the page
-  std::uint8_t state;        ///< byte  6      kind, with kOut unless it is a span in memory
-  std::uint8_t flags;        ///< byte  7
-  union {
-    Live live;           ///< bytes 8..15  while resident
-    std::uint64_t hash;  ///< bytes 8..15  while out: hash of the image in the paging file
-  };
-
-  /// Whether a span in memory may differ from its image in the paging file.
-  bool Modified() const { return (live.touched & kModified) != 0; }
-
-  /// Touches counted of a span in memory, one an epoch at the most, up to 3.
-  std::uint32_t Frequency() const { return (flags & kFrequency) / kFrequencyStep; }
-  void SetFrequency(std::uint32_t frequency) {
-    flags = static_cast<std::uint8_t>((flags & ~kFrequency) | frequency * kFrequencyStep);
-  }
-
-  /// The epoch of the last counted touch of a span in memory, times 2.
-  std::uint16_t TouchedEpoch() const {
-    return static_cast<std::uint16_t>(live.touched & ~kModified);
-  }
-
-  /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
-  /// modified when it is pinned for writing.
-  void Touch(std::uint16_t epoch, bool forWriting) {
-    if (TouchedEpoch() != epoch && (flags & kFrequency) != kFrequency) {
-      flags += kFrequencyStep;
-    }
-    live.touched = static_cast<std::uint16_t>(epoch | (live.touched & kModified) |
-                                              (forWriting ? kModified : 0));
-  }
-
-  /// The size class, or one of the kinds above.
-  std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kOut); }
-  bool Resident() const { return (state & kOut) == 0; }
-  bool IsSpanHead() const { return Kind() <= kLarge; }
-};
-
-static_assert(sizeof(PageEntry) == 16, "metadata is to stay at 0.4 % of 4 KiB pages");
-
-/// The table of all pages and the map of the free ones: two levels, leaves of 1,024 pages, so that
-/// no large contiguous block is ever needed. Entries never move. Page numbers are given out lowest
-/// first, which keeps the paging file short; an entry's generation outlives the page's free times.
+/// The table of all pages: what the engine knows of them, whether they are in memory or not. Two
+/// levels, leaves of 64 entries; an entry's generation outlives the page's free times.
+///
+/// The table is larger than memory, too: beyond a limit, leaves that describe nothing in memory
+/// leave for a file of their own, so that 4 GiB of pages cost some 400 KiB and not 16 MiB. A leaf
+/// with a span in memory stays, and its entries do not move. In the place of a leaf that is out
+/// stands one shared leaf whose entries begin no span; so the hot path need not ask, and everybody
+/// else calls Fetch first.
 class PageTable {
  public:
-  static constexpr std::uint32_t kLeafPages = 1024;
-  static constexpr std::uint32_t kNoPage = ~0U;
+  static constexpr std::uint32_t kLeafPages = 64;
+  static constexpr std::uint32_t kNoPage = PageMap::kNoPage;
 
-  PageTable() = default;
-  ~PageTable();
-  PageTable(const PageTable&) = delete;
-  PageTable& operator=(const PageTable&) = delete;
+  /// @param file       where leaves go; outlives the table
+  /// @param error      receives failures; outlives the table
+  /// @param leafLimit  leaves to stay under as long as they may leave, at least 1
+  PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit);
 
   /// Whether the table has the page.
   bool Has(std::uint32_t page) const { return page < m_pageCount; }
-  /// The entry of `page`, or null for a page beyond the table.
-  PageEntry* Find(std::uint32_t page) { return Has(page) ? &(*this)[page] : nullptr; }
-  /// The entry of a page known to be in the table.
+  /// The entry of a page that the table has; while its leaf is out, one that begins no span.
   PageEntry& operator[](std::uint32_t page) {
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
+  /// The same, or null for a page beyond the table.
+  PageEntry* Find(std::uint32_t page) { return Has(page) ? &(*this)[page] : nullptr; }
+  /// Whether the page's leaf, which the table has, is in memory.
+  bool IsIn(std::uint32_t page) const { return m_leaves[page / kLeafPages] != &m_absent; }
 
-  /// Takes the lowest run of `count` free pages (at least 1); it crosses a leaf only when it is
-  /// longer than one. Entries keep their generations; they are out, of kinds `kind`, then
-  /// kTail.
-  /// @return the first page, or kNoPage when memory for the table or page numbers run out
+  /// The entry of a page, whose leaf is brought in if it is out. Another leaf may leave for it:
+  /// entries of pages that are out are good until the next call.
+  /// @return null for a page beyond the table, and when the leaf cannot be had, which is noted
+  PageEntry* Fetch(std::uint32_t page) noexcept {
+    return Has(page) && (IsIn(page) || BringIn(page) == Outcome::kIn) ? &(*this)[page] : nullptr;
+  }
+
+  /// Takes the lowest run of `count` free pages (see PageMap) for a span of kind `kind` that is
+  /// out. The first page's entry keeps its generation.
+  /// @return the first page, or kNoPage when it cannot be had, which is noted
   std::uint32_t Acquire(std::uint32_t count, std::uint8_t kind) noexcept;
 
-  /// Gives a run back. Cannot fail.
+  /// Gives a span's pages back; the leaf of the first is in memory. Cannot fail.
   void Release(std::uint32_t first, std::uint32_t count) noexcept;
 
-  /// Makes room to note the size of a large object at `page`. @return false without memory
-  bool PrepareLargeBytes(std::uint32_t page) noexcept;
-  /// The noted size in bytes of the large object at `page`, which PrepareLargeBytes was called for.
+  /// To be called when a span comes into memory and when it leaves or ends there.
+  void OnSpanIn(std::uint32_t page) noexcept;
+  void OnSpanOut(std::uint32_t page) noexcept;
+
+  /// The size in bytes of the large object at `page`, whose leaf is in memory.
   std::uint32_t& LargeBytes(std::uint32_t page) {
     return m_leaves[page / kLeafPages]->largeBytes[page % kLeafPages];
   }
+  /// Makes room to note that size. @return false without memory, which is noted
+  bool PrepareLargeBytes(std::uint32_t page) noexcept;
 
-  /// Pages that belong to spans.
-  std::uint64_t UsedPages() const { return m_usedPages; }
-  /// One past the highest page in use.
-  std::uint32_t UsedEnd() const { return m_usedEnd; }
+  /// Pages that belong to spans, and one past the highest of them.
+  std::uint64_t UsedPages() const { return m_map.UsedPages(); }
+  std::uint32_t UsedEnd() const { return m_map.UsedEnd(); }
+
+  /// Leaves that did not come back as they were written.
+  std::uint64_t DamagedReads() const { return m_damaged; }
 
  private:
+  enum class Outcome { kIn, kUnreadable, kDamaged };
+
   struct Leaf {
     PageEntry entries[kLeafPages];
-    BitRuns<kLeafPages> free;
     std::unique_ptr<std::uint32_t[]> largeBytes;  // sizes of large objects, made when one comes
+    std::uint32_t number = 0;                     // the leaf's place in the table
+    std::uint32_t spansIn = 0;                    // spans in memory
+    Leaf* older = nullptr;                        // next idle leaf, towards leaving
+    Leaf* newer = nullptr;                        // next idle leaf, away from it; next unused one
   };
 
-  std::uint32_t FindInLeaf(std::uint32_t count);
-  std::uint32_t FindWholeLeaves(std::uint32_t count);
-  bool AddLeaves(std::uint32_t count) noexcept;
-  void Take(std::uint32_t first, std::uint32_t count, std::uint8_t kind);
+  /// A leaf in the file. No eviction numbers: whose leaf leaves has been out for long, and without
+  /// them most leaves leave as they came.
+  struct Image {
+    PageEntry entries[kLeafPages];
+    std::uint32_t largeBytes[kLeafPages];
+  };
 
-  std::unique_ptr<Leaf*[]> m_leaves;              // owned leaves
-  std::unique_ptr<std::uint16_t[]> m_longestRun;  // per leaf: no run of free pages is longer
-  std::uint32_t m_leafCount = 0;                  // leaves made
-  std::uint32_t m_leafCapacity = 0;               // room in the two arrays
-  std::uint32_t m_pageCount = 0;                  // pages in the leaves made
-  std::uint32_t m_firstVacantLeaf = 0;            // no leaf below has a free page
-  std::uint32_t m_usedEnd = 0;                    // one past the highest page in use
-  std::uint64_t m_usedPages = 0;                  // pages in use
+  // What m_images says of a leaf that was never written; it is as a new one.
+  static constexpr std::uint64_t kNoImage = 0;
+  static constexpr std::uint32_t kBlockLeaves = 64;
+
+  bool Grow() noexcept;
+  Outcome BringIn(std::uint32_t page) noexcept;
+  Outcome Read(Leaf& leaf) noexcept;
+  void SendOutDownTo(std::uint32_t count) noexcept;
+  bool SendOneOut() noexcept;
+  Leaf* TakeUnused() noexcept;
+  void GiveUnused(Leaf* leaf) noexcept;
+  void AppendIdle(Leaf* leaf);
+  void RemoveIdle(Leaf* leaf);
+  static void MakeNew(Leaf& leaf);
+  static std::uint64_t HashOf(const Image& image, std::uint32_t number);
+  bool NoteNoMemory() noexcept;
+
+  PageMap m_map;
+  std::unique_ptr<Leaf*[]> m_leaves;          // by number; &m_absent for a leaf that is out
+  std::unique_ptr<std::uint64_t[]> m_images;  // by number: hash of the image in the file
+  std::uint32_t m_leafCapacity = 0;           // room in the two arrays
+  std::uint32_t m_pageCount = 0;              // pages of the leaves that the arrays know
+  std::uint32_t m_leavesIn = 0;               // leaves in memory
+  std::uint32_t m_leafLimit;
+  std::uint64_t m_damaged = 0;
+  Leaf* m_oldestIdle = nullptr;  // list of the leaves in memory without a span in memory
+  Leaf* m_newestIdle = nullptr;
+  Leaf* m_unused = nullptr;                       // list of memory for leaves
+  std::vector<std::unique_ptr<Leaf[]>> m_blocks;  // that memory
+  BackingStore& m_file;
+  StoreError& m_error;
+  Leaf m_absent;  // stands for every leaf that is out; never written to
 };
 
 }  // namespace tcmalloc

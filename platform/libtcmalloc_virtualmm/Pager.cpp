@@ -195,6 +195,7 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
     entry.flags |= PageEntry::kNotify;
   }
   entry.live = {0, m_epoch, 0, 0};
+  m_table.OnSpanIn(page);
   m_arena[frame].page = page;
   m_policy.Insert(frame, evictedAt);
 }
@@ -410,6 +411,7 @@ void Pager::Leave(const Moving& span) noexcept {
   }
   entry.where = m_policy.NextEviction();
   entry.hash = span.hash;
+  m_table.OnSpanOut(span.page);
   m_counts.outs += span.pages;
   m_arena.Release(span.frame);
 }
@@ -430,6 +432,7 @@ void Pager::EndSpan(std::uint32_t page) noexcept {
     }
     m_policy.Remove(entry.where);
     m_arena.Release(entry.where);
+    m_table.OnSpanOut(page);
   }
   m_table.Release(page, pages);
 }

@@ -46,7 +46,8 @@ class Pager {
   /// @return its first frame, or kNoFrame without memory or when room cannot be made
   std::uint32_t PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept;
 
-  /// Brings a span that is out into memory and checks that it is what was written.
+  /// Brings a span that is out, its leaf of the page table in memory, into memory and checks that
+  /// it is what was written.
   /// @return false when it cannot be read intact; it stays out
   bool PageIn(std::uint32_t page) noexcept;
 

@@ -19,7 +19,8 @@ std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
   while (!out.empty()) {
     const std::uint32_t page = out.back();
     out.pop_back();
-    if (IsUsableOut(sizeClass, page)) {
+    if (const PageEntry* entry = m_table.Fetch(page);
+        entry != nullptr && IsUsableOut(sizeClass, *entry)) {
       return page;
     }
   }
@@ -107,8 +108,7 @@ void SlabDirectory::CloseIfOpen(std::uint32_t page) {
   }
 }
 
-bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, std::uint32_t page) {
-  const PageEntry& entry = m_table[page];
+bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry) {
   return entry.Kind() == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
 }
 
@@ -117,11 +117,15 @@ void SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {
   std::vector<std::uint32_t>& out = state.outVacant;
   try {
     // A page that came and went stands in the list more than once. When the list outgrows the
-    // class's spans, what no longer holds is dropped; that happens at most once in `spans` notes.
-    if (out.size() >= 2 * (std::size_t{state.spans} + 8)) {
+    // class's spans, what is known not to hold any more is dropped. What is left is at most every
+    // page once, and it has to double before the next time.
+    if (out.size() >= std::max(state.tidyAt, 2 * (std::size_t{state.spans} + 8))) {
       std::sort(out.begin(), out.end());
       out.erase(std::unique(out.begin(), out.end()), out.end());
-      std::erase_if(out, [&](std::uint32_t p) { return !IsUsableOut(sizeClass, p); });
+      std::erase_if(out, [&](std::uint32_t p) {
+        return m_table.IsIn(p) && !IsUsableOut(sizeClass, m_table[p]);
+      });
+      state.tidyAt = 2 * out.size();
     }
     out.push_back(page);
   } catch (const std::exception&) {

@@ -23,6 +23,7 @@ class SlabDirectory {
     std::uint32_t openPage = 0;             // its page; meaningful with an open slab
     std::uint32_t newestVacant = kNoFrame;  // list of slabs in memory with free slots
     std::vector<std::uint32_t> outVacant;   // pages that left with free slots; checked when taken
+    std::size_t tidyAt = 0;                 // length of that list from which it is worth tidying
     std::uint64_t liveObjects = 0;          // objects allocated
     std::uint32_t spans = 0;                // slabs in all
   };
@@ -61,7 +62,7 @@ class SlabDirectory {
   void Withdraw(std::uint32_t frame);
   void CloseIfOpen(std::uint32_t page);
   void NoteOut(std::uint8_t sizeClass, std::uint32_t page);
-  bool IsUsableOut(std::uint8_t sizeClass, std::uint32_t page);
+  static bool IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry);
   PageEntry& EntryAt(std::uint32_t frame) { return m_table[m_arena[frame].page]; }
   SlabPage* SlabAt(std::uint32_t frame) { return SlabPage::At(m_arena.Address(frame)); }
 

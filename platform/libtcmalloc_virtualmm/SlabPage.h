@@ -9,7 +9,7 @@
 
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
-#include "libtcmalloc_virtualmm/PageTable.h"
+#include "libtcmalloc_virtualmm/PageEntry.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 
 namespace tcmalloc {

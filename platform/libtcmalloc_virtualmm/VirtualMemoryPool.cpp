@@ -19,7 +19,8 @@ EngineOptions MakeOptions(unsigned int memorySize) {
 }  // namespace
 
 VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory)
-    : m_engine(new Engine(MakeOptions(memorySize), MakePagingFile(directory))) {}
+    : m_engine(new Engine(MakeOptions(memorySize), MakePagingFile(directory),
+                          MakePagingFile(directory))) {}
 
 VirtualMemoryPool::~VirtualMemoryPool() {
   delete m_engine;

@@ -56,16 +56,21 @@ class EngineFixture : public testing::Test {
     std::vector<tcmalloc::FixedPoolStats> pools;
   };
 
-  /// Makes the engine anew, with a budget of `frames` frames of 4 KiB.
-  void Make(std::uint32_t frames, std::uint32_t pageSize = 4096, bool moveOnUnpin = false) {
+  /// Makes the engine anew, with a budget of `frames` frames of 4 KiB; 0 leaves the number of the
+  /// page table's leaves in memory to it.
+  void Make(std::uint32_t frames, std::uint32_t pageSize = 4096, bool moveOnUnpin = false,
+            std::uint32_t tableLeaves = 0) {
     tcmalloc::EngineOptions options;
     options.budgetBytes = frames * 4096;
     options.minimumFrames = 1;
     options.pageSize = pageSize;
     options.moveOnUnpin = moveOnUnpin;
+    options.tableLeaves = tableLeaves;
     auto owned = std::make_unique<ScriptedPagingFile>();
+    auto ownedTable = std::make_unique<ScriptedPagingFile>();
     file = owned.get();
-    engine = std::make_unique<Engine>(options, std::move(owned));
+    tableFile = ownedTable.get();
+    engine = std::make_unique<Engine>(options, std::move(owned), std::move(ownedTable));
   }
 
   /// Makes an object and unpins it; its offset is 0 when the engine has no room.
@@ -183,7 +188,8 @@ class EngineFixture : public testing::Test {
   }
 
   std::unique_ptr<Engine> engine;
-  ScriptedPagingFile* file = nullptr;  // the engine's
+  ScriptedPagingFile* file = nullptr;       // the engine's
+  ScriptedPagingFile* tableFile = nullptr;  // its page table's
 };
 
 #endif  // TESTS_ENGINE_ENGINEFIXTURE_H

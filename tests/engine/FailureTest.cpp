@@ -119,6 +119,59 @@ TEST_F(FailureTest, ReadingOnAFullDiskDoesNotFillMemory) {
   EXPECT_LE(GetStats().residentBytes, 2U * 64 * kPage);
 }
 
+// The page table's file fails: what its leaves describe can be had later or never, but nothing else
+// is touched.
+TEST_F(FailureTest, APartOfThePageTableThatCannotBeHadConcernsItsPagesOnly) {
+  constexpr std::uint32_t kLeaf = tcmalloc::PageTable::kLeafPages;
+  Make(8, kPage, false, 1);
+  std::vector<Object> objects = AddMany(10 * kLeaf, kPage);
+  const auto countNulls = [&] {
+    std::size_t nulls = 0;
+    for (const Object& object : objects) {
+      const Read read = Look(object);
+      EXPECT_NE(read, Read::kWrong);
+      nulls += read == Read::kNull ? 1 : 0;
+    }
+    return nulls;
+  };
+  tableFile->reads.Fail(EIO, 1, 3);
+  EXPECT_EQ(countNulls(), 3U);
+  EXPECT_THAT(engine->GetLastError(), HasSubstr(SystemText(EIO)));
+  EXPECT_EQ(countNulls(), 0U);
+
+  tableFile->writes.Fail(ENOSPC);
+  Free({objects.begin(), objects.begin() + 8});
+  objects.erase(objects.begin(), objects.begin() + 8);
+  for (std::uint32_t seed = 0; seed < 8; ++seed) {
+    objects.push_back(Add(kPage, seed));
+    ASSERT_NE(objects.back().offset, 0U) << engine->GetLastError();
+  }
+  EXPECT_EQ(countNulls(), 0U);
+  tableFile->writes.Mend();
+  objects.push_back(Add(kPage, 8));  // with it the table shrinks again
+  EXPECT_EQ(countNulls(), 0U);
+
+  // The leaf with the lowest free page is damaged: new objects go elsewhere.
+  const std::uint32_t damaged = 3;
+  Free({objects.begin() + damaged * kLeaf, objects.begin() + damaged * kLeaf + 4});
+  objects.erase(objects.begin() + damaged * kLeaf, objects.begin() + damaged * kLeaf + 4);
+  EXPECT_EQ(countNulls(), 0U);
+  constexpr std::uint64_t kImageBytes = kLeaf * (sizeof(tcmalloc::PageEntry) + 4);
+  tableFile->FlipBit(damaged * kImageBytes + 100);
+  const std::size_t lost = countNulls();
+  EXPECT_GE(lost, kLeaf - 4 - 8U);
+  EXPECT_LE(lost, kLeaf - 4U);
+  EXPECT_GE(engine->DamagedReads(), 1U);
+  EXPECT_THAT(engine->GetLastError(), HasSubstr("page table"));
+  const std::uint64_t before = GetStats().currentObjects;
+  const Object added = Add(kPage, 7);
+  EXPECT_NE(added.offset, 0U) << engine->GetLastError();
+  EXPECT_NE(PageOf(added.offset) / kLeaf, damaged);
+  EXPECT_EQ(Look(added), Read::kIntact);
+  EXPECT_EQ(GetStats().currentObjects, before + 1);
+  EXPECT_EQ(countNulls(), lost);
+}
+
 TEST_F(FailureTest, AFullDiskRefusesNewObjectsAndNothingElse) {
   for (const bool canReserve : {true, false}) {
     for (const std::uint32_t pageSize : {4096U, 16384U}) {

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
+#include "engine/ScriptedPagingFile.h"
 #include "libtcmalloc_virtualmm/BitRuns.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
 
@@ -14,6 +17,7 @@ namespace {
 
 using tcmalloc::BitRuns;
 using tcmalloc::PageEntry;
+using tcmalloc::PageMap;
 using tcmalloc::PageTable;
 
 std::vector<bool>::iterator At(std::vector<bool>& places, std::uint32_t place) {
@@ -76,24 +80,24 @@ TEST(BitRunsTest, AgreeWithAModelThatLooksAtEveryPlace) {
   }
 }
 
-/// Short runs in the leaf that has the lowest, long runs on whole leaves.
+/// Short runs in the group that has the lowest, long runs on whole groups.
 std::uint32_t ExpectedPlace(const std::vector<bool>& free, std::uint32_t count) {
-  constexpr std::uint32_t kLeaf = PageTable::kLeafPages;
+  constexpr std::uint32_t kGroup = PageMap::kGroupPages;
   const auto size = static_cast<std::uint32_t>(free.size());
-  if (count <= kLeaf) {
-    for (std::uint32_t leaf = 0; leaf < size; leaf += kLeaf) {
-      const std::uint32_t found = FirstRun(free, leaf, leaf + kLeaf, count);
-      if (found != leaf + kLeaf) {
+  if (count <= kGroup) {
+    for (std::uint32_t group = 0; group < size; group += kGroup) {
+      const std::uint32_t found = FirstRun(free, group, group + kGroup, count);
+      if (found != group + kGroup) {
         return found;
       }
     }
     return size;
   }
-  for (std::uint32_t leaf = 0; leaf < size; leaf += kLeaf) {
-    const std::uint32_t taken = FirstThatIs(free, leaf, false);
-    const std::uint32_t leaves = (count + kLeaf - 1) / kLeaf;
-    if (taken == size || taken - leaf >= leaves * kLeaf) {
-      return leaf;  // enough free leaves, or free leaves to the end: the table grows behind them
+  for (std::uint32_t group = 0; group < size; group += kGroup) {
+    const std::uint32_t taken = FirstThatIs(free, group, false);
+    const std::uint32_t groups = (count + kGroup - 1) / kGroup;
+    if (taken == size || taken - group >= groups * kGroup) {
+      return group;  // enough free groups, or free groups to the end: the table grows behind them
     }
   }
   return size;
@@ -101,10 +105,15 @@ std::uint32_t ExpectedPlace(const std::vector<bool>& free, std::uint32_t count) 
 
 TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
   constexpr std::uint32_t kLengths[] = {1, 1, 1, 2, 4, 4, 30, 300, 1023, 1024, 1025, 3000};
+  constexpr std::uint32_t kLeafLimits[] = {1, 20, 1000};
   for (unsigned seed = 1; seed <= 10; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
-    PageTable table;
+    tcmalloc::StoreError error;
+    auto ownedFile = std::make_unique<ScriptedPagingFile>();
+    const ScriptedPagingFile& file = *ownedFile;
+    tcmalloc::BackingStore store(std::move(ownedFile), error);
+    PageTable table(store, error, kLeafLimits[seed % std::size(kLeafLimits)]);
     std::vector<bool> free;                              // the model: all pages there are
     std::map<std::uint32_t, std::uint32_t> runs;         // first page, pages
     std::map<std::uint32_t, std::uint16_t> generations;  // noted in pages, free or not
@@ -118,14 +127,15 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         const std::uint32_t first = table.Acquire(count, PageEntry::kLarge);
         ASSERT_EQ(first, expected) << "of " << count << " pages";
         while (first + count > free.size()) {
-          free.resize(free.size() + PageTable::kLeafPages, true);
+          free.resize(free.size() + PageMap::kGroupPages, true);
         }
         std::fill_n(At(free, first), count, false);
         runs[first] = count;
         used += count;
         ASSERT_EQ(table[first].Kind(), PageEntry::kLarge);
         ASSERT_FALSE(table[first].Resident());
-        ASSERT_TRUE(count == 1 || table[first + count - 1].Kind() == PageEntry::kTail);
+        const PageEntry* last = table.Find(first + count - 1);
+        ASSERT_TRUE(count == 1 || !last->IsSpanHead());
         const auto noted = generations.find(first);
         ASSERT_EQ(table[first].generation, noted == generations.end() ? 0 : noted->second);
         generations[first] = ++table[first].generation;
@@ -134,6 +144,7 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
       } else {
         auto run = runs.begin();
         std::advance(run, random() % runs.size());
+        ASSERT_NE(table.Fetch(run->first), nullptr) << error.Text();
         ASSERT_EQ(table.LargeBytes(run->first), run->second);
         table.Release(run->first, run->second);
         ASSERT_FALSE(table[run->first].IsSpanHead());
@@ -146,7 +157,9 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
       ASSERT_EQ(table.UsedEnd(), end);
       ASSERT_TRUE(free.empty() || table.Has(static_cast<std::uint32_t>(free.size() - 1)));
       ASSERT_FALSE(table.Has(static_cast<std::uint32_t>(free.size())));
+      ASSERT_EQ(table.Fetch(static_cast<std::uint32_t>(free.size())), nullptr);
     }
+    ASSERT_EQ(file.reads.made > 0, seed % std::size(kLeafLimits) != 2);
   }
 }
 

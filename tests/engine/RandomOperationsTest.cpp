@@ -15,11 +15,13 @@ struct Setup {
   std::uint32_t pageSize;
   bool moveOnUnpin;
   enum class File { kGood, kShort, kFailing } file;
+  std::uint32_t tableLeaves = 0;
 };
 
 std::ostream& operator<<(std::ostream& os, const Setup& setup) {
   return os << setup.frames << " frames, pages of " << setup.pageSize
-            << (setup.moveOnUnpin ? ", moving" : "") << ", file " << static_cast<int>(setup.file);
+            << (setup.moveOnUnpin ? ", moving" : "") << ", file " << static_cast<int>(setup.file)
+            << ", leaves " << setup.tableLeaves;
 }
 
 class RandomOperationsTest : public EngineFixture, public testing::WithParamInterface<Setup> {
@@ -40,7 +42,9 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     return static_cast<std::uint32_t>(std::exp2(Random() * (18.65 / 4294967296.0))) - Below(2);
   }
 
-  std::size_t Failures() const { return file->reads.failed + file->writes.failed; }
+  std::size_t Failures() const {
+    return file->reads.failed + file->writes.failed + tableFile->reads.failed;
+  }
 
   void Allocate() {
     Live object;
@@ -214,10 +218,11 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
   const unsigned seed = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : 1;
   SCOPED_TRACE(testing::Message() << GetParam() << "; seed " << seed);
   m_random.seed(seed);
-  Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin);
+  Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin, GetParam().tableLeaves);
   if (GetParam().file == Setup::File::kShort) {
-    file->interrupted = true;
+    file->interrupted = tableFile->interrupted = true;
     file->transferLimit = 5000;
+    tableFile->transferLimit = 500;
   }
   for (int step = 0; step < 8000; ++step) {
     SCOPED_TRACE(testing::Message() << "step " << step);
@@ -225,14 +230,22 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
       file->transferLimit = 1 + Below(20000);  // so that images tear
       file->reads.Fail(EIO, 1 + Below(4), Below(3));
       file->writes.Fail(EIO, 1 + Below(4), Below(30));
+      tableFile->transferLimit = 300 + Below(2000);
+      tableFile->reads.Fail(EIO, 1 + Below(4), Below(3));
+      tableFile->writes.Fail(EIO, 1 + Below(4), Below(3));
     }
     ASSERT_NO_FATAL_FAILURE(Step());
     if (step % 100 == 0) {
       ASSERT_NO_FATAL_FAILURE(CompareReports());
     }
   }
-  file->reads.Mend();
-  file->writes.Mend();
+  for (ScriptedPagingFile* each : {file, tableFile}) {
+    each->reads.Mend();
+    each->writes.Mend();
+  }
+  if (GetParam().file != Setup::File::kFailing) {  // which can keep all leaves in memory
+    EXPECT_EQ(tableFile->reads.made > 0, GetParam().tableLeaves != 0);
+  }
   ASSERT_NO_FATAL_FAILURE(UnpinAll());
   ASSERT_NO_FATAL_FAILURE(CompareReports());
   EXPECT_EQ(engine->DamagedReads(), 0U);
@@ -255,6 +268,10 @@ std::vector<Setup> AllSetups() {
     }
     setups.push_back({frames, 4096, true, Setup::File::kFailing});
     setups.push_back({frames, 4096, false, Setup::File::kShort});
+    for (const Setup::File file :
+         {Setup::File::kGood, Setup::File::kShort, Setup::File::kFailing}) {
+      setups.push_back({frames, 4096, false, file, 1});
+    }
   }
   return setups;
 }

@@ -25,7 +25,8 @@ class RealFileTest : public EngineFixture {
     tcmalloc::EngineOptions options;
     options.budgetBytes = frames * kPage;
     options.minimumFrames = 1;
-    engine = std::make_unique<Engine>(options, tcmalloc::MakePagingFile(path.c_str()));
+    engine = std::make_unique<Engine>(options, tcmalloc::MakePagingFile(path.c_str()),
+                                      tcmalloc::MakePagingFile(path.c_str()));
   }
 
   /// Runs `body` in a child process, which fails by returning a reason.

@@ -1,0 +1,115 @@
+#include "libtcmalloc_virtualmm/PageMap.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace tcmalloc {
+
+namespace {
+
+// Page numbers end where the offset's 32 bits end; the last group stays unused so that no count
+// wraps around.
+constexpr std::size_t kMaxGroups = (1U << 22) - 1;
+
+}  // namespace
+
+std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
+  const bool inGroup = count <= kGroupPages;
+  std::uint32_t first = inGroup ? FindInGroup(count) : FindWholeGroups(count);
+  if (first == kNoPage) {
+    // A long run starts on the free groups that the map ends with, if there are any.
+    std::size_t freeTail = 0;
+    while (!inGroup && freeTail < m_groups.size() &&
+           IsFree(m_groups[m_groups.size() - 1 - freeTail])) {
+      ++freeTail;
+    }
+    first = static_cast<std::uint32_t>(m_groups.size() - freeTail) * kGroupPages;
+    const std::size_t groups = (count + kGroupPages - 1) / kGroupPages;
+    if (!AddGroups(groups - freeTail)) {
+      return kNoPage;
+    }
+  }
+  Mark(first, count, false);
+  m_usedPages += count;
+  m_usedEnd = std::max(m_usedEnd, first + count);
+  return first;
+}
+
+void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
+  m_usedPages -= count;
+  m_firstVacant = std::min<std::size_t>(m_firstVacant, first / kGroupPages);
+  Mark(first, count, true);
+  if (first + count == m_usedEnd) {
+    std::size_t group = (m_usedEnd - 1) / kGroupPages + 1;
+    m_usedEnd = 0;
+    while (group-- > 0) {
+      const std::uint32_t last = m_groups[group].free.LastTaken();
+      if (last != BitRuns<kGroupPages>::kNone) {
+        m_usedEnd = static_cast<std::uint32_t>(group) * kGroupPages + last + 1;
+        break;
+      }
+    }
+  }
+}
+
+std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
+  while (m_firstVacant < m_groups.size() && m_groups[m_firstVacant].longestRun == 0) {
+    ++m_firstVacant;
+  }
+  for (std::size_t i = m_firstVacant; i < m_groups.size(); ++i) {
+    Group& group = m_groups[i];
+    if (group.longestRun < count) {
+      continue;
+    }
+    std::uint32_t longest = 0;
+    const std::uint32_t at = group.free.Find(count, longest);
+    if (at != BitRuns<kGroupPages>::kNone) {
+      return static_cast<std::uint32_t>(i) * kGroupPages + at;
+    }
+    group.longestRun = longest;
+  }
+  return kNoPage;
+}
+
+std::uint32_t PageMap::FindWholeGroups(std::uint32_t count) {
+  const std::uint32_t wanted = (count + kGroupPages - 1) / kGroupPages;
+  std::uint32_t found = 0;
+  for (std::uint32_t i = 0; i < m_groups.size(); ++i) {
+    found = IsFree(m_groups[i]) ? found + 1 : 0;
+    if (found == wanted) {
+      return (i + 1 - wanted) * kGroupPages;
+    }
+  }
+  return kNoPage;
+}
+
+bool PageMap::AddGroups(std::size_t count) noexcept {
+  if (count > kMaxGroups - m_groups.size()) {
+    return false;
+  }
+  try {
+    Group group;
+    group.free.Mark(0, kGroupPages, true);
+    m_groups.insert(m_groups.end(), count, group);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+void PageMap::Mark(std::uint32_t first, std::uint32_t count, bool free) {
+  while (count > 0) {
+    Group& group = m_groups[first / kGroupPages];
+    const std::uint32_t here = std::min(count, kGroupPages - first % kGroupPages);
+    group.free.Mark(first % kGroupPages, here, free);
+    if (free) {
+      group.longestRun = kGroupPages;
+    } else if (group.free.NextFree(0) == kGroupPages) {
+      group.longestRun = 0;
+    }
+    first += here;
+    count -= here;
+  }
+}
+
+}  // namespace tcmalloc

@@ -1,0 +1,57 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_PAGEMAP_H
+#define LIBTCMALLOC_VIRTUALMM_PAGEMAP_H
+
+#include <cstdint>
+#include <vector>
+
+#include "libtcmalloc_virtualmm/BitRuns.h"
+
+namespace tcmalloc {
+
+/// Which page numbers are free. They are given out lowest first, which keeps the paging file short.
+/// A bit a page, in groups of 1,024 that the map grows by.
+class PageMap {
+ public:
+  static constexpr std::uint32_t kGroupPages = 1024;
+  static constexpr std::uint32_t kNoPage = ~0U;
+
+  /// Takes the lowest run of `count` free pages (at least 1); it crosses a group only when it is
+  /// longer than one, and begins with a group then.
+  /// @return the first page, or kNoPage when memory for the map or page numbers run out
+  std::uint32_t Acquire(std::uint32_t count) noexcept;
+
+  /// Gives a run back. Cannot fail.
+  void Release(std::uint32_t first, std::uint32_t count) noexcept;
+
+  /// Pages that the map knows, free ones included: all below this number.
+  std::uint32_t PageCount() const {
+    return static_cast<std::uint32_t>(m_groups.size()) * kGroupPages;
+  }
+  /// Pages taken.
+  std::uint64_t UsedPages() const { return m_usedPages; }
+  /// One past the highest page taken.
+  std::uint32_t UsedEnd() const { return m_usedEnd; }
+
+ private:
+  struct Group {
+    BitRuns<kGroupPages> free;
+    std::uint32_t longestRun = kGroupPages;  // no run of free pages is longer
+  };
+
+  bool IsFree(const Group& group) const {
+    return group.longestRun == kGroupPages && group.free.NextTaken(0) == kGroupPages;
+  }
+  std::uint32_t FindInGroup(std::uint32_t count);
+  std::uint32_t FindWholeGroups(std::uint32_t count);
+  bool AddGroups(std::size_t count) noexcept;
+  void Mark(std::uint32_t first, std::uint32_t count, bool free);
+
+  std::vector<Group> m_groups;
+  std::size_t m_firstVacant = 0;  // no group below has a free page
+  std::uint32_t m_usedEnd = 0;    // one past the highest page taken
+  std::uint64_t m_usedPages = 0;  // pages taken
+};
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_PAGEMAP_H
