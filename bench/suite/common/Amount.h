@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string>
 
+#include "common/Meter.h"
+
 namespace suite {
 
 /// A count or a number of bytes together with how it was written, which names the row it belongs
@@ -28,6 +30,12 @@ class Budget {
 
   /// The budget in bytes for so much data: when ample, more than any peer makes of it.
   std::size_t bytes(std::size_t dataBytes) const;
+
+  /// What a stretch of work took in seconds: processor time, or time on the wall when peers may
+  /// have to wait for a disk.
+  double seconds(const Meter& meter) const {
+    return isAmple() ? meter.cpuSeconds() : meter.wallSeconds();
+  }
 
   /// The name of a figure: `what` alone, or "walk in 1/8".
   std::string label(const std::string& what) const;

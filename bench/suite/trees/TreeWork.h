@@ -67,8 +67,7 @@ void fillTree(Tree& tree, typename Tree::Position& parent, std::size_t level, st
   }
 }
 
-/// Builds a tree, walks it depth-first, moves random nodes, and prints what each took: processor
-/// time, or with a budget time on the wall.
+/// Builds a tree, walks it depth-first, moves random nodes, and prints what each took.
 template <class Tree>
 void measureTree(const char* peer, const TreeOptions& options) {
   const std::size_t nodes = options.nodes.value;
@@ -77,8 +76,7 @@ void measureTree(const char* peer, const TreeOptions& options) {
     suite::print({"tree", peer, variant, options.nodes.text, unit, value});
   };
   const auto printTime = [&](const char* what, const suite::Meter& meter, std::size_t count) {
-    const double seconds = options.budget.isAmple() ? meter.cpuSeconds() : meter.wallSeconds();
-    print(what, "ns", seconds * 1e9 / static_cast<double>(count));
+    print(what, "ns", options.budget.seconds(meter) * 1e9 / static_cast<double>(count));
   };
   const auto walk = [&](Tree& tree) {
     if (tree.walk() != nodes) {
