@@ -18,6 +18,7 @@
 #include "common/Amount.h"
 #include "common/Figure.h"
 #include "common/Meter.h"
+#include "common/WarmMemory.h"
 
 struct StringOptions {
   suite::Amount strings{"1e6"};
@@ -57,6 +58,9 @@ void measureStrings(const char* peer, const StringOptions& options) {
     }
   };
 
+  if (options.budget.isAmple()) {
+    suite::warmMemory(corpus->bytes() * 3 / 2);
+  }
   const std::uint64_t before = suite::residentBytes();
   const suite::Meter filling;
   Strings strings(count, options.budget.bytes(corpus->bytes()));

@@ -10,6 +10,7 @@
 #include "common/Amount.h"
 #include "common/Figure.h"
 #include "common/Meter.h"
+#include "common/WarmMemory.h"
 
 struct TreeOptions {
   suite::Amount nodes{"5e6"};
@@ -85,6 +86,9 @@ void measureTree(const char* peer, const TreeOptions& options) {
   };
 
   Sample<typename Tree::Handle> sample(nodes, 2 * options.moves.value);
+  if (options.budget.isAmple()) {
+    suite::warmMemory(nodes * kTreeNodeBytes * 3 / 2);
+  }
   const std::uint64_t before = suite::residentBytes();
   const suite::Meter building;
   Tree tree(nodes, options.budget.bytes(nodes * kTreeNodeBytes));
