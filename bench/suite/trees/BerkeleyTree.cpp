@@ -15,6 +15,7 @@ using Number = std::uint64_t;  // page * kSlots + slot, from 1 on
 
 class BerkeleyNodes {
  public:
+  static constexpr bool kReadsAreFree = false;
   using Node = TreeNode<Number>;
   using Handle = std::uint64_t;
 

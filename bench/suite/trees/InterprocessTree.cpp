@@ -18,6 +18,7 @@ using Relative = interprocess::offset_ptr<Node>;
 
 class InterprocessNodes {
  public:
+  static constexpr bool kReadsAreFree = true;
   using Node = TreeNode<Relative>;
   using Handle = Node*;
   using Pin = Node*;

@@ -8,7 +8,8 @@
 ///  - `Node`, a TreeNode; its `Ref` names a node, and `Handle` is that for use in local variables;
 ///  - `create(parent, previous)`, which gives a new node's pin;
 ///  - `edit(handle)`, a pin of a node to be changed through `->`;
-///  - `read(handle)`, something to read through `*` before the next node is edited.
+///  - `read(handle)`, something to read through `*` before the next node is edited;
+///  - `kReadsAreFree`, whether that is no more than following a pointer.
 /// No two pins of one node are held at a time, so that a pin may be a copy that is put back.
 template <class Nodes>
 class LinkedTree {
@@ -38,20 +39,14 @@ class LinkedTree {
       const auto node = m_nodes.read(at);
       visited += (*node).tree == Nodes::Node::kTree ? 1 : 0;
       const Handle child = Nodes::handle((*node).first);
-      const Handle sibling = Nodes::handle((*node).next);
-      if (child != Handle{}) {
-        if (sibling != Handle{}) {
-          pending.push_back(sibling);
-        }
-        at = child;
-      } else if (sibling != Handle{}) {
-        at = sibling;
-      } else if (!pending.empty()) {
-        at = pending.back();
-        pending.pop_back();
-      } else {
-        break;
+      if (child == Handle{}) {
+        at = following(at, Nodes::handle((*node).next), pending);
+        continue;
       }
+      if constexpr (!Nodes::kReadsAreFree) {
+        pending.push_back(Nodes::handle((*node).next));
+      }
+      at = child;
     }
     return visited;
   }
@@ -84,6 +79,22 @@ class LinkedTree {
   }
 
  private:
+  // The node behind a leaf, or behind the nearest ancestor that has one. Where it costs something
+  // to look at the ancestors again, what follows them was noted on the way down.
+  Handle following(Handle at, Handle next, std::vector<Handle>& pending) {
+    if constexpr (Nodes::kReadsAreFree) {
+      while (next == Handle{} && at != m_root) {
+        at = Nodes::handle((*m_nodes.read(at)).parent);
+        next = Nodes::handle((*m_nodes.read(at)).next);
+      }
+    } else {
+      for (; next == Handle{} && !pending.empty(); pending.pop_back()) {
+        next = pending.back();
+      }
+    }
+    return next;
+  }
+
   void leave(Handle from, Handle previous, Handle next) {
     Position parent = m_nodes.edit(from);
     if (previous == Handle{}) {

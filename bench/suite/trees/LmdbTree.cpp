@@ -24,6 +24,7 @@ void check(int result) {
 
 class LmdbNodes {
  public:
+  static constexpr bool kReadsAreFree = false;
   using Node = TreeNode<Number>;
   using Handle = std::uint64_t;
 

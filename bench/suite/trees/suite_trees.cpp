@@ -14,6 +14,7 @@ using Pointer = Node*;
 
 /// Nodes on the heap, named by their addresses.
 struct PointerNodes {
+  static constexpr bool kReadsAreFree = true;
   using Node = TreeNode<Pointer>;
   using Handle = Node*;
   using Pin = Node*;
