@@ -1,7 +1,6 @@
 #ifndef BENCH_SUITE_ALLOCATORS_PEERS_H
 #define BENCH_SUITE_ALLOCATORS_PEERS_H
 
-#include <boost/pool/pool.hpp>
 #include <cstddef>
 #include <cstdlib>
 #include <memory_resource>
@@ -9,6 +8,9 @@
 #include "QRTFixedMemoryPool.h"
 #include "QRTMemoryArena.h"
 #include "QRTMemoryPool.h"
+#ifdef SUITE_BOOST_POOL
+#include <boost/pool/pool.hpp>
+#endif
 
 /// @file
 /// The allocators that are compared, each with the same two operations. `kFixed` marks those that
@@ -45,6 +47,7 @@ struct Loaded {
 using Mimalloc = Loaded<g_mimalloc>;
 using Jemalloc = Loaded<g_jemalloc>;
 
+#ifdef SUITE_BOOST_POOL
 struct BoostPool {
   static constexpr bool kFixed = true;
   explicit BoostPool(std::size_t size) : pool(size) {}
@@ -52,6 +55,7 @@ struct BoostPool {
   void put(void* p, std::size_t) { pool.free(p); }
   boost::pool<> pool;
 };
+#endif
 
 struct PmrPool {
   static constexpr bool kFixed = false;

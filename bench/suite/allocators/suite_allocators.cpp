@@ -54,7 +54,9 @@ void addPeers(suite::Program& program, const char* workload, const Options& opti
   if (g_jemalloc.get != nullptr) {
     add("jemalloc", std::type_identity<Jemalloc>());
   }
+#ifdef SUITE_BOOST_POOL
   add("boost pool", std::type_identity<BoostPool>());
+#endif
   add("std pmr", std::type_identity<PmrPool>());
   add("fixed pool", std::type_identity<FixedPool<true>>());
   add("fixed pool, no header", std::type_identity<FixedPool<false>>());

@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
   StringOptions options;
   suite::Program program("Strings beside other ways to keep them");
   program.option("--strings", options.strings, "how many strings, about 1,000 bytes each");
-  program.option("--reads", options.reads, "random reads");
+  program.option("--reads", options.reads, "random reads, instead of 1e6, or 1e5 with a budget");
   program.option("--budget", options.budget, "memory: ample, 16M, or 1/6 of the text");
   program.add("strings", "std::string",
               [&] { measureStrings<StdStrings>("std::string", options); });

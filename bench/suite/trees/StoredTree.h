@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 
 #include "QRTVirtualPin.h"
 #include "QRTVirtualTree.h"
 #include "QRTVirtualTreeRange.h"
+#include "common/StoreStatistics.h"
 
 /// The tree in the store, with the operations of a LinkedTree.
 class StoredTree {
@@ -44,6 +46,12 @@ class StoredTree {
     }
     Position(node->getParent(1))->removeChild(node.get());
     parent->appendChild(node.get());
+  }
+
+  /// Pages read from the paging file and written to it so far.
+  std::uint64_t pagesMoved() {
+    const example::StoreStatistics statistics = example::readStatistics(*m_tree.getMemoryMgr());
+    return statistics.pageReads + statistics.pageWrites;
   }
 
  private:

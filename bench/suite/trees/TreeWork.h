@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TreeNode.h"
@@ -14,12 +15,12 @@
 
 struct TreeOptions {
   suite::Amount nodes{"5e6"};
-  suite::Amount moves{"1e6"};
+  suite::Amount moves;  // none for as many as suit the budget
   suite::Budget budget;
 };
 
-/// Nodes for random moves, drawn while the tree is built and met in random order. No node is met
-/// again before all others have been, and a list of all nodes is not needed.
+/// Nodes for random moves, drawn while the tree is built and met in random order, so that a list of
+/// all nodes is not needed.
 template <class Handle>
 class Sample {
  public:
@@ -37,10 +38,16 @@ class Sample {
     m_handles.resize(m_taken);
     std::shuffle(m_handles.begin(), m_handles.end(), std::mt19937_64(7));
   }
-  Handle next() {
-    const Handle handle = m_handles[m_at];
-    m_at = m_at + 1 == m_handles.size() ? 0 : m_at + 1;
-    return handle;
+  /// A node to move and one to move it below. Those to move are one half, so that they stay
+  /// leaves; each meets another one of the other half in every round.
+  std::pair<Handle, Handle> next() {
+    const std::size_t half = m_handles.size() / 2;
+    if (m_at == half) {
+      m_at = 0;
+      m_shift = m_shift + 1 == half ? 0 : m_shift + 1;
+    }
+    const std::size_t below = m_at + m_shift;
+    return {m_handles[m_at++], m_handles[half + (below < half ? below : below - half)]};
   }
 
  private:
@@ -48,6 +55,7 @@ class Sample {
   std::size_t m_offered = 0;
   std::size_t m_taken = 0;
   std::size_t m_at = 0;
+  std::size_t m_shift = 0;
   std::vector<Handle> m_handles;
 };
 
@@ -71,51 +79,69 @@ void fillTree(Tree& tree, typename Tree::Position& parent, std::size_t level, st
 /// Builds a tree, walks it depth-first, moves random nodes, and prints what each took.
 template <class Tree>
 void measureTree(const char* peer, const TreeOptions& options) {
+  const bool ample = options.budget.isAmple();
   const std::size_t nodes = options.nodes.value;
-  const auto print = [&](const char* what, const char* unit, double value) {
+  if (nodes < 4) {
+    suite::fail("A tree takes at least 4 nodes");
+  }
+  const std::size_t moves = options.moves.value != 0 ? options.moves.value
+                            : ample                  ? 1'000'000
+                                                     : 100'000;
+  const auto print = [&](const std::string& what, const char* unit, double value) {
     const std::string variant = options.budget.label(what);
     suite::print({"tree", peer, variant, options.nodes.text, unit, value});
   };
-  const auto printTime = [&](const char* what, const suite::Meter& meter, std::size_t count) {
-    print(what, "ns", options.budget.seconds(meter) * 1e9 / static_cast<double>(count));
+
+  Sample<typename Tree::Handle> sample(nodes, 2 * moves);
+  if (ample) {
+    suite::warmMemory(nodes * kTreeNodeBytes * 3 / 2);
+  }
+  const std::uint64_t before = suite::residentBytes();
+  Tree tree(nodes, options.budget.bytes(nodes * kTreeNodeBytes));
+
+  // Does `work` in so many steps and prints what one of them took.
+  const auto measure = [&](const std::string& what, std::size_t steps, auto work) {
+    const auto count = static_cast<double>(steps);
+    const auto pages = [&] {
+      if constexpr (requires { tree.pagesMoved(); }) {
+        return static_cast<double>(tree.pagesMoved());
+      }
+      return 0.0;
+    };
+    const double pagesBefore = pages();
+    const suite::Meter meter;
+    work();
+    print(what, "ns", options.budget.seconds(meter) * 1e9 / count);
+    if (pages() != pagesBefore) {
+      print(what, "pages", (pages() - pagesBefore) / count);
+    }
   };
-  const auto walk = [&](Tree& tree) {
+  const auto walk = [&] {
     if (tree.walk() != nodes) {
       suite::fail(std::string(peer) + ": the walk missed nodes");
     }
   };
 
-  Sample<typename Tree::Handle> sample(nodes, 2 * options.moves.value);
-  if (options.budget.isAmple()) {
-    suite::warmMemory(nodes * kTreeNodeBytes * 3 / 2);
-  }
-  const std::uint64_t before = suite::residentBytes();
-  const suite::Meter building;
-  Tree tree(nodes, options.budget.bytes(nodes * kTreeNodeBytes));
-  {
+  measure("build", nodes, [&] {
     auto root = tree.root();
     std::size_t left = nodes;
     fillTree(tree, root, 1, left, sample);
-  }
-  printTime("build", building, nodes);
+  });
   print("resident", "bytes", static_cast<double>(suite::residentBytes() - before));
-
-  const suite::Meter walking;
-  const std::size_t walks =
-      options.budget.isAmple() ? std::max<std::size_t>(3, 10'000'000 / nodes) : 1;
-  for (std::size_t i = 0; i < walks; ++i) {
-    walk(tree);
-  }
-  printTime("walk", walking, walks * nodes);
-
+  const std::size_t walks = ample ? std::max<std::size_t>(3, 10'000'000 / nodes) : 1;
+  measure("walk", walks * nodes, [&] {
+    for (std::size_t i = 0; i < walks; ++i) {
+      walk();
+    }
+  });
   sample.shuffle();
-  const suite::Meter moving;
-  for (std::size_t i = 0; i < options.moves.value; ++i) {
-    const auto which = sample.next();
-    tree.moveLeaf(which, sample.next());
-  }
-  printTime("move", moving, options.moves.value);
-  walk(tree);
+  measure("move", moves, [&] {
+    for (std::size_t i = 0; i < moves; ++i) {
+      const auto [which, below] = sample.next();
+      tree.moveLeaf(which, below);
+    }
+  });
+  walk();
 }
 
 void measureBerkeley(const TreeOptions& options);

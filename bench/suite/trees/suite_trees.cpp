@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
   TreeOptions options;
   suite::Program program("Trees beside other ways to keep one");
   program.option("--nodes", options.nodes, "nodes of the tree");
-  program.option("--moves", options.moves, "random moves");
+  program.option("--moves", options.moves, "random moves, instead of 1e6, or 1e5 with a budget");
   program.option("--budget", options.budget, "memory: ample, 16M, or 1/8 of the nodes");
   program.add("tree", "pointer",
               [&] { measureTree<LinkedTree<PointerNodes>>("pointer", options); });
