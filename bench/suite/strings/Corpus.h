@@ -45,7 +45,7 @@ class Corpus {
   std::size_t bytes() const { return m_bytes; }
 
  private:
-  static constexpr std::size_t kTextBytes = std::size_t{32} << 20;
+  static constexpr std::size_t kTextBytes = std::size_t{8} << 20;
 
   static bool isTrail(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 

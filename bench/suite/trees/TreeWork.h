@@ -76,6 +76,9 @@ void fillTree(Tree& tree, typename Tree::Position& parent, std::size_t level, st
   }
 }
 
+// Time after which no more moves are made: where memory is short, some peers take 20 ms for one.
+constexpr double kMoveSeconds = 30;
+
 /// Builds a tree, walks it depth-first, moves random nodes, and prints what each took.
 template <class Tree>
 void measureTree(const char* peer, const TreeOptions& options) {
@@ -99,9 +102,8 @@ void measureTree(const char* peer, const TreeOptions& options) {
   const std::uint64_t before = suite::residentBytes();
   Tree tree(nodes, options.budget.bytes(nodes * kTreeNodeBytes));
 
-  // Does `work` in so many steps and prints what one of them took.
-  const auto measure = [&](const std::string& what, std::size_t steps, auto work) {
-    const auto count = static_cast<double>(steps);
+  // Does `work`, which gives the number of its steps, and prints what one of them took.
+  const auto measure = [&](const std::string& what, auto work) {
     const auto pages = [&] {
       if constexpr (requires { tree.pagesMoved(); }) {
         return static_cast<double>(tree.pagesMoved());
@@ -110,7 +112,7 @@ void measureTree(const char* peer, const TreeOptions& options) {
     };
     const double pagesBefore = pages();
     const suite::Meter meter;
-    work();
+    const auto count = static_cast<double>(work(meter));
     print(what, "ns", options.budget.seconds(meter) * 1e9 / count);
     if (pages() != pagesBefore) {
       print(what, "pages", (pages() - pagesBefore) / count);
@@ -122,24 +124,28 @@ void measureTree(const char* peer, const TreeOptions& options) {
     }
   };
 
-  measure("build", nodes, [&] {
+  measure("build", [&](const suite::Meter&) {
     auto root = tree.root();
     std::size_t left = nodes;
     fillTree(tree, root, 1, left, sample);
+    return nodes;
   });
   print("resident", "bytes", static_cast<double>(suite::residentBytes() - before));
   const std::size_t walks = ample ? std::max<std::size_t>(3, 10'000'000 / nodes) : 1;
-  measure("walk", walks * nodes, [&] {
+  measure("walk", [&](const suite::Meter&) {
     for (std::size_t i = 0; i < walks; ++i) {
       walk();
     }
+    return walks * nodes;
   });
   sample.shuffle();
-  measure("move", moves, [&] {
-    for (std::size_t i = 0; i < moves; ++i) {
+  measure("move", [&](const suite::Meter& meter) {
+    std::size_t moved = 0;
+    for (; moved < moves && (moved % 64 != 0 || meter.wallSeconds() < kMoveSeconds); ++moved) {
       const auto [which, below] = sample.next();
       tree.moveLeaf(which, below);
     }
+    return moved;
   });
   walk();
 }
