@@ -125,6 +125,9 @@ bool holds(const char* block, std::size_t at, std::size_t offset) {
 template <class Open>
 void measure(const char* peer, const FileOptions& options, Open open) {
   const std::size_t size = options.bytes.value / kCall * kCall;
+  if (size < kCall || size > INT32_MAX) {
+    suite::fail("A scratch file takes 4K to 2G - 4K bytes");
+  }
   const auto print = [&](const char* variant, const char* unit, double value) {
     suite::print({"scratch", peer, variant, options.bytes.text, unit, value});
   };
