@@ -11,15 +11,16 @@
 #include <string_view>
 #include <vector>
 
-#include "Corpus.h"
 #include "QRTCore/QRTUtUtf8.h"
+#include "suite/strings/Corpus.h"
 
 namespace {
 
 /// Text of a kind: 0 the corpus, nearly all ASCII; 1 its letters as two bytes each, as in Russian;
 /// 2 its letters as three bytes each, as in Chinese.
 std::string Sample(std::int64_t kind) {
-  const std::string_view text = Corpus::Get().Text().substr(0, 1 << 20);
+  static const Corpus corpus(0);
+  const std::string_view text = corpus.text().substr(0, 1 << 20);
   std::string sample;
   for (const char letter : text) {
     const auto offset = static_cast<unsigned char>(letter | 0x20) - static_cast<unsigned>('a');

@@ -15,7 +15,6 @@ QRT_BUILD_PACKAGES=(
   libpugixml-dev  # its peer, which keeps them in memory
   libgtest-dev libgmock-dev
   libbenchmark-dev
-  libboost-dev libmimalloc2.0 libjemalloc2  # peers of the allocators in their benchmark
   libicu-dev      # peer of the string conversions in their benchmark
   valgrind        # tests show that it sees into the allocators
 )
@@ -46,6 +45,7 @@ QRT_WINDOWS_PACKAGES=(
 QRT_BENCH_PACKAGES=(
   liblmdb-dev libdb-dev libsqlite3-dev librocksdb-dev  # stores with a budget
   libstxxl-dev
+  libboost-dev libmimalloc2.0 libjemalloc2             # mapped files, allocators
   python3 python3-matplotlib
 )
 

@@ -31,6 +31,10 @@ double Meter::wallSeconds() const {
 
 std::uint64_t residentBytes() {
   ::malloc_trim(0);
+  return residentBytesNow();
+}
+
+std::uint64_t residentBytesNow() {
   std::uint64_t size = 0;
   std::uint64_t resident = 0;
   std::ifstream("/proc/self/statm") >> size >> resident;

@@ -22,6 +22,9 @@ class Meter {
 /// Resident memory of the process in bytes, after the heap has given back what is free.
 std::uint64_t residentBytes();
 
+/// The same as it is, with what is free in the heap.
+std::uint64_t residentBytesNow();
+
 /// The most that was ever resident, in bytes.
 std::uint64_t peakResidentBytes();
 

@@ -1,0 +1,83 @@
+// The allocators beside malloc and its like: processor time for one allocation and one free in
+// patterns of use, and the memory that what is live then takes.
+
+#include <type_traits>
+
+#include "Patterns.h"
+#include "Peers.h"
+#include "common/Figure.h"
+#include "common/Meter.h"
+#include "common/Program.h"
+
+namespace {
+
+struct Options {
+  suite::Amount live;  // none for as many as suit the pattern
+  suite::Amount pairs{"4e6"};
+};
+
+template <class Pattern, class Allocator>
+void measure(const char* workload, const char* peer, const Options& options) {
+  const suite::Amount live = options.live.value != 0 ? options.live : suite::Amount(Pattern::kLive);
+  Pattern pattern(live.value);
+  const std::uint64_t before = suite::residentBytes();
+  Allocator allocator(kBlock);
+  pattern.fill(allocator);
+  pattern.blocks.touch();
+  pattern.run(allocator);  // free lists and caches are as they will be
+  std::size_t pairs = 0;
+  const suite::Meter meter;
+  while (pairs < options.pairs.value) {
+    pairs += pattern.run(allocator);
+  }
+  suite::print({workload, peer, "pair", live.text, "ns",
+                meter.cpuSeconds() * 1e9 / static_cast<double>(pairs)});
+  pattern.blocks.touch();
+  suite::print({workload, peer, "resident", live.text, "bytes",
+                static_cast<double>(suite::residentBytesNow() - before)});
+}
+
+/// Adds the peers that can do a pattern.
+template <class Pattern>
+void addPeers(suite::Program& program, const char* workload, const Options& options) {
+  const auto add = [&]<class Allocator>(const char* peer, std::type_identity<Allocator>) {
+    if constexpr (Pattern::kOneSize || !Allocator::kFixed) {
+      program.add(workload, peer, [workload, peer, &options] {
+        measure<Pattern, Allocator>(workload, peer, options);
+      });
+    }
+  };
+  add("malloc", std::type_identity<Malloc>());
+  if (g_mimalloc.get != nullptr) {
+    add("mimalloc", std::type_identity<Mimalloc>());
+  }
+  if (g_jemalloc.get != nullptr) {
+    add("jemalloc", std::type_identity<Jemalloc>());
+  }
+#ifdef SUITE_BOOST_POOL
+  add("boost pool", std::type_identity<BoostPool>());
+#endif
+  add("std pmr", std::type_identity<PmrPool>());
+  add("fixed pool", std::type_identity<FixedPool<true>>());
+  add("fixed pool, no header", std::type_identity<FixedPool<false>>());
+  add("arena", std::type_identity<Arena>());
+  add("pool", std::type_identity<NextFitPool>());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  loadHeaps(argv);
+  Options options;
+  suite::Program program("Allocators");
+  program.option("--live", options.live, "blocks that are live at a time, instead of 1e3 to 1e5");
+  program.option("--pairs", options.pairs, "allocations and frees to time, at least");
+  addPeers<Lifo>(program, "lifo", options);
+  addPeers<Fifo>(program, "fifo", options);
+  addPeers<RandomOrder>(program, "random", options);
+  addPeers<FixedChurn>(program, "fixed churn", options);
+  addPeers<Churn>(program, "churn", options);
+  addPeers<LargeChurn>(program, "churn large", options);
+  addPeers<Burst>(program, "burst", options);
+  return program.main(argc, argv);
+}
