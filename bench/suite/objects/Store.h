@@ -1,0 +1,61 @@
+#ifndef BENCH_SUITE_OBJECTS_STORE_H
+#define BENCH_SUITE_OBJECTS_STORE_H
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "QRTVirtualMemoryMgr.h"
+#include "StoreStatistics.h"
+#include "objects/Peer.h"
+
+namespace objects {
+
+/// This library. Objects are pinned for writing even where they are only read, as its own classes
+/// do: a page that did not change must not be written for it.
+class Store {
+ public:
+  explicit Store(const Space& space) : Store(space.budget) {}
+  explicit Store(std::uint64_t budget)
+      : m_manager(static_cast<unsigned>(std::min(budget, kMostBudget)), 0, 0) {}
+
+  template <class Fill>
+  std::uint64_t make(std::uint32_t bytes, Fill fill) {
+    QRTVirtualPageItem item;
+    fill(m_manager.alloc(bytes, item));
+    m_manager.dismiss(item.getOffset());
+    return item.getOffset();
+  }
+
+  void end(std::uint64_t handle) {
+    QRTVirtualPageItem item(handle, 0);
+    m_manager.free(item);
+  }
+
+  template <class Use>
+  void read(std::uint64_t handle, Use use) {
+    update(handle, use);
+  }
+
+  template <class Change>
+  void update(std::uint64_t handle, Change change) {
+    void* const object = m_manager.getAddress(handle, 1);
+    if (object == nullptr) [[unlikely]] {
+      require(false, m_manager.getLastStoreError());
+    }
+    change(object);
+    m_manager.dismiss(handle);
+  }
+
+  std::uint64_t pageReads() { return example::readStatistics(m_manager).pageReads; }
+  std::uint64_t pageWrites() { return example::readStatistics(m_manager).pageWrites; }
+
+ private:
+  static constexpr std::uint64_t kMostBudget = std::numeric_limits<unsigned>::max();
+
+  QRTVirtualMemoryMgr m_manager;
+};
+
+}  // namespace objects
+
+#endif  // BENCH_SUITE_OBJECTS_STORE_H

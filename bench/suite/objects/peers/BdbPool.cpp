@@ -1,0 +1,94 @@
+// Berkeley DB's memory pool called directly: pages of a file are got and put, objects are packed in
+// them. Of all peers this is the one that is most like a store of pinned pages. Version 5.3 gives
+// up pages that were got with DB_MPOOL_DIRTY, or any flag but DB_MPOOL_NEW, without writing them:
+// what paging finds lost are these updates.
+
+#include <cstring>
+
+#include "objects/BerkeleyEnvironment.h"
+#include "objects/Paging.h"
+#include "objects/Resident.h"
+
+namespace objects {
+
+namespace {
+
+class BdbPool {
+ public:
+  static constexpr bool kHandleIsKey = true;
+  explicit BdbPool(const Space& space)
+      : m_objectBytes(space.objectBytes),
+        m_inPage(BerkeleyEnvironment::kPageBytes / space.objectBytes),
+        m_environment(space) {
+    DB_ENV* const env = m_environment.get();
+    checkBerkeley(env->memp_fcreate(env, &m_file, 0));
+    checkBerkeley(
+        m_file->open(m_file, "objects", DB_CREATE, 0600, BerkeleyEnvironment::kPageBytes));
+  }
+  ~BdbPool() { m_file->close(m_file, 0); }
+  BdbPool(const BdbPool&) = delete;
+  BdbPool& operator=(const BdbPool&) = delete;
+
+  void add(const void* object) {
+    if (m_added % m_inPage == 0) {
+      finish();
+      db_pgno_t page = 0;
+      m_filled = get(page, DB_MPOOL_NEW);
+      if (m_added == 0) {
+        m_firstPage = page;
+      }
+      require(page == m_firstPage + m_added / m_inPage, "bdb gave another page than the next");
+    }
+    std::memcpy(m_filled + m_added++ % m_inPage * m_objectBytes, object, m_objectBytes);
+  }
+
+  std::uint64_t handle(std::uint64_t key) const { return key; }
+
+  template <class Use>
+  void read(std::uint64_t handle, Use use) {
+    access(handle, 0, use);
+  }
+  template <class Change>
+  void update(std::uint64_t handle, Change change) {
+    access(handle, DB_MPOOL_DIRTY, change);
+  }
+
+  void finish() {
+    if (m_filled != nullptr) {
+      put(m_filled);
+      m_filled = nullptr;
+    }
+  }
+
+ private:
+  template <class Use>
+  void access(std::uint64_t key, u_int32_t flags, Use use) {
+    auto page = static_cast<db_pgno_t>(m_firstPage + key / m_inPage);
+    char* const bytes = get(page, flags);
+    use(static_cast<void*>(bytes + key % m_inPage * m_objectBytes));
+    put(bytes);
+  }
+
+  char* get(db_pgno_t& page, u_int32_t flags) {
+    void* bytes = nullptr;
+    checkBerkeley(m_file->get(m_file, &page, nullptr, flags, &bytes));
+    return static_cast<char*>(bytes);
+  }
+  void put(char* bytes) { checkBerkeley(m_file->put(m_file, bytes, DB_PRIORITY_UNCHANGED, 0)); }
+
+  std::uint32_t m_objectBytes;
+  std::uint32_t m_inPage;     // objects in a page
+  db_pgno_t m_firstPage = 0;  // of the objects
+  std::uint64_t m_added = 0;  // objects
+  char* m_filled = nullptr;   // the page that new objects go to, pinned
+  BerkeleyEnvironment m_environment;
+  DB_MPOOLFILE* m_file = nullptr;
+};
+
+const Registration kRegistration({.name = "bdb pool",
+                                  .resident = measureResident<BdbPool>,
+                                  .paging = measurePaging<BdbPool>});
+
+}  // namespace
+
+}  // namespace objects
