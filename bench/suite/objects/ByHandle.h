@@ -27,6 +27,18 @@ class ByHandle : public Base {
   std::uint64_t handle(std::uint64_t key) const { return m_handles[key]; }
   void finish() {}
 
+  template <class Use>
+  void scan(Use use) {
+    std::uint64_t pinned = 0;
+    bool more = true;
+    for (std::uint64_t key = 0; more; ++key) {
+      const std::uint64_t next = m_handles[key];
+      more = use(Base::movePin(pinned, next));
+      pinned = next;
+    }
+    Base::dismiss(pinned);
+  }
+
  private:
   std::uint32_t m_objectBytes;
   Handles m_handles;  // by key

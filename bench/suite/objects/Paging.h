@@ -32,28 +32,31 @@ class Paging {
         m_versions(m_objects) {}
 
   void measure() {
-    load();
-    std::uint64_t last = 0;
-    const auto sequential = [this, &last] { return last + 1 == m_objects ? last = 0 : ++last; };
+    print(phase("load", [this](const auto&) { return load(); }));
+    print(phase("scan", [this](const auto& inTime) { return scan(inTime); }));
     suite::Random random(3);
     const auto uniform = [this, &random] { return random.below(m_objects); };
     suite::Zipf zipf(m_objects);
-    const auto read = [this](std::uint64_t key) { check(key); };
-    const auto change = [this](std::uint64_t key) { update(key); };
-
-    print(phase("scan", m_objects, sequential, read));
-    print(phase("uniform read", kEndless, uniform, read));
-    print(phase("zipf read", kEndless, zipf, read));
+    const auto read = [this](std::uint64_t key) {
+      m_peer.read(m_peer.handle(key), [this, key](const void* object) { check(object, key); });
+    };
+    const auto update = [this](std::uint64_t key) {
+      m_peer.update(m_peer.handle(key), [this, key](void* object) {
+        check(object, key);
+        suite::fillContent(object, kObjectBytes, key, ++m_versions[key]);
+      });
+    };
+    print(phase("uniform read", repeat(uniform, read)));
+    print(phase("zipf read", repeat(zipf, read)));
     if (m_wrong > 0) {
       suite::fail(m_settings.peer + " gave other objects than it was given");
     }
-    const Phase uniformUpdate = phase("uniform update", kEndless, uniform, change);
-    const Phase zipfUpdate = phase("zipf update", kEndless, zipf, change);
+    const Phase uniformUpdate = phase("uniform update", repeat(uniform, update));
+    const Phase zipfUpdate = phase("zipf update", repeat(zipf, update));
 
     const std::uint64_t noticed = m_wrong;
-    for (std::uint64_t key = 0; key < m_objects; ++key) {
-      check(key);
-    }
+    const std::uint64_t seen = scan([] { return true; });
+    require(seen == m_objects, "not all objects are there after the updates");
     if (m_wrong > 0) {
       std::fprintf(stderr, "%s lost updates: %llu objects are not what was written\n",
                    m_settings.peer.c_str(), static_cast<unsigned long long>(m_wrong - noticed));
@@ -66,7 +69,6 @@ class Paging {
  private:
   static constexpr std::uint32_t kObjectBytes = 256;
   static constexpr std::uint64_t kChunk = 200;  // operations between looks at the clock
-  static constexpr std::uint64_t kEndless = ~std::uint64_t{0};
 
   struct Phase {
     std::string_view name;
@@ -81,59 +83,78 @@ class Paging {
       peer.pageReads() + peer.pageWrites();
     };
   }
+  double pageReads() {
+    if constexpr (countsPages()) {
+      return static_cast<double>(m_peer.pageReads());
+    }
+    return 0;
+  }
+  double pageWrites() {
+    if constexpr (countsPages()) {
+      return static_cast<double>(m_peer.pageWrites());
+    }
+    return 0;
+  }
 
-  void load() {
+  /// Measures `work`, which gets a function that tells whether there is time left, and returns how
+  /// many operations it did.
+  template <class Work>
+  Phase phase(std::string_view name, Work work) {
+    Phase done{name, 0, 0, -pageReads(), -pageWrites()};
     const suite::Meter meter;
+    done.operations = static_cast<double>(
+        work([this, &meter] { return meter.wallSeconds() < m_settings.seconds; }));
+    m_peer.finish();
+    done.seconds = meter.wallSeconds();
+    done.pageReads += pageReads();
+    done.pageWrites += pageWrites();
+    return done;
+  }
+
+  std::uint64_t load() {
     char object[kObjectBytes];
     for (std::uint64_t key = 0; key < m_objects; ++key) {
       suite::fillContent(object, kObjectBytes, key, 0);
       m_peer.add(object);
     }
-    m_peer.finish();
-    Phase done{"load", static_cast<double>(m_objects), meter.wallSeconds(), 0, 0};
-    if constexpr (countsPages()) {
-      done.pageReads = static_cast<double>(m_peer.pageReads());
-      done.pageWrites = static_cast<double>(m_peer.pageWrites());
-    }
-    print(done);
+    return m_objects;
   }
 
-  template <class Pick, class Operation>
-  Phase phase(std::string_view name, std::uint64_t most, Pick& pick, Operation operation) {
-    Phase done{name, 0, 0, 0, 0};
-    if constexpr (countsPages()) {
-      done.pageReads = -static_cast<double>(m_peer.pageReads());
-      done.pageWrites = -static_cast<double>(m_peer.pageWrites());
-    }
-    const suite::Meter meter;
-    std::uint64_t operations = 0;
-    while (operations < most && meter.wallSeconds() < m_settings.seconds) {
-      for (std::uint64_t i = 0; i < kChunk; ++i) {
-        operation(pick());
+  /// Reads the objects in their order, the way the peer does such a thing best.
+  template <class InTime>
+  std::uint64_t scan(const InTime& inTime) {
+    std::uint64_t key = 0;
+    const auto use = [this, &key, &inTime](const void* object) {
+      check(object, key);
+      ++key;
+      return key < m_objects && (key % kChunk != 0 || inTime());
+    };
+    if constexpr (requires { m_peer.scan(use); }) {
+      m_peer.scan(use);
+    } else {
+      for (bool more = true; more;) {
+        m_peer.read(m_peer.handle(key), [&](const void* object) { more = use(object); });
       }
-      operations += kChunk;
     }
-    m_peer.finish();
-    done.seconds = meter.wallSeconds();
-    done.operations = static_cast<double>(operations);
-    if constexpr (countsPages()) {
-      done.pageReads += static_cast<double>(m_peer.pageReads());
-      done.pageWrites += static_cast<double>(m_peer.pageWrites());
-    }
-    return done;
+    return key;
   }
 
-  void check(std::uint64_t key) {
-    m_peer.read(m_peer.handle(key), [this, key](const void* object) {
-      m_wrong += suite::hasContent(object, kObjectBytes, key, m_versions[key]) ? 0U : 1U;
-    });
+  /// Work that does `operation` with keys from `pick` while there is time.
+  template <class Pick, class Operation>
+  static auto repeat(Pick& pick, Operation operation) {
+    return [&pick, operation](const auto& inTime) {
+      std::uint64_t operations = 0;
+      for (; inTime(); operations += kChunk) {
+        for (std::uint64_t i = 0; i < kChunk; ++i) {
+          operation(pick());
+        }
+      }
+      return operations;
+    };
   }
 
-  void update(std::uint64_t key) {
-    m_peer.update(m_peer.handle(key), [this, key](void* object) {
-      m_wrong += suite::hasContent(object, kObjectBytes, key, m_versions[key]) ? 0U : 1U;
-      suite::fillContent(object, kObjectBytes, key, ++m_versions[key]);
-    });
+  void check(const void* object, std::uint64_t key) {
+    m_wrong += suite::hasContent(object, kObjectBytes, key, m_versions[key]) ? 0U : 1U;
   }
 
   void print(const Phase& phase) const {

@@ -39,18 +39,27 @@ class Store {
 
   template <class Change>
   void update(std::uint64_t handle, Change change) {
-    void* const object = m_manager.getAddress(handle, 1);
-    if (object == nullptr) [[unlikely]] {
-      require(false, m_manager.getLastStoreError());
-    }
-    change(object);
+    change(checked(m_manager.getAddress(handle, 1)));
     m_manager.dismiss(handle);
   }
+
+  /// For walks: unpins an object, 0 for none, and pins the next one.
+  void* movePin(std::uint64_t from, std::uint64_t to) {
+    return checked(m_manager.movePin(from, to));
+  }
+  void dismiss(std::uint64_t handle) { m_manager.dismiss(handle); }
 
   std::uint64_t pageReads() { return example::readStatistics(m_manager).pageReads; }
   std::uint64_t pageWrites() { return example::readStatistics(m_manager).pageWrites; }
 
  private:
+  void* checked(void* object) {
+    if (object == nullptr) [[unlikely]] {
+      require(false, m_manager.getLastStoreError());
+    }
+    return object;
+  }
+
   static constexpr std::uint64_t kMostBudget = std::numeric_limits<unsigned>::max();
 
   QRTVirtualMemoryMgr m_manager;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "objects/BerkeleyEnvironment.h"
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -10,10 +11,9 @@ namespace objects {
 
 namespace {
 
-class BdbBtree {
+class BdbBtree : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit BdbBtree(const Space& space) : m_objectBytes(space.objectBytes), m_environment(space) {
+  explicit BdbBtree(const Space& space) : ByKey(space), m_environment(space) {
     checkBerkeley(::db_create(&m_tree, m_environment.get(), 0));
     checkBerkeley(m_tree->set_pagesize(m_tree, BerkeleyEnvironment::kPageBytes));
     checkBerkeley(m_tree->open(m_tree, nullptr, "objects.db", nullptr, DB_BTREE, DB_CREATE, 0600));
@@ -23,16 +23,12 @@ class BdbBtree {
     m_cursor->close(m_cursor);
     m_tree->close(m_tree, DB_NOSYNC);
   }
-  BdbBtree(const BdbBtree&) = delete;
-  BdbBtree& operator=(const BdbBtree&) = delete;
 
   void add(const void* object) {
     Key key(m_added++);
     DBT value = valueAt(const_cast<void*>(object));
     checkBerkeley(m_tree->put(m_tree, nullptr, &key.dbt, &value, 0));
   }
-
-  std::uint64_t handle(std::uint64_t key) const { return key; }
 
   template <class Use>
   void read(std::uint64_t handle, Use use) {
@@ -41,6 +37,17 @@ class BdbBtree {
     DBT value = valueAt(object);
     checkBerkeley(m_tree->get(m_tree, nullptr, &key.dbt, &value, 0));
     use(static_cast<void*>(object));
+  }
+
+  template <class Use>
+  void scan(Use use) {
+    char object[BerkeleyEnvironment::kPageBytes];
+    Key key(0);
+    DBT value = valueAt(object);
+    checkBerkeley(m_cursor->get(m_cursor, &key.dbt, &value, DB_FIRST));
+    while (use(static_cast<const void*>(object))) {
+      checkBerkeley(m_cursor->get(m_cursor, &key.dbt, &value, DB_NEXT));
+    }
   }
 
   template <class Change>
@@ -52,8 +59,6 @@ class BdbBtree {
     change(static_cast<void*>(object));
     checkBerkeley(m_cursor->put(m_cursor, &key.dbt, &value, DB_CURRENT));
   }
-
-  void finish() {}
 
  private:
   /// Keys are compared as bytes, so the high one comes first.
@@ -75,11 +80,9 @@ class BdbBtree {
     return dbt;
   }
 
-  std::uint32_t m_objectBytes;
-  std::uint64_t m_added = 0;  // objects, and so the next key
   BerkeleyEnvironment m_environment;
   DB* m_tree = nullptr;
-  DBC* m_cursor = nullptr;  // for updates
+  DBC* m_cursor = nullptr;  // for scans and updates
 };
 
 const Registration kRegistration({.name = "bdb btree",

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "objects/BerkeleyEnvironment.h"
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -13,11 +14,10 @@ namespace objects {
 
 namespace {
 
-class BdbPool {
+class BdbPool : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
   explicit BdbPool(const Space& space)
-      : m_objectBytes(space.objectBytes),
+      : ByKey(space),
         m_inPage(BerkeleyEnvironment::kPageBytes / space.objectBytes),
         m_environment(space) {
     DB_ENV* const env = m_environment.get();
@@ -26,8 +26,6 @@ class BdbPool {
         m_file->open(m_file, "objects", DB_CREATE, 0600, BerkeleyEnvironment::kPageBytes));
   }
   ~BdbPool() { m_file->close(m_file, 0); }
-  BdbPool(const BdbPool&) = delete;
-  BdbPool& operator=(const BdbPool&) = delete;
 
   void add(const void* object) {
     if (m_added % m_inPage == 0) {
@@ -42,12 +40,23 @@ class BdbPool {
     std::memcpy(m_filled + m_added++ % m_inPage * m_objectBytes, object, m_objectBytes);
   }
 
-  std::uint64_t handle(std::uint64_t key) const { return key; }
-
   template <class Use>
   void read(std::uint64_t handle, Use use) {
     access(handle, 0, use);
   }
+  /// Gets each page once.
+  template <class Use>
+  void scan(Use use) {
+    bool more = true;
+    for (db_pgno_t page = m_firstPage; more; ++page) {
+      char* const bytes = get(page, 0);
+      for (std::uint32_t i = 0; i < m_inPage && more; ++i) {
+        more = use(static_cast<const void*>(bytes + i * m_objectBytes));
+      }
+      put(bytes);
+    }
+  }
+
   template <class Change>
   void update(std::uint64_t handle, Change change) {
     access(handle, DB_MPOOL_DIRTY, change);
@@ -76,10 +85,8 @@ class BdbPool {
   }
   void put(char* bytes) { checkBerkeley(m_file->put(m_file, bytes, DB_PRIORITY_UNCHANGED, 0)); }
 
-  std::uint32_t m_objectBytes;
   std::uint32_t m_inPage;     // objects in a page
   db_pgno_t m_firstPage = 0;  // of the objects
-  std::uint64_t m_added = 0;  // objects
   char* m_filled = nullptr;   // the page that new objects go to, pinned
   BerkeleyEnvironment m_environment;
   DB_MPOOLFILE* m_file = nullptr;

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -16,10 +17,9 @@ void check(int result) {
   require(result == MDB_SUCCESS, ::mdb_strerror(result));
 }
 
-class Lmdb {
+class Lmdb : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit Lmdb(const Space& space) : m_objectBytes(space.objectBytes) {
+  explicit Lmdb(const Space& space) : ByKey(space) {
     check(::mdb_env_create(&m_env));
     check(::mdb_env_set_mapsize(m_env, 3 * space.objects * space.objectBytes + (1U << 30)));
     check(::mdb_env_open(m_env, space.directory.c_str(),
@@ -33,8 +33,6 @@ class Lmdb {
     finish();
     ::mdb_env_close(m_env);
   }
-  Lmdb(const Lmdb&) = delete;
-  Lmdb& operator=(const Lmdb&) = delete;
 
   void add(const void* object) {
     begin(true);
@@ -45,8 +43,6 @@ class Lmdb {
     count();
   }
 
-  std::uint64_t handle(std::uint64_t key) const { return key; }
-
   template <class Use>
   void read(std::uint64_t handle, Use use) {
     begin(false);
@@ -54,6 +50,17 @@ class Lmdb {
     MDB_val value{};
     check(::mdb_cursor_get(m_cursor, &key, &value, MDB_SET));
     use(value.mv_data);
+  }
+
+  template <class Use>
+  void scan(Use use) {
+    begin(false);
+    MDB_val key{};
+    MDB_val value{};
+    check(::mdb_cursor_get(m_cursor, &key, &value, MDB_FIRST));
+    while (use(value.mv_data)) {
+      check(::mdb_cursor_get(m_cursor, &key, &value, MDB_NEXT));
+    }
   }
 
   template <class Change>
@@ -108,8 +115,6 @@ class Lmdb {
     }
   }
 
-  std::uint32_t m_objectBytes;
-  std::uint64_t m_added = 0;    // objects, and so the next key
   std::uint64_t m_changes = 0;  // in the transaction
   bool m_writing = false;       // whether the transaction can write
   MDB_env* m_env = nullptr;

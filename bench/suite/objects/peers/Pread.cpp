@@ -7,25 +7,23 @@
 #include <cerrno>
 #include <cstring>
 
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 
 namespace objects {
 
 namespace {
 
-class Pread {
+class Pread : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit Pread(const Space& space)
-      : m_objectBytes(space.objectBytes), m_inBlock(kBlockBytes / space.objectBytes) {
+  explicit Pread(const Space& space) : ByKey(space), m_inBlock(kBlockBytes / space.objectBytes) {
     m_file =
         ::open((space.directory / "objects").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     require(m_file >= 0, std::strerror(errno));
   }
   ~Pread() { ::close(m_file); }
-  Pread(const Pread&) = delete;
-  Pread& operator=(const Pread&) = delete;
 
+  /// Writes a block when it is full; there are no others.
   void add(const void* object) {
     std::memcpy(m_bytes + m_added % m_inBlock * m_objectBytes, object, m_objectBytes);
     m_block = m_added++ / m_inBlock;
@@ -33,8 +31,6 @@ class Pread {
       writeBlock();
     }
   }
-
-  std::uint64_t handle(std::uint64_t key) const { return key; }
 
   template <class Use>
   void read(std::uint64_t handle, Use use) {
@@ -44,12 +40,6 @@ class Pread {
   void update(std::uint64_t handle, Change change) {
     change(at(handle));
     writeBlock();
-  }
-
-  void finish() {
-    if (m_added % m_inBlock != 0) {
-      writeBlock();
-    }
   }
 
  private:
@@ -71,9 +61,7 @@ class Pread {
 
   off_t position() const { return static_cast<off_t>(m_block * kBlockBytes); }
 
-  std::uint32_t m_objectBytes;
   std::uint64_t m_inBlock;    // objects in a block
-  std::uint64_t m_added = 0;  // objects, and so the next key
   std::uint64_t m_block = 0;  // the block that is held
   int m_file = -1;
   alignas(64) char m_bytes[kBlockBytes]{};  // its bytes

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -23,10 +24,9 @@ void check(const rocksdb::Status& status) {
   }
 }
 
-class Rocksdb {
+class Rocksdb : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit Rocksdb(const Space& space) : m_objectBytes(space.objectBytes) {
+  explicit Rocksdb(const Space& space) : ByKey(space) {
     rocksdb::BlockBasedTableOptions table;
     table.block_cache = rocksdb::NewLRUCache(space.budget / 4 * 3);
     table.cache_index_and_filter_blocks = true;  // else they would lie outside the budget
@@ -47,14 +47,22 @@ class Rocksdb {
 
   void add(const void* object) { write(m_added++, object); }
 
-  std::uint64_t handle(std::uint64_t key) const { return key; }
-
   template <class Use>
   void read(std::uint64_t handle, Use use) {
     const Key key(handle);
     check(m_database->Get(m_reading, m_database->DefaultColumnFamily(), key.slice(), &m_value));
     use(m_value.data());
     m_value.Reset();
+  }
+
+  template <class Use>
+  void scan(Use use) {
+    const std::unique_ptr<rocksdb::Iterator> at(m_database->NewIterator(m_reading));
+    at->SeekToFirst();
+    while (at->Valid() && use(at->value().data())) {
+      at->Next();
+    }
+    check(at->status());
   }
 
   template <class Change>
@@ -89,8 +97,6 @@ class Rocksdb {
     check(m_database->Put(m_unlogged, key.slice(), value));
   }
 
-  std::uint32_t m_objectBytes;
-  std::uint64_t m_added = 0;  // objects, and so the next key
   bool m_loaded = false;
   rocksdb::ReadOptions m_reading;
   rocksdb::WriteOptions m_unlogged;

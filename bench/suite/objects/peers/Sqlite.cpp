@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -12,10 +13,9 @@ namespace objects {
 
 namespace {
 
-class Sqlite {
+class Sqlite : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit Sqlite(const Space& space) : m_objectBytes(space.objectBytes) {
+  explicit Sqlite(const Space& space) : ByKey(space) {
     check(::sqlite3_open((space.directory / "objects.sqlite").c_str(), &m_database));
     run("PRAGMA page_size=4096");
     run("PRAGMA journal_mode=OFF");
@@ -25,29 +25,30 @@ class Sqlite {
     run("CREATE TABLE objects(id INTEGER PRIMARY KEY, object BLOB)");
     m_insert = prepare("INSERT INTO objects VALUES(?1, ?2)");
     m_select = prepare("SELECT object FROM objects WHERE id = ?1");
+    m_scan = prepare("SELECT object FROM objects ORDER BY id");
     m_update = prepare("UPDATE objects SET object = ?2 WHERE id = ?1");
   }
   ~Sqlite() {
-    for (sqlite3_stmt* const statement : {m_insert, m_select, m_update}) {
+    for (sqlite3_stmt* const statement : {m_insert, m_select, m_scan, m_update}) {
       ::sqlite3_finalize(statement);
     }
     ::sqlite3_close(m_database);
   }
-  Sqlite(const Sqlite&) = delete;
-  Sqlite& operator=(const Sqlite&) = delete;
 
   void add(const void* object) { write(m_insert, m_added++, object); }
-
-  std::uint64_t handle(std::uint64_t key) const { return key; }
 
   template <class Use>
   void read(std::uint64_t handle, Use use) {
     check(::sqlite3_bind_int64(m_select, 1, static_cast<sqlite3_int64>(handle)));
-    require(::sqlite3_step(m_select) == SQLITE_ROW, "sqlite does not find an object");
-    const void* const object = ::sqlite3_column_blob(m_select, 0);
-    require(object != nullptr, "sqlite has an empty object");
-    use(object);
+    use(next(m_select));
     check(::sqlite3_reset(m_select));
+  }
+
+  template <class Use>
+  void scan(Use use) {
+    while (use(next(m_scan))) {
+    }
+    check(::sqlite3_reset(m_scan));
   }
 
   template <class Change>
@@ -80,6 +81,14 @@ class Sqlite {
     return statement;
   }
 
+  /// The object in the next row of a query.
+  const void* next(sqlite3_stmt* query) {
+    require(::sqlite3_step(query) == SQLITE_ROW, "sqlite does not find an object");
+    const void* const object = ::sqlite3_column_blob(query, 0);
+    require(object != nullptr, "sqlite has an empty object");
+    return object;
+  }
+
   void write(sqlite3_stmt* statement, std::uint64_t key, const void* object) {
     if (!m_inTransaction) {
       run("BEGIN");
@@ -92,12 +101,11 @@ class Sqlite {
     check(::sqlite3_reset(statement));
   }
 
-  std::uint32_t m_objectBytes;
-  std::uint64_t m_added = 0;     // objects, and so the next key
   bool m_inTransaction = false;  // one holds all adds or updates until they are finished
   sqlite3* m_database = nullptr;
   sqlite3_stmt* m_insert = nullptr;
   sqlite3_stmt* m_select = nullptr;
+  sqlite3_stmt* m_scan = nullptr;
   sqlite3_stmt* m_update = nullptr;
 };
 

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <memory>
 
+#include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
 
@@ -18,19 +19,15 @@ struct Block {
   char bytes[4096];
 };
 
-class Stxxl {
+class Stxxl : public ByKey {
  public:
-  static constexpr bool kHandleIsKey = true;
-  explicit Stxxl(const Space& space)
-      : m_objectBytes(space.objectBytes), m_inBlock(sizeof(Block) / space.objectBytes) {
+  explicit Stxxl(const Space& space) : ByKey(space), m_inBlock(sizeof(Block) / space.objectBytes) {
     configure(space);
     const std::uint64_t blocks = (space.objects + m_inBlock - 1) / m_inBlock;
     m_blocks = std::make_unique<Vector>(blocks, space.budget / sizeof(Block));
   }
 
   void add(const void* object) { std::memcpy(mutableAt(m_added++), object, m_objectBytes); }
-
-  std::uint64_t handle(std::uint64_t key) const { return key; }
 
   template <class Use>
   void read(std::uint64_t handle, Use use) {
@@ -42,8 +39,6 @@ class Stxxl {
   void update(std::uint64_t handle, Change change) {
     change(mutableAt(handle));
   }
-
-  void finish() {}
 
  private:
   using Vector = stxxl::vector<Block, 1, stxxl::lru_pager<>, sizeof(Block)>;
@@ -62,9 +57,7 @@ class Stxxl {
     return (*m_blocks)[key / m_inBlock].bytes + key % m_inBlock * m_objectBytes;
   }
 
-  std::uint32_t m_objectBytes;
-  std::uint64_t m_inBlock;    // objects in a block
-  std::uint64_t m_added = 0;  // objects, and so the next key
+  std::uint64_t m_inBlock;  // objects in a block
   std::unique_ptr<Vector> m_blocks;
 };
 
