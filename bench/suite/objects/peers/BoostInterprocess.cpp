@@ -1,6 +1,8 @@
 // Boost.Interprocess: objects in a mapped file, found through offset pointers that are stored there
 // as well. It has no budget: its map is the system's page cache.
 
+#include <sys/mman.h>
+
 #include <boost/interprocess/indexes/iset_index.hpp>
 #include <boost/interprocess/managed_mapped_file.hpp>
 #include <boost/interprocess/offset_ptr.hpp>
@@ -65,7 +67,9 @@ class BoostInterprocess : public MappedHeap {
   explicit BoostInterprocess(const Space& space)
       : MappedHeap(space, space.objects * (space.objectBytes + kOverhead) + (64U << 20)),
         m_objectBytes(space.objectBytes),
-        m_index(file().construct<Pointer>(bi::anonymous_instance)[space.objects]()) {}
+        m_index(file().construct<Pointer>(bi::anonymous_instance)[space.objects]()) {
+    expect(MADV_RANDOM);
+  }
 
   void add(const void* object) {
     make(m_objectBytes, [this, object](void* stored) {
@@ -78,8 +82,20 @@ class BoostInterprocess : public MappedHeap {
   }
   void finish() {}
 
+  template <class Use>
+  void scan(Use use) {
+    expect(MADV_SEQUENTIAL);
+    for (std::uint64_t key = 0; use(static_cast<const void*>(m_index[key].get()));) {
+      ++key;
+    }
+    expect(MADV_RANDOM);
+  }
+
  private:
   using Pointer = bi::offset_ptr<void>;
+  /// Tells the system how the map will be accessed: else it reads far more than is asked for.
+  void expect(int advice) { ::madvise(file().get_address(), file().get_size(), advice); }
+
   static constexpr std::uint64_t kOverhead = 16 + sizeof(Pointer);  // of an object
 
   std::uint32_t m_objectBytes;

@@ -1,5 +1,6 @@
 // LMDB: a B-tree in a memory map, written in place and without synchronising. It has no budget: its
-// map is the system's page cache.
+// map is the system's page cache. The system's read-ahead is off, which random accesses need; it
+// cannot be changed for a scan.
 
 #include <lmdb.h>
 
