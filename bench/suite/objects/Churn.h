@@ -10,6 +10,7 @@
 #include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
+#include "common/WarmMemory.h"
 #include "objects/Peer.h"
 
 /// @file
@@ -32,6 +33,7 @@ class Churn {
         m_handles(settings.objects) {}
 
   void measure() {
+    suite::warmMemory(kMostBytes / 2 * m_sizes.size());
     const std::uint64_t before = suite::residentBytes();
     {
       P peer(space());
@@ -48,6 +50,8 @@ class Churn {
   }
 
  private:
+  static constexpr std::uint32_t kLeastBytes = 16;
+  static constexpr std::uint32_t kMostBytes = 512;
   static constexpr std::uint64_t kTurns = 3;  // replacements for each object
 
   /// Sizes with a median of 96 bytes.
@@ -56,7 +60,8 @@ class Churn {
     std::lognormal_distribution<double> distribution(4.56, 0.7);
     std::vector<std::uint32_t> sizes(n);
     for (std::uint32_t& size : sizes) {
-      size = static_cast<std::uint32_t>(std::clamp(distribution(random), 16.0, 512.0));
+      size = static_cast<std::uint32_t>(
+          std::clamp<double>(distribution(random), kLeastBytes, kMostBytes));
     }
     return sizes;
   }

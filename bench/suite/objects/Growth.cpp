@@ -9,6 +9,7 @@
 #include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
+#include "common/WarmMemory.h"
 #include "objects/PackedHandles.h"
 #include "objects/Store.h"
 
@@ -62,6 +63,7 @@ void growResident(const Settings& settings) {
   const std::uint64_t n = settings.objects;
   std::vector<std::uint64_t> handles(n);
   std::deque<Store> stores;
+  suite::warmMemory(2 * n * kObjectBytes);
   const Growth growth(settings, countLabel(n));
 
   const suite::Meter meter;
@@ -92,6 +94,7 @@ void growPaged(const Settings& settings) {
   const Growth growth(settings, bytesLabel(settings.bytes));
   PackedHandles handles;
   handles.reserve(n);
+  suite::warmMemory(settings.budget);
   Store store(settings.budget);
   const suite::Meter meter;
   for (std::uint64_t key = 0; key < n; ++key) {

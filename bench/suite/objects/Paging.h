@@ -11,6 +11,7 @@
 #include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
+#include "common/WarmMemory.h"
 #include "objects/Peer.h"
 
 /// @file
@@ -32,6 +33,7 @@ class Paging {
         m_versions(m_objects) {}
 
   void measure() {
+    suite::warmMemory(m_settings.budget);
     print(phase("load", [this](const auto&) { return load(); }));
     print(phase("scan", [this](const auto& inTime) { return scan(inTime); }));
     suite::Random random(3);

@@ -1,7 +1,5 @@
 // Berkeley DB's memory pool called directly: pages of a file are got and put, objects are packed in
-// them. Of all peers this is the one that is most like a store of pinned pages. Version 5.3 gives
-// up pages that were got with DB_MPOOL_DIRTY, or any flag but DB_MPOOL_NEW, without writing them:
-// what paging finds lost are these updates.
+// them. Of all peers this is the one that is most like a store of pinned pages.
 
 #include <cstring>
 
@@ -9,6 +7,11 @@
 #include "objects/ByKey.h"
 #include "objects/Paging.h"
 #include "objects/Resident.h"
+
+// What DB_MPOOLFILE->get ends in. In release 5.3 that one drops DB_MPOOL_DIRTY on the way, so that
+// pages read back and changed leave the pool without being written: the updates would be lost.
+extern "C" int __memp_fget(DB_MPOOLFILE* file, db_pgno_t* page, void* thread, DB_TXN* transaction,
+                           u_int32_t flags, void* address);
 
 namespace objects {
 
@@ -42,7 +45,10 @@ class BdbPool : public ByKey {
 
   template <class Use>
   void read(std::uint64_t handle, Use use) {
-    access(handle, 0, use);
+    db_pgno_t page = pageOf(handle);
+    char* const bytes = get(page, 0);
+    use(static_cast<const void*>(bytes + handle % m_inPage * m_objectBytes));
+    put(bytes);
   }
   /// Gets each page once.
   template <class Use>
@@ -59,7 +65,11 @@ class BdbPool : public ByKey {
 
   template <class Change>
   void update(std::uint64_t handle, Change change) {
-    access(handle, DB_MPOOL_DIRTY, change);
+    db_pgno_t page = pageOf(handle);
+    char* bytes = nullptr;
+    checkBerkeley(::__memp_fget(m_file, &page, nullptr, nullptr, DB_MPOOL_DIRTY, &bytes));
+    change(static_cast<void*>(bytes + handle % m_inPage * m_objectBytes));
+    put(bytes);
   }
 
   void finish() {
@@ -70,12 +80,8 @@ class BdbPool : public ByKey {
   }
 
  private:
-  template <class Use>
-  void access(std::uint64_t key, u_int32_t flags, Use use) {
-    auto page = static_cast<db_pgno_t>(m_firstPage + key / m_inPage);
-    char* const bytes = get(page, flags);
-    use(static_cast<void*>(bytes + key % m_inPage * m_objectBytes));
-    put(bytes);
+  db_pgno_t pageOf(std::uint64_t key) const {
+    return static_cast<db_pgno_t>(m_firstPage + key / m_inPage);
   }
 
   char* get(db_pgno_t& page, u_int32_t flags) {
