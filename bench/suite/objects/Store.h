@@ -1,7 +1,6 @@
 #ifndef BENCH_SUITE_OBJECTS_STORE_H
 #define BENCH_SUITE_OBJECTS_STORE_H
 
-#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -16,8 +15,7 @@ namespace objects {
 class Store {
  public:
   explicit Store(const Space& space) : Store(space.budget) {}
-  explicit Store(std::uint64_t budget)
-      : m_manager(static_cast<unsigned>(std::min(budget, kMostBudget)), 0, 0) {}
+  explicit Store(std::uint64_t budget) : m_manager(checked(budget), 0, 0) {}
 
   template <class Fill>
   std::uint64_t make(std::uint32_t bytes, Fill fill) {
@@ -60,7 +58,10 @@ class Store {
     return object;
   }
 
-  static constexpr std::uint64_t kMostBudget = std::numeric_limits<unsigned>::max();
+  static unsigned checked(std::uint64_t budget) {
+    require(budget <= std::numeric_limits<unsigned>::max(), "a budget of the store is below 4 GiB");
+    return static_cast<unsigned>(budget);
+  }
 
   QRTVirtualMemoryMgr m_manager;
 };

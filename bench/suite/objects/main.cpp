@@ -56,7 +56,7 @@ void complete(Settings& settings) {
   if (settings.budget == 0) {
     settings.budget = settings.workload == "paging"   ? 256ULL << 20
                       : settings.workload == "growth" ? 64ULL << 20
-                                                      : settings.objects * 256 + (512ULL << 20);
+                                                      : settings.objects * 160 + (256ULL << 20);
   }
   if (paged && (settings.bytes % 4096 != 0 || settings.bytes >= 1ULL << 40)) {
     throw CLI::ValidationError("--bytes", "takes a multiple of 4K below 1024G");

@@ -26,7 +26,7 @@ using File =
 /// Objects of any size; a handle is the distance from the map's start.
 class MappedHeap {
  public:
-  explicit MappedHeap(const Space& space) : MappedHeap(space, 4ULL << 30) {}
+  explicit MappedHeap(const Space& space) : MappedHeap(space, space.budget) {}
   MappedHeap(const Space& space, std::uint64_t fileBytes) : m_path(space.directory / "objects") {
     std::filesystem::remove(m_path);
     m_file = File(bi::create_only, m_path.c_str(), fileBytes);

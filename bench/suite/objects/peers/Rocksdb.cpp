@@ -1,5 +1,5 @@
-// RocksDB without its log, uncompressed, with filters; write buffers and block cache share the
-// budget.
+// RocksDB without its log, uncompressed, with filters; write buffers, index and block cache share
+// the budget.
 
 #include <rocksdb/cache.h>
 #include <rocksdb/db.h>
@@ -7,6 +7,7 @@
 #include <rocksdb/options.h>
 #include <rocksdb/table.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -28,8 +29,10 @@ class Rocksdb : public ByKey {
  public:
   explicit Rocksdb(const Space& space) : ByKey(space) {
     rocksdb::BlockBasedTableOptions table;
-    table.block_cache = rocksdb::NewLRUCache(space.budget / 4 * 3);
-    table.cache_index_and_filter_blocks = true;  // else they would lie outside the budget
+    // Index and filters stay in memory beside the cache: some four bytes for each object.
+    const std::uint64_t cache = space.budget / 4 * 3;
+    const std::uint64_t index = std::min(4 * space.objects, cache / 2);
+    table.block_cache = rocksdb::NewLRUCache(cache - index);
     table.filter_policy.reset(rocksdb::NewBloomFilterPolicy(10));
     table.data_block_index_type =
         rocksdb::BlockBasedTableOptions::DataBlockIndexType::kDataBlockBinaryAndHash;
