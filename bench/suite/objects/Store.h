@@ -1,0 +1,71 @@
+#ifndef BENCH_SUITE_OBJECTS_STORE_H
+#define BENCH_SUITE_OBJECTS_STORE_H
+
+#include <cstdint>
+#include <limits>
+
+#include "QRTVirtualMemoryMgr.h"
+#include "StoreStatistics.h"
+#include "objects/Peer.h"
+
+namespace objects {
+
+/// This library. Objects are pinned for writing even where they are only read, as its own classes
+/// do: a page that did not change must not be written for it.
+class Store {
+ public:
+  explicit Store(const Space& space) : Store(space.budget) {}
+  explicit Store(std::uint64_t budget) : m_manager(checked(budget), 0, 0) {}
+
+  template <class Fill>
+  std::uint64_t make(std::uint32_t bytes, Fill fill) {
+    QRTVirtualPageItem item;
+    fill(m_manager.alloc(bytes, item));
+    m_manager.dismiss(item.getOffset());
+    return item.getOffset();
+  }
+
+  void end(std::uint64_t handle) {
+    QRTVirtualPageItem item(handle, 0);
+    m_manager.free(item);
+  }
+
+  template <class Use>
+  void read(std::uint64_t handle, Use use) {
+    update(handle, use);
+  }
+
+  template <class Change>
+  void update(std::uint64_t handle, Change change) {
+    change(checked(m_manager.getAddress(handle, 1)));
+    m_manager.dismiss(handle);
+  }
+
+  /// For walks: unpins an object, 0 for none, and pins the next one.
+  void* movePin(std::uint64_t from, std::uint64_t to) {
+    return checked(m_manager.movePin(from, to));
+  }
+  void dismiss(std::uint64_t handle) { m_manager.dismiss(handle); }
+
+  std::uint64_t pageReads() { return example::readStatistics(m_manager).pageReads; }
+  std::uint64_t pageWrites() { return example::readStatistics(m_manager).pageWrites; }
+
+ private:
+  void* checked(void* object) {
+    if (object == nullptr) [[unlikely]] {
+      require(false, m_manager.getLastStoreError());
+    }
+    return object;
+  }
+
+  static unsigned checked(std::uint64_t budget) {
+    require(budget <= std::numeric_limits<unsigned>::max(), "a budget of the store is below 4 GiB");
+    return static_cast<unsigned>(budget);
+  }
+
+  QRTVirtualMemoryMgr m_manager;
+};
+
+}  // namespace objects
+
+#endif  // BENCH_SUITE_OBJECTS_STORE_H
