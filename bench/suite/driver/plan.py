@@ -1,0 +1,191 @@
+"""What is run: the workloads, and their sizes at every scale."""
+
+from dataclasses import dataclass
+
+from .figures import size_value
+
+MIB = 1 << 20
+
+# What a limited process may use beyond its budget: its code, tables and buffers.
+ROOM_BEYOND_BUDGET = 64 * MIB
+
+# What a budget of "1/8" is an eighth of.
+NODE_BYTES = 72
+STRING_BYTES = 1005  # on average: 10 to 2,000
+
+
+@dataclass(frozen=True)
+class Workload:
+    """A kind of work as the results present it."""
+
+    name: str
+    title: str
+    program: str
+    own: tuple[str, ...] = ("store",)  # the peers that are this library
+    lines: bool = False  # whether it is drawn over its sizes
+
+
+@dataclass(frozen=True)
+class Case:
+    """One workload at one size; every peer runs it in a process of its own."""
+
+    workload: Workload
+    options: tuple[str, ...] = ()
+    limit: int = 0  # bytes that the process may use with its page cache; 0 for no limit
+    disk: int = 0  # bytes that it needs on disk
+    timeout: float = 0.0  # seconds a process may take, where the scale's are too few
+
+    @property
+    def name(self) -> str:
+        words = [self.workload.name, *self.options]
+        if self.limit:
+            words.append(f"within {self.limit // MIB} MiB")
+        return " ".join(words)
+
+
+@dataclass(frozen=True)
+class Scale:
+    """How much of everything is run."""
+
+    name: str
+    rounds: int
+    warm_up: bool
+    timeout: float  # seconds a process may take
+    seconds: float  # after which nothing more is begun; 0 for no end
+    objects: tuple[str, ...]
+    churn_objects: str
+    paging: tuple[str, str, str]  # bytes, budget, seconds a variant
+    growth_objects: tuple[str, ...]
+    growth_bytes: tuple[str, ...]
+    growth_seconds: str
+    nodes: str
+    moves: str  # with a budget every move may wait for the disk
+    strings: str
+
+
+FULL = Scale(
+    name="full",
+    rounds=5,
+    warm_up=True,
+    timeout=900,
+    seconds=0,
+    objects=("1e5", "1e6", "1e7"),
+    churn_objects="1e6",
+    paging=("2G", "256M", "5"),
+    growth_objects=("1e4", "1e5", "1e6", "1e7"),
+    growth_bytes=("64M", "256M", "1G", "4G"),
+    growth_seconds="5",
+    nodes="5e6",
+    moves="1e5",
+    strings="1e6",
+)
+QUICK = Scale(
+    name="quick",
+    rounds=3,
+    warm_up=True,
+    timeout=60,
+    seconds=540,
+    objects=("1e5", "1e6"),
+    churn_objects="3e5",
+    paging=("256M", "32M", "0.5"),
+    growth_objects=("1e4", "1e5", "1e6"),
+    growth_bytes=("64M", "256M"),
+    growth_seconds="1",
+    nodes="5e5",
+    moves="2e4",
+    strings="1e5",
+)
+SMOKE = Scale(
+    name="smoke",
+    rounds=1,
+    warm_up=False,
+    timeout=20,
+    seconds=0,
+    objects=("1e3",),
+    churn_objects="1e4",
+    paging=("8M", "2M", "0.05"),
+    growth_objects=("1e4",),
+    growth_bytes=("8M",),
+    growth_seconds="0.05",
+    nodes="1e4",
+    moves="1e3",
+    strings="1e3",
+)
+
+WORKLOADS = {
+    workload.name: workload
+    for workload in (
+        Workload("hotpin", "Pin, read, dismiss", "suite_objects"),
+        Workload("dependent", "Pins that depend on each other", "suite_objects"),
+        Workload("churn", "Allocate and free", "suite_objects"),
+        Workload("paging", "Larger than memory", "suite_objects"),
+        Workload("growth", "From few objects to many", "suite_objects", lines=True),
+        Workload("tree", "Trees", "suite_trees"),
+        Workload("strings", "Strings", "suite_strings"),
+        Workload("scratch", "Scratch files", "suite_files"),
+        Workload("gzip", "Gzip while writing", "suite_files"),
+    )
+}
+
+
+def cases(scale: Scale, large: bool) -> list[Case]:
+    """Everything there is to run at a scale, `large` with the ends that take hours and 64 GiB."""
+
+    def objects(name: str, count: str) -> Case:
+        return Case(WORKLOADS[name], ("--objects", count))
+
+    total, budget, seconds = scale.paging
+    paging = ("--bytes", total, "--budget", budget, "--seconds", seconds)
+    found = [objects(name, count) for name in ("hotpin", "dependent") for count in scale.objects]
+    found.append(objects("churn", scale.churn_objects))
+    found.append(Case(WORKLOADS["paging"], paging, disk=_bytes(total) * 3))
+    found.append(
+        Case(
+            WORKLOADS["paging"],
+            paging,
+            limit=_bytes(budget) + ROOM_BEYOND_BUDGET,
+            disk=_bytes(total) * 3,
+        )
+    )
+    growth = ("--seconds", scale.growth_seconds)
+    sizes = [("--objects", count, 0, 0) for count in scale.growth_objects]
+    sizes += [("--bytes", size, _bytes(size), 0) for size in scale.growth_bytes]
+    if large:
+        sizes.append(("--objects", "1e8", 0, 3600))
+        sizes += [("--bytes", size, _bytes(size), 4 * 3600) for size in ("16G", "64G")]
+    for option, size, stored, timeout in sizes:
+        found.append(
+            Case(
+                WORKLOADS["growth"],
+                (option, size, *growth),
+                disk=stored + stored // 8,
+                timeout=timeout,
+            )
+        )
+    tree = ("--nodes", scale.nodes)
+    strings = ("--strings", scale.strings)
+    found.append(Case(WORKLOADS["tree"], tree))
+    found.append(_eighth("tree", (*tree, "--moves", scale.moves), scale.nodes, NODE_BYTES))
+    found.append(Case(WORKLOADS["strings"], strings))
+    found.append(_eighth("strings", strings, scale.strings, STRING_BYTES))
+    found += [
+        Case(workload)
+        for workload in WORKLOADS.values()
+        if workload.program in ("suite_files", "suite_allocators")
+    ]
+    return found
+
+
+def _eighth(name: str, options: tuple[str, ...], count: str, each: int) -> Case:
+    """A workload with a budget of an eighth of its data, and not much more for the process."""
+    stored = int(float(count)) * each
+    return Case(
+        WORKLOADS[name],
+        (*options, "--budget", "1/8"),
+        limit=stored // 8 + ROOM_BEYOND_BUDGET,
+        disk=stored * 3,
+    )
+
+
+def _bytes(size: str) -> int:
+    return int(size_value(size) or 0)
