@@ -9,14 +9,14 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck source=scripts/lib/packages.sh
 source "$root/scripts/lib/packages.sh"
 
-# What only tells something is not worth a build.
-built=yes
+# What only tells something is not worth a build, and against a revision the driver builds itself.
+build=yes
 for argument in "$@"; do
-  case $argument in -h | --help | --list) built=no ;; esac
+  case $argument in -h | --help | --list | --against*) build=no ;; esac
 done
 
 qrt_install_packages "${QRT_BUILD_PACKAGES[@]}" "${QRT_BENCH_PACKAGES[@]}"
-if [[ $built == yes ]]; then
+if [[ $build == yes ]]; then
   (
     cd "$root"
     cmake --preset bench

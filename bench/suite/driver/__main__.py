@@ -31,6 +31,7 @@ def main() -> int:
     # So that what is under way is ended and cleared away.
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(130))
+    BUILD.mkdir(parents=True, exist_ok=True)
     cpu = max(os.sched_getaffinity(0))
     options.output.mkdir(parents=True, exist_ok=True)
     try:
@@ -93,7 +94,10 @@ def _options() -> argparse.Namespace:
         help="compare with the library at a revision instead: times of the store alone, and "
         "instructions of its hot paths; fails when these grew by more than 2 %%",
     )
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.against and (options.only or options.large or options.list or options.smoke):
+        parser.error("--against goes with --quick, --rounds and --output alone")
+    return options
 
 
 def _workloads(text: str) -> set[str]:

@@ -61,6 +61,8 @@ class Scale:
     nodes: str
     moves: str  # with a budget every move may wait for the disk
     strings: str
+    scratch: tuple[str, str]  # bytes, random accesses
+    text: str  # bytes to compress
 
 
 FULL = Scale(
@@ -78,6 +80,8 @@ FULL = Scale(
     nodes="5e6",
     moves="1e5",
     strings="1e6",
+    scratch=("1G", "4e5"),
+    text="64M",
 )
 QUICK = Scale(
     name="quick",
@@ -91,9 +95,11 @@ QUICK = Scale(
     growth_objects=("1e4", "1e5", "1e6"),
     growth_bytes=("64M", "256M"),
     growth_seconds="1",
-    nodes="5e5",
+    nodes="2e6",
     moves="2e4",
     strings="1e5",
+    scratch=("128M", "1e5"),
+    text="16M",
 )
 SMOKE = Scale(
     name="smoke",
@@ -110,6 +116,8 @@ SMOKE = Scale(
     nodes="1e4",
     moves="1e3",
     strings="1e3",
+    scratch=("4M", "1e3"),
+    text="1M",
 )
 
 WORKLOADS = {
@@ -122,7 +130,7 @@ WORKLOADS = {
         Workload("growth", "From few objects to many", "suite_objects", lines=True),
         Workload("tree", "Trees", "suite_trees"),
         Workload("strings", "Strings", "suite_strings"),
-        Workload("scratch", "Scratch files", "suite_files"),
+        Workload("scratch", "Scratch files", "suite_files", own=("store", "store 1/16")),
         Workload("gzip", "Gzip while writing", "suite_files"),
     )
 }
@@ -163,28 +171,30 @@ def cases(scale: Scale, large: bool) -> list[Case]:
             )
         )
     tree = ("--nodes", scale.nodes)
-    strings = ("--strings", scale.strings)
+    stored = int(float(scale.nodes)) * NODE_BYTES
     found.append(Case(WORKLOADS["tree"], tree))
-    found.append(_eighth("tree", (*tree, "--moves", scale.moves), scale.nodes, NODE_BYTES))
-    found.append(Case(WORKLOADS["strings"], strings))
-    found.append(_eighth("strings", strings, scale.strings, STRING_BYTES))
-    found += [
-        Case(workload)
-        for workload in WORKLOADS.values()
-        if workload.program in ("suite_files", "suite_allocators")
-    ]
-    return found
-
-
-def _eighth(name: str, options: tuple[str, ...], count: str, each: int) -> Case:
-    """A workload with a budget of an eighth of its data, and not much more for the process."""
-    stored = int(float(count)) * each
-    return Case(
-        WORKLOADS[name],
-        (*options, "--budget", "1/8"),
-        limit=stored // 8 + ROOM_BEYOND_BUDGET,
-        disk=stored * 3,
+    found.append(
+        Case(
+            WORKLOADS["tree"],
+            (*tree, "--budget", "1/8", "--moves", scale.moves),
+            limit=stored // 8 + ROOM_BEYOND_BUDGET,
+            disk=stored * 3,
+        )
     )
+    strings = ("--strings", scale.strings)
+    stored = int(float(scale.strings)) * STRING_BYTES
+    found.append(Case(WORKLOADS["strings"], strings))
+    found.append(Case(WORKLOADS["strings"], (*strings, "--budget", "1/8"), disk=stored * 3))
+    size, accesses = scale.scratch
+    found.append(
+        Case(
+            WORKLOADS["scratch"],
+            ("--bytes", size, "--accesses", accesses),
+            disk=_bytes(size) * 3,
+        )
+    )
+    found.append(Case(WORKLOADS["gzip"], ("--text", scale.text)))
+    return found
 
 
 def _bytes(size: str) -> int:
