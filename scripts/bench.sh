@@ -16,13 +16,16 @@ for argument in "$@"; do
 done
 
 qrt_install_packages "${QRT_BUILD_PACKAGES[@]}" "${QRT_BENCH_PACKAGES[@]}"
+# The system's Python, which has the packages, whatever else the path leads to.
+export PYTHONPATH=$root/bench/suite PYTHONDONTWRITEBYTECODE=1
+driver=(/usr/bin/python3 -m driver)
+
 if [[ $build == yes ]]; then
+  "${driver[@]}" --list "$@" >/dev/null # so that a wrong option is told at once
   (
     cd "$root"
     cmake --preset bench
     cmake --build --preset bench --target bench/suite/all
   )
 fi
-export PYTHONPATH=$root/bench/suite PYTHONDONTWRITEBYTECODE=1
-# The system's Python, which has the packages, whatever else the path leads to.
-exec /usr/bin/python3 -m driver "$@"
+exec "${driver[@]}" "$@"

@@ -50,6 +50,7 @@ def main() -> int:
         print("bench: interrupted", file=sys.stderr)
         return 130
     _write(results, scale, described, options.output)
+    print(f"{len(results.figures)} figures, {len(results.failures)} failures", file=sys.stderr)
     own = [failure for failure in results.failures if failure.peer in failure.case.workload.own]
     for failure in own:
         print(f"bench: our own {failure.case.name} failed: {failure.reason}", file=sys.stderr)
@@ -159,7 +160,8 @@ def _write(
     }
     (output / "results.json").write_text(json.dumps(record, indent=1) + "\n")
     print()
-    print(report)
+    if scale.name != plan.SMOKE.name:  # whose figures tell nothing
+        print(report)
     for what in results.skipped:
         print(f"NOT RUN: {what}", file=sys.stderr)
     print(f"Written to {output}", file=sys.stderr)

@@ -31,13 +31,20 @@ class Case:
 
     workload: Workload
     options: tuple[str, ...] = ()
+    part: str = ""  # what the program calls it, where the workload is made of several
+    peers: tuple[str, ...] = ()  # only these; empty for all
     limit: int = 0  # bytes that the process may use with its page cache; 0 for no limit
     disk: int = 0  # bytes that it needs on disk
     timeout: float = 0.0  # seconds a process may take, where the scale's are too few
 
     @property
+    def argument(self) -> str:
+        """The workload as its program knows it."""
+        return self.part or self.workload.name
+
+    @property
     def name(self) -> str:
-        words = [self.workload.name, *self.options]
+        words = [self.workload.name, *([self.part] if self.part else []), *self.options]
         if self.limit:
             words.append(f"within {self.limit // MIB} MiB")
         return " ".join(words)
@@ -59,10 +66,13 @@ class Scale:
     growth_bytes: tuple[str, ...]
     growth_seconds: str
     nodes: str
-    moves: str  # with a budget every move may wait for the disk
+    moves: tuple[str, str]  # in memory, and with a budget, when each may wait for the disk
     strings: str
+    string_reads: str
     scratch: tuple[str, str]  # bytes, random accesses
     text: str  # bytes to compress
+    pairs: str  # allocations and frees
+    live: tuple[str, ...]  # blocks for the curve of the next-fit pool
 
 
 FULL = Scale(
@@ -78,10 +88,13 @@ FULL = Scale(
     growth_bytes=("64M", "256M", "1G", "4G"),
     growth_seconds="5",
     nodes="5e6",
-    moves="1e5",
+    moves=("1e6", "1e5"),
     strings="1e6",
+    string_reads="1e6",
     scratch=("1G", "4e5"),
     text="64M",
+    pairs="4e6",
+    live=("1e2", "1e3", "1e4", "1e5", "1e6"),
 )
 QUICK = Scale(
     name="quick",
@@ -96,10 +109,13 @@ QUICK = Scale(
     growth_bytes=("64M", "256M"),
     growth_seconds="1",
     nodes="2e6",
-    moves="2e4",
+    moves=("3e5", "2e4"),
     strings="1e5",
+    string_reads="1e6",
     scratch=("128M", "1e5"),
     text="16M",
+    pairs="1e6",
+    live=("1e2", "1e3", "1e4", "1e5"),
 )
 SMOKE = Scale(
     name="smoke",
@@ -114,10 +130,13 @@ SMOKE = Scale(
     growth_bytes=("8M",),
     growth_seconds="0.05",
     nodes="1e4",
-    moves="1e3",
+    moves=("1e3", "1e3"),
     strings="1e3",
+    string_reads="1e3",
     scratch=("4M", "1e3"),
     text="1M",
+    pairs="1e4",
+    live=("1e2", "1e3"),
 )
 
 WORKLOADS = {
@@ -132,8 +151,24 @@ WORKLOADS = {
         Workload("strings", "Strings", "suite_strings"),
         Workload("scratch", "Scratch files", "suite_files", own=("store", "store 1/16")),
         Workload("gzip", "Gzip while writing", "suite_files"),
+        Workload(
+            "allocators",
+            "Allocators",
+            "suite_allocators",
+            own=("fixed pool", "fixed pool, no header", "arena", "pool"),
+        ),
+        Workload(
+            "nextfit",
+            "Next fit over live blocks",
+            "suite_allocators",
+            own=("pool", "arena"),
+            lines=True,
+        ),
     )
 }
+
+# Patterns of use, each a workload of its own to the program.
+ALLOCATOR_PATTERNS = ("lifo", "fifo", "random", "fixed churn", "churn", "churn large", "burst")
 
 
 def cases(scale: Scale, large: bool) -> list[Case]:
@@ -172,16 +207,17 @@ def cases(scale: Scale, large: bool) -> list[Case]:
         )
     tree = ("--nodes", scale.nodes)
     stored = int(float(scale.nodes)) * NODE_BYTES
-    found.append(Case(WORKLOADS["tree"], tree))
+    in_memory, paged = scale.moves
+    found.append(Case(WORKLOADS["tree"], (*tree, "--moves", in_memory)))
     found.append(
         Case(
             WORKLOADS["tree"],
-            (*tree, "--budget", "1/8", "--moves", scale.moves),
+            (*tree, "--budget", "1/8", "--moves", paged),
             limit=stored // 8 + ROOM_BEYOND_BUDGET,
             disk=stored * 3,
         )
     )
-    strings = ("--strings", scale.strings)
+    strings = ("--strings", scale.strings, "--reads", scale.string_reads)
     stored = int(float(scale.strings)) * STRING_BYTES
     found.append(Case(WORKLOADS["strings"], strings))
     found.append(Case(WORKLOADS["strings"], (*strings, "--budget", "1/8"), disk=stored * 3))
@@ -194,6 +230,17 @@ def cases(scale: Scale, large: bool) -> list[Case]:
         )
     )
     found.append(Case(WORKLOADS["gzip"], ("--text", scale.text)))
+    pairs = ("--pairs", scale.pairs)
+    found += [Case(WORKLOADS["allocators"], pairs, part) for part in ALLOCATOR_PATTERNS]
+    found += [
+        Case(
+            WORKLOADS["nextfit"],
+            (*pairs, "--live", live),
+            part="churn",
+            peers=("pool", "arena", "malloc"),
+        )
+        for live in scale.live
+    ]
     return found
 
 

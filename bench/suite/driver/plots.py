@@ -14,7 +14,7 @@ from .tables import brief  # noqa: E402
 
 # Halfway between black and white: every colour here stands out against both.
 TEXT = "#7d8590"
-OWN = "#e8590c"
+OWN = ("#e8590c", "#f08c3a", "#c2410c", "#f5a524")
 OTHERS = ("#228be6", "#12a37a", "#9c6ade", "#c28a00", "#d6457f", "#1098ad", "#78909c", "#7a9a3a")
 
 STYLE = {
@@ -68,7 +68,7 @@ def _colours(workload: Workload, figures: list[Figure]) -> dict[str, str]:
     peers = list(dict.fromkeys(figure.key.peer for figure in figures))
     others = [peer for peer in peers if peer not in workload.own]
     chosen = {peer: OTHERS[index % len(OTHERS)] for index, peer in enumerate(others)}
-    return {**chosen, **{peer: OWN for peer in workload.own}}
+    return {**chosen, **dict(zip(workload.own, OWN))}
 
 
 def _bar_panels(figures: list[Figure]) -> dict[str, list[Figure]]:

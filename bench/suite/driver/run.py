@@ -7,13 +7,17 @@ import signal
 import subprocess
 import tempfile
 import time
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from pathlib import Path
 
 from . import machine
 from .figures import Figure, Key, read_lines
 from .group import GroupError, MemoryGroup
 from .plan import Case, Scale
+
+
+# Seconds after which the machine is looked at again between two cases.
+LOOK_INTERVAL = 10
 
 
 @dataclass(frozen=True)
@@ -59,17 +63,18 @@ class Runner:
         self._programs = {path.name: path for path in programs.rglob("suite_*") if _runs(path)}
         self._scratch = scratch
         self._cpu = cpu
-        self._peers: dict[str, list[str]] = {}
+        self._peers: dict[tuple[str, str], list[str]] = {}
 
     def peers(self, case: Case) -> list[str]:
         """The peers built for a case's workload. Raises RunError when its program is of no help."""
-        name = case.workload.name
-        if name not in self._peers:
-            listed = self._start(case.workload.program, ["--peers", name], 60).text
-            self._peers[name] = [line.strip() for line in listed.splitlines() if line.strip()]
-            if not self._peers[name]:
-                raise RunError(f"{case.workload.program} has no peer for {name}")
-        return self._peers[name]
+        known = (case.workload.program, case.argument)
+        if known not in self._peers:
+            listed = self._start(case.workload.program, ["--peers", case.argument], 60).text
+            self._peers[known] = [line.strip() for line in listed.splitlines() if line.strip()]
+        peers = [peer for peer in self._peers[known] if peer in (case.peers or (peer,))]
+        if not set(peers) & set(case.workload.own):
+            raise RunError(f"{case.workload.program} has nothing of ours for {case.argument}")
+        return peers
 
     def measure(
         self, case: Case, peer: str, timeout: float
@@ -78,7 +83,7 @@ class Runner:
         with contextlib.ExitStack() as stack:
             directory = stack.enter_context(tempfile.TemporaryDirectory(dir=self._scratch))
             group = stack.enter_context(MemoryGroup(case.limit)) if case.limit else None
-            options = ["--workload", case.workload.name, "--peer", peer, *case.options]
+            options = ["--workload", case.argument, "--peer", peer, *case.options]
             if case.disk:
                 os.sync()  # what the last process left to be written is not this one's to wait for
             output = self._start(case.workload.program, options, timeout, directory, group)
@@ -89,9 +94,14 @@ class Runner:
         if not found:
             raise RunError(f"printed nothing{output.said and ': '}{output.said}")
         for key, _ in found:
-            if (key.workload, key.peer) != (case.workload.name, peer):
+            if (key.workload, key.peer) != (case.argument, peer):
                 raise RunError(f"printed a figure of {key.workload}, {key.peer}")
-        return found, output.said
+        part = f"{case.part}: " if case.part else ""
+        named = [
+            (replace(key, workload=case.workload.name, variant=part + key.variant), value)
+            for key, value in found
+        ]
+        return named, output.said
 
     def calibrate(self) -> machine.Calibration:
         """Times the fixed work."""
@@ -179,7 +189,8 @@ def run(runner: Runner, cases: list[Case], scale: Scale, scratch: Path) -> Resul
     limited = limits_work(results) if any(case.limit for case in cases) else False
     end = time.monotonic() + scale.seconds if scale.seconds else None
     cases = [case for case in cases if limited or not case.limit]
-    _look(runner, results)
+    results.looks.append(runner.calibrate())
+    looked = time.monotonic()
     for index, case in enumerate(cases):
         share = None
         if end is not None:
@@ -196,12 +207,11 @@ def run(runner: Runner, cases: list[Case], scale: Scale, scratch: Path) -> Resul
             continue
         results.ran.append(case)
         _run_case(runner, case, scale, share, results)
-        _look(runner, results)
-    return results
-
-
-def _look(runner: Runner, results: Results) -> None:
+        if time.monotonic() - looked > LOOK_INTERVAL:
+            results.looks.append(runner.calibrate())
+            looked = time.monotonic()
     results.looks.append(runner.calibrate())
+    return results
 
 
 def _run_case(
@@ -209,23 +219,23 @@ def _run_case(
 ) -> None:
     """The rounds of one case: every peer once a round, so that what changes meanwhile meets all.
 
-    A peer that fails is not tried again. After `share` (a monotonic time) no further round is begun
-    that would likely end late, but one is always measured.
+    A peer that fails is not tried again. No round is begun that would likely end after `share`, a
+    monotonic time; when that leaves the warm-up alone, its figures count.
     """
     try:
-        peers = list(runner.peers(case))
+        peers = runner.peers(case)
     except RunError as error:
-        results.failures += [Failure(case, peer, str(error)) for peer in case.workload.own]
+        results.failures.append(Failure(case, case.workload.own[0], str(error)))
         print(f"{case.name}: {error}", flush=True)
         return
-    missing = [peer for peer in case.workload.own if peer not in peers]
-    results.failures += [Failure(case, peer, "is not built") for peer in missing]
     timeout = max(case.timeout, scale.timeout)
     figures: dict[Key, Figure] = {}
     longest = 0.0
     for number in range(0 if scale.warm_up else 1, scale.rounds + 1):
-        if number > 1 and share is not None and time.monotonic() + longest > share:
+        if longest and share is not None and time.monotonic() + longest > share:
             break
+        if number == 1:
+            figures = {}
         label = f"round {number} of {scale.rounds}" if number else "warm-up"
         print(f"{case.name}: {label}: {', '.join(peers)}", flush=True)
         begun = time.monotonic()
@@ -240,8 +250,7 @@ def _run_case(
                 continue
             if said:
                 results.remarks[f"{case.name}: {said}"] = None
-            if number:
-                for key, value in found:
-                    figures.setdefault(key, Figure(key)).values.append(value)
+            for key, value in found:
+                figures.setdefault(key, Figure(key)).values.append(value)
         longest = max(longest, time.monotonic() - begun)
     results.figures.update(figures)

@@ -94,20 +94,29 @@ def _tables(name: str, keys: list[Key], results: Results) -> list[str]:
             title.append(f"behind the bar divided by the same of {reference}")
         if title:
             lines += [f"**{title[0]}**, {', '.join(title[1:])}:", ""]
-        head = ["peer", "size"] if over_sizes else ["peer"]
-        heads = [f"{variant}, {unit}" if over_sizes else variant for variant, unit in columns]
-        lines.append(f"| {' | '.join(head + heads)} |")
-        lines.append(f"| {' | '.join(['---'] * len(head) + ['---:'] * len(heads))} |")
+        corner = ["peer", "size"] if over_sizes else ["peer"]
+        grid = [
+            corner + [f"{variant}, {unit}" if over_sizes else variant for variant, unit in columns]
+        ]
         for peer, size in rows:
             shown = f"**{peer}**" if peer in WORKLOADS[name].own else peer
-            cells = [shown, size] if over_sizes else [shown]
+            row = [shown, size] if over_sizes else [shown]
             for variant, unit in columns:
                 figure = results.figures.get(Key(name, limited, size, variant, unit, peer))
                 base = results.figures.get(Key(name, limited, size, variant, unit, reference))
-                cells.append(_cell(figure, base))
-            lines.append(f"| {' | '.join(cells)} |")
-        lines.append("")
+                row.append(_cell(figure, base))
+            grid.append(row)
+        if len(columns) > len(rows) and not over_sizes:
+            grid = [["", *grid[0][1:]], *grid[1:]]
+            grid = [list(column) for column in zip(*grid)]
+        lines += _rows(grid, len(corner)) + [""]
     return lines
+
+
+def _rows(grid: list[list[str]], left: int) -> list[str]:
+    """A table whose first row is its head and whose first `left` columns are text."""
+    rule = ["---"] * left + ["---:"] * (len(grid[0]) - left)
+    return [f"| {' | '.join(row)} |" for row in (grid[0], rule, *grid[1:])]
 
 
 def _limit(name: str, results: Results) -> str:
@@ -148,8 +157,11 @@ def _verdicts(name: str, results: Results) -> list[str]:
     lines = ["| what | size | to reach | measured | reached |", "| --- | --- | --- | --- | --- |"]
     for verdict in verdicts:
         size = verdict.size + (", limited" if verdict.limited else "")
+        what = verdict.variant
+        if len(WORKLOADS[name].own) > 1:
+            what = f"{verdict.target.own}, {what}"
         lines.append(
-            f"| {verdict.variant} | {size} | {verdict.target.wording()} | {verdict.measured} "
+            f"| {what} | {size} | {verdict.target.wording()} | {verdict.measured} "
             f"| {verdict.answer()} |"
         )
     lines += [f"| {what} | | | | not measured |" for what in missing]

@@ -25,6 +25,7 @@ REFERENCES = {
     "strings": "std::string",
     "scratch": "stdio",
     "gzip": "isal",
+    "allocators": "mimalloc",
 }
 
 # "Level" with a peer: no more behind it than this.
@@ -96,6 +97,16 @@ TARGETS = (
     Target("scratch", ("write", "read"), "MB/s", ("stdio", "pread")),
     Target("scratch", ("random read", "random write"), "ns", ("stdio", "pread")),
     Target("gzip", ("100 B calls", "4 KiB calls", "1 MiB calls"), "MB/s", ("isal",), factor=LEVEL),
+    *(
+        target
+        for own in ("fixed pool", "fixed pool, no header")
+        for target in (
+            Target("allocators", ("lifo: pair", "fifo: pair"), "ns", most=2.5, own=own),
+            Target("allocators", ("random: pair",), "ns", ("mimalloc",), own=own),
+        )
+    ),
+    Target("allocators", ("churn: pair",), "ns", ("mimalloc",), own="arena"),
+    Target("allocators", ("churn: resident",), "bytes", ("mimalloc",), own="arena"),
 )
 
 
@@ -147,7 +158,7 @@ def unmeasured(figures: dict[Key, Figure], workloads: set[str]) -> list[str]:
                 for workload, peer, unit, name in have
             ):
                 named = f", {variant}" if variant else ""
-                found.append(f"{target.workload}{named}: {target.wording()}")
+                found.append(f"{target.own}{named}: {target.wording()}")
     return found
 
 
