@@ -64,7 +64,7 @@ class Scale:
     paging: tuple[str, str, str]  # bytes, budget, seconds a variant
     growth_objects: tuple[str, ...]
     growth_bytes: tuple[str, ...]
-    growth_seconds: str
+    phase: str  # seconds that a phase of reads may take
     nodes: str
     moves: tuple[str, str]  # in memory, and with a budget, when each may wait for the disk
     strings: str
@@ -86,7 +86,7 @@ FULL = Scale(
     paging=("2G", "256M", "5"),
     growth_objects=("1e4", "1e5", "1e6", "1e7"),
     growth_bytes=("64M", "256M", "1G", "4G"),
-    growth_seconds="5",
+    phase="5",
     nodes="5e6",
     moves=("1e6", "1e5"),
     strings="1e6",
@@ -107,7 +107,7 @@ QUICK = Scale(
     paging=("256M", "32M", "0.5"),
     growth_objects=("1e4", "1e5", "1e6"),
     growth_bytes=("64M", "256M"),
-    growth_seconds="1",
+    phase="1",
     nodes="2e6",
     moves=("3e5", "2e4"),
     strings="1e5",
@@ -128,7 +128,7 @@ SMOKE = Scale(
     paging=("8M", "2M", "0.05"),
     growth_objects=("1e4",),
     growth_bytes=("8M",),
-    growth_seconds="0.05",
+    phase="0.05",
     nodes="1e4",
     moves=("1e3", "1e3"),
     strings="1e3",
@@ -174,13 +174,15 @@ ALLOCATOR_PATTERNS = ("lifo", "fifo", "random", "fixed churn", "churn", "churn l
 def cases(scale: Scale, large: bool) -> list[Case]:
     """Everything there is to run at a scale, `large` with the ends that take hours and 64 GiB."""
 
-    def objects(name: str, count: str) -> Case:
-        return Case(WORKLOADS[name], ("--objects", count))
-
     total, budget, seconds = scale.paging
     paging = ("--bytes", total, "--budget", budget, "--seconds", seconds)
-    found = [objects(name, count) for name in ("hotpin", "dependent") for count in scale.objects]
-    found.append(objects("churn", scale.churn_objects))
+    phase = ("--seconds", scale.phase)
+    found = [
+        Case(WORKLOADS[name], ("--objects", count, *phase))
+        for name in ("hotpin", "dependent")
+        for count in scale.objects
+    ]
+    found.append(Case(WORKLOADS["churn"], ("--objects", scale.churn_objects)))
     found.append(Case(WORKLOADS["paging"], paging, disk=_bytes(total) * 3))
     found.append(
         Case(
@@ -190,7 +192,6 @@ def cases(scale: Scale, large: bool) -> list[Case]:
             disk=_bytes(total) * 3,
         )
     )
-    growth = ("--seconds", scale.growth_seconds)
     sizes = [("--objects", count, 0, 0) for count in scale.growth_objects]
     sizes += [("--bytes", size, _bytes(size), 0) for size in scale.growth_bytes]
     if large:
@@ -200,7 +201,7 @@ def cases(scale: Scale, large: bool) -> list[Case]:
         found.append(
             Case(
                 WORKLOADS["growth"],
-                (option, size, *growth),
+                (option, size, *phase),
                 disk=stored + stored // 8,
                 timeout=timeout,
             )
