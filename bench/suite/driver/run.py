@@ -219,8 +219,8 @@ def _run_case(
 ) -> None:
     """The rounds of one case: every peer once a round, so that what changes meanwhile meets all.
 
-    A peer that fails is not tried again. No round is begun that would likely end after `share`, a
-    monotonic time; when that leaves the warm-up alone, its figures count.
+    A peer that fails is not tried again. After the first round that counts none is begun that would
+    likely end after `share`, a monotonic time.
     """
     try:
         peers = runner.peers(case)
@@ -232,10 +232,8 @@ def _run_case(
     figures: dict[Key, Figure] = {}
     longest = 0.0
     for number in range(0 if scale.warm_up else 1, scale.rounds + 1):
-        if longest and share is not None and time.monotonic() + longest > share:
+        if number > 1 and share is not None and time.monotonic() + longest > share:
             break
-        if number == 1:
-            figures = {}
         label = f"round {number} of {scale.rounds}" if number else "warm-up"
         print(f"{case.name}: {label}: {', '.join(peers)}", flush=True)
         begun = time.monotonic()
@@ -250,7 +248,7 @@ def _run_case(
                 continue
             if said:
                 results.remarks[f"{case.name}: {said}"] = None
-            for key, value in found:
+            for key, value in found if number else ():
                 figures.setdefault(key, Figure(key)).values.append(value)
         longest = max(longest, time.monotonic() - begun)
     results.figures.update(figures)
