@@ -29,8 +29,8 @@ def main() -> int:
             print(f"{case.workload.program:18} {case.name}")
         return 0
     # So that what is under way is ended and cleared away.
-    for number in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, lambda *_: sys.exit(130))
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda *_: sys.exit("bench: interrupted"))
     BUILD.mkdir(parents=True, exist_ok=True)
     cpu = max(os.sched_getaffinity(0))
     options.output.mkdir(parents=True, exist_ok=True)
@@ -46,9 +46,6 @@ def main() -> int:
     except (RunError, against.AgainstError) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        print("bench: interrupted", file=sys.stderr)
-        return 130
     _write(results, scale, described, options.output)
     print(f"{len(results.figures)} figures, {len(results.failures)} failures", file=sys.stderr)
     own = [failure for failure in results.failures if failure.peer in failure.case.workload.own]
@@ -106,7 +103,8 @@ def _workloads(text: str) -> set[str]:
     unknown = names - set(plan.WORKLOADS)
     if unknown or not names:
         raise argparse.ArgumentTypeError(
-            f"unknown workload '{', '.join(sorted(unknown))}'; there are {', '.join(plan.WORKLOADS)}"
+            f"unknown workload '{', '.join(sorted(unknown))}'; there are "
+            + ", ".join(plan.WORKLOADS)
         )
     return names
 

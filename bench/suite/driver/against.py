@@ -73,7 +73,7 @@ def compare(
     Returns the status to exit with: 1 when a hot path takes more instructions. Raises AgainstError,
     or RunError when a program fails.
     """
-    commit = _git(root, "rev-parse", "--verify", "--quiet", "--end-of-options", revision + "^{commit}")
+    commit = _commit(root, revision)
     if not commit:
         raise AgainstError(f"'{revision}' is no revision of this repository")
     folder = root / "build" / "against"
@@ -150,18 +150,28 @@ def markdown(
     """The report of a comparison with revision `named`."""
     lines = [f"## Against {named}", ""]
     lines += [" · ".join(f"{name}: {value}" for name, value in described.items()) + ".", ""]
-    lines += ["| instructions of one | before | now | growth | |", "| --- | ---: | ---: | ---: | --- |"]
+    lines += [
+        "| instructions of one | before | now | growth | |",
+        "| --- | ---: | ---: | ---: | --- |",
+    ]
     for count in counts:
         verdict = f"**above {100 * GROWTH_LIMIT:.0f} %**" if count.grew else ""
         lines.append(
             f"| {count.operation} | {count.before:.1f} | {count.now:.1f} "
             f"| {100 * count.growth:+.1f} % | {verdict} |"
         )
-    lines += ["", "Times are medians; the ratio has the least and the most of any one round behind it.", ""]
-    lines += ["| operation | objects | before, ns | now, ns | ratio |", "| --- | ---: | ---: | ---: | ---: |"]
+    lines += [
+        "",
+        "Times are medians; in brackets the least and the most ratio of any one round.",
+        "",
+        "| operation | objects | before, ns | now, ns | ratio |",
+        "| --- | ---: | ---: | ---: | ---: |",
+    ]
     for key, figure in before.items():
         quotient = ratios[key]
-        shown = f"{quotient.median:.2f} ({quotient.low:.2f}–{quotient.high:.2f})" if quotient else ""
+        shown = ""
+        if quotient:
+            shown = f"{quotient.median:.2f} ({quotient.low:.2f}–{quotient.high:.2f})"
         mark = "~" if figure.noisy or now[key].noisy else ""
         lines.append(
             f"| {key.variant} | {key.size} | {brief(figure.median)} | {brief(now[key].median)} "
@@ -215,8 +225,10 @@ def _instructions(program: Path, path: HotPath, scratch: Path, cpu: int) -> floa
     return (totals[1] - totals[0]) / (2 * path.counted)
 
 
-def _git(root: Path, *arguments: str) -> str:
-    done = subprocess.run(["git", "-C", str(root), *arguments], capture_output=True, text=True)
+def _commit(root: Path, revision: str) -> str:
+    """The full name of a revision; empty when there is none."""
+    command = ["git", "-C", str(root), "rev-parse", "--verify", "--quiet", "--end-of-options"]
+    done = subprocess.run([*command, revision + "^{commit}"], capture_output=True, text=True)
     return done.stdout.strip() if done.returncode == 0 else ""
 
 

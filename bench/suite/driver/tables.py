@@ -51,7 +51,7 @@ def markdown(results: Results, scale: Scale, described: dict[str, str], drawn: s
 def _standing(results: Results, scale: Scale) -> list[str]:
     """How many rounds there were, whether they can be relied on, and what is missing."""
     counts = sorted({len(figure.values) for figure in results.figures.values()})
-    rounds = " to ".join(str(count) for count in dict.fromkeys((counts[0], counts[-1]))) if counts else "no"
+    rounds = " to ".join(str(count) for count in dict.fromkeys(counts[:1] + counts[-1:])) or "no"
     words = f"Median of {rounds} interleaved rounds, in brackets the least and the most."
     if scale.name != "full":
         words = f"**This was a {scale.name} run: smaller sizes, fewer rounds.** {words}"

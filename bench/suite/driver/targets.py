@@ -125,7 +125,8 @@ class Verdict:
     def answer(self) -> str:
         if self.reached is None:
             return "not measured"
-        return ("yes" if self.reached else "**no**") + (", not in every round" if self.in_noise else "")
+        answer = "yes" if self.reached else "**no**"
+        return answer + (", not in every round" if self.in_noise else "")
 
 
 def judge(figures: dict[Key, Figure]) -> list[Verdict]:
