@@ -188,7 +188,7 @@ def _verdict(target: Target, figures: dict[Key, Figure], key: Key) -> Verdict:
     if not rivals:
         return Verdict(target, key.variant, key.size, key.limited, "no peer", None)
     least, peer = min(rivals, key=lambda rival: rival[0].median)
-    if target.factor < 1 and LESS_IS_BETTER[target.unit]:
+    if target.factor <= 1 and LESS_IS_BETTER[target.unit]:
         shown = f"{1 / least.median:.2f} times {peer} ({1 / least.high:.2f} to {1 / least.low:.2f})"
     else:
         shown = f"{least.median:.2f} times as good as {peer} ({least.low:.2f} to {least.high:.2f})"
