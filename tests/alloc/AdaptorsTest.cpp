@@ -133,8 +133,8 @@ TEST(MemoryResources, RefuseWhatNoAllocatorCanBeAskedFor) {
   QRTMemoryArenaResource resource(arena);
   const volatile std::size_t top = static_cast<std::size_t>(-1);  // or the compiler objects
   EXPECT_THROW(static_cast<void>(resource.allocate(top - 7, 8)), std::bad_alloc);
-  EXPECT_THROW(static_cast<void>(resource.allocate(top / 2, 4096)), std::bad_alloc);
-  EXPECT_THROW(static_cast<void>(resource.allocate(8, top / 2 + 1)), std::bad_alloc);
+  EXPECT_THROW(static_cast<void>(resource.allocate(top - 2000, 4096)), std::bad_alloc);
+  EXPECT_THROW(static_cast<void>(resource.allocate(top / 2 + 1, top / 2 + 1)), std::bad_alloc);
   EXPECT_EQ(usedBy(arena), 0u);
   {
     const FailingNew fails(1, FailingNew::eFromThenOn);
