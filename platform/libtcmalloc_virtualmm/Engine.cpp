@@ -80,19 +80,16 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   ObjectHeader* header =
       state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
   entry.Touch(m_pager.Epoch(), true);
-  ++entry.live.pinned;
   ++state.liveObjects;
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
-  ObjectGuard::Show(header + 1, size);
-  m_lastOffset = offset;
-  m_last = {&entry, header};
-  return header + 1;
+  return PinSlot({&entry, header}, offset);
 }
 
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
 /// is out, or a new one.
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
+  SettlePins();
   std::uint32_t frame = m_slabs.FindInMemory(sizeClass);
   for (std::uint32_t page = 0; frame == kNoFrame && page != PageTable::kNoPage;) {
     page = m_slabs.TakeOut(sizeClass);
@@ -116,6 +113,7 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
 }
 
 void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept {
+  SettlePins();
   const auto pages =
       static_cast<std::uint32_t>((std::uint64_t{size} + (1U << m_pageShift) - 1) >> m_pageShift);
   const std::uint32_t page = MakeSpan(pages, PageEntry::kLarge, size);
@@ -174,10 +172,56 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
 
 void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) {
+  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
   return PinSlot(slot, offset);
+}
+
+/// Pins an object in memory: fresh if that is possible, or counted.
+void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
+  if (slot.header->pins == 0 && MayPinFresh(slot)) {
+    for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+      if (m_freshOffsets[place] == 0) {
+        return PinFresh(place, slot, offset);
+      }
+    }
+    SettlePins();
+  }
+  if (slot.header->pins == 0) {
+    ++slot.entry->live.pinned;
+    ShowObject(slot);
+  } else if (!slot.header->IsPinned() || slot.header->pins == kMaxPins) [[unlikely]] {
+    return nullptr;  // the count is full
+  }
+  ++slot.header->pins;
+  return slot.header + 1;
+}
+
+/// Counts the fresh pins, which are ordinary ones then.
+void Engine::SettlePins() noexcept {
+  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+    if (m_freshOffsets[place] != 0) {
+      m_freshOffsets[place] = 0;
+      const auto [entry, header] = m_freshSlots[place];
+      if (header->pins++ == 0) {
+        ++entry->live.pinned;
+      }
+    }
+  }
+}
+
+/// Takes away the fresh pins of an object that ends.
+void Engine::DropFreshPins(std::uint64_t offset) noexcept {
+  for (std::uint64_t& fresh : m_freshOffsets) {
+    fresh = fresh == offset ? 0 : fresh;
+  }
+}
+
+/// Tells the pager that no object of a span flagged kNotify is pinned any more.
+void Engine::OnLastUnpin(std::uint32_t page) noexcept {
+  SettlePins();
+  m_pager.OnLastUnpin(page);
 }
 
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
@@ -187,6 +231,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (PageEntry* entry = FindLarge(handle)) {
+    SettlePins();
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
     }
@@ -206,6 +251,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   const bool isOut = entry != nullptr && entry->Kind() < PageEntry::kLarge && !entry->Resident() &&
                      handle.generation != kFreeGeneration;
   if (isOut) {
+    SettlePins();
     if (!m_pager.PageIn(handle.page)) {
       return Fail(ClassOf(*entry).capacity);
     }
@@ -220,12 +266,33 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
 }
 
 void Engine::DismissOther(std::uint64_t offset) noexcept {
+  for (std::uint32_t place = 0; place < kFreshPins && offset != 0; ++place) {
+    if (m_freshOffsets[place] == offset) {
+      UnpinFresh(place, offset);
+      return;
+    }
+  }
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr || !slot.header->IsPinned()) {
     DismissElsewhere(offset);
     return;
   }
-  UnpinSlot(slot, offset);
+  if (--slot.header->pins == 0) {
+    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0) {
+      OnLastUnpin(ObjectHandle::Decode(offset).page);
+    }
+  }
+}
+
+void* Engine::MovePinOther(std::uint64_t from, std::uint64_t to) noexcept {
+  for (std::uint32_t place = 1; place < kFreshPins && from != 0; ++place) {
+    if (m_freshOffsets[place] == from) {
+      return MoveFreshPin(place, from, to);
+    }
+  }
+  Dismiss(from);
+  return GetAddress(to, true);
 }
 
 void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
@@ -239,7 +306,7 @@ void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
     entry->live.pinned = 0;
     ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
     if ((entry->flags & PageEntry::kNotify) != 0) {
-      m_pager.OnLastUnpin(handle.page);
+      OnLastUnpin(handle.page);
     }
   }
 }
@@ -290,9 +357,9 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.Kind()];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
+  DropFreshPins(handle.Encode());
   const bool wasPinned = slot.header->IsPinned();
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
-  m_lastOffset = 0;
   SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
@@ -308,7 +375,7 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
       m_slabs.OnSlotFreed(entry.where);
     }
     if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-      m_pager.OnLastUnpin(handle.page);
+      OnLastUnpin(handle.page);
     }
   }
   if (empty) {

@@ -56,8 +56,8 @@ class FrameArena {
 
   /// The address of a frame.
   char* Address(std::uint32_t frame) const {
-    return m_bases[frame / kChunkFrames] +
-           (static_cast<std::uintptr_t>(frame % kChunkFrames) << kFrameShift);
+    return reinterpret_cast<char*>(  // NOLINT(performance-no-int-to-ptr): see m_origins
+        m_origins[frame / kChunkFrames] + (static_cast<std::uintptr_t>(frame) << kFrameShift));
   }
   Frame& operator[](std::uint32_t frame) {
     return m_chunks[frame / kChunkFrames]->frames[frame % kChunkFrames];
@@ -107,7 +107,7 @@ class FrameArena {
   std::uint32_t TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count);
 
   bool m_hugePages;                                    // whether chunks are to be huge pages
-  std::unique_ptr<char*[]> m_bases;                    // per chunk: its memory, for Address
+  std::unique_ptr<std::uintptr_t[]> m_origins;         // per chunk: where frame 0 would be, Address
   std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: the rest; null in a gap
   std::unique_ptr<std::uint32_t[]> m_freeCounts;       // per chunk: free frames, for the search
   std::uint32_t m_chunkEnd = 0;                        // chunk numbers given out

@@ -79,7 +79,7 @@ class SlabPage {
                                            (toByte & ~7U));
   }
 
-  /// Takes a free slot (there must be one) for an object of `size` bytes, pinned once.
+  /// Takes a free slot (there must be one) for an object of `size` bytes, not pinned.
   /// @return its header
   ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
                      const SizeClass& sizeClass) {
@@ -88,7 +88,7 @@ class SlabPage {
     live.firstFree = ObjectHandle::ByteOf(header->tag);
     --live.freeSlots;
     const std::uint32_t slack = sizeClass.capacity - size;
-    header->pins = 1;
+    header->pins = 0;
     header->tag = (byte + std::min(slack, kSlackInSlot)) << 16 | generation;
     if (slack >= kSlackInSlot) {
       char* place = SlackPlace(header, sizeClass);

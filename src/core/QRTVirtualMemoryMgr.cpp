@@ -226,7 +226,8 @@ void* QRTVirtualMemoryMgr::getAddress(unsigned long long offset, int mode) {
     return nullptr;
   }
   tcmalloc::PageItem handle{offset};
-  return m_pool->GetAddress(handle, mode != 0);
+  // Spelled out for either mode: the engine's hot path is inlined here, and need not keep it then.
+  return mode != 0 ? m_pool->GetAddress(handle, true) : m_pool->GetAddress(handle, false);
 }
 
 unsigned int QRTVirtualMemoryMgr::getObjectSize(unsigned long long offset) const {
