@@ -83,7 +83,9 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   ++state.liveObjects;
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
-  return PinSlot({&entry, header}, offset);
+  const Slot slot{&entry, header};
+  return m_freshOffsets[0] == 0 && MayPinFresh(slot) ? PinFresh(0, slot, offset)
+                                                     : PinSlot(slot, offset);
 }
 
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
@@ -214,7 +216,9 @@ void Engine::SettlePins() noexcept {
 /// Takes away the fresh pins of an object that ends.
 void Engine::DropFreshPins(std::uint64_t offset) noexcept {
   for (std::uint64_t& fresh : m_freshOffsets) {
-    fresh = fresh == offset ? 0 : fresh;
+    if (fresh == offset) {
+      fresh = 0;
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 #define LIBTCMALLOC_VIRTUALMM_ENGINE_H
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <memory>
 
@@ -45,6 +46,8 @@ class Engine {
   void* GetAddress(std::uint64_t offset, bool forWriting) noexcept;
   void Dismiss(std::uint64_t offset) noexcept;
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
+  void* GetUnpinned(std::uint64_t offset) noexcept;
+  void Prefetch(std::uint64_t offset) const noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   std::uint32_t GetSize(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
@@ -62,6 +65,9 @@ class Engine {
     PageEntry* entry;      // its span's; null when there is no such object in memory
     ObjectHeader* header;  // right before the object
   };
+
+  // How far behind an object's beginning the second line lies that is fetched with the first.
+  static constexpr std::uint32_t kPrefetchAhead = 56;
 
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
@@ -100,7 +106,7 @@ class Engine {
   // the last one first, and then neither has to be written or found again. A fresh pin's object has
   // no pins in its header, and its span is not flagged kNotify; whatever looks at counts of pins,
   // or may move spans, settles fresh pins first, which counts them.
-  static constexpr std::uint32_t kFreshPins = 8;
+  static constexpr std::uint32_t kFreshPins = 4;
   std::uint64_t m_freshOffsets[kFreshPins]{};  // of the objects; 0 for none
   Slot m_freshSlots[kFreshPins]{};             // where they are
 
@@ -142,9 +148,8 @@ inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
 
 inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   const Slot slot = Locate(offset);
-  if (slot.entry == nullptr ||
-      (ObjectGuard::Peek(*slot.header) | kPinsOfAny) !=
-          (ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() | kPinsOfAny)) [[unlikely]] {
+  if (slot.entry == nullptr || std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)).tag !=
+                                   ObjectHandle::TagOf(offset)) [[unlikely]] {
     return {};
   }
   return slot;
@@ -226,6 +231,28 @@ inline void* Engine::MoveFreshPin(std::uint32_t place, std::uint64_t from,
     }
   }
   return GetAddress(to, true);
+}
+
+inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
+  if constexpr (ObjectGuard::kActive) {
+    return nullptr;  // only pinned objects are to be seen
+  }
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !IsTouched(*slot.entry, true)) [[unlikely]] {
+    return nullptr;
+  }
+  return slot.header + 1;
+}
+
+inline void Engine::Prefetch(std::uint64_t offset) const noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) {
+    return;
+  }
+  // A forged handle may name any place near the span: a prefetch harms nowhere.
+  const char* object = m_arena.Address(m_table[handle.page].where) + (handle.byte & ~7U);
+  __builtin_prefetch(object - kObjectHeaderBytes, 1);
+  __builtin_prefetch(object + kPrefetchAhead, 1);
 }
 
 inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {

@@ -95,6 +95,9 @@ class PageTable {
   PageEntry& operator[](std::uint32_t page) {
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
+  const PageEntry& operator[](std::uint32_t page) const {
+    return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
+  }
 
   /// Takes the lowest run of `count` free pages (at least 1); it crosses a leaf only when it is
   /// longer than one. Entries keep their generations; they are out, of kinds `kind`, then

@@ -31,9 +31,6 @@ struct ObjectHeader {
   std::uint64_t Word() const { return std::bit_cast<std::uint64_t>(*this); }
 };
 
-/// Set in a header's word to leave its pin count out of a comparison.
-constexpr std::uint64_t kPinsOfAny = std::bit_cast<std::uint64_t>(ObjectHeader{~0U, 0});
-
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
 
