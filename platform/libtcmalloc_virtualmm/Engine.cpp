@@ -91,26 +91,26 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
 /// is out, or a new one.
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
-  SettlePins();
-  std::uint32_t frame = m_slabs.FindInMemory(sizeClass);
-  for (std::uint32_t page = 0; frame == kNoFrame && page != PageTable::kNoPage;) {
-    page = m_slabs.TakeOut(sizeClass);
-    if (page != PageTable::kNoPage && m_pager.PageIn(page)) {
-      frame = m_table[page].where;
-    }
+  std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
+  bool found = page != PageTable::kNoPage;
+  if (!found) {
+    SettlePins();
   }
-  if (frame == kNoFrame) {
+  while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
+    found = m_pager.PageIn(page);
+  }
+  if (!found) {
     const SizeClass& c = m_classes[sizeClass];
-    const std::uint32_t page = MakeSpan(c.pages, sizeClass, 0);
+    page = MakeSpan(c.pages, sizeClass, 0);
     if (page == PageTable::kNoPage) {
       return false;
     }
-    frame = m_table[page].where;
-    SlabPage::Format(m_arena.Address(frame), c, m_table[page].live);
-    ObjectGuard::HideSlab(m_arena.Address(frame), c);
+    char* frame = m_arena.Address(m_table[page].where);
+    SlabPage::Format(frame, c, m_table[page].live);
+    ObjectGuard::HideSlab(frame, c);
     ++m_slabs[sizeClass].spans;
   }
-  m_slabs.Open(frame);
+  m_slabs.Open(page);
   return true;
 }
 
@@ -376,7 +376,7 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
     m_pager.EndSpan(handle.page);
   } else {
     if (!open) {
-      m_slabs.OnSlotFreed(entry.where);
+      m_slabs.OnSlotFreed(handle.page, entry);
     }
     if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
       OnLastUnpin(handle.page);

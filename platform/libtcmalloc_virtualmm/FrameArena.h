@@ -19,18 +19,13 @@ struct Frame {
   std::uint64_t hash;  ///< hash of the image in the paging file, if it has one
   std::uint32_t page;  ///< first page of the span held
 
-  std::uint32_t count : 29;        ///< frames of the run; 0 in a frame that starts no run
-  Queue queue : 2;                 ///< the replacement queue it stands in
-  std::uint32_t vacantListed : 1;  ///< whether it stands in its class's list
+  std::uint32_t count : 29;  ///< frames of the run; 0 in a frame that starts no run
+  Queue queue : 2;           ///< the replacement queue it stands in
 
   std::uint32_t older;  ///< next frame of its replacement queue, towards eviction
   std::uint32_t newer;  ///< next frame of its replacement queue, away from eviction
 
-  union {
-    std::uint32_t vacantOlder;  ///< slab: next in its class's list of slabs with free slots
-    std::uint32_t pins;         ///< large object: its pin count
-  };
-  std::uint32_t vacantNewer;  ///< slab: the one before in that list
+  std::uint32_t pins;  ///< large object: its pin count
 };
 
 static_assert(sizeof(Frame) == 32);
