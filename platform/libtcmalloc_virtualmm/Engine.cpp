@@ -84,8 +84,7 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   const Slot slot{&entry, header};
-  return m_freshOffsets[0] == 0 && MayPinFresh(slot) ? PinFresh(0, slot, offset)
-                                                     : PinSlot(slot, offset);
+  return IsFree(0) && MayPinFresh(slot) ? PinFresh(0, slot, offset) : PinSlot(slot, offset);
 }
 
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
@@ -184,7 +183,7 @@ void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
 void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   if (slot.header->pins == 0 && MayPinFresh(slot)) {
     for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-      if (m_freshOffsets[place] == 0) {
+      if (IsFree(place)) {
         return PinFresh(place, slot, offset);
       }
     }
@@ -203,7 +202,7 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
 /// Counts the fresh pins, which are ordinary ones then.
 void Engine::SettlePins() noexcept {
   for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-    if (m_freshOffsets[place] != 0) {
+    if (!IsFree(place)) {
       m_freshOffsets[place] = 0;
       const auto [entry, header] = m_freshSlots[place];
       if (header->pins++ == 0) {
@@ -215,9 +214,9 @@ void Engine::SettlePins() noexcept {
 
 /// Takes away the fresh pins of an object that ends.
 void Engine::DropFreshPins(std::uint64_t offset) noexcept {
-  for (std::uint64_t& fresh : m_freshOffsets) {
-    if (fresh == offset) {
-      fresh = 0;
+  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+    if (!IsFree(place) && m_freshOffsets[place] == offset) {
+      m_freshOffsets[place] = 0;
     }
   }
 }
@@ -353,15 +352,16 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     slot = FindInMemory(offset);
   }
   if (slot.entry != nullptr) {
-    DeallocateSlot(handle, slot);
+    DeallocateSlot(offset, slot);
   }
 }
 
-void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
+void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.Kind()];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
-  DropFreshPins(handle.Encode());
+  DropFreshPins(offset);
   const bool wasPinned = slot.header->IsPinned();
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
   SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));

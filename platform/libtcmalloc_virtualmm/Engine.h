@@ -74,6 +74,7 @@ class Engine {
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   bool MayPinFresh(Slot slot) const noexcept;
+  bool IsFree(std::uint32_t place) const noexcept;
   void* PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
   void UnpinFresh(std::uint32_t place, std::uint64_t offset) noexcept;
   void* MoveFreshPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
@@ -98,7 +99,7 @@ class Engine {
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
-  void DeallocateSlot(ObjectHandle handle, Slot slot) noexcept;
+  void DeallocateSlot(std::uint64_t offset, Slot slot) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
 
@@ -167,6 +168,11 @@ inline bool Engine::MayPinFresh(Slot slot) const noexcept {
   return (slot.entry->flags & PageEntry::kNotify) == 0;
 }
 
+/// Whether there is no fresh pin in a place. No offset's byte is 0, so one half of it tells.
+inline bool Engine::IsFree(std::uint32_t place) const noexcept {
+  return static_cast<std::uint32_t>(m_freshOffsets[place]) == 0;
+}
+
 inline void* Engine::PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
   ShowObject(slot);
   m_freshOffsets[place] = offset;
@@ -187,7 +193,7 @@ inline void Engine::UnpinFresh(std::uint32_t place,
 }
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
-  if (m_freshOffsets[0] != 0) {
+  if (!IsFree(0)) {
     return GetAddressAgain(offset, forWriting);
   }
   const Slot slot = Locate(offset);

@@ -226,8 +226,7 @@ void* QRTVirtualMemoryMgr::getAddress(unsigned long long offset, int mode) {
     return nullptr;
   }
   tcmalloc::PageItem handle{offset};
-  // Spelled out for either mode: the engine's hot path is inlined here, and need not keep it then.
-  return mode != 0 ? m_pool->GetAddress(handle, true) : m_pool->GetAddress(handle, false);
+  return m_pool->GetAddress(handle, mode != 0);
 }
 
 unsigned int QRTVirtualMemoryMgr::getObjectSize(unsigned long long offset) const {
