@@ -16,15 +16,15 @@ namespace tcmalloc {
 /// quarter of their slots free (for fewer, a new slab is cheaper than a read).
 class SlabDirectory {
  public:
-  /// One class's slabs and counts.
-  struct ClassState {
+  /// One class's slabs and counts. What every allocation looks at comes first, in one cache line.
+  struct alignas(64) ClassState {
     SlabPage* openSlab = nullptr;          // the open slab, in memory; null when there is none
     PageEntry* openEntry = nullptr;        // its page table entry
     std::uint32_t openPage = 0;            // its page; meaningful with an open slab
+    std::uint32_t spans = 0;               // slabs in all
+    std::uint64_t liveObjects = 0;         // objects allocated
     std::vector<std::uint32_t> vacant;     // pages in memory with free slots; checked when taken
     std::vector<std::uint32_t> outVacant;  // pages that left with free slots; checked when taken
-    std::uint64_t liveObjects = 0;         // objects allocated
-    std::uint32_t spans = 0;               // slabs in all
   };
 
   /// @throws std::bad_alloc
