@@ -114,6 +114,14 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @return as `getAddress`
   void* movePin(unsigned long long from, unsigned long long to);
 
+  /// Tells that an object will be pinned soon: if it is in memory, the processor begins to load its
+  /// first bytes meanwhile. For programs that work through many handles: called for the handle that
+  /// is eight places ahead, it takes most of the waiting out of pins of objects far apart.
+  /// @param offset  offset of the object; what is not in memory stays there, and anything else than
+  ///                an object is ignored
+  /// Changes nothing and owes nothing. Cost: O(1), a few instructions, never touches the disk.
+  void prefetch(unsigned long long offset) const;
+
   /// Makes an item name an object that holds the given bytes, shared with every other caller that
   /// gave equal bytes while the pool remembers them; see QRTVirtualPageItemPool::set. The object is
   /// left unpinned and is neither changed nor freed by its holders.
@@ -169,8 +177,11 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   void throwExceptionOnReferenceLeak();
 
  private:
+  friend class QRTTreeNeighbours;
+
   void initialize(unsigned int memorySize);
   void* pinWhole(QRTVirtualPageItem& item);
+  void* getUnpinned(unsigned long long offset);
 
   tcmalloc::VirtualMemoryPool* m_pool;     // the paging engine, owned
   QRTVirtualPageItemPool* m_pageItemPool;  // shares equal byte strings, owned

@@ -122,6 +122,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
 
  private:
   friend class QRTPinnedNeighbour;
+  friend class QRTTreeNeighbours;
 
   QRTVirtualTreeNode* fetch(unsigned long long offset);
   QRTVirtualTreeNode* moveTo(unsigned long long offset);

@@ -68,15 +68,13 @@ auto qrtGuardAlloc(const QRTFileLocation& where, Call&& call) -> decltype(call()
 
 /// Raises QRTAssertError when the condition is false. Its text is this call as written.
 #define QRT_ASSERT(condition) \
-  ((condition)                \
-       ? (void)0              \
-       : QRTAssertError(0, "QRT_ASSERT(" #condition ");").hurl(QRT_HERE, nullptr, "QRT_THROW"))
+  ((condition) ? (void)0 : QRTAssertError::raise("QRT_ASSERT(" #condition ");", QRT_HERE))
 
 /// QRT_ASSERT with an explanation, a string literal, that becomes part of the text.
-#define QRT_ASSERT_NAMED(condition, explanation)                                          \
-  ((condition) ? (void)0                                                                  \
-               : QRTAssertError(0, "QRT_ASSERT_NAMED(" #condition ", " #explanation ");") \
-                     .hurl(QRT_HERE, nullptr, "QRT_THROW"))
+#define QRT_ASSERT_NAMED(condition, explanation) \
+  ((condition)                                   \
+       ? (void)0                                 \
+       : QRTAssertError::raise("QRT_ASSERT_NAMED(" #condition ", " #explanation ");", QRT_HERE))
 
 /// Runs one allocating expression under the guard and gives its value, which is never null:
 /// `m_pool = QRT_GUARD_ALLOC(new Pool(size));`

@@ -89,6 +89,10 @@ void QRTAssertError::hurl(const QRTFileLocation& where, const char* function, co
   throw QRTAssertError(*this);
 }
 
+void QRTAssertError::raise(const char* check, QRTFileLocation where) {
+  QRTAssertError(0, check).hurl(where, nullptr, "QRT_THROW");
+}
+
 const char* QRTOutOfMemoryError::getClassName() const noexcept {
   return "QRTOutOfMemoryError";
 }

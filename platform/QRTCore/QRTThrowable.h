@@ -99,6 +99,12 @@ class QRT_EXPORT QRTAssertError : public QRTThrowable {
   const char* getClassName() const noexcept override;
   [[noreturn]] void hurl(const QRTFileLocation& where, const char* function,
                          const char* macro) override;
+
+  /// Raises the error of a check that did not hold, with code 0. It is built here, since an error
+  /// is large: a function that checks something needs no room for it.
+  /// @param check  the check, copied
+  /// @param where  the place of the check; its file name has static lifetime
+  [[noreturn, gnu::cold]] static void raise(const char* check, QRTFileLocation where);
 };
 
 /// Memory, or room in the store, could not be had. What the failing operation was asked to work on

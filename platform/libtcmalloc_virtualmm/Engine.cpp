@@ -95,42 +95,41 @@ void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
   ObjectHeader* header =
       state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
   entry.Touch(m_pager.Epoch(), true);
-  ++entry.live.pinned;
   ++state.liveObjects;
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
-  ObjectGuard::Show(header + 1, size);
-  m_lastOffset = offset;
-  m_last = {&entry, header};
-  return header + 1;
+  const Slot slot{&entry, header};
+  return IsFree(0) && MayPinFresh(slot) ? PinFresh(0, slot, offset) : PinSlot(slot, offset);
 }
 
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
 /// is out, or a new one.
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
-  std::uint32_t frame = m_slabs.FindInMemory(sizeClass);
-  for (std::uint32_t page = 0; frame == kNoFrame && page != PageTable::kNoPage;) {
-    page = m_slabs.TakeOut(sizeClass);
-    if (page != PageTable::kNoPage && m_pager.PageIn(page)) {
-      frame = m_table[page].where;
-    }
+  std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
+  bool found = page != PageTable::kNoPage;
+  if (!found) {
+    SettlePins();
   }
-  if (frame == kNoFrame) {
+  while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
+    found = m_pager.PageIn(page);
+  }
+  if (!found) {
     const SizeClass& c = m_classes[sizeClass];
-    const std::uint32_t page = MakeSpan(c.pages, sizeClass, 0);
+    page = MakeSpan(c.pages, sizeClass, 0);
     if (page == PageTable::kNoPage) {
       return false;
     }
-    frame = m_table[page].where;
-    SlabPage::Format(m_arena.Address(frame), c, m_table[page].live);
-    ObjectGuard::HideSlab(m_arena.Address(frame), c);
+    char* frame = m_arena.Address(m_table[page].where);
+    SlabPage::Format(frame, c, m_table[page].live);
+    ObjectGuard::HideSlab(frame, c);
     ++m_slabs[sizeClass].spans;
   }
-  m_slabs.Open(frame);
+  m_slabs.Open(page);
   return true;
 }
 
 void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept {
+  SettlePins();
   const auto pages =
       static_cast<std::uint32_t>((std::uint64_t{size} + (1U << m_pageShift) - 1) >> m_pageShift);
   const std::uint32_t page = MakeSpan(pages, PageEntry::kLarge, size);
@@ -197,10 +196,58 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
 
 void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) {
+  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
   return PinSlot(slot, offset);
+}
+
+/// Pins an object in memory: fresh if that is possible, or counted.
+void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
+  if (slot.header->pins == 0 && MayPinFresh(slot)) {
+    for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+      if (IsFree(place)) {
+        return PinFresh(place, slot, offset);
+      }
+    }
+    SettlePins();
+  }
+  if (slot.header->pins == 0) {
+    ++slot.entry->live.pinned;
+    ShowObject(slot);
+  } else if (!slot.header->IsPinned() || slot.header->pins == kMaxPins) [[unlikely]] {
+    return nullptr;  // the count is full
+  }
+  ++slot.header->pins;
+  return slot.header + 1;
+}
+
+/// Counts the fresh pins, which are ordinary ones then.
+void Engine::SettlePins() noexcept {
+  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+    if (!IsFree(place)) {
+      m_freshOffsets[place] = 0;
+      const auto [entry, header] = m_freshSlots[place];
+      if (header->pins++ == 0) {
+        ++entry->live.pinned;
+      }
+    }
+  }
+}
+
+/// Takes away the fresh pins of an object that ends.
+void Engine::DropFreshPins(std::uint64_t offset) noexcept {
+  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
+    if (!IsFree(place) && m_freshOffsets[place] == offset) {
+      m_freshOffsets[place] = 0;
+    }
+  }
+}
+
+/// Tells the pager that no object of a span flagged kNotify is pinned any more.
+void Engine::OnLastUnpin(std::uint32_t page) noexcept {
+  SettlePins();
+  m_pager.OnLastUnpin(page);
 }
 
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
@@ -213,6 +260,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     return nullptr;
   }
   if (PageEntry* entry = FindLarge(handle)) {
+    SettlePins();
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
     }
@@ -232,6 +280,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   const bool isOut =
       entry.Kind() < PageEntry::kLarge && !entry.Resident() && handle.generation != kFreeGeneration;
   if (isOut) {
+    SettlePins();
     if (!m_pager.PageIn(handle.page)) {
       return Fail(ClassOf(entry).capacity);
     }
@@ -246,12 +295,33 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
 }
 
 void Engine::DismissOther(std::uint64_t offset) noexcept {
+  for (std::uint32_t place = 0; place < kFreshPins && offset != 0; ++place) {
+    if (m_freshOffsets[place] == offset) {
+      UnpinFresh(place, offset);
+      return;
+    }
+  }
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr || !slot.header->IsPinned()) {
     DismissElsewhere(offset);
     return;
   }
-  UnpinSlot(slot, offset);
+  if (--slot.header->pins == 0) {
+    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0) {
+      OnLastUnpin(ObjectHandle::Decode(offset).page);
+    }
+  }
+}
+
+void* Engine::MovePinOther(std::uint64_t from, std::uint64_t to) noexcept {
+  for (std::uint32_t place = 1; place < kFreshPins && from != 0; ++place) {
+    if (m_freshOffsets[place] == from) {
+      return MoveFreshPin(place, from, to);
+    }
+  }
+  Dismiss(from);
+  return GetAddress(to, true);
 }
 
 void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
@@ -265,7 +335,7 @@ void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
     entry->live.pinned = 0;
     ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
     if ((entry->flags & PageEntry::kNotify) != 0) {
-      m_pager.OnLastUnpin(handle.page);
+      OnLastUnpin(handle.page);
     }
   }
 }
@@ -312,17 +382,18 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     slot = FindInMemory(offset);
   }
   if (slot.entry != nullptr) {
-    DeallocateSlot(handle, slot);
+    DeallocateSlot(offset, slot);
   }
 }
 
-void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
+void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.Kind()];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
+  DropFreshPins(offset);
   const bool wasPinned = slot.header->IsPinned();
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
-  m_lastOffset = 0;
   SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
@@ -335,10 +406,10 @@ void Engine::DeallocateSlot(ObjectHandle handle, Slot slot) noexcept {
     m_pager.EndSpan(handle.page);
   } else {
     if (!open) {
-      m_slabs.OnSlotFreed(entry.where);
+      m_slabs.OnSlotFreed(handle.page, entry);
     }
     if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-      m_pager.OnLastUnpin(handle.page);
+      OnLastUnpin(handle.page);
     }
   }
   if (empty) {

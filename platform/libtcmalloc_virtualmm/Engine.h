@@ -1,6 +1,8 @@
 #ifndef LIBTCMALLOC_VIRTUALMM_ENGINE_H
 #define LIBTCMALLOC_VIRTUALMM_ENGINE_H
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <memory>
 
@@ -47,6 +49,8 @@ class Engine {
   void* GetAddress(std::uint64_t offset, bool forWriting) noexcept;
   void Dismiss(std::uint64_t offset) noexcept;
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
+  void* GetUnpinned(std::uint64_t offset) noexcept;
+  void Prefetch(std::uint64_t offset) const noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   std::uint32_t GetSize(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
@@ -65,21 +69,32 @@ class Engine {
     ObjectHeader* header;  // right before the object
   };
 
+  // How far behind an object's beginning the second line lies that is fetched with the first.
+  static constexpr std::uint32_t kPrefetchAhead = 56;
+
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
   bool Reach(std::uint32_t page) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
-  void UnpinSlot(Slot slot, std::uint64_t offset) noexcept;
+  bool MayPinFresh(Slot slot) const noexcept;
+  bool IsFree(std::uint32_t place) const noexcept;
+  void* PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
+  void UnpinFresh(std::uint32_t place, std::uint64_t offset) noexcept;
+  void* MoveFreshPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
+  void SettlePins() noexcept;
+  void DropFreshPins(std::uint64_t offset) noexcept;
+  void OnLastUnpin(std::uint32_t page) noexcept;
   bool IsTouched(const PageEntry& entry, bool forWriting) const noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
   // The second stages of the operations, kept out of the way of the first, which then needs no
-  // stack: objects pinned already or not pinned last; first touches of an epoch, large objects,
-  // spans that are out, and handles that name nothing.
+  // stack: second and further pins at a time; first touches of an epoch, large objects, spans that
+  // are out, and handles that name nothing.
   [[gnu::noinline]] void* GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept;
   [[gnu::noinline]] void DismissOther(std::uint64_t offset) noexcept;
+  [[gnu::noinline]] void* MovePinOther(std::uint64_t from, std::uint64_t to) noexcept;
   [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
                                                          bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
@@ -88,14 +103,17 @@ class Engine {
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
-  void DeallocateSlot(ObjectHandle handle, Slot slot) noexcept;
+  void DeallocateSlot(std::uint64_t offset, Slot slot) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
 
-  // The object pinned last, for as long as it is pinned and not freed: most are dismissed next, and
-  // need not be found again then. Without one the offset is 0.
-  std::uint64_t m_lastOffset = 0;
-  Slot m_last{};
+  // Fresh pins: taken, but not counted in headers and entries yet. Most are dismissed soon, often
+  // the last one first, and then neither has to be written or found again. A fresh pin's object has
+  // no pins in its header, and its span is not flagged kNotify; whatever looks at counts of pins,
+  // or may move spans, settles fresh pins first, which counts them.
+  static constexpr std::uint32_t kFreshPins = 4;
+  std::uint64_t m_freshOffsets[kFreshPins]{};  // of the objects; 0 for none
+  Slot m_freshSlots[kFreshPins]{};             // where they are
 
   std::uint64_t m_currentObjects = 0;  // objects allocated
   std::uint64_t m_maxObjects = 0;      // most objects at one time
@@ -116,9 +134,10 @@ class Engine {
 
 // ---- the hot path -------------------------------------------------------------------------------
 //
-// Pin and unpin of an object in memory touch its page table entry and the line of its header, and
-// nothing else that is not always in the first cache level. The fewer instructions they take, the
-// more objects a program that goes through many has on their way from memory at a time.
+// Pin and unpin of an object in memory read its page table entry and the line of its header, write
+// neither, and touch nothing else that is not always in the first cache level. The fewer
+// instructions they take, the more objects a program that goes through many has on their way from
+// memory at a time.
 
 /// Where the object at `offset` is if there is one: its header is not looked at.
 inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
@@ -135,25 +154,11 @@ inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
 
 inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   const Slot slot = Locate(offset);
-  if (slot.entry == nullptr ||
-      (ObjectGuard::Peek(*slot.header) | kPinsOfAny) !=
-          (ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() | kPinsOfAny)) [[unlikely]] {
+  if (slot.entry == nullptr || std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)).tag !=
+                                   ObjectHandle::TagOf(offset)) [[unlikely]] {
     return {};
   }
   return slot;
-}
-
-inline void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
-  if (slot.header->pins == 0) {
-    ++slot.entry->live.pinned;
-    ShowObject(slot);
-  } else if (!slot.header->IsPinned() || slot.header->pins == kMaxPins) [[unlikely]] {
-    return nullptr;  // the count is full
-  }
-  ++slot.header->pins;
-  m_lastOffset = offset;
-  m_last = slot;
-  return slot.header + 1;
 }
 
 /// Whether a pin has nothing to note in the entry. Nearly all pins are for writing, of spans that
@@ -163,68 +168,107 @@ inline bool Engine::IsTouched(const PageEntry& entry, bool forWriting) const noe
          (!forWriting && entry.live.touched == m_pager.Epoch());
 }
 
-inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
-  const Slot slot = Locate(offset);
-  // One comparison tells that the handle names the object and that nobody has pinned it.
-  if (slot.entry == nullptr ||
-      ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
-      !IsTouched(*slot.entry, forWriting)) [[unlikely]] {
-    return GetAddressAgain(offset, forWriting);
-  }
-  slot.header->pins = 1;
-  ++slot.entry->live.pinned;
+/// Whether a pin of an object that has none in its header may stay uncounted.
+inline bool Engine::MayPinFresh(Slot slot) const noexcept {
+  return (slot.entry->flags & PageEntry::kNotify) == 0;
+}
+
+/// Whether there is no fresh pin in a place. No offset's byte is 0, so one half of it tells.
+inline bool Engine::IsFree(std::uint32_t place) const noexcept {
+  return static_cast<std::uint32_t>(m_freshOffsets[place]) == 0;
+}
+
+inline void* Engine::PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
   ShowObject(slot);
-  m_lastOffset = offset;
-  m_last = slot;
+  m_freshOffsets[place] = offset;
+  m_freshSlots[place] = slot;
   return slot.header + 1;
 }
 
+inline void Engine::UnpinFresh(std::uint32_t place,
+                               [[maybe_unused]] std::uint64_t offset) noexcept {
+  m_freshOffsets[place] = 0;
+  if constexpr (ObjectGuard::kActive) {
+    if (std::find(m_freshOffsets, m_freshOffsets + kFreshPins, offset) ==
+        m_freshOffsets + kFreshPins) {
+      const Slot slot = m_freshSlots[place];
+      ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    }
+  }
+}
+
+inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
+  if (!IsFree(0)) {
+    return GetAddressAgain(offset, forWriting);
+  }
+  const Slot slot = Locate(offset);
+  // One comparison tells that the handle names the object and that no pin of it is counted.
+  if (slot.entry == nullptr ||
+      ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
+      !IsTouched(*slot.entry, forWriting) || !MayPinFresh(slot)) [[unlikely]] {
+    return GetAddressAgain(offset, forWriting);
+  }
+  return PinFresh(0, slot, offset);
+}
+
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
-  if (offset != m_lastOffset || offset == 0) {
+  if (offset != m_freshOffsets[0] || offset == 0) {
     DismissOther(offset);
     return;
   }
-  UnpinSlot(m_last, offset);
+  UnpinFresh(0, offset);
 }
 
-// Between neighbours of one page nothing has to be found, and the page stays as pinned as it was.
 inline void* Engine::MovePin(std::uint64_t from, std::uint64_t to) noexcept {
-  if (from == m_lastOffset && ObjectHandle::Decode(from ^ to).page == 0) {
-    const auto [entry, old] = m_last;
-    const ObjectHandle handle = ObjectHandle::Decode(to);
-    if (m_classes.IsSlotStart(entry->state, handle.byte) && IsTouched(*entry, true)) {
-      ObjectHeader* header =
-          SlabPage::NeighbourOf(old, ObjectHandle::Decode(from).byte, handle.byte);
-      if (old->pins == 1 &&
-          ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
-        old->pins = 0;
-        ObjectGuard::Hide(old + 1, ClassOf(*entry).capacity);
-        header->pins = 1;
-        ShowObject({entry, header});
-        m_lastOffset = to;
-        m_last.header = header;
-        return header + 1;
-      }
+  if (from != m_freshOffsets[0] || from == 0) {
+    return MovePinOther(from, to);
+  }
+  return MoveFreshPin(0, from, to);
+}
+
+/// Between neighbours of one page nothing has to be found, and what let the one pin be fresh holds
+/// for the other.
+inline void* Engine::MoveFreshPin(std::uint32_t place, std::uint64_t from,
+                                  std::uint64_t to) noexcept {
+  const Slot old = m_freshSlots[place];
+  const ObjectHandle handle = ObjectHandle::Decode(to);
+  UnpinFresh(place, from);
+  if (ObjectHandle::Decode(from ^ to).page == 0 &&
+      m_classes.IsSlotStart(old.entry->state, handle.byte) && IsTouched(*old.entry, true)) {
+    ObjectHeader* header =
+        SlabPage::NeighbourOf(old.header, ObjectHandle::Decode(from).byte, handle.byte);
+    if (ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
+      return PinFresh(place, {old.entry, header}, to);
     }
   }
-  Dismiss(from);
   return GetAddress(to, true);
+}
+
+inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
+  if constexpr (ObjectGuard::kActive) {
+    return nullptr;  // only pinned objects are to be seen
+  }
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !IsTouched(*slot.entry, true)) [[unlikely]] {
+    return nullptr;
+  }
+  return slot.header + 1;
+}
+
+inline void Engine::Prefetch(std::uint64_t offset) const noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) {
+    return;
+  }
+  // A forged handle may name any place near the span: a prefetch harms nowhere.
+  const char* object = m_arena.Address(m_table[handle.page].where) + (handle.byte & ~7U);
+  __builtin_prefetch(object - kObjectHeaderBytes, 1);
+  __builtin_prefetch(object + kPrefetchAhead, 1);
 }
 
 inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {
   if constexpr (ObjectGuard::kActive) {
     ObjectGuard::Show(slot.header + 1, SlabPage::SizeOf(slot.header, ClassOf(*slot.entry)));
-  }
-}
-
-inline void Engine::UnpinSlot(Slot slot, std::uint64_t offset) noexcept {
-  if (--slot.header->pins == 0) {
-    m_lastOffset = 0;
-    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
-    if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0)
-        [[unlikely]] {
-      m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
-    }
   }
 }
 

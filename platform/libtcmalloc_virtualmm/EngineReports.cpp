@@ -62,8 +62,9 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
 std::uint32_t Engine::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
                                                std::uint32_t capacity,
                                                std::uint32_t* written) noexcept {
-  // Nothing is counted while objects are pinned and unpinned: a running total would make every pin
-  // wait for the one before it.
+  // No total is kept while objects are pinned and unpinned: it would make every pin wait for the
+  // one before it.
+  SettlePins();
   std::uint64_t pinned = 0;
   std::uint32_t count = 0;
   const auto add = [&](ObjectHandle handle, std::uint32_t size, std::uint32_t pins) {

@@ -95,7 +95,8 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   made->frameCount = frameCount;
   made->freeCount = frameCount;
   made->free.Mark(0, kChunkFrames, true);
-  m_bases[chunk] = made->base;
+  m_origins[chunk] = reinterpret_cast<std::uintptr_t>(made->base) -
+                     (static_cast<std::uintptr_t>(chunk) * kChunkFrames << kFrameShift);
   m_chunks[chunk] = std::move(made);
   m_chunkEnd = std::max(m_chunkEnd, chunk + 1);
   m_mappedFrames += frameCount;
@@ -144,7 +145,6 @@ void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   ObjectGuard::Show(c.base, bytes);  // the addresses may be somebody else's next
   UnmapPageMemory(c.base, bytes);
   m_chunks[chunk].reset();
-  m_bases[chunk] = nullptr;
   m_freeCounts[chunk] = 0;
 }
 
@@ -153,17 +153,17 @@ bool FrameArena::GrowTable() noexcept {
   if (capacity > kMaxChunks) {
     return false;
   }
-  std::unique_ptr<char*[]> bases(new (std::nothrow) char*[capacity]());
+  std::unique_ptr<std::uintptr_t[]> origins(new (std::nothrow) std::uintptr_t[capacity]());
   std::unique_ptr<std::unique_ptr<Chunk>[]> chunks(new (std::nothrow)
                                                        std::unique_ptr<Chunk>[capacity]);
   std::unique_ptr<std::uint32_t[]> freeCounts(new (std::nothrow) std::uint32_t[capacity]());
-  if (bases == nullptr || chunks == nullptr || freeCounts == nullptr) {
+  if (origins == nullptr || chunks == nullptr || freeCounts == nullptr) {
     return false;
   }
-  std::copy_n(m_bases.get(), m_chunkCapacity, bases.get());
+  std::copy_n(m_origins.get(), m_chunkCapacity, origins.get());
   std::move(m_chunks.get(), m_chunks.get() + m_chunkCapacity, chunks.get());
   std::copy_n(m_freeCounts.get(), m_chunkCapacity, freeCounts.get());
-  m_bases = std::move(bases);
+  m_origins = std::move(origins);
   m_chunks = std::move(chunks);
   m_freeCounts = std::move(freeCounts);
   m_chunkCapacity = capacity;

@@ -19,21 +19,16 @@ struct Frame {
   std::uint64_t hash;  ///< hash of the image in the paging file, if it has one
   std::uint32_t page;  ///< first page of the span held
 
-  std::uint32_t count : 29;        ///< frames of the run; 0 in a frame that starts no run
-  Queue queue : 2;                 ///< the replacement queue it stands in
-  std::uint32_t vacantListed : 1;  ///< whether it stands in its class's list
+  std::uint32_t count : 29;  ///< frames of the run; 0 in a frame that starts no run
+  Queue queue : 2;           ///< the replacement queue it stands in
 
   std::uint32_t older;  ///< next frame of its replacement queue, towards eviction
   std::uint32_t newer;  ///< next frame of its replacement queue, away from eviction
 
-  union {
-    std::uint32_t vacantOlder;  ///< slab: next in its class's list of slabs with free slots
-    std::uint32_t pins;         ///< large object: its pin count
-  };
-  std::uint32_t vacantNewer;  ///< slab: the one before in that list
+  std::uint32_t pins;  ///< large object: its pin count
 };
 
-static_assert(sizeof(Frame) == 32);
+static_assert(sizeof(Frame) <= 32);
 
 /// The memory that spans live in: frames of 4 KiB, taken in runs from chunks of 512. The frame does
 /// not change with the page size, so an address is found with constant shifts.
@@ -56,8 +51,8 @@ class FrameArena {
 
   /// The address of a frame.
   char* Address(std::uint32_t frame) const {
-    return m_bases[frame / kChunkFrames] +
-           (static_cast<std::uintptr_t>(frame % kChunkFrames) << kFrameShift);
+    return reinterpret_cast<char*>(  // NOLINT(performance-no-int-to-ptr): see m_origins
+        m_origins[frame / kChunkFrames] + (static_cast<std::uintptr_t>(frame) << kFrameShift));
   }
   Frame& operator[](std::uint32_t frame) {
     return m_chunks[frame / kChunkFrames]->frames[frame % kChunkFrames];
@@ -107,7 +102,7 @@ class FrameArena {
   std::uint32_t TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count);
 
   bool m_hugePages;                                    // whether chunks are to be huge pages
-  std::unique_ptr<char*[]> m_bases;                    // per chunk: its memory, for Address
+  std::unique_ptr<std::uintptr_t[]> m_origins;         // per chunk: where frame 0 would be, Address
   std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: the rest; null in a gap
   std::unique_ptr<std::uint32_t[]> m_freeCounts;       // per chunk: free frames, for the search
   std::uint32_t m_chunkEnd = 0;                        // chunk numbers given out

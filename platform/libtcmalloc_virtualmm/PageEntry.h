@@ -16,6 +16,7 @@ struct PageEntry {
   static constexpr std::uint8_t kHasCopy = 1;  ///< flag: the paging file holds an image of it
   static constexpr std::uint8_t kNotify = 2;   ///< flag: the pager waits for its last unpin
   static constexpr std::uint8_t kVacant = 4;   ///< flag: it left memory with a quarter free
+  static constexpr std::uint8_t kListed = 8;   ///< flag: it is listed as in memory with free slots
 
   static constexpr std::uint8_t kFrequency = 0x30;      ///< in `flags`: touches counted, 0 to 3
   static constexpr std::uint8_t kFrequencyStep = 0x10;  ///< one of them

@@ -36,6 +36,9 @@ class PageTable {
   PageEntry& operator[](std::uint32_t page) {
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
+  const PageEntry& operator[](std::uint32_t page) const {
+    return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
+  }
   /// The same, or null for a page beyond the table.
   PageEntry* Find(std::uint32_t page) { return Has(page) ? &(*this)[page] : nullptr; }
   /// Whether the page's leaf, which the table has, is in memory.

@@ -64,7 +64,9 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
 }
 
 void SizeClasses::AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages) {
-  m_slots[m_count] = {slots * stride, UINT32_MAX / stride + 1};
+  // The smallest factor whose product with the stride is above 2^32.
+  const auto factor = static_cast<std::uint32_t>((std::uint64_t{1} << 32) / stride + 1);
+  m_slots[m_count] = {factor, slots * (factor * stride)};
   m_classes[m_count++] = {static_cast<std::uint16_t>(stride),
                           static_cast<std::uint16_t>(stride - kObjectHeaderBytes),
                           static_cast<std::uint16_t>(slots), static_cast<std::uint16_t>(pages)};

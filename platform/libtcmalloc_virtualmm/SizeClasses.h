@@ -49,17 +49,17 @@ class SizeClasses {
   /// Whether an object's place starts at `byte`, whose low three bits do not matter, in a span in
   /// `state`, which is any state byte of the page table: only spans of slabs in memory have slots.
   bool IsSlotStart(std::uint8_t state, std::uint16_t byte) const {
-    const Slots slots = m_slots[state];
     const std::uint32_t place = (byte & ~7U) - kFirstObjectByte;
-    return place < slots.bytes && place * slots.reciprocal < slots.reciprocal;
+    return place * m_slots[state].factor < m_slots[state].end;
   }
 
  private:
-  /// Where slots are in a span: what the check of a handle needs.
+  /// Where slots are in a span: what the check of a handle needs. Modulo 2^32 the factor times the
+  /// stride is a small number, so multiples of the stride give small products in their order, and
+  /// all other places below 2^16, and those in front of the first slot, large ones.
   struct Slots {
-    std::uint32_t bytes;       // of all slots; 0 where there are none
-    std::uint32_t reciprocal;  // of the stride, times 2^32, rounded up: modulo 2^32, multiples of
-                               // the stride below 2^16 and no others give a product below it
+    std::uint32_t factor;  // of a place; a bit more than 2^32 / stride
+    std::uint32_t end;     // the product of the place behind the last slot; 0 without slots
   };
 
   void AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages);

@@ -5,13 +5,26 @@
 
 namespace tcmalloc {
 
-void SlabDirectory::Open(std::uint32_t frame) {
-  Unlink(frame);
-  PageEntry& entry = EntryAt(frame);
+void SlabDirectory::Open(std::uint32_t page) {
+  PageEntry& entry = m_table[page];
+  entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
   ClassState& state = m_states[entry.Kind()];
-  state.openSlab = SlabAt(frame);
+  state.openSlab = SlabAt(entry.where);
   state.openEntry = &entry;
-  state.openPage = m_arena[frame].page;
+  state.openPage = page;
+}
+
+std::uint32_t SlabDirectory::TakeInMemory(std::uint8_t sizeClass) {
+  std::vector<std::uint32_t>& vacant = m_states[sizeClass].vacant;
+  while (!vacant.empty()) {
+    const std::uint32_t page = vacant.back();
+    vacant.pop_back();
+    if (IsUsable(sizeClass, page)) {
+      m_table[page].flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
+      return page;
+    }
+  }
+  return PageTable::kNoPage;
 }
 
 std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
@@ -27,78 +40,42 @@ std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
   return PageTable::kNoPage;
 }
 
-void SlabDirectory::OnSlotFreed(std::uint32_t frame) {
-  if (!m_arena[frame].vacantListed) {
-    Link(frame);
-  }
-}
-
 void SlabDirectory::OnPageIn(std::uint32_t frame) {
   PageEntry& entry = EntryAt(frame);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
   SlabAt(frame)->Load(entry.live);
   if (entry.live.freeSlots > 0) {
-    Link(frame);
+    NoteVacant(m_arena[frame].page, entry);
   }
 }
 
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
-  Withdraw(frame);
-  PageEntry& entry = EntryAt(frame);
+  const std::uint32_t page = m_arena[frame].page;
+  PageEntry& entry = m_table[page];
+  CloseIfOpen(page);
+  entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
   if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
     entry.flags |= PageEntry::kVacant;
-    NoteOut(entry.Kind(), m_arena[frame].page);
+    // Without memory for the list its free slots wait until the slab is in memory again. What a
+    // leaf that is out describes is taken for usable.
+    ClassState& state = m_states[entry.Kind()];
+    Note(state.outVacant, page, state.spans, [&](std::uint32_t noted) {
+      return !m_table.IsIn(noted) || IsUsableOut(entry.Kind(), m_table[noted]);
+    });
   }
 }
 
 void SlabDirectory::OnRelease(std::uint32_t frame) {
-  Withdraw(frame);
-  --m_states[EntryAt(frame).Kind()].spans;
+  const std::uint32_t page = m_arena[frame].page;
+  CloseIfOpen(page);
+  --m_states[m_table[page].Kind()].spans;
 }
 
 void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
-  const Frame& frame = m_arena[to];
-  ClassState& state = m_states[m_table[frame.page].Kind()];
-  if (frame.vacantListed) {
-    if (frame.vacantOlder != kNoFrame) {
-      m_arena[frame.vacantOlder].vacantNewer = to;
-    }
-    (frame.vacantNewer == kNoFrame ? state.newestVacant : m_arena[frame.vacantNewer].vacantOlder) =
-        to;
-    m_arena[from].vacantListed = 0;
-  } else if (state.openSlab == SlabAt(from)) {
+  ClassState& state = m_states[EntryAt(to).Kind()];
+  if (state.openSlab == SlabAt(from)) {
     state.openSlab = SlabAt(to);
   }
-}
-
-void SlabDirectory::Link(std::uint32_t frame) {
-  Frame& f = m_arena[frame];
-  ClassState& state = m_states[EntryAt(frame).Kind()];
-  f.vacantListed = 1;
-  f.vacantOlder = state.newestVacant;
-  f.vacantNewer = kNoFrame;
-  if (state.newestVacant != kNoFrame) {
-    m_arena[state.newestVacant].vacantNewer = frame;
-  }
-  state.newestVacant = frame;
-}
-
-void SlabDirectory::Unlink(std::uint32_t frame) {
-  Frame& f = m_arena[frame];
-  if (!f.vacantListed) {
-    return;
-  }
-  if (f.vacantOlder != kNoFrame) {
-    m_arena[f.vacantOlder].vacantNewer = f.vacantNewer;
-  }
-  (f.vacantNewer == kNoFrame ? m_states[EntryAt(frame).Kind()].newestVacant
-                             : m_arena[f.vacantNewer].vacantOlder) = f.vacantOlder;
-  f.vacantListed = 0;
-}
-
-void SlabDirectory::Withdraw(std::uint32_t frame) {
-  Unlink(frame);
-  CloseIfOpen(m_arena[frame].page);
 }
 
 void SlabDirectory::CloseIfOpen(std::uint32_t page) {
@@ -108,29 +85,48 @@ void SlabDirectory::CloseIfOpen(std::uint32_t page) {
   }
 }
 
+/// Lists a slab in memory with free slots. Without memory for that it waits for its next freed
+/// slot.
+void SlabDirectory::NoteVacant(std::uint32_t page, PageEntry& entry) {
+  ClassState& state = m_states[entry.Kind()];
+  entry.flags |= PageEntry::kListed;
+  if (!Note(state.vacant, page, state.spans,
+            [&](std::uint32_t noted) { return IsUsable(entry.Kind(), noted); })) {
+    entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
+  }
+}
+
+bool SlabDirectory::IsUsable(std::uint8_t sizeClass, std::uint32_t page) {
+  const PageEntry& entry = m_table[page];
+  return entry.state == sizeClass && (entry.flags & PageEntry::kListed) != 0;
+}
+
 bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry) {
   return entry.Kind() == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
 }
 
-void SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {
-  ClassState& state = m_states[sizeClass];
-  std::vector<std::uint32_t>& out = state.outVacant;
-  try {
-    // A page that came and went stands in the list more than once. When the list outgrows the
-    // class's spans, what is known not to hold any more is dropped. What is left is at most every
-    // page once, and it has to double before the next time.
-    if (out.size() >= std::max(state.tidyAt, 2 * (std::size_t{state.spans} + 8))) {
-      std::sort(out.begin(), out.end());
-      out.erase(std::unique(out.begin(), out.end()), out.end());
-      std::erase_if(out, [&](std::uint32_t p) {
-        return m_table.IsIn(p) && !IsUsableOut(sizeClass, m_table[p]);
-      });
-      state.tidyAt = 2 * out.size();
+/// Adds a page to a list. @return false without memory
+template <typename Predicate>
+bool SlabDirectory::Note(std::vector<std::uint32_t>& list, std::uint32_t page, std::uint32_t spans,
+                         Predicate isUsable) {
+  if (list.size() == list.capacity()) [[unlikely]] {
+    // A page that came and went stands in the list more than once. When the list is full and
+    // outgrows the class's spans, what no longer holds is dropped; that happens at most once in
+    // `spans` notes.
+    if (list.size() >= 2 * (std::size_t{spans} + 8)) {
+      std::sort(list.begin(), list.end());
+      list.erase(std::unique(list.begin(), list.end()), list.end());
+      std::erase_if(list, [&](std::uint32_t noted) { return !isUsable(noted); });
     }
-    out.push_back(page);
-  } catch (const std::exception&) {
-    // Not noted: its free slots wait until the slab is in memory again.
+    try {
+      list.push_back(page);
+    } catch (const std::exception&) {
+      return false;
+    }
+    return true;
   }
+  list.push_back(page);
+  return true;
 }
 
 }  // namespace tcmalloc

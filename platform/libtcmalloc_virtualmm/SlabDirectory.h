@@ -16,16 +16,15 @@ namespace tcmalloc {
 /// quarter of their slots free (for fewer, a new slab is cheaper than a read).
 class SlabDirectory {
  public:
-  /// One class's slabs and counts.
-  struct ClassState {
-    SlabPage* openSlab = nullptr;           // the open slab, in memory; null when there is none
-    PageEntry* openEntry = nullptr;         // its page table entry
-    std::uint32_t openPage = 0;             // its page; meaningful with an open slab
-    std::uint32_t newestVacant = kNoFrame;  // list of slabs in memory with free slots
-    std::vector<std::uint32_t> outVacant;   // pages that left with free slots; checked when taken
-    std::size_t tidyAt = 0;                 // length of that list from which it is worth tidying
-    std::uint64_t liveObjects = 0;          // objects allocated
-    std::uint32_t spans = 0;                // slabs in all
+  /// One class's slabs and counts. What every allocation looks at comes first, in one cache line.
+  struct alignas(64) ClassState {
+    SlabPage* openSlab = nullptr;          // the open slab, in memory; null when there is none
+    PageEntry* openEntry = nullptr;        // its page table entry
+    std::uint32_t openPage = 0;            // its page; meaningful with an open slab
+    std::uint32_t spans = 0;               // slabs in all
+    std::uint64_t liveObjects = 0;         // objects allocated
+    std::vector<std::uint32_t> vacant;     // pages in memory with free slots; checked when taken
+    std::vector<std::uint32_t> outVacant;  // pages that left with free slots; checked when taken
   };
 
   /// @throws std::bad_alloc
@@ -34,20 +33,27 @@ class SlabDirectory {
 
   ClassState& operator[](std::uint8_t sizeClass) { return m_states[sizeClass]; }
 
-  /// Makes the slab at `frame` the one its class takes objects from.
-  void Open(std::uint32_t frame);
+  /// Makes the slab at `page`, which is in memory, the one its class takes objects from.
+  void Open(std::uint32_t page);
 
-  /// A slab in memory with free slots, or kNoFrame. It stays listed until it is opened.
-  std::uint32_t FindInMemory(std::uint8_t sizeClass) const {
-    return m_states[sizeClass].newestVacant;
-  }
+  /// Takes the page of a slab in memory with free slots off the class's list; kNoPage when there is
+  /// none. Slots freed last are found first: they are in the processor's caches.
+  std::uint32_t TakeInMemory(std::uint8_t sizeClass);
 
   /// Takes the page of a slab that is out and has free slots off the class's list; kNoPage when
   /// there is none.
   std::uint32_t TakeOut(std::uint8_t sizeClass);
 
-  /// Notes that a slot of a slab that is not open became free.
-  void OnSlotFreed(std::uint32_t frame);
+  /// Notes that a slot of a slab in memory that is not open became free: opens the slab if its
+  /// class has no other free slot at hand, else lists it.
+  void OnSlotFreed(std::uint32_t page, PageEntry& entry) {
+    const ClassState& state = m_states[entry.Kind()];
+    if (state.openSlab == nullptr || state.openEntry->live.freeSlots == 0) {
+      Open(page);
+    } else if ((entry.flags & PageEntry::kListed) == 0) {
+      NoteVacant(page, entry);
+    }
+  }
 
   /// Notes that a slab came into memory, is about to leave it, is about to end, or moved from one
   /// frame to another (whose descriptor is already a copy of the old one's).
@@ -57,12 +63,13 @@ class SlabDirectory {
   void OnMoved(std::uint32_t from, std::uint32_t to);
 
  private:
-  void Link(std::uint32_t frame);
-  void Unlink(std::uint32_t frame);
-  void Withdraw(std::uint32_t frame);
   void CloseIfOpen(std::uint32_t page);
-  void NoteOut(std::uint8_t sizeClass, std::uint32_t page);
+  void NoteVacant(std::uint32_t page, PageEntry& entry);
+  bool IsUsable(std::uint8_t sizeClass, std::uint32_t page);
   static bool IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry);
+  template <typename Predicate>
+  bool Note(std::vector<std::uint32_t>& list, std::uint32_t page, std::uint32_t spans,
+            Predicate isUsable);
   PageEntry& EntryAt(std::uint32_t frame) { return m_table[m_arena[frame].page]; }
   SlabPage* SlabAt(std::uint32_t frame) { return SlabPage::At(m_arena.Address(frame)); }
 

@@ -31,9 +31,6 @@ struct ObjectHeader {
   std::uint64_t Word() const { return std::bit_cast<std::uint64_t>(*this); }
 };
 
-/// Set in a header's word to leave its pin count out of a comparison.
-constexpr std::uint64_t kPinsOfAny = std::bit_cast<std::uint64_t>(ObjectHeader{~0U, 0});
-
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
 
@@ -79,7 +76,7 @@ class SlabPage {
                                            (toByte & ~7U));
   }
 
-  /// Takes a free slot (there must be one) for an object of `size` bytes, pinned once.
+  /// Takes a free slot (there must be one) for an object of `size` bytes, not pinned.
   /// @return its header
   ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
                      const SizeClass& sizeClass) {
@@ -88,7 +85,7 @@ class SlabPage {
     live.firstFree = ObjectHandle::ByteOf(header->tag);
     --live.freeSlots;
     const std::uint32_t slack = sizeClass.capacity - size;
-    header->pins = 1;
+    header->pins = 0;
     header->tag = (byte + std::min(slack, kSlackInSlot)) << 16 | generation;
     if (slack >= kSlackInSlot) {
       char* place = SlackPlace(header, sizeClass);

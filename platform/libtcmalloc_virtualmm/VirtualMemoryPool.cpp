@@ -42,6 +42,14 @@ void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
   return m_engine->MovePin(from.offset, to.offset);
 }
 
+void* VirtualMemoryPool::GetUnpinned(PageItem& item) {
+  return m_engine->GetUnpinned(item.offset);
+}
+
+void VirtualMemoryPool::Prefetch(PageItem& item) const {
+  m_engine->Prefetch(item.offset);
+}
+
 void VirtualMemoryPool::Dirty(PageItem& item) {
   m_engine->Dirty(item.offset);
 }

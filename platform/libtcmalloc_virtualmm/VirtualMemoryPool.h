@@ -105,6 +105,17 @@ class VirtualMemoryPool {
   /// @return as GetAddress
   void* MovePin(PageItem& from, PageItem& to);
 
+  /// Looks an object up that is in memory, to be changed before anything else is asked of the pool:
+  /// a pin and its Dismiss at half their cost.
+  /// @return its address, valid until the next call of any operation but this one; null when the
+  ///         object has to be pinned instead, or for a stale or foreign offset. Nothing is owed.
+  /// Cost: O(1), a few nanoseconds, never touches the disk.
+  void* GetUnpinned(PageItem& item);
+
+  /// Begins to load an object that is in memory into the processor's caches, for a pin that is to
+  /// come. Changes nothing; ignored for what is out and for a stale or foreign offset.
+  void Prefetch(PageItem& item) const;
+
   /// Marks an object as modified; ignored for a stale or foreign offset.
   void Dirty(PageItem& item);
 

@@ -247,6 +247,18 @@ void* QRTVirtualMemoryMgr::movePin(unsigned long long from, unsigned long long t
   return m_pool->MovePin(fromHandle, toHandle);
 }
 
+void* QRTVirtualMemoryMgr::getUnpinned(unsigned long long offset) {
+  tcmalloc::PageItem handle{offset};
+  return m_pool->GetUnpinned(handle);
+}
+
+void QRTVirtualMemoryMgr::prefetch(unsigned long long offset) const {
+  if (!isNull(offset)) {
+    tcmalloc::PageItem handle{offset};
+    m_pool->Prefetch(handle);
+  }
+}
+
 void QRTVirtualMemoryMgr::allocUsingPool(const void* data, unsigned int size,
                                          QRTVirtualPageItem& item) {
   m_pageItemPool->set(data, size, item);

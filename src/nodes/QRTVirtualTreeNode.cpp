@@ -7,9 +7,9 @@
 #include "QRTVirtualContainer.h"
 #include "QRTVirtualTree.h"
 
-// Editing. Each operation first pins the neighbours it is going to relink and checks what it can
-// see of them; only then does it write. A failed check or an unreadable neighbour therefore leaves
-// the tree as it was.
+// Editing. Each operation first gets hold of the neighbours it is going to relink and checks what
+// it can see of them; only then does it write. A failed check or an unreadable neighbour therefore
+// leaves the tree as it was.
 
 namespace {
 
@@ -21,22 +21,13 @@ constexpr unsigned int kChildCountMask = 0x7FFFFFFFU;
 unsigned int QRTVirtualTreeNode::m_classId = 0;
 QRTThreadCriticalSection QRTVirtualTreeNode::m_classIdLock(0);
 
-// A neighbour, pinned while this stands. A neighbour in process memory, which only a parent can
-// be, needs no pin and its dismissal is ignored.
+// A neighbour, pinned while this stands.
 class QRTPinnedNeighbour {
  public:
   // Pins the node behind a link of `of`; null behind link 0.
   QRTPinnedNeighbour(QRTVirtualTreeNode& of, unsigned long long link)
       : m_container(of.getContainer()), m_offset(link), m_node(of.fetch(link)) {
     QRT_ASSERT_NAMED(m_node || m_offset == 0, "the neighbour cannot be read back");
-  }
-
-  // Pins the parent of `child`.
-  static QRTPinnedNeighbour parentOf(QRTVirtualTreeNode& child) {
-    if (child.m_parentIsAddress != 0) {
-      return QRTPinnedNeighbour(child.parentInProcessMemory());
-    }
-    return QRTPinnedNeighbour(child, child.m_parent);
   }
 
   ~QRTPinnedNeighbour() { dismiss(); }
@@ -46,8 +37,7 @@ class QRTPinnedNeighbour {
     dismiss();
     m_container = other.m_container;
     m_offset = other.m_offset;
-    m_node = other.m_node;
-    other.m_node = nullptr;
+    m_node = other.release();
     return *this;
   }
   QRTPinnedNeighbour(const QRTPinnedNeighbour&) = delete;
@@ -57,19 +47,88 @@ class QRTPinnedNeighbour {
   QRTVirtualTreeNode* get() const { return m_node; }
   explicit operator bool() const { return m_node != nullptr; }
 
- private:
-  explicit QRTPinnedNeighbour(QRTVirtualTreeNode* inProcessMemory)
-      : m_container(nullptr), m_offset(0), m_node(inProcessMemory) {}
+  // Leaves the pin to the caller.
+  QRTVirtualTreeNode* release() {
+    QRTVirtualTreeNode* const node = m_node;
+    m_node = nullptr;
+    return node;
+  }
 
+ private:
   void dismiss() noexcept {
-    if (m_node != nullptr && m_container != nullptr) {
+    if (m_node != nullptr) {
       m_container->dismiss(m_offset);
     }
   }
 
-  QRTVirtualContainer* m_container;  // whose store the pin is in; null when there is no pin
+  QRTVirtualContainer* m_container;  // whose store the pin is in
   unsigned long long m_offset;       // offset of the node
   QRTVirtualTreeNode* m_node;        // the node; null for none
+};
+
+// Two neighbours, in their places while this stands, for as long as nothing else is asked of the
+// store. Those in memory are only looked up, since nothing can move them then; when one is not,
+// both are pinned. An edit spends most of its time waiting for its neighbours, and the fewer
+// instructions there are between them the earlier the processor begins with the next one.
+class QRTTreeNeighbours {
+ public:
+  // Gets the nodes behind two links of `of`; null behind link 0.
+  QRTTreeNeighbours(QRTVirtualTreeNode& of, unsigned long long first, unsigned long long second)
+      : m_first(lookUp(of, first)), m_second(lookUp(of, second)) {
+    if ((m_first == nullptr && first != 0) || (m_second == nullptr && second != 0)) [[unlikely]] {
+      pinBoth(of, first, second);
+    }
+  }
+
+  ~QRTTreeNeighbours() {
+    if (m_container != nullptr) [[unlikely]] {
+      dismissBoth();
+    }
+  }
+  QRTTreeNeighbours(const QRTTreeNeighbours&) = delete;
+  QRTTreeNeighbours& operator=(const QRTTreeNeighbours&) = delete;
+
+  QRTVirtualTreeNode* first() const { return m_first; }
+  QRTVirtualTreeNode* second() const { return m_second; }
+
+  // The link behind which `of` has a stored parent; 0 when it has none. A parent in process memory
+  // is there without being looked up.
+  static unsigned long long linkToParent(const QRTVirtualTreeNode& of) {
+    return of.m_parentIsAddress != 0 ? 0 : of.m_parent;
+  }
+
+ private:
+  static QRTVirtualTreeNode* lookUp(QRTVirtualTreeNode& of, unsigned long long link) {
+    QRTVirtualContainer* const container = of.getContainer();
+    if (link == 0 || container == nullptr || container->getMemoryMgr() == nullptr) {
+      return nullptr;
+    }
+    return static_cast<QRTVirtualTreeNode*>(
+        static_cast<QRTVirtualPersistNode*>(container->getMemoryMgr()->getUnpinned(link)));
+  }
+
+  [[gnu::noinline, gnu::cold]] void pinBoth(QRTVirtualTreeNode& of, unsigned long long first,
+                                            unsigned long long second) {
+    QRTPinnedNeighbour one(of, first);
+    QRTPinnedNeighbour other(of, second);
+    m_first = one.release();
+    m_second = other.release();
+    m_container = of.getContainer();
+    m_firstOffset = first;
+    m_secondOffset = second;
+  }
+
+  [[gnu::noinline, gnu::cold]] void dismissBoth() noexcept {
+    m_container->dismiss(m_firstOffset);
+    m_container->dismiss(m_secondOffset);
+  }
+
+  QRTVirtualContainer* m_container =
+      nullptr;                            // whose store they are pinned in; null if they aren't
+  QRTVirtualTreeNode* m_first;            // the first neighbour; null for none
+  QRTVirtualTreeNode* m_second;           // the second neighbour; null for none
+  unsigned long long m_firstOffset = 0;   // offset of the first, when they are pinned
+  unsigned long long m_secondOffset = 0;  // offset of the second, likewise
 };
 
 QRTVirtualTreeNode::QRTVirtualTreeNode() noexcept
@@ -142,7 +201,7 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::getParent(int includeRoot) {
 }
 
 // 1. There must be a child.
-// 2. Pin the last child.
+// 2. Get the last child.
 // 3. Behind a last child: link the two and the parent.
 // 4. Into an empty list: the child is first and last.
 // 5. Count it.
@@ -151,8 +210,9 @@ void QRTVirtualTreeNode::appendChild(QRTVirtualTreeNode* child) {
   QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkChild(*child);
   // Step 2
-  const QRTPinnedNeighbour last(*this, m_lastChild);
-  if (last) {
+  const QRTTreeNeighbours neighbours(*this, m_lastChild, 0);
+  QRTVirtualTreeNode* const last = neighbours.first();
+  if (last != nullptr) {
     // Step 3
     last->m_nextSibling = child->getPageOffset();
     child->m_previousSibling = last->getPageOffset();
@@ -213,7 +273,7 @@ void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
 }
 
 // 1. There must be a sibling.
-// 2. Pin the next node, and the parent.
+// 2. Get the next node, and the parent.
 // 3. In the middle: link the sibling between this node and the next.
 // 4. At the end: link it behind this node; it becomes the parent's last child.
 // 5. Count it.
@@ -222,9 +282,11 @@ void QRTVirtualTreeNode::insertAfter(QRTVirtualTreeNode* sibling) {
   QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkSibling(*sibling);
   // Step 2
-  const QRTPinnedNeighbour next(*this, m_nextSibling);
-  const QRTPinnedNeighbour parent = QRTPinnedNeighbour::parentOf(*this);
-  if (next) {
+  const QRTTreeNeighbours neighbours(*this, m_nextSibling, QRTTreeNeighbours::linkToParent(*this));
+  QRTVirtualTreeNode* const next = neighbours.first();
+  QRTVirtualTreeNode* const parent =
+      m_parentIsAddress != 0 ? parentInProcessMemory() : neighbours.second();
+  if (next != nullptr) {
     QRT_ASSERT_NAMED(next->m_previousSibling == getPageOffset(), "this node has been taken out");
     // Step 3
     sibling->m_previousSibling = next->m_previousSibling;
@@ -234,24 +296,24 @@ void QRTVirtualTreeNode::insertAfter(QRTVirtualTreeNode* sibling) {
     sibling->copyParentLink(*this);
   } else {
     QRT_ASSERT_NAMED(sibling->m_nextSibling == 0, "the sibling has to be detached");
-    QRT_ASSERT_NAMED(!parent || parent->m_lastChild == getPageOffset(),
+    QRT_ASSERT_NAMED(parent == nullptr || parent->m_lastChild == getPageOffset(),
                      "this node has been taken out");
     // Step 4
     m_nextSibling = sibling->getPageOffset();
     sibling->m_previousSibling = getPageOffset();
     sibling->copyParentLink(*this);
-    if (parent) {
+    if (parent != nullptr) {
       parent->m_lastChild = sibling->getPageOffset();
     }
   }
   // Step 5
-  if (parent) {
+  if (parent != nullptr) {
     ++parent->m_childCount;
   }
 }
 
 // 1. There must be a sibling.
-// 2. Pin the previous node, and the parent.
+// 2. Get the previous node, and the parent.
 // 3. In the middle: link the sibling between the previous node and this one.
 // 4. At the beginning: link it before this node; it becomes the parent's first child.
 // 5. Count it.
@@ -260,9 +322,12 @@ void QRTVirtualTreeNode::insertBefore(QRTVirtualTreeNode* sibling) {
   QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkSibling(*sibling);
   // Step 2
-  const QRTPinnedNeighbour previous(*this, m_previousSibling);
-  const QRTPinnedNeighbour parent = QRTPinnedNeighbour::parentOf(*this);
-  if (previous) {
+  const QRTTreeNeighbours neighbours(*this, m_previousSibling,
+                                     QRTTreeNeighbours::linkToParent(*this));
+  QRTVirtualTreeNode* const previous = neighbours.first();
+  QRTVirtualTreeNode* const parent =
+      m_parentIsAddress != 0 ? parentInProcessMemory() : neighbours.second();
+  if (previous != nullptr) {
     QRT_ASSERT_NAMED(previous->m_nextSibling == getPageOffset(), "this node has been taken out");
     // Step 3
     sibling->m_previousSibling = previous->getPageOffset();
@@ -271,25 +336,25 @@ void QRTVirtualTreeNode::insertBefore(QRTVirtualTreeNode* sibling) {
     previous->m_nextSibling = sibling->getPageOffset();
     sibling->copyParentLink(*this);
   } else {
-    QRT_ASSERT_NAMED(!parent || parent->m_firstChild == getPageOffset(),
+    QRT_ASSERT_NAMED(parent == nullptr || parent->m_firstChild == getPageOffset(),
                      "this node has been taken out");
     // Step 4
     m_previousSibling = sibling->getPageOffset();
     sibling->m_nextSibling = getPageOffset();
     sibling->m_previousSibling = 0;
     sibling->copyParentLink(*this);
-    if (parent) {
+    if (parent != nullptr) {
       parent->m_firstChild = sibling->getPageOffset();
     }
   }
   // Step 5
-  if (parent) {
+  if (parent != nullptr) {
     ++parent->m_childCount;
   }
 }
 
 // 1. There must be an old child, of this node, and a new one.
-// 2. Pin the old child's neighbours, which must name it.
+// 2. Get the old child's neighbours, which must name it.
 // 3. The new child takes the old one's place among siblings and under the parent; the old one keeps
 //    its own links.
 // 4. The neighbours name the new child.
@@ -306,23 +371,25 @@ void QRTVirtualTreeNode::replaceChild(QRTVirtualTreeNode* oldChild, QRTVirtualTr
   oldChild->checkSibling(*newChild);
   // Step 2
   const unsigned long long place = oldChild->getPageOffset();
-  const QRTPinnedNeighbour previous(*oldChild, oldChild->m_previousSibling);
-  const QRTPinnedNeighbour next(*oldChild, oldChild->m_nextSibling);
-  QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == place,
+  const QRTTreeNeighbours neighbours(*oldChild, oldChild->m_previousSibling,
+                                     oldChild->m_nextSibling);
+  QRTVirtualTreeNode* const previous = neighbours.first();
+  QRTVirtualTreeNode* const next = neighbours.second();
+  QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
                    "the old child has been taken out");
-  QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == place,
+  QRT_ASSERT_NAMED((next != nullptr ? next->m_previousSibling : m_lastChild) == place,
                    "the old child has been taken out");
   // Step 3
   newChild->m_nextSibling = oldChild->m_nextSibling;
   newChild->m_previousSibling = oldChild->m_previousSibling;
   newChild->copyParentLink(*oldChild);
   // Steps 4 and 5
-  (previous ? previous->m_nextSibling : m_firstChild) = newChild->getPageOffset();
-  (next ? next->m_previousSibling : m_lastChild) = newChild->getPageOffset();
+  (previous != nullptr ? previous->m_nextSibling : m_firstChild) = newChild->getPageOffset();
+  (next != nullptr ? next->m_previousSibling : m_lastChild) = newChild->getPageOffset();
 }
 
 // 1. There must be a child, of this node.
-// 2. Pin its neighbours, which must name it, as this node must where there is none.
+// 2. Get its neighbours, which must name it, as this node must where there is none.
 // 3. Join the neighbours, or make the remaining one first or last.
 // 4. The child has no siblings any more.
 // 5. Count it off.
@@ -332,15 +399,16 @@ void QRTVirtualTreeNode::removeChild(QRTVirtualTreeNode* child) {
   QRT_ASSERT_NAMED(child->namesParent(*this), "not a child of this node");
   // Step 2
   const unsigned long long place = child->getPageOffset();
-  const QRTPinnedNeighbour previous(*child, child->m_previousSibling);
-  const QRTPinnedNeighbour next(*child, child->m_nextSibling);
-  QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == place,
+  const QRTTreeNeighbours neighbours(*child, child->m_previousSibling, child->m_nextSibling);
+  QRTVirtualTreeNode* const previous = neighbours.first();
+  QRTVirtualTreeNode* const next = neighbours.second();
+  QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
                    "the child has been taken out before");
-  QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == place,
+  QRT_ASSERT_NAMED((next != nullptr ? next->m_previousSibling : m_lastChild) == place,
                    "the child has been taken out before");
   // Step 3
-  (previous ? previous->m_nextSibling : m_firstChild) = child->m_nextSibling;
-  (next ? next->m_previousSibling : m_lastChild) = child->m_previousSibling;
+  (previous != nullptr ? previous->m_nextSibling : m_firstChild) = child->m_nextSibling;
+  (next != nullptr ? next->m_previousSibling : m_lastChild) = child->m_previousSibling;
   // Step 4
   child->m_nextSibling = 0;
   child->m_previousSibling = 0;

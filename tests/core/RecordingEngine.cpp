@@ -99,6 +99,13 @@ void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
   return GetAddress(to, true);
 }
 
+// What is recorded is pinned: nothing counts as being in memory.
+void* VirtualMemoryPool::GetUnpinned(PageItem&) {
+  return nullptr;
+}
+
+void VirtualMemoryPool::Prefetch(PageItem&) const {}
+
 void VirtualMemoryPool::Dirty(PageItem& item) {
   const FailingNew::Pause pause;
   EngineRecord::get().calls.push_back("Dirty(" + number(item.offset) + ")");

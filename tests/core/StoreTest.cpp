@@ -141,6 +141,7 @@ TEST_F(StoreTest, HandlesOfNoStoreAreIgnored) {
     }
     QRTVirtualPageItem foreign(offset, 4);
     ASSERT_EQ(manager.getAddress(offset, 1), nullptr) << offset;
+    manager.prefetch(offset);
     manager.dismiss(offset);
     manager.dirty(foreign);
     manager.free(foreign);
@@ -158,6 +159,17 @@ TEST_F(StoreTest, OneDismissTooManyTakesNoLaterPin) {
   pushOut();
   EXPECT_EQ(manager.getAddress(item, 1), pinned) << "the pin holds the object where it is";
   EXPECT_EQ(std::memcmp(pinned, "kept", 4), 0);
+}
+
+TEST_F(StoreTest, AnnouncedPinsTakeNoPinAndReadNothing) {
+  QRTVirtualPageItem item = stored("near");
+  manager.prefetch(item.getOffset());
+  pushOut();
+  const unsigned long long reads = figure("Paging Statistics - Reads: ");
+  manager.prefetch(item.getOffset());
+  EXPECT_EQ(figure("Paging Statistics - Reads: "), reads);
+  EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
+  EXPECT_EQ(text(item), "near");
 }
 
 TEST_F(StoreTest, ChangesThroughAWritingPinSurviveBeingPagedOut) {

@@ -84,6 +84,17 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     Pinned(to, true, failures, engine->MovePin(from.offset, to.offset));
   }
 
+  // Changes an object without a pin of its own, if the engine has it at hand.
+  void ChangeUnpinned(Live& object) {
+    engine->Prefetch(object.offset);
+    if (void* address = engine->GetUnpinned(object.offset)) {
+      ASSERT_TRUE(object.pins.empty() || address == object.address);
+      ASSERT_TRUE(Holds(address, object.size, object.seed)) << "size " << object.size;
+      object.seed = Random();
+      Fill(address, object.size, object.seed);
+    }
+  }
+
   // Notes in the model what came of a pin.
   void Pinned(Live& object, bool forWriting, std::size_t failures, void* address) {
     if (address == nullptr) {
@@ -144,8 +155,10 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
       Pin(Any());
     } else if (choice < 50) {
       MovePin(Any(), Any());
-    } else if (choice < 60) {
+    } else if (choice < 55) {
       Change(Any());
+    } else if (choice < 60) {
+      ChangeUnpinned(Any());
     } else if (choice < 85) {
       Dismiss(Any());
     } else if (choice < 98) {
