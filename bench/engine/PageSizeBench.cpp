@@ -18,7 +18,9 @@ constexpr std::size_t kObjects = (std::size_t{512} << 20) / kObjectBytes;
 class PagedObjects {
  public:
   explicit PagedObjects(const benchmark::State& state)
-      : m_engine(Options(state), tcmalloc::MakePagingFile("/tmp"), tcmalloc::MakePagingFile("/tmp")), m_offsets(kObjects) {
+      : m_engine(Options(state), tcmalloc::MakePagingFile("/tmp"),
+                 tcmalloc::MakePagingFile("/tmp")),
+        m_offsets(kObjects) {
     for (std::size_t i = 0; i < kObjects; ++i) {
       std::memset(m_engine.Allocate(kObjectBytes, m_offsets[i]), static_cast<int>(i), kObjectBytes);
       m_engine.Dismiss(m_offsets[i]);

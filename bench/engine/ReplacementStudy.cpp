@@ -77,7 +77,8 @@ std::uint64_t EngineMisses(const Trace& trace, std::uint32_t frames) {
   options.budgetBytes = frames * 4096;
   options.minimumFrames = frames;
   options.readAhead = 1;
-  tcmalloc::Engine engine(options, tcmalloc::MakePagingFile("/tmp"), tcmalloc::MakePagingFile("/tmp"));
+  tcmalloc::Engine engine(options, tcmalloc::MakePagingFile("/tmp"),
+                          tcmalloc::MakePagingFile("/tmp"));
   std::vector<std::uint64_t> offsets(kPages * kPerPage);
   for (std::uint64_t& offset : offsets) {
     std::memset(engine.Allocate(kObjectBytes, offset), 1, kObjectBytes);
