@@ -26,13 +26,13 @@ void endChild(int signal) {
   }
 }
 
-[[noreturn]] void runChild(const std::filesystem::path& directory,
-                           const std::function<void(const std::filesystem::path&)>& work) {
+[[noreturn]] void runChild(const std::string& directory, const std::function<void()>& work) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   std::signal(SIGINT, SIG_DFL);
   std::signal(SIGTERM, SIG_DFL);
+  ::setenv("TMPDIR", directory.c_str(), 1);
   try {
-    work(directory);
+    work();
   } catch (const std::exception& error) {
     fail(error.what());
   }
@@ -41,8 +41,7 @@ void endChild(int signal) {
 
 }  // namespace
 
-int runInScratchDirectory(const std::filesystem::path& parent,
-                          const std::function<void(const std::filesystem::path&)>& work) {
+int runInScratchDirectory(const std::filesystem::path& parent, const std::function<void()>& work) {
   std::string directory = (parent / "qrt-suite-XXXXXX").string();
   if (::mkdtemp(directory.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), directory);
@@ -62,7 +61,11 @@ int runInScratchDirectory(const std::filesystem::path& parent,
   if (child < 0) {
     throw std::system_error(error, std::generic_category(), "fork");
   }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (WIFSIGNALED(status)) {
+    std::signal(WTERMSIG(status), SIG_DFL);
+    std::raise(WTERMSIG(status));
+  }
+  return WEXITSTATUS(status);
 }
 
 }  // namespace suite

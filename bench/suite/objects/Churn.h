@@ -6,12 +6,11 @@
 #include <random>
 #include <vector>
 
+#include "ObjectWork.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 #include "common/WarmMemory.h"
-#include "objects/Peer.h"
 
 /// @file
 /// Workload churn: allocate objects of 16 to 512 bytes (log-normal, as strings and tree nodes are),
@@ -21,31 +20,29 @@
 /// and `read(handle, use)`. Objects are checked between what is timed: a free needs no look at
 /// them.
 
-namespace objects {
-
 template <class P>
 class Churn {
  public:
   explicit Churn(const Settings& settings)
       : m_settings(settings),
-        m_sizes(drawSizes(settings.objects)),
+        m_sizes(drawSizes(settings.objects.value)),
         m_held(m_sizes),
-        m_handles(settings.objects) {}
+        m_handles(settings.objects.value) {}
 
   void measure() {
     suite::warmMemory(kMostBytes / 2 * m_sizes.size());
     const std::uint64_t before = suite::residentBytes();
     {
       P peer(space());
-      print("allocate", "ns", fill(peer));
-      print("bytes a byte fresh", "bytes/byte", overhead(before));
+      m_settings.print("allocate", "ns", fill(peer));
+      m_settings.print("bytes a byte fresh", "bytes/byte", overhead(before));
       check(peer);
-      print("free random", "ns", freeAll(peer));
+      m_settings.print("free random", "ns", freeAll(peer));
     }
     P peer(space());
     fill(peer);
-    print("replace random", "ns", replace(peer));
-    print("bytes a byte churned", "bytes/byte", overhead(before));
+    m_settings.print("replace random", "ns", replace(peer));
+    m_settings.print("bytes a byte churned", "bytes/byte", overhead(before));
     check(peer);
   }
 
@@ -66,7 +63,7 @@ class Churn {
     return sizes;
   }
 
-  Space space() const { return {m_settings.directory, 0, 0, m_settings.budget}; }
+  Space space() const { return {0, 0, m_settings.budget.value}; }
 
   /// Makes an object that holds its number at both ends.
   void make(P& peer, std::uint64_t i) {
@@ -121,9 +118,7 @@ class Churn {
         wrong |= (suite::wordAt(object, 0) ^ i) | (suite::wordAt(end, 0) ^ i);
       });
     }
-    if (wrong != 0) {
-      suite::fail(m_settings.peer + " gave other objects than it was given");
-    }
+    m_settings.check(wrong == 0);
   }
 
   /// Memory taken since `before` for each byte asked for.
@@ -133,11 +128,6 @@ class Churn {
       bytes += size;
     }
     return static_cast<double>(suite::residentBytes() - before) / bytes;
-  }
-
-  void print(std::string_view variant, std::string_view unit, double value) const {
-    suite::print({m_settings.workload, m_settings.peer, variant, countLabel(m_settings.objects),
-                  unit, value});
   }
 
   const Settings& m_settings;
@@ -150,7 +140,5 @@ template <class P>
 void measureChurn(const Settings& settings) {
   Churn<P>(settings).measure();
 }
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_CHURN_H

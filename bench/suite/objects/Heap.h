@@ -4,9 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "objects/Peer.h"
-
-namespace objects {
+#include "ObjectWork.h"
 
 /// Objects from an allocator; a handle is an address. `Functions` has the static functions get and
 /// put. What is allocated at the end stays so: the process is about to end.
@@ -19,7 +17,7 @@ class Heap {
   std::uint64_t make(std::uint32_t bytes, Fill fill) {
     void* const object = Functions::get(bytes);
     if (object == nullptr) [[unlikely]] {
-      require(false, "out of memory");
+      suite::require(false, "out of memory");
     }
     fill(object);
     return reinterpret_cast<std::uintptr_t>(object);
@@ -35,7 +33,5 @@ class Heap {
     read(handle, change);
   }
 };
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_HEAP_H

@@ -6,18 +6,15 @@
 #include <utility>
 #include <vector>
 
+#include "ObjectWork.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
-#include "objects/Peer.h"
 
 /// @file
 /// Workloads hotpin and dependent: 64-byte objects, all in memory, are pinned, read and dismissed
 /// one by one. In hotpin their order is known beforehand, so that a processor can look ahead; in
 /// dependent each object tells the next one.
-
-namespace objects {
 
 // Words of an object.
 constexpr std::size_t kKeyWord = 0;
@@ -49,11 +46,11 @@ class Resident {
  public:
   explicit Resident(const Settings& settings)
       : m_settings(settings),
-        m_peer({settings.directory, settings.objects, kObjectBytes, settings.budget}) {}
+        m_peer({settings.objects.value, kObjectBytes, settings.budget.value}) {}
 
   void measureRandom() {
     char object[kObjectBytes] = {};
-    for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
+    for (std::uint64_t key = 0; key < m_settings.objects.value; ++key) {
       suite::setWordAt(object, kKeyWord, key);
       m_peer.add(object);
     }
@@ -63,7 +60,7 @@ class Resident {
 
   void measureDependent() {
     {
-      const Cycle cycle(m_settings.objects);
+      const Cycle cycle(m_settings.objects.value);
       load(cycle);
       m_handle = m_peer.handle(cycle.order[0]);
     }
@@ -78,7 +75,7 @@ class Resident {
 
   void load(const Cycle& cycle) {
     char object[kObjectBytes] = {};
-    for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
+    for (std::uint64_t key = 0; key < m_settings.objects.value; ++key) {
       suite::setWordAt(object, kKeyWord, key);
       suite::setWordAt(object, kPositionWord, cycle.position[key]);
       suite::setWordAt(object, kNextWord, cycle.next(key));
@@ -86,7 +83,7 @@ class Resident {
     }
     m_peer.finish();
     if constexpr (!P::kHandleIsKey) {
-      for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
+      for (std::uint64_t key = 0; key < m_settings.objects.value; ++key) {
         const std::uint64_t next = m_peer.handle(cycle.next(key));
         m_peer.update(m_peer.handle(key),
                       [next](void* stored) { suite::setWordAt(stored, kNextWord, next); });
@@ -105,15 +102,12 @@ class Resident {
       accesses += kChunk;
       seconds = meter.cpuSeconds();
     }
-    if (m_difference != 0) {
-      suite::fail(m_settings.peer + " gave other objects than it was given");
-    }
-    suite::print({m_settings.workload, m_settings.peer, variant, countLabel(m_settings.objects),
-                  "ns", seconds * 1e9 / static_cast<double>(accesses)});
+    m_settings.check(m_difference == 0);
+    m_settings.print(variant, "ns", seconds * 1e9 / static_cast<double>(accesses));
   }
 
   [[gnu::noinline]] void readRandom() {
-    const std::uint64_t objects = m_settings.objects;
+    const std::uint64_t objects = m_settings.objects.value;
     std::uint64_t difference = 0;
     suite::Random random = m_random;
     for (std::uint64_t i = 0; i < kChunk; ++i) {
@@ -127,7 +121,7 @@ class Resident {
   }
 
   [[gnu::noinline]] void readDependent() {
-    const std::uint64_t objects = m_settings.objects;
+    const std::uint64_t objects = m_settings.objects.value;
     std::uint64_t difference = 0;
     std::uint64_t handle = m_handle;
     std::uint64_t position = m_position;
@@ -154,15 +148,10 @@ class Resident {
 };
 
 template <class P>
-void measureResident(const Settings& settings) {
-  Resident<P> run(settings);
-  if (settings.workload == "dependent") {
-    run.measureDependent();
-  } else {
-    run.measureRandom();
-  }
+void addResident(const AddPeer& add, const char* peer) {
+  add("hotpin", peer, [](const Settings& settings) { Resident<P>(settings).measureRandom(); });
+  add("dependent", peer,
+      [](const Settings& settings) { Resident<P>(settings).measureDependent(); });
 }
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_RESIDENT_H

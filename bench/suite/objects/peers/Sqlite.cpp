@@ -5,18 +5,15 @@
 #include <cstring>
 #include <string>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/Scratch.h"
 
 namespace {
 
 class Sqlite : public ByKey {
  public:
   explicit Sqlite(const Space& space) : ByKey(space) {
-    check(::sqlite3_open((space.directory / "objects.sqlite").c_str(), &m_database));
+    check(::sqlite3_open(suite::scratchPath("objects").c_str(), &m_database));
     run("PRAGMA page_size=4096");
     run("PRAGMA journal_mode=OFF");
     run("PRAGMA synchronous=OFF");
@@ -68,7 +65,7 @@ class Sqlite : public ByKey {
   }
 
  private:
-  void check(int result) { require(result == SQLITE_OK, ::sqlite3_errmsg(m_database)); }
+  void check(int result) { suite::require(result == SQLITE_OK, ::sqlite3_errmsg(m_database)); }
 
   void run(const char* statement) {
     check(::sqlite3_exec(m_database, statement, nullptr, nullptr, nullptr));
@@ -83,9 +80,9 @@ class Sqlite : public ByKey {
 
   /// The object in the next row of a query.
   const void* next(sqlite3_stmt* query) {
-    require(::sqlite3_step(query) == SQLITE_ROW, "sqlite does not find an object");
+    suite::require(::sqlite3_step(query) == SQLITE_ROW, "sqlite does not find an object");
     const void* const object = ::sqlite3_column_blob(query, 0);
-    require(object != nullptr, "sqlite has an empty object");
+    suite::require(object != nullptr, "sqlite has an empty object");
     return object;
   }
 
@@ -97,7 +94,7 @@ class Sqlite : public ByKey {
     check(::sqlite3_bind_int64(statement, 1, static_cast<sqlite3_int64>(key)));
     check(
         ::sqlite3_bind_blob(statement, 2, object, static_cast<int>(m_objectBytes), SQLITE_STATIC));
-    require(::sqlite3_step(statement) == SQLITE_DONE, ::sqlite3_errmsg(m_database));
+    suite::require(::sqlite3_step(statement) == SQLITE_DONE, ::sqlite3_errmsg(m_database));
     check(::sqlite3_reset(statement));
   }
 
@@ -109,10 +106,8 @@ class Sqlite : public ByKey {
   sqlite3_stmt* m_update = nullptr;
 };
 
-const Registration kRegistration({.name = "sqlite",
-                                  .resident = measureResident<Sqlite>,
-                                  .paging = measurePaging<Sqlite>});
-
 }  // namespace
 
-}  // namespace objects
+void addSqlite(const AddPeer& add) {
+  addByKey<Sqlite>(add, "sqlite");
+}
