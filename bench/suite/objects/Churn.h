@@ -32,16 +32,32 @@ class Churn {
   void measure() {
     suite::warmMemory(kMostBytes / 2 * m_sizes.size());
     const std::uint64_t before = suite::residentBytes();
+    const std::uint64_t n = m_sizes.size();
     {
       P peer(space());
-      m_settings.print("allocate", "ns", fill(peer));
+      time("allocate", n, [&] { fill(peer); });
       m_settings.print("bytes a byte fresh", "bytes/byte", overhead(before));
       check(peer);
-      m_settings.print("free random", "ns", freeAll(peer));
+      std::shuffle(m_handles.begin(), m_handles.end(), std::mt19937(13));
+      time("free random", n, [&] {
+        for (const std::uint64_t handle : m_handles) {
+          peer.end(handle);
+        }
+      });
     }
     P peer(space());
     fill(peer);
-    m_settings.print("replace random", "ns", replace(peer));
+    suite::Random random(11);
+    time("replace random", kTurns * n, [&] {
+      for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
+        for (const std::uint32_t size : m_sizes) {
+          const std::uint64_t victim = random.below(n);
+          peer.end(m_handles[victim]);
+          m_held[victim] = size;
+          make(peer, victim);
+        }
+      }
+    });
     m_settings.print("bytes a byte churned", "bytes/byte", overhead(before));
     check(peer);
   }
@@ -74,40 +90,18 @@ class Churn {
     });
   }
 
-  double nanoseconds(const suite::Meter& meter, std::uint64_t operations) const {
-    return meter.cpuSeconds() * 1e9 / static_cast<double>(operations);
+  /// Does `work` and prints what each of its `operations` took.
+  template <class Work>
+  void time(const char* variant, std::uint64_t operations, Work work) const {
+    const suite::Meter meter;
+    work();
+    m_settings.print(variant, "ns", meter.cpuSeconds() * 1e9 / static_cast<double>(operations));
   }
 
-  double fill(P& peer) {
-    const suite::Meter meter;
+  void fill(P& peer) {
     for (std::uint64_t i = 0; i < m_sizes.size(); ++i) {
       make(peer, i);
     }
-    return nanoseconds(meter, m_sizes.size());
-  }
-
-  double freeAll(P& peer) {
-    std::shuffle(m_handles.begin(), m_handles.end(), std::mt19937(13));
-    const suite::Meter meter;
-    for (const std::uint64_t handle : m_handles) {
-      peer.end(handle);
-    }
-    return nanoseconds(meter, m_sizes.size());
-  }
-
-  double replace(P& peer) {
-    suite::Random random(11);
-    const std::uint64_t n = m_sizes.size();
-    const suite::Meter meter;
-    for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
-      for (std::uint64_t i = 0; i < n; ++i) {
-        const std::uint64_t victim = random.below(n);
-        peer.end(m_handles[victim]);
-        m_held[victim] = m_sizes[i];
-        make(peer, victim);
-      }
-    }
-    return nanoseconds(meter, kTurns * n);
   }
 
   void check(P& peer) {

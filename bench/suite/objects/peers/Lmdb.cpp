@@ -14,9 +14,10 @@ class Lmdb : public ByKey {
   explicit Lmdb(const Space& space)
       : ByKey(space),
         m_environment(3 * space.objects * space.objectBytes + (1U << 30), MDB_NORDAHEAD) {
-    begin(true);
-    suite::checkLmdb(::mdb_dbi_open(m_transaction, nullptr, MDB_INTEGERKEY, &m_table));
-    finish();
+    MDB_txn* making = nullptr;
+    suite::checkLmdb(::mdb_txn_begin(m_environment.get(), nullptr, 0, &making));
+    suite::checkLmdb(::mdb_dbi_open(making, nullptr, MDB_INTEGERKEY, &m_table));
+    suite::checkLmdb(::mdb_txn_commit(making));
   }
   ~Lmdb() { finish(); }
 
@@ -65,10 +66,7 @@ class Lmdb : public ByKey {
 
   void finish() {
     if (m_transaction != nullptr) {
-      if (m_cursor != nullptr) {
-        ::mdb_cursor_close(m_cursor);
-        m_cursor = nullptr;
-      }
+      ::mdb_cursor_close(m_cursor);
       suite::checkLmdb(::mdb_txn_commit(m_transaction));
       m_transaction = nullptr;
     }
@@ -81,9 +79,6 @@ class Lmdb : public ByKey {
   /// Makes sure that a transaction is open which can do what is asked for.
   void begin(bool writing) {
     if (m_transaction != nullptr && (m_writing || !writing)) {
-      if (m_cursor == nullptr) {
-        suite::checkLmdb(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
-      }
       return;
     }
     finish();
@@ -91,9 +86,7 @@ class Lmdb : public ByKey {
         ::mdb_txn_begin(m_environment.get(), nullptr, writing ? 0U : MDB_RDONLY, &m_transaction));
     m_writing = writing;
     m_changes = 0;
-    if (m_table != 0) {
-      suite::checkLmdb(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
-    }
+    suite::checkLmdb(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
   }
 
   void count() {
@@ -107,7 +100,7 @@ class Lmdb : public ByKey {
   suite::LmdbEnvironment m_environment;
   MDB_txn* m_transaction = nullptr;  // null when none is open
   MDB_cursor* m_cursor = nullptr;    // of the transaction
-  MDB_dbi m_table = 0;               // 0 until it is opened
+  MDB_dbi m_table = 0;
 };
 
 }  // namespace

@@ -14,10 +14,8 @@ class Sqlite : public ByKey {
  public:
   explicit Sqlite(const Space& space) : ByKey(space) {
     check(::sqlite3_open(suite::scratchPath("objects").c_str(), &m_database));
-    run("PRAGMA page_size=4096");
-    run("PRAGMA journal_mode=OFF");
-    run("PRAGMA synchronous=OFF");
-    run("PRAGMA locking_mode=EXCLUSIVE");
+    run("PRAGMA page_size=4096; PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF;"
+        "PRAGMA locking_mode=EXCLUSIVE");
     run(("PRAGMA cache_size=-" + std::to_string(space.budget / 1024)).c_str());
     run("CREATE TABLE objects(id INTEGER PRIMARY KEY, object BLOB)");
     m_insert = prepare("INSERT INTO objects VALUES(?1, ?2)");
@@ -58,13 +56,15 @@ class Sqlite : public ByKey {
   }
 
   void finish() {
-    if (m_inTransaction) {
+    if (isInTransaction()) {
       run("COMMIT");
-      m_inTransaction = false;
     }
   }
 
  private:
+  /// One holds all adds or updates until they are finished.
+  bool isInTransaction() const { return ::sqlite3_get_autocommit(m_database) == 0; }
+
   void check(int result) { suite::require(result == SQLITE_OK, ::sqlite3_errmsg(m_database)); }
 
   void run(const char* statement) {
@@ -87,9 +87,8 @@ class Sqlite : public ByKey {
   }
 
   void write(sqlite3_stmt* statement, std::uint64_t key, const void* object) {
-    if (!m_inTransaction) {
+    if (!isInTransaction()) {
       run("BEGIN");
-      m_inTransaction = true;
     }
     check(::sqlite3_bind_int64(statement, 1, static_cast<sqlite3_int64>(key)));
     check(
@@ -98,7 +97,6 @@ class Sqlite : public ByKey {
     check(::sqlite3_reset(statement));
   }
 
-  bool m_inTransaction = false;  // one holds all adds or updates until they are finished
   sqlite3* m_database = nullptr;
   sqlite3_stmt* m_insert = nullptr;
   sqlite3_stmt* m_select = nullptr;
