@@ -8,7 +8,7 @@
 #include <string>
 
 #include "common/Figure.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace suite {
 

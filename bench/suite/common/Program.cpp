@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "common/Figure.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace suite {
 
@@ -93,12 +93,13 @@ int Program::main(int argc, char** argv) {
   for (const Parts::Peer& peer : m_parts->peers) {
     if (peer.workload == m_parts->workload && peer.name == m_parts->peer) {
       try {
-        return runInScratchDirectory(m_parts->directory.empty()
-                                         ? std::filesystem::temp_directory_path()
-                                         : std::filesystem::path(m_parts->directory),
-                                     peer.run);
+        const ScratchDirectory scratch(m_parts->directory.empty()
+                                           ? std::filesystem::temp_directory_path()
+                                           : std::filesystem::path(m_parts->directory));
+        peer.run();
+        return 0;
       } catch (const std::exception& error) {
-        fail(error.what());
+        fail(peer.name + ": " + error.what());
       }
     }
   }

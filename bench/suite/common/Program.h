@@ -30,8 +30,8 @@ class Program {
   /// Adds a line that `--peers` prints on standard error: a peer that is left out, and why.
   void remark(const std::string& line);
 
-  /// Reads the command line and runs the peer that it names, in a process of its own with a new
-  /// directory for temporary files. @return the status of the process
+  /// Reads the command line and runs the peer that it names, with a new directory for its files.
+  /// @return the status of the process
   int main(int argc, char** argv);
 
  private:

@@ -19,7 +19,7 @@
 #include "QRTVirtualFile.h"
 #include "common/Figure.h"
 #include "common/Meter.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "TreeNode.h"
 #include "TreeWork.h"
 #include "common/MappedFile.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 

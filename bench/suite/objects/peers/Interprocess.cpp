@@ -10,7 +10,7 @@
 #include "Paging.h"
 #include "Resident.h"
 #include "common/MappedFile.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "ByKey.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <memory>
 
 #include "ByKey.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ByKey.h"
-#include "common/Scratch.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
