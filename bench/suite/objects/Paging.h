@@ -30,8 +30,8 @@ class Paging {
 
   void measure() {
     suite::warmMemory(m_settings.budget.value);
-    phase("load", [this](const auto&) { return load(); });
-    phase("scan", [this](const auto& inTime) { return scan(inTime); });
+    phase("load", [this](const auto&) { return this->load(); });
+    phase("scan", [this](const auto& inTime) { return this->scan(inTime); });
     suite::Random random(3);
     const auto uniform = [this, &random] { return random.below(m_objects); };
     suite::Zipf zipf(m_objects);
@@ -129,7 +129,8 @@ class Paging {
     if constexpr (requires { m_peer.scan(use); }) {
       m_peer.scan(use);
     } else {
-      for (bool more = true; more;) {
+      bool more = true;
+      while (more) {
         m_peer.read(m_peer.handle(key), [&](const void* object) { more = use(object); });
       }
     }
