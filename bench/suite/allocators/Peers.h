@@ -2,7 +2,6 @@
 #define BENCH_SUITE_ALLOCATORS_PEERS_H
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory_resource>
 
 #include "QRTFixedMemoryPool.h"
@@ -14,38 +13,16 @@
 
 /// @file
 /// The allocators that are compared, each with the same two operations. `kFixed` marks those that
-/// serve one size only; all are made for blocks of so many bytes. Those loaded at run time are null
-/// when their library is not installed.
+/// serve one size only; all are made for blocks of so many bytes.
 
-struct LoadedHeap {
-  void* (*get)(std::size_t) = nullptr;
-  void (*put)(void*) = nullptr;
-};
-
-/// mimalloc and jemalloc would replace malloc if they were linked; loaded privately they do not.
-extern LoadedHeap g_mimalloc;
-extern LoadedHeap g_jemalloc;
-
-/// Loads both, with room for jemalloc's thread-local data, which takes a new start of the program.
-void loadHeaps(char** argv);
-
-struct Malloc {
+/// malloc or its like; `Functions` has its functions as common/Heaps.h tells them.
+template <class Functions>
+struct Heap {
   static constexpr bool kFixed = false;
-  explicit Malloc(std::size_t) {}
-  void* get(std::size_t size) { return std::malloc(size); }
-  void put(void* p, std::size_t) { std::free(p); }
+  explicit Heap(std::size_t) {}
+  void* get(std::size_t size) { return Functions::get(size); }
+  void put(void* p, std::size_t) { Functions::put(p); }
 };
-
-template <LoadedHeap& heap>
-struct Loaded {
-  static constexpr bool kFixed = false;
-  explicit Loaded(std::size_t) {}
-  void* get(std::size_t size) { return heap.get(size); }
-  void put(void* p, std::size_t) { heap.put(p); }
-};
-
-using Mimalloc = Loaded<g_mimalloc>;
-using Jemalloc = Loaded<g_jemalloc>;
 
 #ifdef SUITE_BOOST_POOL
 struct BoostPool {

@@ -6,6 +6,7 @@
 #include "Patterns.h"
 #include "Peers.h"
 #include "common/Figure.h"
+#include "common/Heaps.h"
 #include "common/Meter.h"
 #include "common/Program.h"
 
@@ -47,13 +48,9 @@ void addPeers(suite::Program& program, const char* workload, const Options& opti
       });
     }
   };
-  add("malloc", std::type_identity<Malloc>());
-  if (g_mimalloc.get != nullptr) {
-    add("mimalloc", std::type_identity<Mimalloc>());
-  }
-  if (g_jemalloc.get != nullptr) {
-    add("jemalloc", std::type_identity<Jemalloc>());
-  }
+  suite::eachHeap([&]<class Functions>(const char* peer, Functions) {
+    add(peer, std::type_identity<Heap<Functions>>());
+  });
 #ifdef SUITE_BOOST_POOL
   add("boost pool", std::type_identity<BoostPool>());
 #endif
@@ -67,9 +64,9 @@ void addPeers(suite::Program& program, const char* workload, const Options& opti
 }  // namespace
 
 int main(int argc, char** argv) {
-  loadHeaps(argv);
   Options options;
   suite::Program program("Allocators");
+  suite::loadHeaps(argv, program);
   program.option("--live", options.live, "blocks that are live at a time, instead of 1e3 to 1e5");
   program.option("--pairs", options.pairs, "allocations and frees to time, at least");
   addPeers<Lifo>(program, "lifo", options);

@@ -1,5 +1,6 @@
 #include "common/Amount.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <string_view>
 
@@ -11,15 +12,16 @@ Amount::Amount(const std::string& given) : text(given) {
   char* rest = nullptr;
   const double number = std::strtod(given.c_str(), &rest);
   const std::string_view unit(rest);
-  const double factor = unit.empty()  ? 1
-                        : unit == "K" ? 1024
-                        : unit == "M" ? 1024 * 1024
-                        : unit == "G" ? 1024 * 1024 * 1024
-                                      : 0;
-  if (rest == given.c_str() || factor == 0 || !(number * factor >= 1 && number * factor < 1e15)) {
+  const double factor = unit.empty()                 ? 1
+                        : unit == "K" || unit == "k" ? 1024
+                        : unit == "M" || unit == "m" ? 1024 * 1024
+                        : unit == "G" || unit == "g" ? 1024 * 1024 * 1024
+                                                     : 0;
+  const double amount = number * factor;
+  if (rest == given.c_str() || !(amount >= 1 && amount < 1e15 && amount == std::floor(amount))) {
     fail("not an amount: " + given);
   }
-  value = static_cast<std::size_t>(number * factor);
+  value = static_cast<std::size_t>(amount);
 }
 
 Budget::Budget(const std::string& text) : m_text(text) {

@@ -15,7 +15,8 @@ struct Amount {
   std::size_t value = 0;
 
   Amount() = default;
-  /// Reads a number with K, M or G behind it for powers of 1,024; ends the program when it is none.
+  /// Reads a number with K, M or G, of either case, behind it for powers of 1,024; ends the program
+  /// when that is none or not whole.
   explicit Amount(const std::string& text);
 };
 

@@ -1,11 +1,11 @@
 #ifndef BENCH_SUITE_COMMON_BERKELEYPOOL_H
 #define BENCH_SUITE_COMMON_BERKELEYPOOL_H
 
-#include <db.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <utility>
+
+#include "common/BerkeleyEnvironment.h"
 
 // What DB_MPOOLFILE->get calls. In release 5.3 that one drops DB_MPOOL_DIRTY on the way, so that
 // changes to a page that was read back would be lost.
@@ -18,7 +18,7 @@ namespace suite {
 /// that do not fit are in a nameless file.
 class BerkeleyPool {
  public:
-  static constexpr std::uint32_t kPageBytes = 4096;
+  static constexpr std::uint32_t kPageBytes = BerkeleyEnvironment::kPageBytes;
 
   /// A pinned page; gives its pin back when it goes.
   class Pin {
@@ -26,7 +26,7 @@ class BerkeleyPool {
     Pin(DB_MPOOLFILE* file, void* page) : m_file(file), m_page(static_cast<char*>(page)) {}
     ~Pin() {
       if (m_page != nullptr) {
-        m_file->put(m_file, m_page, DB_PRIORITY_UNCHANGED, 0);
+        checkBerkeley(m_file->put(m_file, m_page, DB_PRIORITY_UNCHANGED, 0));
       }
     }
     Pin(Pin&& other) noexcept
@@ -43,30 +43,33 @@ class BerkeleyPool {
     char* m_page;          // null when the pin has moved on
   };
 
-  /// @param budget  bytes of pages to keep in memory
-  explicit BerkeleyPool(std::size_t budget);
-  ~BerkeleyPool();
+  /// @param budget  bytes of memory that it may take
+  explicit BerkeleyPool(std::size_t budget) : m_environment(budget) {
+    DB_ENV* const environment = m_environment.get();
+    checkBerkeley(environment->memp_fcreate(environment, &m_file, 0));
+    checkBerkeley(m_file->open(m_file, nullptr, DB_CREATE, 0600, kPageBytes));
+  }
+  ~BerkeleyPool() { m_file->close(m_file, 0); }
   BerkeleyPool(const BerkeleyPool&) = delete;
   BerkeleyPool& operator=(const BerkeleyPool&) = delete;
 
   /// Adds a page; they are numbered from 0 on. @return the page, to be changed
-  Pin create();
+  Pin create() { return get(m_pages++, DB_MPOOL_CREATE | DB_MPOOL_DIRTY); }
   /// Pins a page to read it.
   Pin read(std::uint32_t number) { return get(number, 0); }
   /// Pins a page to change it.
   Pin edit(std::uint32_t number) { return get(number, DB_MPOOL_DIRTY); }
 
  private:
-  static void check(int result);
   Pin get(std::uint32_t number, std::uint32_t flags) {
     void* page = nullptr;
-    check(__memp_fget(m_file, &number, nullptr, nullptr, flags, &page));
+    checkBerkeley(__memp_fget(m_file, &number, nullptr, nullptr, flags, &page));
     return Pin(m_file, page);
   }
 
-  DB_ENV* m_environment = nullptr;  // owned
-  DB_MPOOLFILE* m_file = nullptr;   // owned
-  std::uint32_t m_pages = 0;        // how many there are
+  BerkeleyEnvironment m_environment;
+  DB_MPOOLFILE* m_file = nullptr;  // owned
+  std::uint32_t m_pages = 0;       // how many there are
 };
 
 }  // namespace suite

@@ -24,6 +24,13 @@ void print(const Figure& figure);
 /// what it was given has no time.
 [[noreturn]] void fail(const std::string& message);
 
+/// Ends the program unless `good`, naming what failed.
+inline void require(bool good, const char* what) {
+  if (!good) [[unlikely]] {
+    fail(std::string("failed: ") + what);
+  }
+}
+
 }  // namespace suite
 
 #endif  // BENCH_SUITE_COMMON_FIGURE_H

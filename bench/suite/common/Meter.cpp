@@ -1,7 +1,6 @@
 #include "common/Meter.h"
 
 #include <malloc.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -39,12 +38,6 @@ std::uint64_t residentBytesNow() {
   std::uint64_t resident = 0;
   std::ifstream("/proc/self/statm") >> size >> resident;
   return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-}
-
-std::uint64_t peakResidentBytes() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
 }
 
 }  // namespace suite

@@ -25,9 +25,6 @@ std::uint64_t residentBytes();
 /// The same as it is, with what is free in the heap.
 std::uint64_t residentBytesNow();
 
-/// The most that was ever resident, in bytes.
-std::uint64_t peakResidentBytes();
-
 }  // namespace suite
 
 #endif  // BENCH_SUITE_COMMON_METER_H

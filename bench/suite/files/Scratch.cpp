@@ -3,6 +3,7 @@
 // with stdio, and a nameless file and one in memory with pread and pwrite. Time on the wall, since
 // all of them hand data to the system. Every read is checked.
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -18,7 +19,7 @@
 #include "QRTVirtualFile.h"
 #include "common/Figure.h"
 #include "common/Meter.h"
-#include "common/ScratchPath.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
@@ -77,10 +78,11 @@ class SystemScratch {
   SystemScratch(const SystemScratch&) = delete;
   SystemScratch& operator=(const SystemScratch&) = delete;
 
+  /// A file that gives its blocks back when it is closed.
   static int unlinked() {
-    std::string name = suite::scratchPath() + "-XXXXXX";
-    const int descriptor = ::mkstemp(name.data());
-    ::unlink(name.c_str());
+    const std::string path = suite::scratchPath("file");
+    const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ::unlink(path.c_str());
     return descriptor;
   }
   bool write(const char* data, unsigned int n) {

@@ -5,9 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "objects/Peer.h"
-
-namespace objects {
+#include "ObjectWork.h"
 
 /// Makes a peer of something that gives a handle for each object: `Base` has what the workload
 /// churn asks for (see Churn.h), `Handles` keeps the handles by key.
@@ -43,7 +41,5 @@ class ByHandle : public Base {
   std::uint32_t m_objectBytes;
   Handles m_handles;  // by key
 };
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_BYHANDLE_H

@@ -3,9 +3,8 @@
 
 #include <cstdint>
 
-#include "objects/Peer.h"
-
-namespace objects {
+#include "Paging.h"
+#include "Resident.h"
 
 /// What those peers share that find objects by key.
 class ByKey {
@@ -26,6 +25,10 @@ class ByKey {
   std::uint64_t m_added = 0;  // objects, and so the next key
 };
 
-}  // namespace objects
+template <class P>
+void addByKey(const AddPeer& add, const char* peer) {
+  addResident<P>(add, peer);
+  add("paging", peer, measurePaging<P>);
+}
 
 #endif  // BENCH_SUITE_OBJECTS_BYKEY_H

@@ -6,12 +6,11 @@
 #include <random>
 #include <vector>
 
+#include "ObjectWork.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 #include "common/WarmMemory.h"
-#include "objects/Peer.h"
 
 /// @file
 /// Workload churn: allocate objects of 16 to 512 bytes (log-normal, as strings and tree nodes are),
@@ -21,31 +20,45 @@
 /// and `read(handle, use)`. Objects are checked between what is timed: a free needs no look at
 /// them.
 
-namespace objects {
-
 template <class P>
 class Churn {
  public:
   explicit Churn(const Settings& settings)
       : m_settings(settings),
-        m_sizes(drawSizes(settings.objects)),
+        m_sizes(drawSizes(settings.objects.value)),
         m_held(m_sizes),
-        m_handles(settings.objects) {}
+        m_handles(settings.objects.value) {}
 
   void measure() {
     suite::warmMemory(kMostBytes / 2 * m_sizes.size());
     const std::uint64_t before = suite::residentBytes();
+    const std::uint64_t n = m_sizes.size();
     {
       P peer(space());
-      print("allocate", "ns", fill(peer));
-      print("bytes a byte fresh", "bytes/byte", overhead(before));
+      time("allocate", n, [&] { fill(peer); });
+      m_settings.print("bytes a byte fresh", "bytes/byte", overhead(before));
       check(peer);
-      print("free random", "ns", freeAll(peer));
+      std::shuffle(m_handles.begin(), m_handles.end(), std::mt19937(13));
+      time("free random", n, [&] {
+        for (const std::uint64_t handle : m_handles) {
+          peer.end(handle);
+        }
+      });
     }
     P peer(space());
     fill(peer);
-    print("replace random", "ns", replace(peer));
-    print("bytes a byte churned", "bytes/byte", overhead(before));
+    suite::Random random(11);
+    time("replace random", kTurns * n, [&] {
+      for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
+        for (const std::uint32_t size : m_sizes) {
+          const std::uint64_t victim = random.below(n);
+          peer.end(m_handles[victim]);
+          m_held[victim] = size;
+          make(peer, victim);
+        }
+      }
+    });
+    m_settings.print("bytes a byte churned", "bytes/byte", overhead(before));
     check(peer);
   }
 
@@ -66,7 +79,7 @@ class Churn {
     return sizes;
   }
 
-  Space space() const { return {m_settings.directory, 0, 0, m_settings.budget}; }
+  Space space() const { return {0, 0, m_settings.budget.value}; }
 
   /// Makes an object that holds its number at both ends.
   void make(P& peer, std::uint64_t i) {
@@ -77,40 +90,18 @@ class Churn {
     });
   }
 
-  double nanoseconds(const suite::Meter& meter, std::uint64_t operations) const {
-    return meter.cpuSeconds() * 1e9 / static_cast<double>(operations);
+  /// Does `work` and prints what each of its `operations` took.
+  template <class Work>
+  void time(const char* variant, std::uint64_t operations, Work work) const {
+    const suite::Meter meter;
+    work();
+    m_settings.print(variant, "ns", meter.cpuSeconds() * 1e9 / static_cast<double>(operations));
   }
 
-  double fill(P& peer) {
-    const suite::Meter meter;
+  void fill(P& peer) {
     for (std::uint64_t i = 0; i < m_sizes.size(); ++i) {
       make(peer, i);
     }
-    return nanoseconds(meter, m_sizes.size());
-  }
-
-  double freeAll(P& peer) {
-    std::shuffle(m_handles.begin(), m_handles.end(), std::mt19937(13));
-    const suite::Meter meter;
-    for (const std::uint64_t handle : m_handles) {
-      peer.end(handle);
-    }
-    return nanoseconds(meter, m_sizes.size());
-  }
-
-  double replace(P& peer) {
-    suite::Random random(11);
-    const std::uint64_t n = m_sizes.size();
-    const suite::Meter meter;
-    for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
-      for (std::uint64_t i = 0; i < n; ++i) {
-        const std::uint64_t victim = random.below(n);
-        peer.end(m_handles[victim]);
-        m_held[victim] = m_sizes[i];
-        make(peer, victim);
-      }
-    }
-    return nanoseconds(meter, kTurns * n);
   }
 
   void check(P& peer) {
@@ -121,9 +112,7 @@ class Churn {
         wrong |= (suite::wordAt(object, 0) ^ i) | (suite::wordAt(end, 0) ^ i);
       });
     }
-    if (wrong != 0) {
-      suite::fail(m_settings.peer + " gave other objects than it was given");
-    }
+    m_settings.check(wrong == 0);
   }
 
   /// Memory taken since `before` for each byte asked for.
@@ -133,11 +122,6 @@ class Churn {
       bytes += size;
     }
     return static_cast<double>(suite::residentBytes() - before) / bytes;
-  }
-
-  void print(std::string_view variant, std::string_view unit, double value) const {
-    suite::print({m_settings.workload, m_settings.peer, variant, countLabel(m_settings.objects),
-                  unit, value});
   }
 
   const Settings& m_settings;
@@ -150,7 +134,5 @@ template <class P>
 void measureChurn(const Settings& settings) {
   Churn<P>(settings).measure();
 }
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_CHURN_H

@@ -1,70 +1,52 @@
-#include "objects/Growth.h"
-
 #include <deque>
 #include <limits>
-#include <string>
 #include <vector>
 
+#include "ObjectWork.h"
+#include "PackedHandles.h"
+#include "Store.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 #include "common/WarmMemory.h"
-#include "objects/PackedHandles.h"
-#include "objects/Store.h"
-
-namespace objects {
 
 namespace {
 
-constexpr std::uint64_t kChunk = 20'000;  // operations between looks at the clock
+using Clock = double (suite::Meter::*)() const;
 
-class Growth {
- public:
-  Growth(const Settings& settings, std::string size)
-      : m_settings(settings), m_size(std::move(size)), m_before(suite::residentBytes()) {}
+/// Calls `read(key)` for random keys below `n` until the time is over, at least once for each of a
+/// chunk. @return nanoseconds for a call
+template <class Read>
+double nanosecondsOf(Clock clock, double seconds, std::uint64_t n, Read read) {
+  constexpr std::uint64_t kChunk = 20'000;  // calls between looks at the clock
+  suite::Random random;
+  std::uint64_t reads = 0;
+  const suite::Meter meter;
+  do {
+    for (std::uint64_t i = 0; i < kChunk; ++i) {
+      read(random.below(n));
+    }
+    reads += kChunk;
+  } while ((meter.*clock)() < seconds);
+  return (meter.*clock)() * 1e9 / static_cast<double>(reads);
+}
 
-  void print(std::string_view variant, std::string_view unit, double value) const {
-    suite::print({m_settings.workload, m_settings.peer, variant, m_size, unit, value});
-  }
-
-  /// Memory taken since the start beyond `known` bytes.
-  double residentBeyond(std::uint64_t known) const {
-    return static_cast<double>(suite::residentBytes()) - static_cast<double>(m_before + known);
-  }
-
-  /// Calls `read(key)` for random keys below `n` until the time is over, at least once for each
-  /// of a chunk. `clock` gives the seconds of a meter. @return nanoseconds for a call
-  template <class Read>
-  double nanosecondsOf(double (suite::Meter::*clock)() const, std::uint64_t n, Read read) const {
-    suite::Random random;
-    std::uint64_t reads = 0;
-    const suite::Meter meter;
-    do {
-      for (std::uint64_t i = 0; i < kChunk; ++i) {
-        read(random.below(n));
-      }
-      reads += kChunk;
-    } while ((meter.*clock)() < m_settings.seconds);
-    return (meter.*clock)() * 1e9 / static_cast<double>(reads);
-  }
-
- private:
-  const Settings& m_settings;
-  std::string m_size;      // as a label
-  std::uint64_t m_before;  // resident bytes at the start
-};
+/// Memory taken since it was `before`, for each of `bytes`.
+double residentBeyond(std::uint64_t before, std::uint64_t bytes) {
+  return (static_cast<double>(suite::residentBytes()) - static_cast<double>(before)) /
+         static_cast<double>(bytes);
+}
 
 /// A budget has 32 bits, so more objects than this are spread over several stores.
 constexpr std::uint64_t kObjectsInStore = 50'000'000;
 
 void growResident(const Settings& settings) {
   constexpr std::uint32_t kObjectBytes = 64;
-  const std::uint64_t n = settings.objects;
+  const std::uint64_t n = settings.objects.value;
   std::vector<std::uint64_t> handles(n);
   std::deque<Store> stores;
   suite::warmMemory(2 * n * kObjectBytes);
-  const Growth growth(settings, countLabel(n));
+  const std::uint64_t before = suite::residentBytes();
 
   const suite::Meter meter;
   for (std::uint64_t key = 0; key < n; ++key) {
@@ -74,9 +56,8 @@ void growResident(const Settings& settings) {
     handles[key] = stores.back().make(
         kObjectBytes, [key](void* object) { suite::fillContent(object, kObjectBytes, key, 0); });
   }
-  growth.print("allocate", "ns", meter.cpuSeconds() * 1e9 / static_cast<double>(n));
-  const auto stored = static_cast<double>(n * kObjectBytes);
-  growth.print("metadata a byte", "bytes/byte", growth.residentBeyond(0) / stored - 1);
+  settings.print("allocate", "ns", meter.cpuSeconds() * 1e9 / static_cast<double>(n));
+  settings.print("metadata a byte", "bytes/byte", residentBeyond(before, n * kObjectBytes) - 1);
 
   std::uint64_t wrong = 0;
   const auto read = [&](std::uint64_t key) {
@@ -84,24 +65,24 @@ void growResident(const Settings& settings) {
       wrong |= suite::wordAt(object, 0) ^ suite::firstWord(key, 0);
     });
   };
-  growth.print("pin", "ns", growth.nanosecondsOf(&suite::Meter::cpuSeconds, n, read));
-  require(wrong == 0, "an object came back different");
+  settings.print("pin", "ns", nanosecondsOf(&suite::Meter::cpuSeconds, settings.seconds, n, read));
+  settings.check(wrong == 0);
 }
 
 void growPaged(const Settings& settings) {
   constexpr std::uint32_t kObjectBytes = 256;
-  const std::uint64_t n = settings.bytes / kObjectBytes;
-  const Growth growth(settings, bytesLabel(settings.bytes));
+  const std::uint64_t n = settings.bytes.value / kObjectBytes;
+  const std::uint64_t before = suite::residentBytes();
   PackedHandles handles;
   handles.reserve(n);
-  suite::warmMemory(settings.budget);
-  Store store(settings.budget);
+  suite::warmMemory(settings.budget.value);
+  Store store(settings.budget.value);
   const suite::Meter meter;
   for (std::uint64_t key = 0; key < n; ++key) {
     handles.push_back(store.make(
         kObjectBytes, [key](void* object) { suite::fillContent(object, kObjectBytes, key, 0); }));
   }
-  growth.print("load", "ns", meter.wallSeconds() * 1e9 / static_cast<double>(n));
+  settings.print("load", "ns", meter.wallSeconds() * 1e9 / static_cast<double>(n));
 
   bool right = true;
   const auto read = [&](std::uint64_t key) {
@@ -109,21 +90,16 @@ void growPaged(const Settings& settings) {
       right &= suite::hasContent(object, kObjectBytes, key, 0);
     });
   };
-  growth.print("uniform read", "ns", growth.nanosecondsOf(&suite::Meter::wallSeconds, n, read));
-  require(right, "an object came back different");
-  const std::uint64_t known = settings.budget + PackedHandles::bytesFor(n);
-  growth.print("metadata a byte", "bytes/byte",
-               growth.residentBeyond(known) / static_cast<double>(settings.bytes));
+  settings.print("uniform read", "ns",
+                 nanosecondsOf(&suite::Meter::wallSeconds, settings.seconds, n, read));
+  settings.check(right);
+  const std::uint64_t known = settings.budget.value + PackedHandles::bytesFor(n);
+  settings.print("metadata a byte", "bytes/byte",
+                 residentBeyond(before + known, settings.bytes.value));
 }
 
 }  // namespace
 
 void measureGrowth(const Settings& settings) {
-  if (settings.bytes > 0) {
-    growPaged(settings);
-  } else {
-    growResident(settings);
-  }
+  settings.objects.value != 0 ? growResident(settings) : growPaged(settings);
 }
-
-}  // namespace objects

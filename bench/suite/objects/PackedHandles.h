@@ -7,9 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "objects/Peer.h"
-
-namespace objects {
+#include "ObjectWork.h"
 
 /// Handles in 3 1/8 bytes each, as a host keeps them that has millions: those of objects allocated
 /// one after the other are numbers close to each other, so each group of 64 keeps its lowest and
@@ -55,7 +53,8 @@ class PackedHandles {
     group.lowest = *std::min_element(m_last.begin(), m_last.end());
     for (std::uint64_t i = 0; i < kGroup; ++i) {
       const std::uint64_t distance = m_last[i] - group.lowest;
-      require(distance >> (8 * kDistanceBytes) == 0, "handles lie too far from each other to pack");
+      suite::require(distance >> (8 * kDistanceBytes) == 0,
+                     "handles lie too far from each other to pack");
       std::memcpy(group.distances + i * kDistanceBytes, &distance, kDistanceBytes);
     }
     m_groups.push_back(group);
@@ -65,7 +64,5 @@ class PackedHandles {
   std::array<std::uint64_t, kGroup> m_last{};  // those of the group that is not full
   std::uint64_t m_size = 0;
 };
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_PACKEDHANDLES_H

@@ -4,15 +4,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "ObjectWork.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 #include "common/WarmMemory.h"
-#include "objects/Peer.h"
 
 /// @file
 /// Workload paging: more 256-byte objects than the budget holds. Each phase gives operations a
@@ -20,22 +19,19 @@
 /// An update reads the object, checks it and changes all of it. Beside the peer the process keeps a
 /// byte for each object: how often it was updated.
 
-namespace objects {
-
 template <class P>
 class Paging {
  public:
   explicit Paging(const Settings& settings)
       : m_settings(settings),
-        m_size(bytesLabel(settings.bytes)),
-        m_objects(settings.bytes / kObjectBytes),
-        m_peer({settings.directory, m_objects, kObjectBytes, settings.budget}),
+        m_objects(settings.bytes.value / kObjectBytes),
+        m_peer({m_objects, kObjectBytes, settings.budget.value}),
         m_versions(m_objects) {}
 
   void measure() {
-    suite::warmMemory(m_settings.budget);
-    print(phase("load", [this](const auto&) { return load(); }));
-    print(phase("scan", [this](const auto& inTime) { return scan(inTime); }));
+    suite::warmMemory(m_settings.budget.value);
+    phase("load", [this](const auto&) { return this->load(); });
+    phase("scan", [this](const auto& inTime) { return this->scan(inTime); });
     suite::Random random(3);
     const auto uniform = [this, &random] { return random.below(m_objects); };
     suite::Zipf zipf(m_objects);
@@ -48,69 +44,68 @@ class Paging {
         suite::fillContent(object, kObjectBytes, key, ++m_versions[key]);
       });
     };
-    print(phase("uniform read", repeat(uniform, read)));
-    print(phase("zipf read", repeat(zipf, read)));
-    if (m_wrong > 0) {
-      suite::fail(m_settings.peer + " gave other objects than it was given");
-    }
-    const Phase uniformUpdate = phase("uniform update", repeat(uniform, update));
-    const Phase zipfUpdate = phase("zipf update", repeat(zipf, update));
+    phase("uniform read", repeat(uniform, read));
+    phase("zipf read", repeat(zipf, read));
+    m_settings.check(m_wrong == 0);
+    print();
+    phase("uniform update", repeat(uniform, update));
+    phase("zipf update", repeat(zipf, update));
 
     const std::uint64_t noticed = m_wrong;
     const std::uint64_t seen = scan([] { return true; });
-    require(seen == m_objects, "not all objects are there after the updates");
+    suite::require(seen == m_objects, "not all objects are there after the updates");
     if (m_wrong > 0) {
       std::fprintf(stderr, "%s lost updates: %llu objects are not what was written\n",
                    m_settings.peer.c_str(), static_cast<unsigned long long>(m_wrong - noticed));
       return;
     }
-    print(uniformUpdate);
-    print(zipfUpdate);
+    print();
   }
 
  private:
   static constexpr std::uint32_t kObjectBytes = 256;
   static constexpr std::uint64_t kChunk = 200;  // operations between looks at the clock
 
-  struct Phase {
-    std::string_view name;
-    double operations;
-    double seconds;
-    double pageReads;
-    double pageWrites;
+  struct Measured {
+    std::string variant;
+    const char* unit;
+    double value;
   };
-
-  static constexpr bool countsPages() {
-    return requires(P peer) {
-      peer.pageReads() + peer.pageWrites();
-    };
-  }
-  double pageReads() {
-    if constexpr (countsPages()) {
-      return static_cast<double>(m_peer.pageReads());
-    }
-    return 0;
-  }
-  double pageWrites() {
-    if constexpr (countsPages()) {
-      return static_cast<double>(m_peer.pageWrites());
-    }
-    return 0;
-  }
 
   /// Measures `work`, which gets a function that tells whether there is time left, and returns how
   /// many operations it did.
   template <class Work>
-  Phase phase(std::string_view name, Work work) {
-    Phase done{name, 0, 0, -pageReads(), -pageWrites()};
+  void phase(const std::string& name, Work work) {
+    const auto [readBefore, writtenBefore] = pages();
     const suite::Meter meter;
-    done.operations = static_cast<double>(
+    const auto operations = static_cast<double>(
         work([this, &meter] { return meter.wallSeconds() < m_settings.seconds; }));
     m_peer.finish();
-    done.seconds = meter.wallSeconds();
-    done.pageReads += pageReads();
-    done.pageWrites += pageWrites();
-    return done;
+    m_measured.push_back({name, "1/s", operations / meter.wallSeconds()});
+    if constexpr (kCountsPages) {
+      const auto [read, written] = pages();
+      m_measured.push_back({name + ", pages read per operation", "pages",
+                            static_cast<double>(read - readBefore) / operations});
+      m_measured.push_back({name + ", pages written per operation", "pages",
+                            static_cast<double>(written - writtenBefore) / operations});
+    }
+  }
+
+  // Whether the peer knows how many pages it has read from disk and written.
+  static constexpr bool kCountsPages = requires(P peer) { peer.pageReads() + peer.pageWrites(); };
+  std::pair<std::uint64_t, std::uint64_t> pages() {
+    if constexpr (kCountsPages) {
+      return {m_peer.pageReads(), m_peer.pageWrites()};
+    }
+    return {};
+  }
+
+  /// Prints what was measured since the last time: by now it is known to be right.
+  void print() {
+    for (const Measured& figure : m_measured) {
+      m_settings.print(figure.variant, figure.unit, figure.value);
+    }
+    m_measured.clear();
   }
 
   std::uint64_t load() {
@@ -134,7 +129,8 @@ class Paging {
     if constexpr (requires { m_peer.scan(use); }) {
       m_peer.scan(use);
     } else {
-      for (bool more = true; more;) {
+      bool more = true;
+      while (more) {
         m_peer.read(m_peer.handle(key), [&](const void* object) { more = use(object); });
       }
     }
@@ -159,32 +155,17 @@ class Paging {
     m_wrong += suite::hasContent(object, kObjectBytes, key, m_versions[key]) ? 0U : 1U;
   }
 
-  void print(const Phase& phase) const {
-    print(phase.name, "1/s", phase.operations / phase.seconds);
-    if constexpr (countsPages()) {
-      const std::string name(phase.name);
-      print(name + ", pages read per operation", "pages", phase.pageReads / phase.operations);
-      print(name + ", pages written per operation", "pages", phase.pageWrites / phase.operations);
-    }
-  }
-
-  void print(std::string_view variant, std::string_view unit, double value) const {
-    suite::print({m_settings.workload, m_settings.peer, variant, m_size, unit, value});
-  }
-
   const Settings& m_settings;
-  std::string m_size;       // of all objects, as a label
   std::uint64_t m_objects;  // how many
   P m_peer;
   std::vector<std::uint8_t> m_versions;  // updates of each object, modulo 256
   std::uint64_t m_wrong = 0;             // objects that were not what they had to be
+  std::vector<Measured> m_measured;      // and not yet printed
 };
 
 template <class P>
 void measurePaging(const Settings& settings) {
   Paging<P>(settings).measure();
 }
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_PAGING_H

@@ -2,22 +2,20 @@
 #define BENCH_SUITE_OBJECTS_RESIDENT_H
 
 #include <cstdint>
+#include <functional>
 #include <numeric>
 #include <utility>
 #include <vector>
 
+#include "ObjectWork.h"
 #include "common/Content.h"
-#include "common/Figure.h"
 #include "common/Meter.h"
 #include "common/Random.h"
-#include "objects/Peer.h"
 
 /// @file
 /// Workloads hotpin and dependent: 64-byte objects, all in memory, are pinned, read and dismissed
 /// one by one. In hotpin their order is known beforehand, so that a processor can look ahead; in
 /// dependent each object tells the next one.
-
-namespace objects {
 
 // Words of an object.
 constexpr std::size_t kKeyWord = 0;
@@ -44,125 +42,111 @@ struct Cycle {
   std::vector<std::uint32_t> position;  // by key
 };
 
-template <class P>
-class Resident {
- public:
-  explicit Resident(const Settings& settings)
-      : m_settings(settings),
-        m_peer({settings.directory, settings.objects, kObjectBytes, settings.budget}) {}
+constexpr std::uint32_t kResidentBytes = 64;      // of an object
+constexpr std::uint64_t kReadsInChunk = 50'000;   // between looks at the clock
+constexpr std::uint64_t kLeastReads = 200'000;    // however slow
+constexpr std::uint64_t kMostReads = 20'000'000;  // however fast
 
-  void measureRandom() {
-    char object[kObjectBytes] = {};
-    for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
-      suite::setWordAt(object, kKeyWord, key);
-      m_peer.add(object);
-    }
-    m_peer.finish();
-    measure("random", &Resident::readRandom);
+/// Measures `readChunk`, which reads a chunk of objects and gives 0 if they were right.
+inline void timeReads(const Settings& settings, const char* variant,
+                      const std::function<std::uint64_t()>& readChunk) {
+  std::uint64_t difference = readChunk();  // brings code and structures into the caches
+  std::uint64_t reads = 0;
+  double seconds = 0;
+  const suite::Meter meter;
+  while (reads < kLeastReads || (reads < kMostReads && seconds < settings.seconds)) {
+    difference |= readChunk();
+    reads += kReadsInChunk;
+    seconds = meter.cpuSeconds();
   }
-
-  void measureDependent() {
-    {
-      const Cycle cycle(m_settings.objects);
-      load(cycle);
-      m_handle = m_peer.handle(cycle.order[0]);
-    }
-    measure("chain", &Resident::readDependent);
-  }
-
- private:
-  static constexpr std::uint32_t kObjectBytes = 64;
-  static constexpr std::uint64_t kChunk = 50'000;   // accesses between looks at the clock
-  static constexpr std::uint64_t kLeast = 200'000;  // accesses, however slow
-  static constexpr std::uint64_t kMost = 20'000'000;
-
-  void load(const Cycle& cycle) {
-    char object[kObjectBytes] = {};
-    for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
-      suite::setWordAt(object, kKeyWord, key);
-      suite::setWordAt(object, kPositionWord, cycle.position[key]);
-      suite::setWordAt(object, kNextWord, cycle.next(key));
-      m_peer.add(object);
-    }
-    m_peer.finish();
-    if constexpr (!P::kHandleIsKey) {
-      for (std::uint64_t key = 0; key < m_settings.objects; ++key) {
-        const std::uint64_t next = m_peer.handle(cycle.next(key));
-        m_peer.update(m_peer.handle(key),
-                      [next](void* stored) { suite::setWordAt(stored, kNextWord, next); });
-      }
-      m_peer.finish();
-    }
-  }
-
-  void measure(std::string_view variant, void (Resident::*readChunk)()) {
-    (this->*readChunk)();  // brings code and structures into the caches
-    std::uint64_t accesses = 0;
-    const suite::Meter meter;
-    double seconds = 0;
-    while (accesses < kLeast || (accesses < kMost && seconds < m_settings.seconds)) {
-      (this->*readChunk)();
-      accesses += kChunk;
-      seconds = meter.cpuSeconds();
-    }
-    if (m_difference != 0) {
-      suite::fail(m_settings.peer + " gave other objects than it was given");
-    }
-    suite::print({m_settings.workload, m_settings.peer, variant, countLabel(m_settings.objects),
-                  "ns", seconds * 1e9 / static_cast<double>(accesses)});
-  }
-
-  [[gnu::noinline]] void readRandom() {
-    const std::uint64_t objects = m_settings.objects;
-    std::uint64_t difference = 0;
-    suite::Random random = m_random;
-    for (std::uint64_t i = 0; i < kChunk; ++i) {
-      const std::uint64_t key = random.below(objects);
-      m_peer.read(m_peer.handle(key), [&difference, key](const void* object) {
-        difference |= suite::wordAt(object, kKeyWord) ^ key;
-      });
-    }
-    m_random = random;
-    m_difference |= difference;
-  }
-
-  [[gnu::noinline]] void readDependent() {
-    const std::uint64_t objects = m_settings.objects;
-    std::uint64_t difference = 0;
-    std::uint64_t handle = m_handle;
-    std::uint64_t position = m_position;
-    for (std::uint64_t i = 0; i < kChunk; ++i) {
-      std::uint64_t next = 0;
-      m_peer.read(handle, [&difference, &next, position](const void* object) {
-        difference |= suite::wordAt(object, kPositionWord) ^ position;
-        next = suite::wordAt(object, kNextWord);
-      });
-      handle = next;
-      position = position + 1 == objects ? 0 : position + 1;
-    }
-    m_handle = handle;
-    m_position = position;
-    m_difference |= difference;
-  }
-
-  const Settings& m_settings;
-  P m_peer;
-  suite::Random m_random;
-  std::uint64_t m_handle = 0;      // of the object that comes next in the cycle
-  std::uint64_t m_position = 0;    // of that object
-  std::uint64_t m_difference = 0;  // not 0 once something was read that is wrong
-};
-
-template <class P>
-void measureResident(const Settings& settings) {
-  Resident<P> run(settings);
-  if (settings.workload == "dependent") {
-    run.measureDependent();
-  } else {
-    run.measureRandom();
-  }
+  settings.check(difference == 0);
+  settings.print(variant, "ns", seconds * 1e9 / static_cast<double>(reads));
 }
 
-}  // namespace objects
+/// Reads a chunk of random objects. What it uses again and again is in variables of its own, which
+/// stay in registers. @return 0 if they were right
+template <class P>
+std::uint64_t readRandom(P& peer, std::uint64_t objects, suite::Random& random) {
+  std::uint64_t difference = 0;
+  suite::Random drawn = random;
+  for (std::uint64_t i = 0; i < kReadsInChunk; ++i) {
+    const std::uint64_t key = drawn.below(objects);
+    peer.read(peer.handle(key), [&difference, key](const void* object) {
+      difference |= suite::wordAt(object, kKeyWord) ^ key;
+    });
+  }
+  random = drawn;
+  return difference;
+}
+
+template <class P>
+void measureHotpin(const Settings& settings) {
+  const std::uint64_t objects = settings.objects.value;
+  P peer({objects, kResidentBytes, settings.budget.value});
+  char object[kResidentBytes] = {};
+  for (std::uint64_t key = 0; key < objects; ++key) {
+    suite::setWordAt(object, kKeyWord, key);
+    peer.add(object);
+  }
+  peer.finish();
+  suite::Random random;
+  timeReads(settings, "random", [&] { return readRandom(peer, objects, random); });
+}
+
+/// Gives the peer its objects with their places in the cycle. @return the handle of the first
+template <class P>
+std::uint64_t addCycle(P& peer, std::uint64_t objects) {
+  const Cycle cycle(objects);
+  char object[kResidentBytes] = {};
+  for (std::uint64_t key = 0; key < objects; ++key) {
+    suite::setWordAt(object, kKeyWord, key);
+    suite::setWordAt(object, kPositionWord, cycle.position[key]);
+    suite::setWordAt(object, kNextWord, cycle.next(key));
+    peer.add(object);
+  }
+  peer.finish();
+  if constexpr (!P::kHandleIsKey) {
+    for (std::uint64_t key = 0; key < objects; ++key) {
+      peer.update(peer.handle(key), [next = peer.handle(cycle.next(key))](void* stored) {
+        suite::setWordAt(stored, kNextWord, next);
+      });
+    }
+    peer.finish();
+  }
+  return peer.handle(cycle.order[0]);
+}
+
+/// Reads a chunk of objects along the cycle. @param place  handle and position of the next one
+template <class P>
+std::uint64_t readChain(P& peer, std::uint64_t objects,
+                        std::pair<std::uint64_t, std::uint64_t>& place) {
+  std::uint64_t difference = 0;
+  auto [handle, position] = place;
+  for (std::uint64_t i = 0; i < kReadsInChunk; ++i) {
+    std::uint64_t next = 0;
+    peer.read(handle, [&difference, &next, at = position](const void* object) {
+      difference |= suite::wordAt(object, kPositionWord) ^ at;
+      next = suite::wordAt(object, kNextWord);
+    });
+    handle = next;
+    position = position + 1 == objects ? 0 : position + 1;
+  }
+  place = {handle, position};
+  return difference;
+}
+
+template <class P>
+void measureDependent(const Settings& settings) {
+  const std::uint64_t objects = settings.objects.value;
+  P peer({objects, kResidentBytes, settings.budget.value});
+  std::pair<std::uint64_t, std::uint64_t> place(addCycle(peer, objects), 0);
+  timeReads(settings, "chain", [&] { return readChain(peer, objects, place); });
+}
+
+template <class P>
+void addResident(const AddPeer& add, const char* peer) {
+  add("hotpin", peer, measureHotpin<P>);
+  add("dependent", peer, measureDependent<P>);
+}
 
 #endif  // BENCH_SUITE_OBJECTS_RESIDENT_H

@@ -4,11 +4,9 @@
 #include <cstdint>
 #include <limits>
 
+#include "ObjectWork.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "StoreStatistics.h"
-#include "objects/Peer.h"
-
-namespace objects {
 
 /// This library. Objects are pinned for writing even where they are only read, as its own classes
 /// do: a page that did not change must not be written for it.
@@ -53,19 +51,18 @@ class Store {
  private:
   void* checked(void* object) {
     if (object == nullptr) [[unlikely]] {
-      require(false, m_manager.getLastStoreError());
+      suite::require(false, m_manager.getLastStoreError());
     }
     return object;
   }
 
   static unsigned checked(std::uint64_t budget) {
-    require(budget <= std::numeric_limits<unsigned>::max(), "a budget of the store is below 4 GiB");
+    suite::require(budget <= std::numeric_limits<unsigned>::max(),
+                   "a budget of the store is below 4 GiB");
     return static_cast<unsigned>(budget);
   }
 
   QRTVirtualMemoryMgr m_manager;
 };
-
-}  // namespace objects
 
 #endif  // BENCH_SUITE_OBJECTS_STORE_H

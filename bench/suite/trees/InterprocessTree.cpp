@@ -1,20 +1,15 @@
 // Nodes in a mapped file of Boost.Interprocess, linked by pointers relative to themselves.
 
-#include <unistd.h>
-
-#include <boost/interprocess/managed_mapped_file.hpp>
-
 #include "LinkedTree.h"
 #include "TreeNode.h"
 #include "TreeWork.h"
-#include "common/ScratchPath.h"
+#include "common/MappedFile.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
-namespace interprocess = boost::interprocess;
-
 template <class Node>
-using Relative = interprocess::offset_ptr<Node>;
+using Relative = boost::interprocess::offset_ptr<Node>;
 
 class InterprocessNodes {
  public:
@@ -24,10 +19,8 @@ class InterprocessNodes {
   using Pin = Node*;
 
   InterprocessNodes(std::size_t nodes, std::size_t)
-      : m_path(suite::scratchPath()),
-        m_file(interprocess::create_only, m_path.c_str(), nodes * kBytesEach + (1U << 20)) {
-    ::unlink(m_path.c_str());
-  }
+      : m_file(boost::interprocess::create_only, suite::scratchPath("nodes").c_str(),
+               nodes * kBytesEach + (1U << 20)) {}
 
   static Handle handle(const Relative<Node>& node) { return node.get(); }
   Pin create(const Relative<Node>& parent, const Relative<Node>& previous) {
@@ -44,13 +37,7 @@ class InterprocessNodes {
   // A node and what the allocator puts in front of it.
   static constexpr std::size_t kBytesEach = sizeof(Node) + 24;
 
-  // One thread is all there is: no lock.
-  using File = interprocess::basic_managed_mapped_file<
-      char, interprocess::rbtree_best_fit<interprocess::null_mutex_family>,
-      interprocess::iset_index>;
-
-  std::string m_path;
-  File m_file;
+  suite::MappedFile m_file;
 };
 
 }  // namespace

@@ -1,26 +1,16 @@
 // Nodes as records of LMDB, by their number. A write transaction takes thousands of changes.
 
-#include <lmdb.h>
-#include <unistd.h>
-
-#include <cstring>
 #include <utility>
 
 #include "LinkedTree.h"
 #include "TreeNode.h"
 #include "TreeWork.h"
-#include "common/ScratchPath.h"
+#include "common/LmdbEnvironment.h"
 
 namespace {
 
 template <class>
 using Number = std::uint64_t;  // from 1 on
-
-void check(int result) {
-  if (result != MDB_SUCCESS) {
-    suite::fail(std::string("LMDB: ") + mdb_strerror(result));
-  }
-}
 
 class LmdbNodes {
  public:
@@ -54,20 +44,11 @@ class LmdbNodes {
     bool m_changed = false;
   };
 
-  LmdbNodes(std::size_t nodes, std::size_t) {
-    const std::string path = suite::scratchPath();
-    check(mdb_env_create(&m_environment));
-    check(mdb_env_set_mapsize(m_environment, nodes * kBytesEach + (64U << 20)));
-    check(mdb_env_open(m_environment, path.c_str(),
-                       MDB_NOSUBDIR | MDB_NOLOCK | MDB_WRITEMAP | MDB_NOSYNC, 0600));
-    ::unlink(path.c_str());
+  LmdbNodes(std::size_t nodes, std::size_t) : m_environment(nodes * kBytesEach + (64U << 20)) {
     begin();
-    check(mdb_dbi_open(m_transaction, nullptr, MDB_INTEGERKEY, &m_database));
+    suite::checkLmdb(mdb_dbi_open(m_transaction, nullptr, MDB_INTEGERKEY, &m_database));
   }
-  ~LmdbNodes() {
-    mdb_txn_abort(m_transaction);
-    mdb_env_close(m_environment);
-  }
+  ~LmdbNodes() { mdb_txn_abort(m_transaction); }
   LmdbNodes(const LmdbNodes&) = delete;
   LmdbNodes& operator=(const LmdbNodes&) = delete;
 
@@ -84,7 +65,7 @@ class LmdbNodes {
   const Node* read(Handle number) {
     MDB_val key{sizeof number, &number};
     MDB_val value{};
-    check(mdb_get(m_transaction, m_database, &key, &value));
+    suite::checkLmdb(mdb_get(m_transaction, m_database, &key, &value));
     return static_cast<const Node*>(value.mv_data);
   }
 
@@ -92,20 +73,20 @@ class LmdbNodes {
   static constexpr std::size_t kBytesEach = 4 * sizeof(Node);  // changed pages are copies
   static constexpr unsigned kBatch = 10'000;                   // changes to a transaction
 
-  void begin() { check(mdb_txn_begin(m_environment, nullptr, 0, &m_transaction)); }
+  void begin() { suite::checkLmdb(mdb_txn_begin(m_environment.get(), nullptr, 0, &m_transaction)); }
 
   void put(const Node& node, unsigned flags) {
     Node copy = node;
     MDB_val key{sizeof copy.self, &copy.self};
     MDB_val value{sizeof copy, &copy};
-    check(mdb_put(m_transaction, m_database, &key, &value, flags));
+    suite::checkLmdb(mdb_put(m_transaction, m_database, &key, &value, flags));
     if (++m_changes % kBatch == 0) {
-      check(mdb_txn_commit(std::exchange(m_transaction, nullptr)));
+      suite::checkLmdb(mdb_txn_commit(std::exchange(m_transaction, nullptr)));
       begin();
     }
   }
 
-  MDB_env* m_environment = nullptr;  // owned
+  suite::LmdbEnvironment m_environment;
   MDB_txn* m_transaction = nullptr;  // the write transaction, owned
   MDB_dbi m_database = 0;
   Handle m_last = 0;  // the node that was created last

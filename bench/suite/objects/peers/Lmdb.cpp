@@ -2,44 +2,30 @@
 // map is the system's page cache. The system's read-ahead is off, which random accesses need; it
 // cannot be changed for a scan.
 
-#include <lmdb.h>
-
 #include <cstring>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/LmdbEnvironment.h"
 
 namespace {
 
-void check(int result) {
-  require(result == MDB_SUCCESS, ::mdb_strerror(result));
-}
-
 class Lmdb : public ByKey {
  public:
-  explicit Lmdb(const Space& space) : ByKey(space) {
-    check(::mdb_env_create(&m_env));
-    check(::mdb_env_set_mapsize(m_env, 3 * space.objects * space.objectBytes + (1U << 30)));
-    check(::mdb_env_open(m_env, space.directory.c_str(),
-                         MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMETASYNC | MDB_NOLOCK | MDB_NORDAHEAD,
-                         0600));
-    begin(true);
-    check(::mdb_dbi_open(m_transaction, nullptr, MDB_INTEGERKEY, &m_table));
-    finish();
+  explicit Lmdb(const Space& space)
+      : ByKey(space),
+        m_environment(3 * space.objects * space.objectBytes + (1U << 30), MDB_NORDAHEAD) {
+    MDB_txn* making = nullptr;
+    suite::checkLmdb(::mdb_txn_begin(m_environment.get(), nullptr, 0, &making));
+    suite::checkLmdb(::mdb_dbi_open(making, nullptr, MDB_INTEGERKEY, &m_table));
+    suite::checkLmdb(::mdb_txn_commit(making));
   }
-  ~Lmdb() {
-    finish();
-    ::mdb_env_close(m_env);
-  }
+  ~Lmdb() { finish(); }
 
   void add(const void* object) {
     begin(true);
     MDB_val key{sizeof m_added, &m_added};
     MDB_val value{m_objectBytes, const_cast<void*>(object)};
-    check(::mdb_cursor_put(m_cursor, &key, &value, MDB_APPEND));
+    suite::checkLmdb(::mdb_cursor_put(m_cursor, &key, &value, MDB_APPEND));
     ++m_added;
     count();
   }
@@ -49,7 +35,7 @@ class Lmdb : public ByKey {
     begin(false);
     MDB_val key{sizeof handle, &handle};
     MDB_val value{};
-    check(::mdb_cursor_get(m_cursor, &key, &value, MDB_SET));
+    suite::checkLmdb(::mdb_cursor_get(m_cursor, &key, &value, MDB_SET));
     use(value.mv_data);
   }
 
@@ -58,9 +44,9 @@ class Lmdb : public ByKey {
     begin(false);
     MDB_val key{};
     MDB_val value{};
-    check(::mdb_cursor_get(m_cursor, &key, &value, MDB_FIRST));
+    suite::checkLmdb(::mdb_cursor_get(m_cursor, &key, &value, MDB_FIRST));
     while (use(value.mv_data)) {
-      check(::mdb_cursor_get(m_cursor, &key, &value, MDB_NEXT));
+      suite::checkLmdb(::mdb_cursor_get(m_cursor, &key, &value, MDB_NEXT));
     }
   }
 
@@ -69,22 +55,19 @@ class Lmdb : public ByKey {
     begin(true);
     MDB_val key{sizeof handle, &handle};
     MDB_val value{};
-    check(::mdb_cursor_get(m_cursor, &key, &value, MDB_SET));
+    suite::checkLmdb(::mdb_cursor_get(m_cursor, &key, &value, MDB_SET));
     char object[4096];
     std::memcpy(object, value.mv_data, m_objectBytes);
     change(object);
     value.mv_data = object;
-    check(::mdb_cursor_put(m_cursor, &key, &value, MDB_CURRENT));
+    suite::checkLmdb(::mdb_cursor_put(m_cursor, &key, &value, MDB_CURRENT));
     count();
   }
 
   void finish() {
     if (m_transaction != nullptr) {
-      if (m_cursor != nullptr) {
-        ::mdb_cursor_close(m_cursor);
-        m_cursor = nullptr;
-      }
-      check(::mdb_txn_commit(m_transaction));
+      ::mdb_cursor_close(m_cursor);
+      suite::checkLmdb(::mdb_txn_commit(m_transaction));
       m_transaction = nullptr;
     }
   }
@@ -96,18 +79,14 @@ class Lmdb : public ByKey {
   /// Makes sure that a transaction is open which can do what is asked for.
   void begin(bool writing) {
     if (m_transaction != nullptr && (m_writing || !writing)) {
-      if (m_cursor == nullptr) {
-        check(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
-      }
       return;
     }
     finish();
-    check(::mdb_txn_begin(m_env, nullptr, writing ? 0U : MDB_RDONLY, &m_transaction));
+    suite::checkLmdb(
+        ::mdb_txn_begin(m_environment.get(), nullptr, writing ? 0U : MDB_RDONLY, &m_transaction));
     m_writing = writing;
     m_changes = 0;
-    if (m_table != 0) {
-      check(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
-    }
+    suite::checkLmdb(::mdb_cursor_open(m_transaction, m_table, &m_cursor));
   }
 
   void count() {
@@ -118,16 +97,14 @@ class Lmdb : public ByKey {
 
   std::uint64_t m_changes = 0;  // in the transaction
   bool m_writing = false;       // whether the transaction can write
-  MDB_env* m_env = nullptr;
+  suite::LmdbEnvironment m_environment;
   MDB_txn* m_transaction = nullptr;  // null when none is open
   MDB_cursor* m_cursor = nullptr;    // of the transaction
-  MDB_dbi m_table = 0;               // 0 until it is opened
+  MDB_dbi m_table = 0;
 };
-
-const Registration kRegistration({.name = "lmdb",
-                                  .resident = measureResident<Lmdb>,
-                                  .paging = measurePaging<Lmdb>});
 
 }  // namespace
 
-}  // namespace objects
+void addLmdb(const AddPeer& add) {
+  addByKey<Lmdb>(add, "lmdb");
+}

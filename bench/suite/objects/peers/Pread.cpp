@@ -7,10 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
@@ -18,8 +16,8 @@ class Pread : public ByKey {
  public:
   explicit Pread(const Space& space) : ByKey(space), m_inBlock(kBlockBytes / space.objectBytes) {
     m_file =
-        ::open((space.directory / "objects").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    require(m_file >= 0, std::strerror(errno));
+        ::open(suite::scratchPath("objects").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    suite::require(m_file >= 0, std::strerror(errno));
   }
   ~Pread() { ::close(m_file); }
 
@@ -49,14 +47,14 @@ class Pread : public ByKey {
     if (key / m_inBlock != m_block) {
       m_block = key / m_inBlock;
       const ssize_t bytes = ::pread(m_file, m_bytes, kBlockBytes, position());
-      require(bytes == static_cast<ssize_t>(kBlockBytes), "pread does not give a block");
+      suite::require(bytes == static_cast<ssize_t>(kBlockBytes), "pread does not give a block");
     }
     return m_bytes + key % m_inBlock * m_objectBytes;
   }
 
   void writeBlock() {
     const ssize_t bytes = ::pwrite(m_file, m_bytes, kBlockBytes, position());
-    require(bytes == static_cast<ssize_t>(kBlockBytes), "pwrite does not take a block");
+    suite::require(bytes == static_cast<ssize_t>(kBlockBytes), "pwrite does not take a block");
   }
 
   off_t position() const { return static_cast<off_t>(m_block * kBlockBytes); }
@@ -67,8 +65,8 @@ class Pread : public ByKey {
   alignas(64) char m_bytes[kBlockBytes]{};  // its bytes
 };
 
-const Registration kRegistration({.name = "pread", .paging = measurePaging<Pread>});
-
 }  // namespace
 
-}  // namespace objects
+void addPread(const AddPeer& add) {
+  add("paging", "pread", measurePaging<Pread>);
+}

@@ -11,17 +11,14 @@
 #include <cstring>
 #include <memory>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
 void check(const rocksdb::Status& status) {
   if (!status.ok()) [[unlikely]] {
-    require(false, status.ToString().c_str());
+    suite::require(false, status.ToString().c_str());
   }
 }
 
@@ -44,7 +41,7 @@ class Rocksdb : public ByKey {
     options.table_factory.reset(rocksdb::NewBlockBasedTableFactory(table));
     m_unlogged.disableWAL = true;
     rocksdb::DB* database = nullptr;
-    check(rocksdb::DB::Open(options, (space.directory / "rocksdb").string(), &database));
+    check(rocksdb::DB::Open(options, suite::scratchPath("rocksdb"), &database));
     m_database.reset(database);
   }
 
@@ -107,10 +104,8 @@ class Rocksdb : public ByKey {
   rocksdb::PinnableSlice m_value;  // what was found, in place
 };
 
-const Registration kRegistration({.name = "rocksdb",
-                                  .resident = measureResident<Rocksdb>,
-                                  .paging = measurePaging<Rocksdb>});
-
 }  // namespace
 
-}  // namespace objects
+void addRocksdb(const AddPeer& add) {
+  addByKey<Rocksdb>(add, "rocksdb");
+}

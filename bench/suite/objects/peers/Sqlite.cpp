@@ -5,22 +5,17 @@
 #include <cstring>
 #include <string>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
 class Sqlite : public ByKey {
  public:
   explicit Sqlite(const Space& space) : ByKey(space) {
-    check(::sqlite3_open((space.directory / "objects.sqlite").c_str(), &m_database));
-    run("PRAGMA page_size=4096");
-    run("PRAGMA journal_mode=OFF");
-    run("PRAGMA synchronous=OFF");
-    run("PRAGMA locking_mode=EXCLUSIVE");
+    check(::sqlite3_open(suite::scratchPath("objects").c_str(), &m_database));
+    run("PRAGMA page_size=4096; PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF;"
+        "PRAGMA locking_mode=EXCLUSIVE");
     run(("PRAGMA cache_size=-" + std::to_string(space.budget / 1024)).c_str());
     run("CREATE TABLE objects(id INTEGER PRIMARY KEY, object BLOB)");
     m_insert = prepare("INSERT INTO objects VALUES(?1, ?2)");
@@ -61,14 +56,16 @@ class Sqlite : public ByKey {
   }
 
   void finish() {
-    if (m_inTransaction) {
+    if (isInTransaction()) {
       run("COMMIT");
-      m_inTransaction = false;
     }
   }
 
  private:
-  void check(int result) { require(result == SQLITE_OK, ::sqlite3_errmsg(m_database)); }
+  /// One holds all adds or updates until they are finished.
+  bool isInTransaction() const { return ::sqlite3_get_autocommit(m_database) == 0; }
+
+  void check(int result) { suite::require(result == SQLITE_OK, ::sqlite3_errmsg(m_database)); }
 
   void run(const char* statement) {
     check(::sqlite3_exec(m_database, statement, nullptr, nullptr, nullptr));
@@ -83,25 +80,23 @@ class Sqlite : public ByKey {
 
   /// The object in the next row of a query.
   const void* next(sqlite3_stmt* query) {
-    require(::sqlite3_step(query) == SQLITE_ROW, "sqlite does not find an object");
+    suite::require(::sqlite3_step(query) == SQLITE_ROW, "sqlite does not find an object");
     const void* const object = ::sqlite3_column_blob(query, 0);
-    require(object != nullptr, "sqlite has an empty object");
+    suite::require(object != nullptr, "sqlite has an empty object");
     return object;
   }
 
   void write(sqlite3_stmt* statement, std::uint64_t key, const void* object) {
-    if (!m_inTransaction) {
+    if (!isInTransaction()) {
       run("BEGIN");
-      m_inTransaction = true;
     }
     check(::sqlite3_bind_int64(statement, 1, static_cast<sqlite3_int64>(key)));
     check(
         ::sqlite3_bind_blob(statement, 2, object, static_cast<int>(m_objectBytes), SQLITE_STATIC));
-    require(::sqlite3_step(statement) == SQLITE_DONE, ::sqlite3_errmsg(m_database));
+    suite::require(::sqlite3_step(statement) == SQLITE_DONE, ::sqlite3_errmsg(m_database));
     check(::sqlite3_reset(statement));
   }
 
-  bool m_inTransaction = false;  // one holds all adds or updates until they are finished
   sqlite3* m_database = nullptr;
   sqlite3_stmt* m_insert = nullptr;
   sqlite3_stmt* m_select = nullptr;
@@ -109,10 +104,8 @@ class Sqlite : public ByKey {
   sqlite3_stmt* m_update = nullptr;
 };
 
-const Registration kRegistration({.name = "sqlite",
-                                  .resident = measureResident<Sqlite>,
-                                  .paging = measurePaging<Sqlite>});
-
 }  // namespace
 
-}  // namespace objects
+void addSqlite(const AddPeer& add) {
+  addByKey<Sqlite>(add, "sqlite");
+}

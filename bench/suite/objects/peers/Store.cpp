@@ -1,13 +1,10 @@
-#include "objects/Store.h"
+#include "Store.h"
 
-#include "objects/ByHandle.h"
-#include "objects/Churn.h"
-#include "objects/Growth.h"
-#include "objects/PackedHandles.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByHandle.h"
+#include "Churn.h"
+#include "PackedHandles.h"
+#include "Paging.h"
+#include "Resident.h"
 
 namespace {
 
@@ -15,18 +12,17 @@ namespace {
 /// handles take is taken off the store's.
 void measurePagingStore(const Settings& settings) {
   Settings shared = settings;
-  const std::uint64_t handles = PackedHandles::bytesFor(settings.bytes / 256);
-  require(handles < settings.budget, "the budget does not even hold the handles");
-  shared.budget -= handles;
+  const std::uint64_t handles = PackedHandles::bytesFor(settings.bytes.value / 256);
+  suite::require(handles < settings.budget.value, "the budget does not even hold the handles");
+  shared.budget.value -= handles;
   measurePaging<ByHandle<Store, PackedHandles>>(shared);
 }
 
-const Registration kRegistration({.name = "store",
-                                  .resident = measureResident<ByHandle<Store>>,
-                                  .paging = measurePagingStore,
-                                  .churn = measureChurn<Store>,
-                                  .growth = measureGrowth});
-
 }  // namespace
 
-}  // namespace objects
+void addStore(const AddPeer& add) {
+  addResident<ByHandle<Store>>(add, "store");
+  add("paging", "store", measurePagingStore);
+  add("churn", "store", measureChurn<Store>);
+  add("growth", "store", measureGrowth);
+}

@@ -7,11 +7,8 @@
 #include <iostream>
 #include <memory>
 
-#include "objects/ByKey.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "ByKey.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
@@ -22,7 +19,7 @@ struct Block {
 class Stxxl : public ByKey {
  public:
   explicit Stxxl(const Space& space) : ByKey(space), m_inBlock(sizeof(Block) / space.objectBytes) {
-    configure(space);
+    configure();
     const std::uint64_t blocks = (space.objects + m_inBlock - 1) / m_inBlock;
     m_blocks = std::make_unique<Vector>(blocks, space.budget / sizeof(Block));
   }
@@ -44,11 +41,11 @@ class Stxxl : public ByKey {
   using Vector = stxxl::vector<Block, 1, stxxl::lru_pager<>, sizeof(Block)>;
 
   /// Makes a file that goes with the process, and keeps its messages off the figures.
-  static void configure(const Space& space) {
+  static void configure() {
     ::setenv("STXXLLOGFILE", "/dev/null", 1);
     ::setenv("STXXLERRLOGFILE", "/dev/null", 1);
     std::cout.rdbuf(nullptr);
-    stxxl::disk_config disk((space.directory / "objects").string(), 0, "syscall unlink direct=off");
+    stxxl::disk_config disk(suite::scratchPath("objects"), 0, "syscall unlink direct=off");
     disk.autogrow = true;
     stxxl::config::get_instance()->add_disk(disk);
   }
@@ -61,10 +58,8 @@ class Stxxl : public ByKey {
   std::unique_ptr<Vector> m_blocks;
 };
 
-const Registration kRegistration({.name = "stxxl",
-                                  .resident = measureResident<Stxxl>,
-                                  .paging = measurePaging<Stxxl>});
-
 }  // namespace
 
-}  // namespace objects
+void addStxxl(const AddPeer& add) {
+  addByKey<Stxxl>(add, "stxxl");
+}

@@ -1,12 +1,14 @@
-#ifndef BENCH_SUITE_OBJECTS_HEAP_H
-#define BENCH_SUITE_OBJECTS_HEAP_H
+// Plain pointers to objects from malloc and its like: what a program does that keeps everything in
+// memory.
 
 #include <cstdint>
-#include <cstdlib>
 
-#include "objects/Peer.h"
+#include "ByHandle.h"
+#include "Churn.h"
+#include "Resident.h"
+#include "common/Heaps.h"
 
-namespace objects {
+namespace {
 
 /// Objects from an allocator; a handle is an address. `Functions` has the static functions get and
 /// put. What is allocated at the end stays so: the process is about to end.
@@ -18,9 +20,7 @@ class Heap {
   template <class Fill>
   std::uint64_t make(std::uint32_t bytes, Fill fill) {
     void* const object = Functions::get(bytes);
-    if (object == nullptr) [[unlikely]] {
-      require(false, "out of memory");
-    }
+    suite::require(object != nullptr, "out of memory");
     fill(object);
     return reinterpret_cast<std::uintptr_t>(object);
   }
@@ -36,6 +36,11 @@ class Heap {
   }
 };
 
-}  // namespace objects
+}  // namespace
 
-#endif  // BENCH_SUITE_OBJECTS_HEAP_H
+void addPointers(const AddPeer& add) {
+  addResident<ByHandle<Heap<suite::Malloc>>>(add, "pointer");
+  suite::eachHeap([&]<class Functions>(const char* peer, Functions) {
+    add("churn", peer, measureChurn<Heap<Functions>>);
+  });
+}

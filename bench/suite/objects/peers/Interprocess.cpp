@@ -3,33 +3,27 @@
 
 #include <sys/mman.h>
 
-#include <boost/interprocess/indexes/iset_index.hpp>
-#include <boost/interprocess/managed_mapped_file.hpp>
 #include <boost/interprocess/offset_ptr.hpp>
-#include <boost/interprocess/sync/mutex_family.hpp>
 #include <cstring>
 
-#include "objects/Churn.h"
-#include "objects/Paging.h"
-#include "objects/Resident.h"
-
-namespace objects {
+#include "Churn.h"
+#include "Paging.h"
+#include "Resident.h"
+#include "common/MappedFile.h"
+#include "common/ScratchDirectory.h"
 
 namespace {
 
 namespace bi = boost::interprocess;
 
-/// Without locks, as only one process maps it.
-using File =
-    bi::basic_managed_mapped_file<char, bi::rbtree_best_fit<bi::null_mutex_family>, bi::iset_index>;
-
 /// Objects of any size; a handle is the distance from the map's start.
 class MappedHeap {
  public:
-  explicit MappedHeap(const Space& space) : MappedHeap(space, space.budget) {}
-  MappedHeap(const Space& space, std::uint64_t fileBytes) : m_path(space.directory / "objects") {
-    std::filesystem::remove(m_path);
-    m_file = File(bi::create_only, m_path.c_str(), fileBytes);
+  explicit MappedHeap(const Space& space) : MappedHeap(space.budget) {}
+  explicit MappedHeap(std::uint64_t fileBytes) {
+    const std::string path = suite::scratchPath("objects");
+    m_file = suite::MappedFile(bi::create_only, path.c_str(), fileBytes);
+    std::filesystem::remove(path);
   }
 
   template <class Fill>
@@ -51,23 +45,19 @@ class MappedHeap {
 
  protected:
   void* at(std::uint64_t handle) const {
-    return m_file.get_address_from_handle(static_cast<File::handle_t>(handle));
+    return m_file.get_address_from_handle(static_cast<suite::MappedFile::handle_t>(handle));
   }
-  File& file() { return m_file; }
-  const File& file() const { return m_file; }
 
- private:
-  std::filesystem::path m_path;
-  File m_file;
+  suite::MappedFile m_file;
 };
 
-class BoostInterprocess : public MappedHeap {
+class IndexedHeap : public MappedHeap {
  public:
   static constexpr bool kHandleIsKey = false;
-  explicit BoostInterprocess(const Space& space)
-      : MappedHeap(space, space.objects * (space.objectBytes + kOverhead) + (64U << 20)),
+  explicit IndexedHeap(const Space& space)
+      : MappedHeap(space.objects * (space.objectBytes + kOverhead) + (64U << 20)),
         m_objectBytes(space.objectBytes),
-        m_index(file().construct<Pointer>(bi::anonymous_instance)[space.objects]()) {
+        m_index(m_file.construct<Pointer>(bi::anonymous_instance)[space.objects]()) {
     expect(MADV_RANDOM);
   }
 
@@ -78,7 +68,7 @@ class BoostInterprocess : public MappedHeap {
     });
   }
   std::uint64_t handle(std::uint64_t key) const {
-    return static_cast<std::uint64_t>(file().get_handle_from_address(m_index[key].get()));
+    return static_cast<std::uint64_t>(m_file.get_handle_from_address(m_index[key].get()));
   }
   void finish() {}
 
@@ -94,7 +84,7 @@ class BoostInterprocess : public MappedHeap {
  private:
   using Pointer = bi::offset_ptr<void>;
   /// Tells the system how the map will be accessed: else it reads far more than is asked for.
-  void expect(int advice) { ::madvise(file().get_address(), file().get_size(), advice); }
+  void expect(int advice) { ::madvise(m_file.get_address(), m_file.get_size(), advice); }
 
   static constexpr std::uint64_t kOverhead = 16 + sizeof(Pointer);  // of an object
 
@@ -103,11 +93,10 @@ class BoostInterprocess : public MappedHeap {
   Pointer* m_index;           // by key
 };
 
-const Registration kRegistration({.name = "boost interprocess",
-                                  .resident = measureResident<BoostInterprocess>,
-                                  .paging = measurePaging<BoostInterprocess>,
-                                  .churn = measureChurn<MappedHeap>});
-
 }  // namespace
 
-}  // namespace objects
+void addInterprocess(const AddPeer& add) {
+  addResident<IndexedHeap>(add, "boost interprocess");
+  add("paging", "boost interprocess", measurePaging<IndexedHeap>);
+  add("churn", "boost interprocess", measureChurn<MappedHeap>);
+}
