@@ -6,8 +6,7 @@
 #include <new>
 #include <type_traits>
 
-#define XXH_INLINE_ALL
-#include <xxhash.h>
+#include "libtcmalloc_virtualmm/PageHash.h"
 
 namespace tcmalloc {
 
@@ -201,7 +200,7 @@ void PageTable::MakeNew(Leaf& leaf) {
 std::uint64_t PageTable::HashOf(const Image& image, std::uint32_t number) {
   static_assert(std::has_unique_object_representations_v<PageEntry::Live>);
   // The number is the seed: an image that ends up at another leaf's place does not fit.
-  const std::uint64_t hash = XXH3_64bits_withSeed(&image, sizeof image, number);
+  const std::uint64_t hash = PageHash(&image, sizeof image, number);
   return hash == kNoImage ? kNoImage + 1 : hash;
 }
 

@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#define XXH_INLINE_ALL
-#include <xxhash.h>
-
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
+#include "libtcmalloc_virtualmm/PageHash.h"
 
 namespace tcmalloc {
 
@@ -71,7 +69,7 @@ std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
 
 std::uint64_t Pager::Hash(const Moving& span) const noexcept {
   // The page number is the seed: an image that ends up at another page's place does not fit.
-  return XXH3_64bits_withSeed(m_arena.Address(span.frame), SpanBytes(span.pages), span.page);
+  return PageHash(m_arena.Address(span.frame), SpanBytes(span.pages), span.page);
 }
 
 // ---- coming in ----------------------------------------------------------------------------------

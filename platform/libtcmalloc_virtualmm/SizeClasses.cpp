@@ -14,10 +14,11 @@ constexpr std::uint32_t kFineStride = 256;
 
 constexpr std::uint32_t kMinStride = 24;  // 16 bytes of object; a slab has at most 682 slots
 
-// One- and two-page spans are cut into at least this many slots: with fewer, a larger span wastes
-// less. The largest span is cut down to three.
-constexpr std::uint32_t kMinSlots = 8;
-constexpr std::uint32_t kMinSlotsOfLargest = 3;
+// Spans of one, two and four pages are cut into at least this many slots. With fewer slots a larger
+// span wastes less, but a fault that wants one object then reads up to four times as much.
+constexpr std::uint32_t MinSlots(std::uint32_t pages) {
+  return pages == 1 ? 5 : pages == 2 ? 4 : 3;
+}
 
 /// Bytes a span of `pages` pages offers to slots. The slab header takes kFirstObjectByte less the
 /// first object's own header.
@@ -32,8 +33,7 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
   std::uint32_t last = 0;
   for (std::uint32_t pages = 1; pages <= kMaxSpanPages; pages *= 2) {
     const std::uint32_t usable = UsableBytes(pages, pageSize);
-    const std::uint32_t fewest = pages == kMaxSpanPages ? kMinSlotsOfLargest : kMinSlots;
-    for (std::uint32_t slots = usable / kMinStride; slots >= fewest; --slots) {
+    for (std::uint32_t slots = usable / kMinStride; slots >= MinSlots(pages); --slots) {
       const std::uint32_t exact = usable / slots;
       const std::uint32_t grain = exact <= kFineStride ? 8 : 16;
       const std::uint32_t stride = exact / grain * grain;

@@ -21,8 +21,8 @@ struct SizeClass {
 /// The table of size classes for one page size.
 ///
 /// The classes are the ways to cut a span up without a rest: first one page into ever fewer slots
-/// down to eight, then two pages, then four down to three, so that small objects cost small page
-/// faults. Small strides are 8 bytes apart. Objects above the largest class get pages of their own,
+/// down to five, then two pages down to four, then four down to three, so that small objects cost
+/// small page faults. Small strides are 8 bytes apart. Objects above the largest class get pages of their own,
 /// and so do those that fill more than four fifths of one page.
 class SizeClasses {
  public:
