@@ -22,8 +22,8 @@ struct SizeClass {
 ///
 /// The classes are the ways to cut a span up without a rest: first one page into ever fewer slots
 /// down to five, then two pages down to four, then four down to three, so that small objects cost
-/// small page faults. Small strides are 8 bytes apart. Objects above the largest class get pages of their own,
-/// and so do those that fill more than four fifths of one page.
+/// small page faults. Small strides are 8 bytes apart. Objects above the largest class get pages of
+/// their own, and so do those that fill more than four fifths of one page.
 class SizeClasses {
  public:
   static constexpr std::uint8_t kLarge = 0x7D;  ///< no class: the object gets a span of its own
