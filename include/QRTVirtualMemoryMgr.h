@@ -114,12 +114,13 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @return as `getAddress`
   void* movePin(unsigned long long from, unsigned long long to);
 
-  /// Tells that an object will be pinned soon: if it is in memory, the processor begins to load its
-  /// first bytes meanwhile. For programs that work through many handles: called for the handle that
+  /// Tells that an object will be pinned soon. If it is in memory, the processor begins to load its
+  /// first bytes meanwhile; if it is not, the system begins to read it from the paging file, where
+  /// that can be asked for. For programs that work through many handles: called for the handle that
   /// is eight places ahead, it takes most of the waiting out of pins of objects far apart.
-  /// @param offset  offset of the object; what is not in memory stays there, and anything else than
-  ///                an object is ignored
-  /// Changes nothing and owes nothing. Cost: O(1), a few instructions, never touches the disk.
+  /// @param offset  offset of the object; anything else than an object is ignored
+  /// Changes nothing, owes nothing and does not wait. Cost: O(1), a few instructions for an object
+  /// in memory, else one call of the system.
   void prefetch(unsigned long long offset) const;
 
   /// Makes an item name an object that holds the given bytes, shared with every other caller that

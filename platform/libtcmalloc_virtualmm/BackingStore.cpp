@@ -137,6 +137,12 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
   return true;
 }
 
+void BackingStore::Expect(std::uint64_t offset, std::size_t bytes) noexcept {
+  if (m_open && !m_file->InForeignProcess()) {
+    m_file->Expect(offset, bytes);
+  }
+}
+
 bool BackingStore::WorthCutting(std::uint64_t usedEnd) const {
   const std::uint64_t tail = m_fileBytes - std::min(m_fileBytes, usedEnd);
   return tail >= kMinCut && tail >= m_fileBytes / 4;

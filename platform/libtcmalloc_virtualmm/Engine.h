@@ -50,7 +50,7 @@ class Engine {
   void Dismiss(std::uint64_t offset) noexcept;
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
   void* GetUnpinned(std::uint64_t offset) noexcept;
-  void Prefetch(std::uint64_t offset) const noexcept;
+  void Prefetch(std::uint64_t offset) noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   std::uint32_t GetSize(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
@@ -255,9 +255,10 @@ inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
   return slot.header + 1;
 }
 
-inline void Engine::Prefetch(std::uint64_t offset) const noexcept {
+inline void Engine::Prefetch(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
-  if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) {
+  if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) [[unlikely]] {
+    m_pager.Expect(handle.page);
     return;
   }
   // A forged handle may name any place near the span: a prefetch harms nowhere.

@@ -123,6 +123,14 @@ bool Pager::PageIn(std::uint32_t page) noexcept {
   return true;
 }
 
+void Pager::Expect(std::uint32_t page) noexcept {
+  const PageEntry* entry = m_table.Find(page);
+  if (entry != nullptr && entry->IsSpanHead() && !entry->Resident() &&
+      (entry->flags & PageEntry::kHasCopy) != 0) {
+    m_store.Expect(FileOffset(page), SpanBytes(SpanPages(page)));
+  }
+}
+
 std::size_t Pager::CollectReads(std::uint32_t page,
                                 std::array<Moving, PagingFile::kMaxSlices>& spans,
                                 std::uint32_t wanted) noexcept {

@@ -51,6 +51,10 @@ class Pager {
   /// @return false when it cannot be read intact; it stays out
   bool PageIn(std::uint32_t page) noexcept;
 
+  /// Tells the system that a span will be brought in soon; ignored for anything but a page that
+  /// begins a span that is out, and while that span's leaf of the page table is out as well.
+  [[gnu::cold]] void Expect(std::uint32_t page) noexcept;
+
   /// Ends a span: it leaves memory, without a write, and its pages are free.
   void EndSpan(std::uint32_t page) noexcept;
 

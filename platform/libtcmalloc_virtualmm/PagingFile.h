@@ -40,6 +40,10 @@ class PagingFile {
   virtual std::int64_t WriteSome(std::uint64_t offset, const IoSlice* slices,
                                  std::size_t count) = 0;
 
+  /// Tells that `bytes` at `offset` will be read soon, so that the system may begin with it.
+  /// Nothing comes of it where the system cannot be told.
+  virtual void Expect(std::uint64_t /*offset*/, std::size_t /*bytes*/) {}
+
   /// Sets disk space aside for the bytes [begin, end) and extends the file to `end`.
   /// @return 0, EOPNOTSUPP where the file system cannot, or another error
   virtual int Reserve(std::uint64_t begin, std::uint64_t end) = 0;

@@ -110,6 +110,13 @@ class PosixPagingFile final : public PagingFile {
     return bytes < 0 ? -errno : bytes;
   }
 
+#ifdef POSIX_FADV_WILLNEED
+  void Expect(std::uint64_t offset, std::size_t bytes) override {
+    posix_fadvise(m_descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes),
+                  POSIX_FADV_WILLNEED);
+  }
+#endif
+
   int Reserve(std::uint64_t begin, std::uint64_t end) override {
 #ifdef __linux__
     // Not posix_fallocate: where the file system cannot reserve, that one writes every block.

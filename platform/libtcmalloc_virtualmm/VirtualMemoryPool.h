@@ -112,8 +112,9 @@ class VirtualMemoryPool {
   /// Cost: O(1), a few nanoseconds, never touches the disk.
   void* GetUnpinned(PageItem& item);
 
-  /// Begins to load an object that is in memory into the processor's caches, for a pin that is to
-  /// come. Changes nothing; ignored for what is out and for a stale or foreign offset.
+  /// Begins to load an object, for a pin that is to come: into the processor's caches if it is in
+  /// memory, else from the paging file into the system's memory, where the system can be asked to.
+  /// Changes nothing and does not wait; ignored for a stale or foreign offset.
   void Prefetch(PageItem& item) const;
 
   /// Marks an object as modified; ignored for a stale or foreign offset.

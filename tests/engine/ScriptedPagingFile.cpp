@@ -92,6 +92,11 @@ void ScriptedPagingFile::DeliverLost() {
   m_lost.clear();
 }
 
+void ScriptedPagingFile::Expect(std::uint64_t offset, std::size_t bytes) {
+  const FailingNew::Pause pause;
+  expected.emplace_back(offset, bytes);
+}
+
 int ScriptedPagingFile::Reserve(std::uint64_t begin, std::uint64_t end) {
   if (Interrupt()) {
     return EINTR;

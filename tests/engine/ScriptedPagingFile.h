@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "libtcmalloc_virtualmm/PagingFile.h"
@@ -44,12 +45,13 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
   Calls reads;
   Calls writes;
   Calls reserves;
-  std::uint64_t diskBytes = UINT64_MAX;   // ENOSPC past this offset
-  std::size_t transferLimit = SIZE_MAX;   // most bytes that one transfer moves
-  bool interrupted = false;               // of three calls two are interrupted by a signal
-  bool reserveSupported = true;           // whether disk space can be set aside
-  bool loseWrites = false;                // writes succeed, but reach the file with DeliverLost
-  bool foreign = false;                   // the process is a child of the file's owner
+  std::uint64_t diskBytes = UINT64_MAX;  // ENOSPC past this offset
+  std::size_t transferLimit = SIZE_MAX;  // most bytes that one transfer moves
+  bool interrupted = false;              // of three calls two are interrupted by a signal
+  bool reserveSupported = true;          // whether disk space can be set aside
+  bool loseWrites = false;               // writes succeed, but reach the file with DeliverLost
+  bool foreign = false;                  // the process is a child of the file's owner
+  std::vector<std::pair<std::uint64_t, std::size_t>> expected;  // offset and bytes announced
   std::uint64_t writtenPastReserved = 0;  // writes that met no disk space set aside
 
   // What a failing disk does to the file.
@@ -80,6 +82,7 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
                         std::size_t count) override;
   std::int64_t WriteSome(std::uint64_t offset, const tcmalloc::IoSlice* slices,
                          std::size_t count) override;
+  void Expect(std::uint64_t offset, std::size_t bytes) override;
   int Reserve(std::uint64_t begin, std::uint64_t end) override;
   int Truncate(std::uint64_t size) override;
 

@@ -105,6 +105,29 @@ TEST_F(StoredPagesTest, ADamagedSlabIsLeftAloneByNewObjectsAndFrees) {
   ExpectIntact(added);
 }
 
+TEST_F(StoredPagesTest, WhatIsAnnouncedIsExpectedOfTheFileWhenItIsOut) {
+  Make(8);
+  const std::vector<Object> pages = AddMany(64, kPage);
+  const Object large = Add(5 * kPage, 64);
+  PushOut();
+  ExpectIntact({pages[0]});  // in memory now
+  std::uint64_t made = 0;
+  ASSERT_NE(engine->Allocate(kPage, made), nullptr);  // never written
+  for (const std::uint64_t offset : {pages[0].offset, made, pages[1].offset + (1U << 16) * 1000}) {
+    engine->Prefetch(offset);
+  }
+  EXPECT_TRUE(file->expected.empty()) << "nothing of these is in the file alone";
+  engine->Prefetch(pages[40].offset);
+  engine->Prefetch(large.offset);
+  const std::uint64_t reads = file->reads.made;
+  EXPECT_THAT(file->expected, testing::ElementsAre(testing::Pair(PlaceOf(pages[40]), kPage),
+                                                   testing::Pair(PlaceOf(large), 5 * kPage)));
+  file->foreign = true;
+  engine->Prefetch(pages[41].offset);
+  EXPECT_EQ(file->expected.size(), 2U) << "a child of the owner leaves the file alone";
+  EXPECT_EQ(file->reads.made, reads);
+}
+
 TEST_F(StoredPagesTest, OnlyWhatChangedIsWrittenAgain) {
   Make(8);
   std::vector<Object> objects = AddMany(64, kPage);
