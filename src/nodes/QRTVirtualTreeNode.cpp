@@ -109,10 +109,6 @@ class QRTTreeNeighbours {
 
   [[gnu::noinline, gnu::cold]] void pinBoth(QRTVirtualTreeNode& of, unsigned long long first,
                                             unsigned long long second) {
-    // Where the disk is what is waited for, it may as well look for both.
-    if (of.getContainer() != nullptr && of.getContainer()->getMemoryMgr() != nullptr) {
-      of.getContainer()->getMemoryMgr()->prefetch(second);
-    }
     QRTPinnedNeighbour one(of, first);
     QRTPinnedNeighbour other(of, second);
     m_first = one.release();

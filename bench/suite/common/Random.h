@@ -28,6 +28,18 @@ class Random {
   std::uint64_t m_state;
 };
 
+/// Numbers from 0 to n - 1, one as often as another.
+class Uniform {
+ public:
+  explicit Uniform(std::uint64_t n, Random random = Random()) : m_random(random), m_n(n) {}
+
+  std::uint64_t operator()() { return m_random.below(m_n); }
+
+ private:
+  Random m_random;
+  std::uint64_t m_n;
+};
+
 /// Numbers from 0 to n - 1 of which a fifth get four fifths of the draws: zipf with exponent 0.86.
 /// The popular ones are spread over the whole range.
 class Zipf {

@@ -68,10 +68,10 @@ class Target:
 TARGETS = (
     *(
         target
-        for workload in ("hotpin", "dependent")
+        for workload, variant in (("hotpin", "random"), ("dependent", "chain"))
         for target in (
-            Target(workload, (), "ns", ("pointer table",), factor=1 / 1.5),
-            Target(workload, (), "ns", BUDGETED, factor=2.5),
+            Target(workload, (variant,), "ns", ("pointer table",), factor=1 / 1.5),
+            Target(workload, (variant,), "ns", BUDGETED, factor=2.5),
         )
     ),
     Target("churn", (), "ns", ("malloc",), factor=LEVEL),

@@ -40,12 +40,20 @@ struct Settings {
 ///     void read(handle, use);           // calls use(const void*) with the object in place
 ///     void update(handle, change);      // calls change(void*) and keeps what it made of it
 ///     void finish();                    // ends a series of adds or of updates
+///     void announce(handle);            // if there is such a thing: the object is used soon
 ///
 /// Everything is scratch data: no peer logs or synchronises. Whatever fails ends the program.
 struct Space {
   std::uint64_t objects;      ///< how many there will be
   std::uint32_t objectBytes;  ///< of each; divides 4,096
   std::uint64_t budget;       ///< bytes of memory it may use, its own structures included
+};
+
+/// Tells a peer of the object with a key.
+template <class P>
+struct Announcement {
+  P* peer;
+  void operator()(std::uint64_t key) const { peer->announce(peer->handle(key)); }
 };
 
 /// Adds a peer to a workload; `measure` does one run.

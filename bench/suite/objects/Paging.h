@@ -9,6 +9,7 @@
 
 #include "ObjectWork.h"
 #include "common/Content.h"
+#include "common/Lookahead.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 #include "common/WarmMemory.h"
@@ -16,7 +17,8 @@
 /// @file
 /// Workload paging: more 256-byte objects than the budget holds. Each phase gives operations a
 /// second of wall time, and where the peer counts them, pages read and written for each operation.
-/// An update reads the object, checks it and changes all of it. Beside the peer the process keeps a
+/// An update reads the object, checks it and changes all of it. Peers that can be told what comes
+/// are measured with that as well. Beside the peer the process keeps a
 /// byte for each object: how often it was updated.
 
 template <class P>
@@ -32,8 +34,7 @@ class Paging {
     suite::warmMemory(m_settings.budget.value);
     phase("load", [this](const auto&) { return this->load(); });
     phase("scan", [this](const auto& inTime) { return this->scan(inTime); });
-    suite::Random random(3);
-    const auto uniform = [this, &random] { return random.below(m_objects); };
+    suite::Uniform uniform(m_objects, suite::Random(3));
     suite::Zipf zipf(m_objects);
     const auto read = [this](std::uint64_t key) {
       m_peer.read(m_peer.handle(key), [this, key](const void* object) { check(object, key); });
@@ -45,6 +46,10 @@ class Paging {
       });
     };
     phase("uniform read", repeat(uniform, read));
+    if constexpr (requires { m_peer.announce(0); }) {
+      suite::Lookahead ahead(uniform, Announcement<P>{&m_peer});
+      phase("uniform read announced", repeat(ahead, read));
+    }
     phase("zipf read", repeat(zipf, read));
     m_settings.check(m_wrong == 0);
     print();

@@ -9,13 +9,14 @@
 
 #include "ObjectWork.h"
 #include "common/Content.h"
+#include "common/Lookahead.h"
 #include "common/Meter.h"
 #include "common/Random.h"
 
 /// @file
 /// Workloads hotpin and dependent: 64-byte objects, all in memory, are pinned, read and dismissed
-/// one by one. In hotpin their order is known beforehand, so that a processor can look ahead; in
-/// dependent each object tells the next one.
+/// one by one. In hotpin their order is known beforehand, so that a processor can look ahead, and
+/// once more with peers that can be told what comes; in dependent each object tells the next one.
 
 // Words of an object.
 constexpr std::size_t kKeyWord = 0;
@@ -63,19 +64,19 @@ inline void timeReads(const Settings& settings, const char* variant,
   settings.print(variant, "ns", seconds * 1e9 / static_cast<double>(reads));
 }
 
-/// Reads a chunk of random objects. What it uses again and again is in variables of its own, which
-/// stay in registers. @return 0 if they were right
-template <class P>
-std::uint64_t readRandom(P& peer, std::uint64_t objects, suite::Random& random) {
+/// Reads a chunk of objects with keys from `pick`. What it uses again and again is in variables of
+/// its own, which stay in registers. @return 0 if they were right
+template <class P, class Pick>
+std::uint64_t readRandom(P& peer, Pick& pick) {
   std::uint64_t difference = 0;
-  suite::Random drawn = random;
+  Pick picked = pick;
   for (std::uint64_t i = 0; i < kReadsInChunk; ++i) {
-    const std::uint64_t key = drawn.below(objects);
+    const std::uint64_t key = picked();
     peer.read(peer.handle(key), [&difference, key](const void* object) {
       difference |= suite::wordAt(object, kKeyWord) ^ key;
     });
   }
-  random = drawn;
+  pick = picked;
   return difference;
 }
 
@@ -89,8 +90,12 @@ void measureHotpin(const Settings& settings) {
     peer.add(object);
   }
   peer.finish();
-  suite::Random random;
-  timeReads(settings, "random", [&] { return readRandom(peer, objects, random); });
+  suite::Uniform uniform(objects);
+  timeReads(settings, "random", [&] { return readRandom(peer, uniform); });
+  if constexpr (requires { peer.announce(0); }) {
+    suite::Lookahead ahead(uniform, Announcement<P>{&peer});
+    timeReads(settings, "random announced", [&] { return readRandom(peer, ahead); });
+  }
 }
 
 /// Gives the peer its objects with their places in the cycle. @return the handle of the first

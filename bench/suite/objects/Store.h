@@ -39,6 +39,9 @@ class Store {
     m_manager.dismiss(handle);
   }
 
+  /// Tells that an object will be used soon.
+  void announce(std::uint64_t handle) { m_manager.prefetch(handle); }
+
   /// For walks: unpins an object, 0 for none, and pins the next one.
   void* movePin(std::uint64_t from, std::uint64_t to) {
     return checked(m_manager.movePin(from, to));

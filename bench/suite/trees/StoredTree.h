@@ -48,6 +48,9 @@ class StoredTree {
     parent->appendChild(node.get());
   }
 
+  /// Tells that a node will be used soon.
+  void announce(Handle node) { m_tree.getMemoryMgr()->prefetch(node); }
+
   /// Pages read from the paging file and written to it so far.
   std::uint64_t pagesMoved() {
     const example::StoreStatistics statistics = example::readStatistics(*m_tree.getMemoryMgr());

@@ -10,6 +10,7 @@
 #include "TreeNode.h"
 #include "common/Amount.h"
 #include "common/Figure.h"
+#include "common/Lookahead.h"
 #include "common/Meter.h"
 #include "common/WarmMemory.h"
 
@@ -139,14 +140,25 @@ void measureTree(const char* peer, const TreeOptions& options) {
     return walks * nodes;
   });
   sample.shuffle();
-  measure("move", [&](const suite::Meter& meter) {
-    std::size_t moved = 0;
-    for (; moved < moves && (moved % 64 != 0 || meter.wallSeconds() < kMoveSeconds); ++moved) {
-      const auto [which, below] = sample.next();
-      tree.moveLeaf(which, below);
-    }
-    return moved;
-  });
+  // Moves nodes that `next` names.
+  const auto move = [&](auto next) {
+    return [&moves, &tree, next](const suite::Meter& meter) mutable {
+      std::size_t moved = 0;
+      for (; moved < moves && (moved % 64 != 0 || meter.wallSeconds() < kMoveSeconds); ++moved) {
+        const auto [which, below] = next();
+        tree.moveLeaf(which, below);
+      }
+      return moved;
+    };
+  };
+  const auto next = [&sample] { return sample.next(); };
+  measure("move", move(next));
+  if constexpr (requires { tree.announce(0); }) {
+    measure("move announced", move(suite::Lookahead(next, [&tree](const auto& both) {
+              tree.announce(both.first);
+              tree.announce(both.second);
+            })));
+  }
   walk();
 }
 
