@@ -181,6 +181,8 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   friend class QRTTreeNeighbours;
 
   void initialize(unsigned int memorySize);
+  [[gnu::noinline]] void* allocAgain(unsigned int size, QRTVirtualPageItem& item);
+  [[noreturn, gnu::noinline, gnu::cold]] static void throwNoRoom();
   void* pinWhole(QRTVirtualPageItem& item);
   void* getUnpinned(unsigned long long offset);
 

@@ -73,33 +73,45 @@ void* Engine::Fail(std::uint64_t askedBytes) noexcept {
 void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
   size = std::max(size, 1U);
   const std::uint8_t sizeClass = m_classes.ClassFor(size);
-  void* address = sizeClass == SizeClasses::kLarge ? AllocateLarge(size, offset)
-                                                   : AllocateSlot(sizeClass, size, offset);
-  if (address == nullptr) {
-    return Fail(size);
+  if (sizeClass == SizeClasses::kLarge || !m_slabs[sizeClass].HasFreeSlot()) [[unlikely]] {
+    return AllocateElsewhere(size, sizeClass, offset);
   }
-  ++m_allObjects;
-  m_maxObjects = std::max(m_maxObjects, ++m_currentObjects);
-  return address;
+  return TakeSlot(sizeClass, size, offset);
 }
 
-void* Engine::AllocateSlot(std::uint8_t sizeClass, std::uint32_t size,
-                           std::uint64_t& offset) noexcept {
-  SlabDirectory::ClassState& state = m_slabs[sizeClass];
-  if (state.openSlab == nullptr || state.openEntry->live.freeSlots == 0) {
-    if (!OpenSlab(sizeClass)) {
-      return nullptr;
-    }
+/// A large object, or an object of a class whose open slab is full.
+void* Engine::AllocateElsewhere(std::uint32_t size, std::uint8_t sizeClass,
+                                std::uint64_t& offset) noexcept {
+  void* address = nullptr;
+  if (sizeClass == SizeClasses::kLarge) {
+    address = AllocateLarge(size, offset);
+  } else if (OpenSlab(sizeClass)) {
+    address = TakeSlot(sizeClass, size, offset);
   }
+  return address != nullptr ? address : Fail(size);
+}
+
+/// Makes an object, pinned, in a free slot of the class's open slab.
+inline void* Engine::TakeSlot(std::uint8_t sizeClass, std::uint32_t size,
+                              std::uint64_t& offset) noexcept {
+  SlabDirectory::ClassState& state = m_slabs[sizeClass];
   PageEntry& entry = *state.openEntry;
   ObjectHeader* header =
       state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
-  entry.Touch(m_pager.Epoch(), true);
+  if (!IsTouched(entry)) {
+    entry.Touch(m_pager.Epoch(), true);
+  }
   ++state.liveObjects;
+  CountObject();
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   const Slot slot{&entry, header};
-  return IsFree(0) && MayPinFresh(slot) ? PinFresh(0, slot, offset) : PinSlot(slot, offset);
+  return IsFree(0) && IsTouched(entry) ? PinFresh(0, slot, offset) : PinSlot(slot, offset);
+}
+
+inline void Engine::CountObject() noexcept {
+  ++m_allObjects;
+  m_maxObjects = std::max(m_maxObjects, ++m_currentObjects);
 }
 
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
@@ -141,6 +153,7 @@ void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept 
   m_arena[entry.where].pins = 1;
   ++m_largeObjects;
   m_largePages += pages;
+  CountObject();
   offset = ObjectHandle{page, kLargeByte, entry.generation}.Encode();
   ObjectGuard::Hide(m_arena.Address(entry.where), std::size_t{pages} << m_pageShift);
   ObjectGuard::Show(m_arena.Address(entry.where), size);
@@ -196,7 +209,9 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
 
 void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !IsTouched(*slot.entry, forWriting)) [[unlikely]] {
+  if (slot.entry == nullptr ||
+      (!IsTouched(*slot.entry) && (forWriting || slot.entry->TouchedEpoch() != m_pager.Epoch())))
+      [[unlikely]] {
     return GetAddressElsewhere(offset, forWriting);
   }
   return PinSlot(slot, offset);
@@ -238,7 +253,7 @@ void Engine::SettlePins() noexcept {
 /// Takes away the fresh pins of an object that ends.
 void Engine::DropFreshPins(std::uint64_t offset) noexcept {
   for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-    if (!IsFree(place) && m_freshOffsets[place] == offset) {
+    if (m_freshOffsets[place] == offset) {
       m_freshOffsets[place] = 0;
     }
   }
@@ -308,7 +323,7 @@ void Engine::DismissOther(std::uint64_t offset) noexcept {
   }
   if (--slot.header->pins == 0) {
     ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
-    if (--slot.entry->live.pinned == 0 && (slot.entry->flags & PageEntry::kNotify) != 0) {
+    if (--slot.entry->live.pinned == 0 && slot.entry->Notifies()) {
       OnLastUnpin(ObjectHandle::Decode(offset).page);
     }
   }
@@ -334,7 +349,7 @@ void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
   if (--m_arena[entry->where].pins == 0) {
     entry->live.pinned = 0;
     ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
-    if ((entry->flags & PageEntry::kNotify) != 0) {
+    if (entry->Notifies()) {
       OnLastUnpin(handle.page);
     }
   }
@@ -365,6 +380,10 @@ std::uint32_t Engine::GetSize(std::uint64_t offset) noexcept {
 // ---- deallocate ---------------------------------------------------------------------------------
 
 void Engine::Deallocate(std::uint64_t offset) noexcept {
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) [[likely]] {
+    DeallocateSlot(offset, slot);
+    return;
+  }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!Reach(handle.page)) {
     return;
@@ -373,43 +392,46 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     DeallocateLarge(handle, *entry);
     return;
   }
-  Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr) {
-    // Its slab may be out. A pin brings it in and proves that the handle names an object.
-    if (GetAddressElsewhere(offset, true) == nullptr) {
-      return;
+  // Its slab may be out. A pin brings it in and proves that the handle names an object.
+  if (GetAddressElsewhere(offset, true) != nullptr) {
+    if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+      DeallocateSlot(offset, slot);
     }
-    slot = FindInMemory(offset);
-  }
-  if (slot.entry != nullptr) {
-    DeallocateSlot(offset, slot);
   }
 }
 
 void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
-  const ObjectHandle handle = ObjectHandle::Decode(offset);
   PageEntry& entry = *slot.entry;
-  SlabDirectory::ClassState& state = m_slabs[entry.Kind()];
+  SlabDirectory::ClassState& state = m_slabs[entry.state];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
   DropFreshPins(offset);
   const bool wasPinned = slot.header->IsPinned();
-  entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
-  SlabPage* slab = SlabPage::At(m_arena.Address(entry.where));
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
   entry.live.touched |= PageEntry::kModified;
   --m_currentObjects;
   --state.liveObjects;
-  const bool open = state.openSlab == slab;
+  if (wasPinned || entry.live.freeSlots == ClassOf(entry).slots) [[unlikely]] {
+    EndSlot(handle.page, entry, wasPinned);
+  } else if (!state.IsOpen(entry)) {
+    m_slabs.OnSlotFreed(handle.page, entry);
+  }
+}
+
+/// What follows when the object of a freed slot was pinned or its slab's last one.
+void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
+  entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
+  const bool open = m_slabs[entry.state].IsOpen(entry);
   const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
   if (empty && !open) {
-    m_pager.EndSpan(handle.page);
+    m_pager.EndSpan(page);
   } else {
     if (!open) {
-      m_slabs.OnSlotFreed(handle.page, entry);
+      m_slabs.OnSlotFreed(page, entry);
     }
-    if (wasPinned && entry.live.pinned == 0 && (entry.flags & PageEntry::kNotify) != 0) {
-      OnLastUnpin(handle.page);
+    if (wasPinned && entry.live.pinned == 0 && entry.Notifies()) {
+      OnLastUnpin(page);
     }
   }
   if (empty) {

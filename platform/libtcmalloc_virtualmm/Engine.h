@@ -85,7 +85,7 @@ class Engine {
   void SettlePins() noexcept;
   void DropFreshPins(std::uint64_t offset) noexcept;
   void OnLastUnpin(std::uint32_t page) noexcept;
-  bool IsTouched(const PageEntry& entry, bool forWriting) const noexcept;
+  bool IsTouched(const PageEntry& entry) const noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
 
@@ -99,11 +99,15 @@ class Engine {
                                                          bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
 
-  void* AllocateSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
+  void* TakeSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
+  [[gnu::noinline]] void* AllocateElsewhere(std::uint32_t size, std::uint8_t sizeClass,
+                                            std::uint64_t& offset) noexcept;
+  void CountObject() noexcept;
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
   void DeallocateSlot(std::uint64_t offset, Slot slot) noexcept;
+  [[gnu::noinline]] void EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
 
@@ -161,16 +165,15 @@ inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   return slot;
 }
 
-/// Whether a pin has nothing to note in the entry. Nearly all pins are for writing, of spans that
-/// count as modified since their first one.
-inline bool Engine::IsTouched(const PageEntry& entry, bool forWriting) const noexcept {
-  return entry.live.touched == m_pager.ModifiedEpoch() ||
-         (!forWriting && entry.live.touched == m_pager.Epoch());
+/// Whether a pin, for writing or for reading, has nothing to note in the entry, and its unpin
+/// neither. Nearly all pins are for writing, of spans that count as modified since their first one.
+inline bool Engine::IsTouched(const PageEntry& entry) const noexcept {
+  return entry.live.touched == m_pager.ModifiedEpoch();
 }
 
 /// Whether a pin of an object that has none in its header may stay uncounted.
 inline bool Engine::MayPinFresh(Slot slot) const noexcept {
-  return (slot.entry->flags & PageEntry::kNotify) == 0;
+  return !slot.entry->Notifies();
 }
 
 /// Whether there is no fresh pin in a place. No offset's byte is 0, so one half of it tells.
@@ -205,7 +208,7 @@ inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept 
   // One comparison tells that the handle names the object and that no pin of it is counted.
   if (slot.entry == nullptr ||
       ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
-      !IsTouched(*slot.entry, forWriting) || !MayPinFresh(slot)) [[unlikely]] {
+      !IsTouched(*slot.entry)) [[unlikely]] {
     return GetAddressAgain(offset, forWriting);
   }
   return PinFresh(0, slot, offset);
@@ -234,7 +237,7 @@ inline void* Engine::MoveFreshPin(std::uint32_t place, std::uint64_t from,
   const ObjectHandle handle = ObjectHandle::Decode(to);
   UnpinFresh(place, from);
   if (ObjectHandle::Decode(from ^ to).page == 0 &&
-      m_classes.IsSlotStart(old.entry->state, handle.byte) && IsTouched(*old.entry, true)) {
+      m_classes.IsSlotStart(old.entry->state, handle.byte) && IsTouched(*old.entry)) {
     ObjectHeader* header =
         SlabPage::NeighbourOf(old.header, ObjectHandle::Decode(from).byte, handle.byte);
     if (ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
@@ -249,7 +252,7 @@ inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
     return nullptr;  // only pinned objects are to be seen
   }
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !IsTouched(*slot.entry, true)) [[unlikely]] {
+  if (slot.entry == nullptr || !IsTouched(*slot.entry)) [[unlikely]] {
     return nullptr;
   }
   return slot.header + 1;

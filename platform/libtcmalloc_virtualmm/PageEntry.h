@@ -14,19 +14,21 @@ struct PageEntry {
   static constexpr std::uint8_t kOut = 0x80;  ///< in `state`: the span is not in memory
 
   static constexpr std::uint8_t kHasCopy = 1;  ///< flag: the paging file holds an image of it
-  static constexpr std::uint8_t kNotify = 2;   ///< flag: the pager waits for its last unpin
   static constexpr std::uint8_t kVacant = 4;   ///< flag: it left memory with a quarter free
   static constexpr std::uint8_t kListed = 8;   ///< flag: it is listed as in memory with free slots
 
   static constexpr std::uint8_t kFrequency = 0x30;      ///< in `flags`: touches counted, 0 to 3
   static constexpr std::uint8_t kFrequencyStep = 0x10;  ///< one of them
-  static constexpr std::uint16_t kModified = 1;         ///< in `touched`: may differ from its image
+
+  static constexpr std::uint16_t kModified = 1;  ///< in `touched`: may differ from its image
+  static constexpr std::uint16_t kNotify = 2;  ///< in `touched`: the pager waits for its last unpin
+  static constexpr std::uint16_t kEpochStep = 4;  ///< in `touched`: from epoch to epoch
 
   /// What a span in memory needs when its objects are pinned, made and freed: together in the
   /// entry, because first lines of pages are never in the first cache level.
   struct Live {
     std::uint16_t pinned;     ///< objects of the span with a pin count above zero
-    std::uint16_t touched;    ///< epoch of the last counted touch, times 2; 1 more when modified
+    std::uint16_t touched;    ///< epoch of the last counted touch and the marks above
     std::uint16_t firstFree;  ///< slab: byte of the first free object; 0 when there is none
     std::uint16_t freeSlots;  ///< slab: free slots
   };
@@ -43,15 +45,18 @@ struct PageEntry {
   /// Whether a span in memory may differ from its image in the paging file.
   bool Modified() const { return (live.touched & kModified) != 0; }
 
+  /// Whether the pager waits for the last unpin of a span in memory.
+  bool Notifies() const { return (live.touched & kNotify) != 0; }
+
   /// Touches counted of a span in memory, one an epoch at the most, up to 3.
   std::uint32_t Frequency() const { return (flags & kFrequency) / kFrequencyStep; }
   void SetFrequency(std::uint32_t frequency) {
     flags = static_cast<std::uint8_t>((flags & ~kFrequency) | frequency * kFrequencyStep);
   }
 
-  /// The epoch of the last counted touch of a span in memory, times 2.
+  /// The epoch of the last counted touch of a span in memory, a multiple of kEpochStep.
   std::uint16_t TouchedEpoch() const {
-    return static_cast<std::uint16_t>(live.touched & ~kModified);
+    return static_cast<std::uint16_t>(live.touched & ~(kModified | kNotify));
   }
 
   /// Counts a touch of a span in memory, unless it has one in this epoch, and marks the span as
@@ -60,7 +65,7 @@ struct PageEntry {
     if (TouchedEpoch() != epoch && (flags & kFrequency) != kFrequency) {
       flags += kFrequencyStep;
     }
-    live.touched = static_cast<std::uint16_t>(epoch | (live.touched & kModified) |
+    live.touched = static_cast<std::uint16_t>(epoch | (live.touched & (kModified | kNotify)) |
                                               (forWriting ? kModified : 0));
   }
 

@@ -189,18 +189,18 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
                   std::uint8_t flags) noexcept {
   if (++m_epochMisses >= m_epochLength) {
     m_epochMisses = 0;
-    m_epoch += 2;
+    m_epoch += PageEntry::kEpochStep;
     m_modifiedEpoch = m_epoch | PageEntry::kModified;
   }
   PageEntry& entry = m_table[page];
   entry.where = frame;
   entry.state = entry.Kind();
   entry.flags = flags;
+  entry.live = {0, m_epoch, 0, 0};
   // Beyond the budget, and to catch kept addresses, every last unpin counts.
   if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
-    entry.flags |= PageEntry::kNotify;
+    entry.live.touched |= PageEntry::kNotify;
   }
-  entry.live = {0, m_epoch, 0, 0};
   m_table.OnSpanIn(page);
   m_arena[frame].page = page;
   m_policy.Insert(frame, evictedAt);
@@ -458,7 +458,7 @@ void Pager::OnLastUnpin(std::uint32_t page) noexcept {
       MoveSpan(entry.where, to);
     }
   } else {
-    entry.flags &= static_cast<std::uint8_t>(~PageEntry::kNotify);
+    entry.live.touched &= static_cast<std::uint16_t>(~PageEntry::kNotify);
   }
   TrimExcess();
 }

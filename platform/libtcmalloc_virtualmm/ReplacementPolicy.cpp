@@ -72,7 +72,7 @@ std::uint32_t ReplacementPolicy::NextVictim() {
     PageEntry& entry = EntryOf(frame);
     Remove(frame);
     if (entry.live.pinned > 0) {
-      entry.flags |= PageEntry::kNotify;
+      entry.live.touched |= PageEntry::kNotify;
     } else if (entry.Frequency() == 0) {
       return frame;
     } else {

@@ -25,6 +25,9 @@ class SlabDirectory {
     std::uint64_t liveObjects = 0;         // objects allocated
     std::vector<std::uint32_t> vacant;     // pages in memory with free slots; checked when taken
     std::vector<std::uint32_t> outVacant;  // pages that left with free slots; checked when taken
+
+    bool HasFreeSlot() const { return openSlab != nullptr && openEntry->live.freeSlots != 0; }
+    bool IsOpen(const PageEntry& entry) const { return openEntry == &entry && openSlab != nullptr; }
   };
 
   /// @throws std::bad_alloc
@@ -48,7 +51,7 @@ class SlabDirectory {
   /// class has no other free slot at hand, else lists it.
   void OnSlotFreed(std::uint32_t page, PageEntry& entry) {
     const ClassState& state = m_states[entry.Kind()];
-    if (state.openSlab == nullptr || state.openEntry->live.freeSlots == 0) {
+    if (!state.HasFreeSlot()) {
       Open(page);
     } else if ((entry.flags & PageEntry::kListed) == 0) {
       NoteVacant(page, entry);
@@ -64,7 +67,7 @@ class SlabDirectory {
 
  private:
   void CloseIfOpen(std::uint32_t page);
-  void NoteVacant(std::uint32_t page, PageEntry& entry);
+  [[gnu::noinline]] void NoteVacant(std::uint32_t page, PageEntry& entry);
   bool IsUsable(std::uint8_t sizeClass, std::uint32_t page);
   static bool IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry);
   template <typename Predicate>

@@ -130,53 +130,72 @@ void QRTVirtualMemoryMgr::initialize(unsigned int memorySize) {
   m_pool = engine.release();
 }
 
-// 1. A smaller size for a live item trims it in place: note the size, pin the object.
+// 1. A live item is trimmed or moved.
 // 2. Otherwise make a new object.
-// 3. Move a live item's content into it:
-//    3.1 pin the old object;
-//    3.2 if that fails, give the new object back, since nobody will ever know its offset;
-//    3.3 copy the bytes that the item names, which a trim may have made fewer;
-//    3.4 drop the pin and free the old object.
-//    The item changes only when there is an object for it.
-// 4. No address means no room.
-// 5. The caller owes a dismiss for the address.
+// 3. No address means no room.
+// 4. The caller owes a dismiss for the address.
 void* QRTVirtualMemoryMgr::alloc(unsigned int size, QRTVirtualPageItem& item) {
   void* address = nullptr;
-  if (!item.empty() && size < item.getSize()) {
+  if (!item.empty()) {
     // Step 1
-    item.setSize(size);
-    address = pinWhole(item);
+    address = allocAgain(size, item);
   } else {
     // Step 2
     tcmalloc::PageItem newItem{0};
     address = m_pool->Allocate(size, newItem);
     if (address != nullptr) {
-      // Step 3
-      if (!item.empty()) {
-        // Step 3.1
-        const void* const old_ptr = pinWhole(item);
-        // Step 3.2
-        if (old_ptr == nullptr) {
-          m_pool->Dismiss(newItem);
-          m_pool->Deallocate(newItem);
-        }
-        QRT_ASSERT(old_ptr);
-        // Step 3.3
-        std::memcpy(address, old_ptr, item.getSize());
-        // Step 3.4
-        dismiss(item);
-        free(item);
-      }
       item = QRTVirtualPageItem(newItem.offset, size);
     }
   }
 
-  // Step 4
+  // Step 3
   if (address == nullptr) {
-    QRT_THROW_FROM("QRTVirtualMemoryMgr::alloc", QRTOutOfMemoryError(0, nullptr));
+    throwNoRoom();
   }
 
-  // Step 5
+  // Step 4
+  return address;
+}
+
+// Kept apart from alloc, which then needs no stack for what goes wrong.
+void QRTVirtualMemoryMgr::throwNoRoom() {
+  QRT_THROW_FROM("QRTVirtualMemoryMgr::alloc", QRTOutOfMemoryError(0, nullptr));
+}
+
+// 1. A smaller size trims a live item in place: note the size, pin the object.
+// 2. Otherwise make a new object.
+// 3. Move the item's content into it:
+//    3.1 pin the old object;
+//    3.2 if that fails, give the new object back, since nobody will ever know its offset;
+//    3.3 copy the bytes that the item names, which a trim may have made fewer;
+//    3.4 drop the pin and free the old object.
+//    The item changes only when there is an object for it.
+// The result is null when there is no room.
+void* QRTVirtualMemoryMgr::allocAgain(unsigned int size, QRTVirtualPageItem& item) {
+  if (size < item.getSize()) {
+    // Step 1
+    item.setSize(size);
+    return pinWhole(item);
+  }
+  // Step 2
+  tcmalloc::PageItem newItem{0};
+  void* const address = m_pool->Allocate(size, newItem);
+  if (address != nullptr) {
+    // Step 3.1
+    const void* const old_ptr = pinWhole(item);
+    // Step 3.2
+    if (old_ptr == nullptr) {
+      m_pool->Dismiss(newItem);
+      m_pool->Deallocate(newItem);
+    }
+    QRT_ASSERT(old_ptr);
+    // Step 3.3
+    std::memcpy(address, old_ptr, item.getSize());
+    // Step 3.4
+    dismiss(item);
+    free(item);
+    item = QRTVirtualPageItem(newItem.offset, size);
+  }
   return address;
 }
 
