@@ -92,13 +92,14 @@ void UpdateUniform(benchmark::State& state) {
 void Arguments(benchmark::internal::Benchmark* bench) {
   bench->ArgNames({"page", "ahead", "batch"});
   for (const std::int64_t page : {4096, 8192, 16384}) {
-    bench->Args({page, 16, 16});
+    bench->Args({page, 16, 8});
   }
-  bench->Args({4096, 1, 16});
-  bench->Args({4096, 4, 16});
-  bench->Args({4096, 64, 16});
-  bench->Args({4096, 16, 1});
-  bench->Args({4096, 16, 4});
+  for (const std::int64_t ahead : {1, 4, 64}) {
+    bench->Args({4096, ahead, 8});
+  }
+  for (const std::int64_t batch : {1, 2, 4, 16}) {
+    bench->Args({4096, 16, batch});
+  }
 }
 
 BENCHMARK(Load)->Apply(Arguments)->Iterations(1)->Unit(benchmark::kMillisecond);

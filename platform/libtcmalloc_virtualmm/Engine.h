@@ -25,7 +25,7 @@ struct EngineOptions {
   std::uint64_t budgetBytes = 0;      ///< bytes of pages to keep in memory
   std::uint32_t pageSize = 0;         ///< 4,096, 8,192 or 16,384; 0 chooses by budget and system
   std::uint32_t minimumFrames = 256;  ///< the budget is raised to this many pages
-  std::uint32_t batch = 16;           ///< see PagerOptions
+  std::uint32_t batch = 8;            ///< see PagerOptions
   std::uint32_t readAhead = 16;       ///< see PagerOptions
   std::uint32_t tableLeaves = 0;      ///< see PageTable; 0 chooses by budget
   bool moveOnUnpin = false;           ///< see PagerOptions

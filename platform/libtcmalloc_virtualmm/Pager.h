@@ -27,7 +27,7 @@ struct PagerCounts {
 struct PagerOptions {
   std::uint32_t pageShift = 12;    ///< log2 of the page size, 12 to 14
   std::uint64_t budgetFrames = 0;  ///< frames of 4 KiB to stay under, at least 1
-  std::uint32_t batch = 16;        ///< most spans written in one go, 1 to 16
+  std::uint32_t batch = 8;         ///< most spans written in one go, 1 to 16
   std::uint32_t readAhead = 16;    ///< most pages read in one go, 1 to 64
   bool moveOnUnpin = false;        ///< move every span at its last unpin, to catch kept addresses
 };
