@@ -32,7 +32,7 @@ std::u16string unitsOf(const I18NString& text) {
           static_cast<std::size_t>(text.size()) / 2};
 }
 
-std::string utf8Of(const I18NString& text) {
+std::string bytesOf(const I18NString& text) {
   int length = -1;
   const char* const bytes = text.c_str(nullptr, &length, nullptr, nullptr);
   EXPECT_EQ(bytes[length - 1], '\0');
@@ -56,7 +56,7 @@ TEST(I18NString, WellFormedTextConvertsBothWays) {
   for (const auto& [bytes, units] : cases) {
     SCOPED_TRACE(std::string(bytes));
     EXPECT_EQ(unitsOf(fromUtf8(bytes)), units);
-    EXPECT_EQ(utf8Of(fromUnits(units)), bytes);
+    EXPECT_EQ(bytesOf(fromUnits(units)), bytes);
     EXPECT_EQ(fromUtf8(bytes), fromUnits(units));
   }
 }
@@ -93,7 +93,7 @@ TEST(I18NString, UnpairedSurrogatesAreKeptButNotConverted) {
   };
   for (const auto& [units, bytes] : cases) {
     EXPECT_EQ(unitsOf(fromUnits(units)), units);
-    EXPECT_EQ(utf8Of(fromUnits(units)), bytes);
+    EXPECT_EQ(bytesOf(fromUnits(units)), bytes);
   }
 }
 
@@ -108,8 +108,8 @@ TEST(I18NString, RandomBytesReachAFixedPoint) {
     for (char& byte : bytes) {
       byte = alphabet[random() % (sizeof alphabet - 1)];
     }
-    const std::string once = utf8Of(fromUtf8(bytes));
-    ASSERT_EQ(utf8Of(fromUtf8(once)), once) << testing::PrintToString(bytes);
+    const std::string once = bytesOf(fromUtf8(bytes));
+    ASSERT_EQ(bytesOf(fromUtf8(once)), once) << testing::PrintToString(bytes);
     ASSERT_EQ(once.find("\xEF\xBF\xBD") == std::string::npos, once == bytes);
   }
 }
@@ -136,7 +136,7 @@ TEST(I18NString, NothingGivesTheEmptyString) {
 TEST(I18NString, AnExternalBufferMayLieAnywhereAndLosesAnOddByte) {
   const std::string bytes("?a\0b\0c", 6);
   const I18NString text(static_cast<const void*>(bytes.data() + 1), 5, nullptr, nullptr);
-  EXPECT_EQ(utf8Of(text), "ab");
+  EXPECT_EQ(bytesOf(text), "ab");
 }
 
 TEST(I18NString, OnlyUtf8IsAccepted) {
@@ -158,20 +158,20 @@ TEST(I18NString, OnlyUtf8IsAccepted) {
 
 TEST(I18NString, ItsUtf8FollowsEveryChange) {
   I18NString text("first");
-  EXPECT_EQ(utf8Of(text), "first");
+  EXPECT_EQ(bytesOf(text), "first");
   text = I18NString("second, and longer than a small string");
-  EXPECT_EQ(utf8Of(text), "second, and longer than a small string");
+  EXPECT_EQ(bytesOf(text), "second, and longer than a small string");
   const I18NString third("third");
   text = third;
-  EXPECT_EQ(utf8Of(text), "third");
+  EXPECT_EQ(bytesOf(text), "third");
   text += text;
-  EXPECT_EQ(utf8Of(text), "thirdthird");
+  EXPECT_EQ(bytesOf(text), "thirdthird");
   I18NString taken(std::move(text));
-  EXPECT_EQ(utf8Of(taken), "thirdthird");
+  EXPECT_EQ(bytesOf(taken), "thirdthird");
   // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): it is left empty
   EXPECT_EQ(text.c_str(nullptr, nullptr, nullptr, nullptr), ""sv);
   taken.clear();
-  EXPECT_EQ(utf8Of(taken), "");
+  EXPECT_EQ(bytesOf(taken), "");
 }
 
 TEST(I18NString, SmallStringsAllocateNothing) {
@@ -195,8 +195,8 @@ TEST(I18NString, AFailedAllocationChangesNothing) {
     EXPECT_THROW(text.append(longText), std::bad_alloc);
     EXPECT_THROW(longText.c_str(nullptr, nullptr, nullptr, nullptr), std::bad_alloc);
   }
-  EXPECT_EQ(utf8Of(text), "old");
-  EXPECT_EQ(utf8Of(longText), "a text that does not fit into the string object itself");
+  EXPECT_EQ(bytesOf(text), "old");
+  EXPECT_EQ(bytesOf(longText), "a text that does not fit into the string object itself");
 }
 
 TEST(I18NString, ComparesByCodeUnit) {

@@ -32,14 +32,6 @@ std::string faultsIn(const Pool& pool) {
   return os.str();
 }
 
-unsigned usedBy(QRTMemoryArena& arena) {
-  unsigned count = 0;
-  unsigned used = 0;
-  unsigned remaining = 0;
-  arena.getPoolStats(count, used, remaining);
-  return used;
-}
-
 bool isAligned(const void* p, std::size_t alignment) {
   return reinterpret_cast<std::uintptr_t>(p) % alignment == 0;
 }

@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "QRTCore/QRTThrowable.h"
+#include "QRTMemoryArena.h"
+
+constexpr unsigned kChunkBytes = 32760;
 
 /// What a caller can see of an error. `text` is "-" when the call raised nothing.
 struct SeenError {
@@ -37,6 +40,15 @@ SeenError errorOf(Call&& call) {
     seen.text = error.what();
   }
   return seen;
+}
+
+/// The bytes an arena has obtained and not returned.
+inline unsigned usedBy(QRTMemoryArena& arena) {
+  unsigned count = 0;
+  unsigned used = 0;
+  unsigned remaining = 0;
+  arena.getPoolStats(count, used, remaining);
+  return count == 1 ? used : 0;
 }
 
 /// The seed of a random test: QRT_TEST_SEED when set, else a new one. Tests print it.

@@ -21,7 +21,6 @@ constexpr char kFillerText[] = "QRT_ASSERT(rh->m_filler3 == 0xE);";
 constexpr char kTooLargeText[] =
     "QRT_ASSERT_NAMED(m_esize <= Chunk::size, \"Specified size for QRTFixedMemoryPool is too "
     "large.\");";
-constexpr unsigned kChunkBytes = 32760;
 
 struct Info {
   int chunkBytes = -1, chunks = -1, perChunk = -1, inUse = -1;
@@ -217,7 +216,7 @@ TEST(QRTFixedMemoryPool, InfoCountsChunksInUseOnlyTogetherWithChunks) {
 
 /// The documented choice of elements, written down independently: chunks newest first, each with a
 /// stack of free slots, and a current chunk.
-class Model {
+class FixedPoolModel {
  public:
   struct Chunk {
     char* base;
@@ -225,7 +224,7 @@ class Model {
     unsigned total;
   };
 
-  Model(unsigned stride, unsigned perChunk) : m_stride(stride), m_perChunk(perChunk) {}
+  FixedPoolModel(unsigned stride, unsigned perChunk) : m_stride(stride), m_perChunk(perChunk) {}
 
   /// @return the address expected, or null when the pool must grow
   char* alloc() {
@@ -301,7 +300,7 @@ TEST(QRTFixedMemoryPool, ChoosesElementsLikeTheModelWithFewAndWithManyChunks) {
   for (const auto& shape : shapes) {
     QRTFixedMemoryPool pool(shape.size, 1, 1);
     const unsigned stride = (shape.size + 8 + 7) / 8 * 8;
-    Model model(stride, 32752 / stride);
+    FixedPoolModel model(stride, 32752 / stride);
     std::vector<char*> live;
     std::vector<char*> spare;
     std::size_t mostChunks = 0;

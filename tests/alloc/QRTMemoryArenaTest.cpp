@@ -17,17 +17,6 @@
 
 namespace {
 
-constexpr unsigned kChunkBytes = 32760;
-
-unsigned usedBy(QRTMemoryArena& arena) {
-  unsigned count = 0;
-  unsigned used = 0;
-  unsigned remaining = 0;
-  arena.getPoolStats(count, used, remaining);
-  EXPECT_EQ(count, 1u);
-  return used;
-}
-
 unsigned leftIn(QRTMemoryArena& arena) {
   unsigned count = 0;
   unsigned used = 0;

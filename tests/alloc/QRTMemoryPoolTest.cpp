@@ -35,9 +35,9 @@ Stats statsOf(QRTMemoryPool& pool) {
 
 /// The pool's placement, written down independently: an ordered map of free blocks, in which the
 /// sentinel stands at the pool object's own address with size 0.
-class Model {
+class PoolModel {
  public:
-  Model(const void* pool, unsigned maxBytes, unsigned increment)
+  PoolModel(const void* pool, unsigned maxBytes, unsigned increment)
       : m_rover(address(pool)), m_remaining(maxBytes), m_increment(increment) {
     m_free[m_rover] = 0;
   }
@@ -210,7 +210,7 @@ TEST(QRTMemoryPool, PlacesBlocksLikeTheModelAndKeepsTheirContents) {
                 {1u << 24, 16384, 60, 40000}};  // thousands of free blocks, hundreds of heap blocks
   for (const auto& shape : shapes) {
     QRTMemoryPool pool(shape.maxBytes, shape.increment);
-    Model model(&pool, shape.maxBytes, shape.increment);
+    PoolModel model(&pool, shape.maxBytes, shape.increment);
     struct Live {
       unsigned char* p;
       unsigned size;
