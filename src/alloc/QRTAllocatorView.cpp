@@ -8,12 +8,6 @@
 #include "QRTHeapExtents.h"
 #include "QRTMemoryChecker.h"
 
-namespace {
-
-using Header = QRTFixedMemoryPoolHeader;
-
-}  // namespace
-
 std::size_t QRTAllocatorView::callerBytes(const QRTFixedMemoryPool& pool) {
   return pool.callerBytes();
 }
@@ -25,7 +19,8 @@ QRTAllocatorView::Fixed QRTAllocatorView::figures(const QRTFixedMemoryPool& pool
 
 std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemoryPool& pool) {
   const QRTMemoryChecker::Pass pass(pool.m_watched != 0);
-  const unsigned headerBytes = pool.m_useHeaders != 0 ? Header::kBytes : 0;
+  const std::size_t headerBytes =
+      pool.m_useHeaders != 0 ? sizeof(QRTFixedMemoryPool::ElementHeader) : 0;
   std::vector<Chunk> result;
   for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next()) {
     result.push_back({chunk->data, {}, true});

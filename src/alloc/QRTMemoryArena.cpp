@@ -55,7 +55,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
     m_nonBinBlocks = QRT_GUARD_ALLOC(new std::set<void*>);
     m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
     for (QRTFixedMemoryPool* pool : m_pools) {
-      pool->m_windows = m_windows;
+      pool->setWindows(m_windows);
       pool->m_sharesWindows = true;
     }
   } catch (...) {
@@ -95,9 +95,10 @@ void* QRTMemoryArena::alloc(unsigned size) {
   const unsigned bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     QRTFixedMemoryPool* const pool = m_pools[bin];
-    void* p = pool->tryAlloc();
-    if (p == nullptr) {
-      p = pool->tryAllocElsewhere();
+    void* p = nullptr;
+    if (pool->m_path == QRTFixedMemoryPool::eHeaders) {
+      QRTChunkRecord* const record = pool->m_currentRecord;
+      p = record->free != 0 ? pool->take(record) : pool->allocElsewhere();
     }
     return p != nullptr ? p : allocFromBin(bin);
   }
@@ -210,8 +211,10 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
 
 void QRTMemoryArena::free(void* mem) {
   // The address tells the bin. The header does too, but everything else would have to wait for it.
-  QRTChunkRecord* const record = m_windows->find(mem);
-  if (record == nullptr || !record->pool->tryFree(record, mem)) {
+  QRTChunkRecord* const record = m_windows->near(mem);
+  QRTFixedMemoryPool* const pool = record->pool;
+  if (pool == nullptr || pool->m_path != QRTFixedMemoryPool::eHeaders ||
+      (!pool->put(record, mem) && !pool->putFirst(record, mem))) {
     freeSlow(mem);
   }
 }
