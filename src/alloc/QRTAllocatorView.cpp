@@ -6,6 +6,7 @@
 
 #include "QRTFixedMemoryPoolChunk.h"
 #include "QRTHeapExtents.h"
+#include "QRTLargeBlocks.h"
 #include "QRTMemoryChecker.h"
 
 std::size_t QRTAllocatorView::callerBytes(const QRTFixedMemoryPool& pool) {
@@ -134,7 +135,7 @@ const std::vector<QRTFixedMemoryPool*>& QRTAllocatorView::bins(const QRTMemoryAr
 std::vector<QRTAllocatorView::Large> QRTAllocatorView::largeBlocks(const QRTMemoryArena& arena) {
   const QRTMemoryChecker::Pass pass(arena.m_watched != 0);
   std::vector<Large> result;
-  for (const void* block : *arena.m_nonBinBlocks) {
+  for (const void* block : arena.m_nonBinBlocks->sorted()) {
     Large large{static_cast<const char*>(block), {}};
     std::memcpy(&large.header, block, sizeof large.header);
     result.push_back(large);

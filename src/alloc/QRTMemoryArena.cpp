@@ -6,10 +6,12 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
+#include "QRTLargeBlocks.h"
 #include "QRTMemoryChecker.h"
 
 namespace {
@@ -52,7 +54,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
         m_chunkSize = static_cast<unsigned>(chunkBytes);
       }
     }
-    m_nonBinBlocks = QRT_GUARD_ALLOC(new std::set<void*>);
+    m_nonBinBlocks = QRT_GUARD_ALLOC(new QRTLargeBlocks);
     m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
     for (QRTFixedMemoryPool* pool : m_pools) {
       pool->setWindows(m_windows);
@@ -82,9 +84,7 @@ void QRTMemoryArena::release() noexcept {
   delete m_windows;
   m_windows = nullptr;
   if (m_nonBinBlocks != nullptr) {
-    for (void* block : *m_nonBinBlocks) {
-      std::free(block);
-    }
+    m_nonBinBlocks->drain([](void* block) { std::free(block); });
     delete m_nonBinBlocks;
     m_nonBinBlocks = nullptr;
   }
@@ -167,9 +167,9 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
   if (block == nullptr) {
     return nullptr;
   }
-  std::pair<std::set<void*>::iterator, bool> insStatus;
+  std::pair<void*, bool> insStatus(block, false);  // the names are part of the error's text
   try {
-    insStatus = m_nonBinBlocks->insert(block);
+    insStatus.second = m_nonBinBlocks->insert(block);
   } catch (const std::bad_alloc&) {
     std::free(block);
     return nullptr;
