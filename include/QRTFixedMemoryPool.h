@@ -48,10 +48,13 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Cost: constant. With detection on, O(elements).
   void* alloc() {
     void* p = nullptr;
-    if (m_path == ePlain) {
+    if (m_path == ePlain || m_path == eAhead) {
       // A pool without headers is no more than this list.
       p = m_freeList;
       if (p != nullptr) {
+        if (m_path == eAhead) {
+          lookAhead(p);
+        }
         std::memcpy(&m_freeList, p, sizeof m_freeList);
         return p;
       }
@@ -67,7 +70,10 @@ class QRT_EXPORT QRTFixedMemoryPool {
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
   void free(void* p) {
-    if (m_path == ePlain && p != nullptr) {
+    if ((m_path == ePlain || m_path == eAhead) && p != nullptr) {
+      if (m_path == eAhead) {
+        noteRecent(p);
+      }
       std::memcpy(p, &m_freeList, sizeof m_freeList);
       m_freeList = p;
     } else if (m_path != eHeaders || !put(m_table->near(p), p)) {
@@ -145,6 +151,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   enum Path : std::uint8_t {
     eLong,    // nothing: detection is on, a memory checker watches, or there is no chunk yet
     ePlain,   // without headers: take from the list and put on it
+    eAhead,   // the same in a large pool, whose free elements are prefetched
     eHeaders  // take from the current chunk, put on the list of the element's chunk
   };
 
@@ -207,6 +214,29 @@ class QRT_EXPORT QRTFixedMemoryPool {
     return true;
   }
 
+  // In a large pool without headers that was freed in random order, each free element lies on a
+  // cache line of its own, whose address stands on the one before. So each also holds the address
+  // of the element that was freed kAhead frees before it, which alloc prefetches. It is a hint and
+  // nothing else: what is written over it does no harm. Where frees and allocs alternate there is
+  // no need.
+  static constexpr unsigned kAhead = 8;
+  void noteRecent(void* p) {
+    if (m_run != 0) {
+      void*& recent = m_recent[m_run % kAhead];
+      std::memcpy(static_cast<char*>(p) + m_aheadAt, &recent, sizeof recent);
+      recent = p;
+    }
+    ++m_run;
+  }
+  void lookAhead(const void* p) {
+    if (m_run == 0) {
+      const void* ahead;
+      std::memcpy(&ahead, static_cast<const char*>(p) + m_aheadAt, sizeof ahead);
+      __builtin_prefetch(ahead, 1);
+    }
+    m_run = 0;
+  }
+
   // What is left of alloc and free: other chunks, growth, checks, errors.
   void* allocHere();
   void freeHere(void* p);
@@ -240,10 +270,14 @@ class QRT_EXPORT QRTFixedMemoryPool {
   int m_useHeaders;                       // whether elements carry headers
   Chunk* m_current;                       // chunk that alloc tries first, with headers
   QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
+  unsigned m_aheadAt;                     // distance of an element's hint from its start
+  unsigned m_run;                         // frees since the last alloc
+  void* m_recent[kAhead];                 // the last elements freed, by m_run
   std::uint64_t m_freeHeader;             // header of a free element whose area is at distance 0
   const QRTChunkTable* m_table;           // that of m_windows
   QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned
   QRTChunkWindows* m_windows;             // the chunks by address; owned unless it is an arena's
+  unsigned m_added;                       // chunks added so far
   Path m_path;                            // what alloc and free may do at once
   bool m_sharesWindows;                   // whether it is
 };

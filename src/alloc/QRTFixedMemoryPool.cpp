@@ -17,6 +17,7 @@ namespace {
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 
 constexpr unsigned kElementHeaderBytes = sizeof(ElementHeader);
+constexpr unsigned kLarge = 64;     // chunks, 2 MiB: more than a second-level cache
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
@@ -43,10 +44,14 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_useHeaders(useHeaders),
       m_current(nullptr),
       m_currentRecord(&QRTChunkRecord::none),
+      m_aheadAt(m_esize >= 2 * sizeof(void*) ? sizeof(void*) : 0),
+      m_run(0),
+      m_recent{},
       m_freeHeader((m_size | kFiller) - (std::uint64_t{kHeaderBytes} << 32)),
       m_table(nullptr),
       m_index(nullptr),
       m_windows(nullptr),
+      m_added(0),
       m_path(eLong),
       m_sharesWindows(false) {
   static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
@@ -118,7 +123,7 @@ void QRTFixedMemoryPool::choosePath() {
   if (m_detectOverWrites != 0 || m_watched != 0) {
     m_path = eLong;
   } else if (m_useHeaders == 0) {
-    m_path = ePlain;
+    m_path = m_aheadAt != 0 && m_added >= kLarge ? eAhead : ePlain;
   } else {
     m_path = m_windows != nullptr ? eHeaders : eLong;
   }
@@ -258,6 +263,8 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   static_cast<void>(obtained.release());
   added->setNext(m_chunks);
   m_chunks = added;
+  ++m_added;
+  choosePath();
   format(added, record);
   if (m_useHeaders != 0) {
     setCurrent(record);
