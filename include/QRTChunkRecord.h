@@ -79,7 +79,7 @@ struct QRTChunkTable {
 
   /// The record of the chunk that an address lies in, if it lies in one and its window has its own
   /// place; else of any chunk, or of none. The record tells.
-  QRTChunkRecord* near(const void* address) const {
+  QRTChunkRecord* guess(const void* address) const {
     const auto at = reinterpret_cast<std::uintptr_t>(address);
     const QRTChunkWindow& window = places[(at >> QRTChunkWindow::kBits) & last];
     // Chosen without a branch: which chunk an address lies in is anybody's guess.

@@ -76,7 +76,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
       }
       std::memcpy(p, &m_freeList, sizeof m_freeList);
       m_freeList = p;
-    } else if (m_path != eHeaders || !put(m_table->near(p), p)) {
+    } else if (m_path != eHeaders || !put(m_table->guess(p), p)) {
       freeHere(p);
     }
   }

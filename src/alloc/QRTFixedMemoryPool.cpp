@@ -90,7 +90,7 @@ void* QRTFixedMemoryPool::allocHere() {
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
-  if (m_path != eHeaders || !putFirst(m_table->near(p), p)) {
+  if (m_path != eHeaders || !putFirst(m_table->guess(p), p)) {
     freeSlow(p);
   }
 }
