@@ -74,14 +74,20 @@ struct QRTChunkWindow {
 
 /// The windows that hold chunks, each mostly at the place that its number says.
 struct QRTChunkTable {
-  QRTChunkWindow* places;
-  std::size_t last;  // last place; the places are a power of two
+  QRTChunkWindow* places;  // a power of two, at least half of them empty
+  unsigned shift;          // leaves as many bits of a product as there are places
+
+  /// Where the window of a number stands, if it has its own place. The multiplier spreads windows
+  /// that are side by side in memory evenly over the table, so that they never meet there.
+  std::size_t placeOf(std::uintptr_t number) const {
+    return static_cast<std::uint32_t>(number) * 0x9E3779B1U >> shift;
+  }
 
   /// The record of the chunk that an address lies in, if it lies in one and its window has its own
   /// place; else of any chunk, or of none. The record tells.
   QRTChunkRecord* guess(const void* address) const {
     const auto at = reinterpret_cast<std::uintptr_t>(address);
-    const QRTChunkWindow& window = places[(at >> QRTChunkWindow::kBits) & last];
+    const QRTChunkWindow& window = places[placeOf(at >> QRTChunkWindow::kBits)];
     // Chosen without a branch: which chunk an address lies in is anybody's guess.
     return window.side[at >= window.border ? 1 : 0];
   }

@@ -13,15 +13,15 @@ std::uintptr_t startOf(const QRTChunkRecord* record) {
   return reinterpret_cast<std::uintptr_t>(record->start);
 }
 
-/// Places for so many windows: a third of them stay empty, so that searches end.
+/// Places for so many windows: half of them stay empty.
 constexpr std::size_t placesFor(std::size_t windows) {
-  return windows + windows / 2;
+  return windows * 2;
 }
 
 }  // namespace
 
 bool QRTChunkWindows::add(QRTChunkRecord* record) noexcept {
-  if (placesFor(m_used + kWindowsPerChunk) > last && !makeRoom()) {
+  if (placesFor(m_used + kWindowsPerChunk) > m_last && !makeRoom()) {
     return false;
   }
   enter(record);
@@ -56,7 +56,8 @@ void QRTChunkWindows::remove(const QRTChunkRecord* record) noexcept {
 QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
   const auto at = reinterpret_cast<std::uintptr_t>(address);
   const std::uintptr_t number = at >> kBits;
-  for (std::size_t place = number & last; places[place].number != 0; place = (place + 1) & last) {
+  for (std::size_t place = placeOf(number); places[place].number != 0;
+       place = (place + 1) & m_last) {
     const QRTChunkWindow& window = places[place];
     if (window.number == number) {
       QRTChunkRecord* const record = window.side[at >= window.border ? 1 : 0];
@@ -69,9 +70,9 @@ QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
 
 /// The window of a number, made if there is none. The caller has seen to it that there is room.
 QRTChunkWindow& QRTChunkWindows::windowOf(std::uintptr_t number) noexcept {
-  std::size_t place = number & last;
+  std::size_t place = placeOf(number);
   while (places[place].number != 0 && places[place].number != number) {
-    place = (place + 1) & last;
+    place = (place + 1) & m_last;
   }
   QRTChunkWindow& window = places[place];
   if (window.number == 0) {
@@ -87,7 +88,7 @@ bool QRTChunkWindows::makeRoom() noexcept {
   std::vector<QRTChunkWindow> before;
   std::size_t count = 0;
   try {
-    for (std::size_t place = 0; place <= last; ++place) {
+    for (std::size_t place = 0; place <= m_last; ++place) {
       if (places[place].side[1] != &QRTChunkRecord::none) {
         records.push_back(places[place].side[1]);
       }
@@ -99,7 +100,8 @@ bool QRTChunkWindows::makeRoom() noexcept {
   }
   std::swap(before, m_windows);
   places = m_windows.data();
-  last = count - 1;
+  m_last = count - 1;
+  shift = 32 - static_cast<unsigned>(std::countr_zero(count));
   m_used = 0;
   for (QRTChunkRecord* record : records) {
     enter(record);

@@ -19,7 +19,7 @@
 /// is mostly all there is to look at.
 class QRTChunkWindows : public QRTChunkTable {
  public:
-  QRTChunkWindows() : QRTChunkTable{&m_none, 0} {}
+  QRTChunkWindows() : QRTChunkTable{m_none, 31} {}
   QRTChunkWindows(const QRTChunkWindows&) = delete;
   QRTChunkWindows& operator=(const QRTChunkWindows&) = delete;
 
@@ -42,11 +42,10 @@ class QRTChunkWindows : public QRTChunkTable {
   void enter(QRTChunkRecord* record) noexcept;
   bool makeRoom() noexcept;
 
-  // Windows that are side by side in memory are so in the table too, so that those of one stretch
-  // of heap never meet, and each is found at the first place looked at.
-  std::vector<QRTChunkWindow> m_windows;  // a power of two
-  QRTChunkWindow m_none = kEmpty;         // stands in for m_windows until there is one
-  std::size_t m_used = 0;                 // places that are not empty
+  std::vector<QRTChunkWindow> m_windows;
+  QRTChunkWindow m_none[2] = {kEmpty, kEmpty};  // stand in for m_windows until there is one
+  std::size_t m_last = 1;                       // last place
+  std::size_t m_used = 0;                       // places that are not empty
 };
 
 #endif  // QRTCHUNKWINDOWS_H

@@ -90,9 +90,13 @@ void* QRTFixedMemoryPool::allocHere() {
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
-  if (m_path != eHeaders || !putFirst(m_table->guess(p), p)) {
-    freeSlow(p);
+  if (m_path == eHeaders) {
+    QRTChunkRecord* const record = m_windows->find(p);
+    if (put(record, p) || putFirst(record, p)) {
+      return;
+    }
   }
+  freeSlow(p);
 }
 
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.

@@ -211,10 +211,12 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
 
 void QRTMemoryArena::free(void* mem) {
   // The address tells the bin. The header does too, but everything else would have to wait for it.
-  QRTChunkRecord* const record = m_windows->guess(mem);
-  QRTFixedMemoryPool* const pool = record->pool;
-  if (pool == nullptr || pool->m_path != QRTFixedMemoryPool::eHeaders ||
-      (!pool->put(record, mem) && !pool->putFirst(record, mem))) {
+  const auto put = [mem](QRTChunkRecord* record) {
+    QRTFixedMemoryPool* const pool = record->pool;
+    return pool != nullptr && pool->m_path == QRTFixedMemoryPool::eHeaders &&
+           (pool->put(record, mem) || pool->putFirst(record, mem));
+  };
+  if (!put(m_windows->guess(mem)) && !put(m_windows->find(mem))) {
     freeSlow(mem);
   }
 }
