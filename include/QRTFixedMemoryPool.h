@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <cstring>
 
+#include "QRTChunkRecord.h"
 #include "QRTCore/QRTExport.h"
 
 class QRTChunkIndex;
 class QRTChunkWindows;
-struct QRTChunkRecord;
 
 /// Hands out elements of one size from chunks of 32,760 bytes. With element headers each chunk
 /// keeps its own free list, wholly free chunks can be released or moved to another pool, and
@@ -47,13 +47,21 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// @throws QRTAssertError       a damaged header was found; the element is not taken
   /// Cost: constant. With detection on, O(elements).
   void* alloc() {
-    // A pool without headers is no more than this list; with headers it is always empty.
-    void* const p = m_freeList;
-    if (p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
-      return allocHere();
+    void* p = nullptr;
+    if (m_path == ePlain || m_path == eAhead) {
+      // A pool without headers is no more than this list.
+      p = m_freeList;
+      if (p != nullptr) {
+        if (m_path == eAhead) {
+          lookAhead(p);
+        }
+        std::memcpy(&m_freeList, p, sizeof m_freeList);
+        return p;
+      }
+    } else if (m_path == eHeaders && m_currentRecord->free != 0) {
+      p = take(m_currentRecord);
     }
-    std::memcpy(&m_freeList, p, sizeof m_freeList);
-    return p;
+    return p != nullptr ? p : allocHere();
   }
 
   /// Takes an element back; null is ignored.
@@ -62,12 +70,15 @@ class QRT_EXPORT QRTFixedMemoryPool {
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
   void free(void* p) {
-    if (m_useHeaders != 0 || p == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
+    if ((m_path == ePlain || m_path == eAhead) && p != nullptr) {
+      if (m_path == eAhead) {
+        noteRecent(p);
+      }
+      std::memcpy(p, &m_freeList, sizeof m_freeList);
+      m_freeList = p;
+    } else if (m_path != eHeaders || !put(m_table->guess(p), p)) {
       freeHere(p);
-      return;
     }
-    std::memcpy(p, &m_freeList, sizeof m_freeList);
-    m_freeList = p;
   }
 
   /// Adds a chunk.
@@ -136,20 +147,105 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   struct Chunk;
 
-  // alloc and free of pools with headers, and what is rare without.
+  // What alloc and free may do without looking further.
+  enum Path : std::uint8_t {
+    eLong,    // nothing: detection is on, a memory checker watches, or there is no chunk yet
+    ePlain,   // without headers: take from the list and put on it
+    eAhead,   // the same in a large pool, whose free elements are prefetched
+    eHeaders  // take from the current chunk, put on the list of the element's chunk
+  };
+
+  static constexpr unsigned kHeaderBytes = 8;
+  static constexpr std::uint64_t kInUse = std::uint64_t{1} << 48;      // of a header as a word
+  static constexpr std::uint64_t kFiller = std::uint64_t{0x0E} << 56;  // the same
+
+  // The header of the free element whose area is so far from its chunk's start. The header is
+  // always loaded and stored as a whole, which the processor forwards without a stall.
+  std::uint64_t headerAt(std::uint64_t distance) const { return m_freeHeader + (distance << 32); }
+
+  // Takes a chunk's next free element; there must be one. Null, with nothing changed, when its
+  // header is not exactly that of a free element.
+  [[gnu::always_inline]] void* take(QRTChunkRecord* record) {
+    const unsigned free = record->free;
+    const std::uint16_t* const top = record->stack() + free;
+    const unsigned distance = *top;
+    char* const area = record->start + distance;
+    std::uint64_t header = headerAt(distance);
+    if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
+      return nullptr;
+    }
+    record->free = static_cast<std::uint16_t>(free - 1);
+    record->writeHead(top[-1]);
+    header += kInUse;
+    std::memcpy(area - kHeaderBytes, &header, sizeof header);
+    return area;
+  }
+
+  // Puts an element back. The record is that of any chunk. False, with nothing changed, when the
+  // element is none of this pool's in that chunk, when its header is not exactly that of an element
+  // in use, or when the chunk has no free element yet, which has to be noted.
+  //
+  // The header and the chunk's trailer are cache misses in a large pool. Neither is waited for: the
+  // address tells where the element lies, the record which one was freed before it, and the
+  // comparison is predicted, so that the misses of several frees overlap.
+  [[gnu::always_inline]] bool put(QRTChunkRecord* record, void* p) {
+    const unsigned free = record->free;
+    return free != 0 && putOn(record, free, p);
+  }
+  [[gnu::always_inline]] bool putOn(QRTChunkRecord* record, unsigned free, void* p) {
+    const std::uintptr_t distance = record->distanceOf(p);
+    if (distance >= QRTChunkRecord::kChunkBytes || record->pool != this ||
+        free == record->elements) {
+      return false;
+    }
+    char* const area = static_cast<char*>(p);
+    std::uint64_t header = headerAt(distance) + kInUse;
+    if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
+      return false;
+    }
+    std::uint16_t* const top = record->stack() + free;
+    const char* const next = free != 0 ? record->start + *top : nullptr;
+    std::memcpy(area, &next, sizeof next);
+    top[1] = static_cast<std::uint16_t>(distance);
+    record->free = static_cast<std::uint16_t>(free + 1);
+    record->writeHead(static_cast<unsigned>(distance));
+    header -= kInUse;
+    std::memcpy(area - kHeaderBytes, &header, sizeof header);
+    return true;
+  }
+
+  // In a large pool without headers that was freed in random order, each free element lies on a
+  // cache line of its own, whose address stands on the one before. So each also holds the address
+  // of the element that was freed kAhead frees before it, which alloc prefetches. It is a hint and
+  // nothing else: what is written over it does no harm. Where frees and allocs alternate there is
+  // no need.
+  static constexpr unsigned kAhead = 8;
+  void noteRecent(void* p) {
+    if (m_run != 0) {
+      void*& recent = m_recent[m_run % kAhead];
+      std::memcpy(static_cast<char*>(p) + m_aheadAt, &recent, sizeof recent);
+      recent = p;
+    }
+    ++m_run;
+  }
+  void lookAhead(const void* p) {
+    if (m_run == 0) {
+      const void* ahead;
+      std::memcpy(&ahead, static_cast<const char*>(p) + m_aheadAt, sizeof ahead);
+      __builtin_prefetch(ahead, 1);
+    }
+    m_run = 0;
+  }
+
+  // What is left of alloc and free: other chunks, growth, checks, errors.
   void* allocHere();
   void freeHere(void* p);
-
-  // The common cases, inline for this class and the arena; null and false mean: go the long way.
-  void* tryAlloc();
-  void* tryTake(QRTChunkRecord* record);
-  [[gnu::noinline]] void* tryAllocElsewhere();
-  bool tryFree(QRTChunkRecord* record, void* p);
-
-  // The rest of alloc and free: growth, checks, errors. Never inlined, so that the common case
-  // stays small.
-  [[gnu::noinline]] void* allocSlow();
-  [[gnu::noinline]] void freeSlow(void* p);
+  void* allocElsewhere();
+  bool putFirst(QRTChunkRecord* record, void* p);
+  void* allocSlow();
+  void freeSlow(void* p);
+  void choosePath();
+  void setWindows(QRTChunkWindows* windows);
 
   QRTChunkRecord* findFree();
   QRTChunkRecord* recordOf(const void* place) const;
@@ -173,9 +269,16 @@ class QRT_EXPORT QRTFixedMemoryPool {
   std::uint32_t m_watched : 1;            // whether a memory checker observes the process
   int m_useHeaders;                       // whether elements carry headers
   Chunk* m_current;                       // chunk that alloc tries first, with headers
-  QRTChunkRecord* m_currentRecord;        // that of m_current
+  QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
+  unsigned m_aheadAt;                     // distance of an element's hint from its start
+  unsigned m_run;                         // frees since the last alloc
+  void* m_recent[kAhead];                 // the last elements freed, by m_run
+  std::uint64_t m_freeHeader;             // header of a free element whose area is at distance 0
+  const QRTChunkTable* m_table;           // that of m_windows
   QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned
   QRTChunkWindows* m_windows;             // the chunks by address; owned unless it is an arena's
+  unsigned m_added;                       // chunks added so far
+  Path m_path;                            // what alloc and free may do at once
   bool m_sharesWindows;                   // whether it is
 };
 

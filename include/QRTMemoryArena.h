@@ -2,11 +2,12 @@
 #define QRTMEMORYARENA_H
 
 #include <ostream>
-#include <set>
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
 #include "QRTFixedMemoryPool.h"
+
+class QRTLargeBlocks;
 
 /// A general allocator for ordinary memory under one byte budget. Requests up to 8 bytes times the
 /// number of bins come from size classes, each a QRTFixedMemoryPool with headers; larger ones come
@@ -37,7 +38,7 @@ class QRT_EXPORT QRTMemoryArena {
   ///         chunks, or when the heap gives nothing for a large block
   /// @throws QRTOutOfMemoryError  a bin cannot obtain a chunk; the budget is not charged
   /// @throws QRTAssertError       a damaged header was found
-  /// Cost: constant for a bin that has a free element; O(log large blocks) for a large block.
+  /// Cost: constant for a bin that has a free element; for a large block that of the heap's malloc.
   void* alloc(unsigned size);
 
   /// Takes a block back.
@@ -45,7 +46,7 @@ class QRT_EXPORT QRTMemoryArena {
   /// @throws QRTAssertError  mem is null, its header is damaged, says that it is free already or
   ///                         belongs elsewhere. A large block that is not this arena's is not
   ///                         released, but its size is credited to the budget.
-  /// Cost: constant for a bin element, O(log large blocks) for a large block.
+  /// Cost: constant for a bin element; for a large block that of the heap's free.
   void free(void* mem);
 
   /// Raises the budget by `size` bytes or one chunk, whichever is larger, plus 8. It stops at
@@ -111,7 +112,7 @@ class QRT_EXPORT QRTMemoryArena {
   unsigned m_minNonBin;                      // smallest large block so far, with its header
   unsigned m_maxNonBin;                      // largest large block so far, with its header
   std::vector<QRTFixedMemoryPool*> m_pools;  // one pool per bin; owned
-  std::set<void*>* m_nonBinBlocks;           // headers of the large blocks handed out; owned
+  QRTLargeBlocks* m_nonBinBlocks;            // headers of the large blocks handed out; owned
   int m_watched;                             // whether a memory checker observes the process
   QRTChunkWindows* m_windows;                // the chunks of all bins by address; owned
 };

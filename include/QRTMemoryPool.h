@@ -137,6 +137,7 @@ class QRT_EXPORT QRTMemoryPool {
 
   memheader* find(unsigned units);
   memheader* findFar(memheader* prev, unsigned units);
+  memheader* lastBefore(const memheader* block);
   void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
   void linkFree(memheader* bp);

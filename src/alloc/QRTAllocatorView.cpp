@@ -6,13 +6,8 @@
 
 #include "QRTFixedMemoryPoolChunk.h"
 #include "QRTHeapExtents.h"
+#include "QRTLargeBlocks.h"
 #include "QRTMemoryChecker.h"
-
-namespace {
-
-using Header = QRTFixedMemoryPoolHeader;
-
-}  // namespace
 
 std::size_t QRTAllocatorView::callerBytes(const QRTFixedMemoryPool& pool) {
   return pool.callerBytes();
@@ -25,7 +20,8 @@ QRTAllocatorView::Fixed QRTAllocatorView::figures(const QRTFixedMemoryPool& pool
 
 std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemoryPool& pool) {
   const QRTMemoryChecker::Pass pass(pool.m_watched != 0);
-  const unsigned headerBytes = pool.m_useHeaders != 0 ? Header::kBytes : 0;
+  const std::size_t headerBytes =
+      pool.m_useHeaders != 0 ? sizeof(QRTFixedMemoryPool::ElementHeader) : 0;
   std::vector<Chunk> result;
   for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next()) {
     result.push_back({chunk->data, {}, true});
@@ -139,7 +135,7 @@ const std::vector<QRTFixedMemoryPool*>& QRTAllocatorView::bins(const QRTMemoryAr
 std::vector<QRTAllocatorView::Large> QRTAllocatorView::largeBlocks(const QRTMemoryArena& arena) {
   const QRTMemoryChecker::Pass pass(arena.m_watched != 0);
   std::vector<Large> result;
-  for (const void* block : *arena.m_nonBinBlocks) {
+  for (const void* block : arena.m_nonBinBlocks->sorted()) {
     Large large{static_cast<const char*>(block), {}};
     std::memcpy(&large.header, block, sizeof large.header);
     result.push_back(large);

@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 
-QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, Chunk* chunk,
+QRTChunkRecord QRTChunkRecord::none = {nullptr, nullptr, 0, 0, 0};
+
+QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk,
                                      unsigned elements) noexcept {
   void* const memory =
       std::malloc(sizeof(QRTChunkRecord) + (std::size_t{elements} + 1) * sizeof(std::uint16_t));
@@ -10,7 +12,7 @@ QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, Chunk* chunk,
     return nullptr;
   }
   auto* const record = static_cast<QRTChunkRecord*>(memory);
-  record->chunk = chunk;
+  record->start = static_cast<char*>(chunk);
   record->pool = pool;
   record->age = 0;
   record->free = 0;

@@ -6,12 +6,22 @@
 
 namespace {
 
+constexpr unsigned kBits = QRTChunkWindow::kBits;
 constexpr std::size_t kWindowsPerChunk = 3;
+
+std::uintptr_t startOf(const QRTChunkRecord* record) {
+  return reinterpret_cast<std::uintptr_t>(record->start);
+}
+
+/// Places for so many windows: half of them stay empty.
+constexpr std::size_t placesFor(std::size_t windows) {
+  return windows * 2;
+}
 
 }  // namespace
 
 bool QRTChunkWindows::add(QRTChunkRecord* record) noexcept {
-  if ((m_used + kWindowsPerChunk) * 2 > m_windows.size() && !makeRoom()) {
+  if (placesFor(m_used + kWindowsPerChunk) > m_last && !makeRoom()) {
     return false;
   }
   enter(record);
@@ -19,65 +29,82 @@ bool QRTChunkWindows::add(QRTChunkRecord* record) noexcept {
 }
 
 void QRTChunkWindows::enter(QRTChunkRecord* record) noexcept {
-  const std::uintptr_t start = record->start();
-  const std::uintptr_t number = start >> kWindowBits;
-  Window& first = windowOf(number);
-  first.above = record;
-  first.key = number << kBorderBits | start / kStep % kSteps;
-  for (std::uintptr_t next = number + 1; next <= (start + kChunkBytes - 1) >> kWindowBits; ++next) {
-    windowOf(next).below = record;
+  const std::uintptr_t start = startOf(record);
+  const std::uintptr_t number = start >> kBits;
+  QRTChunkWindow& first = windowOf(number);
+  first.side[1] = record;
+  first.border = start;
+  for (std::uintptr_t next = number + 1; next <= (start + QRTChunkRecord::kChunkBytes - 1) >> kBits;
+       ++next) {
+    windowOf(next).side[0] = record;
   }
 }
 
 void QRTChunkWindows::remove(const QRTChunkRecord* record) noexcept {
   // The places stay taken until the next makeRoom, so that others behind them are still found.
-  const std::uintptr_t start = record->start();
-  const std::uintptr_t number = start >> kWindowBits;
-  m_foundStart = 0;
-  m_found = nullptr;
-  Window& first = windowOf(number);
-  first.above = nullptr;
-  first.key = number << kBorderBits | kSteps;
-  for (std::uintptr_t next = number + 1; next <= (start + kChunkBytes - 1) >> kWindowBits; ++next) {
-    windowOf(next).below = nullptr;
+  const std::uintptr_t start = startOf(record);
+  const std::uintptr_t number = start >> kBits;
+  QRTChunkWindow& first = windowOf(number);
+  first.side[1] = &QRTChunkRecord::none;
+  first.border = UINTPTR_MAX;
+  for (std::uintptr_t next = number + 1; next <= (start + QRTChunkRecord::kChunkBytes - 1) >> kBits;
+       ++next) {
+    windowOf(next).side[0] = &QRTChunkRecord::none;
   }
 }
 
+QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
+  const auto at = reinterpret_cast<std::uintptr_t>(address);
+  const std::uintptr_t number = at >> kBits;
+  for (std::size_t place = placeOf(number); places[place].number != 0;
+       place = (place + 1) & m_last) {
+    const QRTChunkWindow& window = places[place];
+    if (window.number == number) {
+      QRTChunkRecord* const record = window.side[at >= window.border ? 1 : 0];
+      return record->distanceOf(address) < QRTChunkRecord::kChunkBytes ? record
+                                                                       : &QRTChunkRecord::none;
+    }
+  }
+  return &QRTChunkRecord::none;
+}
+
 /// The window of a number, made if there is none. The caller has seen to it that there is room.
-QRTChunkWindows::Window& QRTChunkWindows::windowOf(std::uintptr_t number) noexcept {
+QRTChunkWindow& QRTChunkWindows::windowOf(std::uintptr_t number) noexcept {
   std::size_t place = placeOf(number);
-  while (m_places[place].key != 0 && m_places[place].key >> kBorderBits != number) {
+  while (places[place].number != 0 && places[place].number != number) {
     place = (place + 1) & m_last;
   }
-  Window& window = m_places[place];
-  if (window.key == 0) {
-    window.key = number << kBorderBits | kSteps;
+  QRTChunkWindow& window = places[place];
+  if (window.number == 0) {
+    window.number = number;
     ++m_used;
   }
   return window;
 }
 
-/// Enters all chunks into a new table, and leaves room for as many again.
+/// Enters all chunks into a new table, with room for as many again.
 bool QRTChunkWindows::makeRoom() noexcept {
-  std::size_t chunks = 1;
-  for (const Window& window : m_windows) {
-    chunks += window.above != nullptr ? 1 : 0;
-  }
-  std::vector<Window> before;
+  std::vector<QRTChunkRecord*> records;
+  std::vector<QRTChunkWindow> before;
+  std::size_t count = 0;
   try {
-    before.resize(std::bit_ceil(chunks * kWindowsPerChunk * 2));
+    for (std::size_t place = 0; place <= m_last; ++place) {
+      if (places[place].side[1] != &QRTChunkRecord::none) {
+        records.push_back(places[place].side[1]);
+      }
+    }
+    count = std::bit_ceil(placesFor((records.size() + 1) * kWindowsPerChunk) + 1);
+    before.resize(count, kEmpty);
   } catch (const std::bad_alloc&) {
     return false;
   }
   std::swap(before, m_windows);
-  m_places = m_windows.data();
-  m_last = m_windows.size() - 1;
-  m_shift = 32 - static_cast<unsigned>(std::countr_zero(m_windows.size()));
+  places = m_windows.data();
+  m_last = count - 1;
+  shift = 32 - static_cast<unsigned>(std::countr_zero(count));
   m_used = 0;
-  for (const Window& window : before) {
-    if (window.above != nullptr) {
-      enter(window.above);
-    }
+  for (QRTChunkRecord* record : records) {
+    enter(record);
   }
   return true;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -14,18 +15,19 @@
 namespace {
 
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
-using Header = QRTFixedMemoryPoolHeader;
 
+constexpr unsigned kElementHeaderBytes = sizeof(ElementHeader);
+constexpr unsigned kLarge = 64;     // chunks, 2 MiB: more than a second-level cache
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
 std::uint32_t strideFor(unsigned size, int useHeaders) {
-  const std::uint64_t bytes = std::uint64_t{size} + (useHeaders != 0 ? Header::kBytes : 0);
+  const std::uint64_t bytes = std::uint64_t{size} + (useHeaders != 0 ? kElementHeaderBytes : 0);
   return static_cast<std::uint32_t>(std::min((bytes + 7) / 8 * 8, std::uint64_t{0xFFFFFFF8}));
 }
 
 ElementHeader* headerOf(void* area) {
-  return reinterpret_cast<ElementHeader*>(static_cast<char*>(area) - Header::kBytes);
+  return reinterpret_cast<ElementHeader*>(static_cast<char*>(area) - kElementHeaderBytes);
 }
 
 }  // namespace
@@ -41,14 +43,22 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0),
       m_useHeaders(useHeaders),
       m_current(nullptr),
-      m_currentRecord(nullptr),
+      m_currentRecord(&QRTChunkRecord::none),
+      m_aheadAt(m_esize >= 2 * sizeof(void*) ? sizeof(void*) : 0),
+      m_run(0),
+      m_recent{},
+      m_freeHeader((m_size | kFiller) - (std::uint64_t{kHeaderBytes} << 32)),
+      m_table(nullptr),
       m_index(nullptr),
       m_windows(nullptr),
+      m_added(0),
+      m_path(eLong),
       m_sharesWindows(false) {
   static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
+  choosePath();
   if (m_watched != 0) {
-    QRTMemoryChecker::poolCreated(this, m_useHeaders != 0 ? Header::kBytes : 0);
+    QRTMemoryChecker::poolCreated(this, m_useHeaders != 0 ? kHeaderBytes : 0);
   }
 }
 
@@ -72,34 +82,61 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
 }
 
 void* QRTFixedMemoryPool::allocHere() {
-  void* p = tryAlloc();
-  if (p == nullptr) {
-    p = tryAllocElsewhere();
+  void* p = nullptr;
+  if (m_path == eHeaders) {
+    p = allocElsewhere();
   }
   return p != nullptr ? p : allocSlow();
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
-  QRTChunkRecord* const record = recordOf(p);
-  if (record == nullptr || record->pool != this || !tryFree(record, p)) {
-    freeSlow(p);
+  if (m_path == eHeaders) {
+    QRTChunkRecord* const record = m_windows->find(p);
+    if (put(record, p) || putFirst(record, p)) {
+      return;
+    }
   }
+  freeSlow(p);
 }
 
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.
-void* QRTFixedMemoryPool::tryAllocElsewhere() {
-  if (m_index == nullptr || m_detectOverWrites != 0 || m_watched != 0) {
-    return nullptr;
-  }
+/// @return null when there is none, or when its header is not exactly as it should be
+void* QRTFixedMemoryPool::allocElsewhere() {
   QRTChunkRecord* const record = findFree();
   if (record == nullptr) {
     return nullptr;
   }
-  void* const p = tryTake(record);
+  void* const p = take(record);
   if (record->free == 0) {
     m_index->noteFull(record);
   }
   return p;
+}
+
+/// The first element that is put back into a chunk that had none free.
+bool QRTFixedMemoryPool::putFirst(QRTChunkRecord* record, void* p) {
+  if (record->free != 0 || !putOn(record, 0, p)) {
+    return false;
+  }
+  m_index->noteFree(record);
+  return true;
+}
+
+/// Settles what alloc and free may do, when something it depends on has changed.
+void QRTFixedMemoryPool::choosePath() {
+  if (m_detectOverWrites != 0 || m_watched != 0) {
+    m_path = eLong;
+  } else if (m_useHeaders == 0) {
+    m_path = m_aheadAt != 0 && m_added >= kLarge ? eAhead : ePlain;
+  } else {
+    m_path = m_windows != nullptr ? eHeaders : eLong;
+  }
+}
+
+void QRTFixedMemoryPool::setWindows(QRTChunkWindows* windows) {
+  m_windows = windows;
+  m_table = windows;
+  choosePath();
 }
 
 /// The long way of alloc:
@@ -120,7 +157,7 @@ void* QRTFixedMemoryPool::allocSlow() {
       return static_cast<char*>(m_freeList);
     }
     record = findFree();
-    return record != nullptr ? record->chunk->data + record->head() : nullptr;
+    return record != nullptr ? record->start + record->head() : nullptr;
   };
   char* area = next();
   if (area == nullptr && m_growable != 0) {
@@ -138,8 +175,11 @@ void* QRTFixedMemoryPool::allocSlow() {
   if (m_useHeaders == 0) {
     m_freeList = qrtLoadLink(area);
   } else {
+    // A size or an offset that is not right is damage that is let pass here.
     testHeader(headerOf(area));
-    tryTake(record);
+    --record->free;
+    record->writeHead(record->head());
+    headerOf(area)->m_inUse = 1;
   }
   if (m_watched != 0) {
     QRTMemoryChecker::handedOut(this, area, callerBytes());
@@ -152,12 +192,12 @@ void* QRTFixedMemoryPool::allocSlow() {
 /// more than one.
 /// @return null when no chunk has a free element
 inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
-  if (m_currentRecord != nullptr) {
+  if (m_currentRecord != &QRTChunkRecord::none) {
     if (m_currentRecord->free != 0) {
       return m_currentRecord;
     }
     m_index->noteFull(m_currentRecord);
-    setCurrent(nullptr);
+    setCurrent(&QRTChunkRecord::none);
   }
   QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
   if (record != nullptr && record->free > 1) {
@@ -190,12 +230,12 @@ void QRTFixedMemoryPool::freeSlow(void* p) {
 /// A size or an offset in the header that is not right is damage that is let pass here.
 void QRTFixedMemoryPool::giveBack(char* area) {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
-  QRTChunkRecord* const record = recordOf(area - Header::kBytes);
-  QRT_ASSERT_NAMED(record != nullptr && record->pool == this,
+  QRTChunkRecord* const record = recordOf(area - kHeaderBytes);
+  QRT_ASSERT_NAMED(record->pool == this,
                    "QRTFixedMemoryPool::free: the element belongs to another pool.");
-  char* const start = record->chunk->data;
+  char* const start = record->start;
   const auto distance = static_cast<unsigned>(area - start);
-  QRT_ASSERT_NAMED((distance - Header::kBytes) % m_esize == 0,
+  QRT_ASSERT_NAMED((distance - kHeaderBytes) % m_esize == 0,
                    "QRTFixedMemoryPool::free: the address is not an element's.");
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
@@ -203,8 +243,8 @@ void QRTFixedMemoryPool::giveBack(char* area) {
                    "QRTFixedMemoryPool::free: the element is free already.");
   qrtStoreLink(area, record->free != 0 ? start + record->head() : nullptr);
   record->stack()[++record->free] = static_cast<std::uint16_t>(distance);
-  record->chunk->setFreeHead(distance);
-  Header::store(area, Header::free(Header::load(area)));
+  record->writeHead(distance);
+  headerOf(area)->m_inUse = 0;
   m_index->noteFree(record);
 }
 
@@ -220,13 +260,15 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   // Without headers nothing needs a record, but under a memory checker: it holds the chunk's
   // address as a plain pointer, which a leak check can follow, unlike the packed link.
   if (m_useHeaders != 0 || m_watched != 0) {
-    QRT_ASSERT_NAMED(recordOf(added) == nullptr,
+    QRT_ASSERT_NAMED(recordOf(added) == &QRTChunkRecord::none,
                      "QRTFixedMemoryPool::grow: the chunk is in the pool already.");
     record = QRT_GUARD_ALLOC(enter(added));
   }
   static_cast<void>(obtained.release());
   added->setNext(m_chunks);
   m_chunks = added;
+  ++m_added;
+  choosePath();
   format(added, record);
   if (m_useHeaders != 0) {
     setCurrent(record);
@@ -246,7 +288,7 @@ QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
     m_index = new (std::nothrow) QRTChunkIndex;
   }
   if (m_windows == nullptr) {
-    m_windows = new (std::nothrow) QRTChunkWindows;
+    setWindows(new (std::nothrow) QRTChunkWindows);
   }
   if (m_index == nullptr || m_windows == nullptr) {
     return nullptr;
@@ -266,14 +308,16 @@ QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
 /// Makes every slot a free element, so that a fresh chunk hands them out in ascending order.
 /// Without headers the elements that were free before come behind those of the chunk.
 void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
-  const unsigned headerBytes = m_useHeaders != 0 ? Header::kBytes : 0;
+  const unsigned headerBytes = m_useHeaders != 0 ? kHeaderBytes : 0;
   const unsigned count = elementsPerChunk();
   char* area = chunk->data + headerBytes;
   char* const first = area;
   for (unsigned slot = 0; slot < count; ++slot, area += m_esize) {
     if (m_useHeaders != 0) {
-      Header::store(area, m_size | std::uint64_t{slot} * m_esize << 32 | Header::kFiller);
-      record->stack()[count - slot] = static_cast<std::uint16_t>(area - chunk->data);
+      const auto distance = static_cast<unsigned>(area - chunk->data);
+      const std::uint64_t header = headerAt(distance);
+      std::memcpy(area - kHeaderBytes, &header, sizeof header);
+      record->stack()[count - slot] = static_cast<std::uint16_t>(distance);
     }
     qrtStoreLink(area, area + m_esize);
   }
@@ -281,10 +325,10 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   if (m_useHeaders != 0) {
     qrtStoreLink(last, nullptr);
     record->free = record->elements;
-    chunk->setFreeHead(record->head());
+    record->writeHead(record->head());
   } else {
     qrtStoreLink(last, static_cast<char*>(m_freeList));
-    chunk->setFreeHead(0);
+    chunk->clearFreeHead();
     m_freeList = first;
   }
 }
@@ -300,6 +344,7 @@ unsigned QRTFixedMemoryPool::allocSize(void* p) {
 
 void QRTFixedMemoryPool::setDetectMemoryOverWrites(int on) {
   m_detectOverWrites = on != 0 ? 1 : 0;
+  choosePath();
 }
 
 int QRTFixedMemoryPool::getDetectMemoryOverWrites() const {

@@ -62,7 +62,7 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, 
       m_chunks = chunk->next();
     }
     if (m_current == chunk) {
-      setCurrent(nullptr);
+      setCurrent(&QRTChunkRecord::none);
     }
     QRTChunkRecord* const record = recordOf(chunk);
     m_windows->remove(record);

@@ -225,14 +225,6 @@ bool QRTHeapExtents::moveOn(Tour& tour, unsigned units) const {
   return false;
 }
 
-QRTHeapExtents::Header* QRTHeapExtents::beginOf(const Tour& tour) const {
-  return m_extents[tour.extent].begin + tour.stretch * kStretch;
-}
-
-QRTHeapExtents::Header* QRTHeapExtents::endOf(const Tour& tour) const {
-  return std::min(beginOf(tour) + kStretch, m_extents[tour.extent].end);
-}
-
 void QRTHeapExtents::setBound(const Tour& tour, unsigned units) {
   m_extents[tour.extent].bounds[tour.stretch] = boundFor(units);
 }

@@ -80,9 +80,19 @@ class QRTHeapExtents {
   /// @return false when there is none
   bool moveOn(Tour& tour, unsigned units) const;
 
-  /// First place of the stretch a tour has come to, and the place behind its last.
-  Header* beginOf(const Tour& tour) const;
-  Header* endOf(const Tour& tour) const;
+  /// First place of the stretch a tour has come to.
+  Header* beginOf(const Tour& tour) const {
+    return m_extents[tour.extent].begin + tour.stretch * kStretch;
+  }
+
+  /// Tells which of 64 units of the stretch a tour has come to are starts of free blocks.
+  /// @param first  the first of them, a multiple of 64 below kStretch
+  /// @return one bit for each, the lowest for the first
+  std::uint64_t startsIn(const Tour& tour, unsigned first) const {
+    const std::vector<std::uint64_t>& starts = m_extents[tour.extent].starts;
+    const std::size_t word = (tour.stretch * kStretch + first) / 64;
+    return word < starts.size() ? starts[word] : 0;
+  }
 
   /// Notes the size of the largest free block in a stretch.
   void setBound(const Tour& tour, unsigned units);

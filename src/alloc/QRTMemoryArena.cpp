@@ -6,10 +6,12 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
+#include "QRTLargeBlocks.h"
 #include "QRTMemoryChecker.h"
 
 namespace {
@@ -52,10 +54,10 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
         m_chunkSize = static_cast<unsigned>(chunkBytes);
       }
     }
-    m_nonBinBlocks = QRT_GUARD_ALLOC(new std::set<void*>);
+    m_nonBinBlocks = QRT_GUARD_ALLOC(new QRTLargeBlocks);
     m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
     for (QRTFixedMemoryPool* pool : m_pools) {
-      pool->m_windows = m_windows;
+      pool->setWindows(m_windows);
       pool->m_sharesWindows = true;
     }
   } catch (...) {
@@ -82,9 +84,7 @@ void QRTMemoryArena::release() noexcept {
   delete m_windows;
   m_windows = nullptr;
   if (m_nonBinBlocks != nullptr) {
-    for (void* block : *m_nonBinBlocks) {
-      std::free(block);
-    }
+    m_nonBinBlocks->drain([](void* block) { std::free(block); });
     delete m_nonBinBlocks;
     m_nonBinBlocks = nullptr;
   }
@@ -95,9 +95,10 @@ void* QRTMemoryArena::alloc(unsigned size) {
   const unsigned bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     QRTFixedMemoryPool* const pool = m_pools[bin];
-    void* p = pool->tryAlloc();
-    if (p == nullptr) {
-      p = pool->tryAllocElsewhere();
+    void* p = nullptr;
+    if (pool->m_path == QRTFixedMemoryPool::eHeaders) {
+      QRTChunkRecord* const record = pool->m_currentRecord;
+      p = record->free != 0 ? pool->take(record) : pool->allocElsewhere();
     }
     return p != nullptr ? p : allocFromBin(bin);
   }
@@ -166,9 +167,9 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
   if (block == nullptr) {
     return nullptr;
   }
-  std::pair<std::set<void*>::iterator, bool> insStatus;
+  std::pair<void*, bool> insStatus(block, false);  // the names are part of the error's text
   try {
-    insStatus = m_nonBinBlocks->insert(block);
+    insStatus.second = m_nonBinBlocks->insert(block);
   } catch (const std::bad_alloc&) {
     std::free(block);
     return nullptr;
@@ -210,8 +211,12 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
 
 void QRTMemoryArena::free(void* mem) {
   // The address tells the bin. The header does too, but everything else would have to wait for it.
-  QRTChunkRecord* const record = m_windows->find(mem);
-  if (record == nullptr || !record->pool->tryFree(record, mem)) {
+  const auto put = [mem](QRTChunkRecord* record) {
+    QRTFixedMemoryPool* const pool = record->pool;
+    return pool != nullptr && pool->m_path == QRTFixedMemoryPool::eHeaders &&
+           (pool->put(record, mem) || pool->putFirst(record, mem));
+  };
+  if (!put(m_windows->guess(mem)) && !put(m_windows->find(mem))) {
     freeSlow(mem);
   }
 }

@@ -1,6 +1,7 @@
 #include "QRTMemoryPool.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
@@ -35,11 +36,31 @@ bool isPlace(const Header* p, const Header* block) {
   return p < next ? p < block && block < next : p < block || block < next;
 }
 
-/// Whether a free block is the last one on the list in front of a place, at which another may
-/// start.
-bool isBefore(const Header* p, const Header* place) {
-  const Header* const next = p->next();
-  return p < next ? p < place && place <= next : p < place || place <= next;
+/// Finds the first free block of a stretch that is large enough. The bits tell where the blocks
+/// are, so that none has to wait for the one before it to be there.
+/// @param passed   units at the beginning of the stretch to pass over
+/// @param before   receives the free block in front of it; left as it is when there is none behind
+///                 what was passed over
+/// @param largest  raised to the size of the largest block that was too small
+/// @return null when there is none
+const Header* firstFit(const QRTHeapExtents& extents, const QRTHeapExtents::Tour& tour,
+                       unsigned passed, unsigned units, Header*& before, unsigned& largest) {
+  Header* const begin = extents.beginOf(tour);
+  for (unsigned first = passed / 64 * 64; first < QRTHeapExtents::kStretch; first += 64) {
+    std::uint64_t starts = extents.startsIn(tour, first);
+    if (first < passed) {
+      starts &= ~std::uint64_t{0} << (passed - first);
+    }
+    for (; starts != 0; starts &= starts - 1) {
+      Header* const p = begin + first + std::countr_zero(starts);
+      if (p->units() >= units) {
+        return p;
+      }
+      largest = std::max(largest, p->units());
+      before = p;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -123,35 +144,35 @@ QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units
     }
   }
   QRTHeapExtents::Tour tour = m_extents->tourFrom(prev);
-  const Header* end = m_extents->endOf(tour);
+  unsigned largest = 0;
   if (m_extents->mayHave(tour, units)) {
-    for (Header* p = prev->next(); prev < p && p < end; prev = p, p = p->next()) {
-      if (p->units() >= units) {
-        return prev;
-      }
+    const auto passed = static_cast<unsigned>(prev - m_extents->beginOf(tour)) + 1;
+    if (firstFit(*m_extents, tour, passed, units, prev, largest) != nullptr) {
+      return prev;
     }
   }
   // Step 2
   while (m_extents->moveOn(tour, units)) {
-    const Header* const begin = m_extents->beginOf(tour);
-    end = m_extents->endOf(tour);
-    prev = m_extents->freeBelow(begin);
-    prev = prev != nullptr ? prev : &m_base;
-    while (!isBefore(prev, begin)) {
-      prev = prev->next();
-    }
-    unsigned largest = 0;
-    const Header* above = begin;
-    for (Header* p = prev->next(); above <= p && p < end; prev = p, p = p->next()) {
-      if (p->units() >= units) {
-        return prev;
-      }
-      largest = std::max(largest, p->units());
-      above = p + 1;
+    largest = 0;
+    prev = nullptr;
+    const Header* const p = firstFit(*m_extents, tour, 0, units, prev, largest);
+    if (p != nullptr) {
+      return prev != nullptr ? prev : lastBefore(p);
     }
     m_extents->setBound(tour, largest);
   }
   return nullptr;
+}
+
+/// The block on the free list in front of another one: the free block below it, or the sentinel
+/// when that lies in between.
+QRTMemoryPool::memheader* QRTMemoryPool::lastBefore(const memheader* block) {
+  Header* const below = m_extents->freeBelow(block);
+  Header* prev = below != nullptr ? below : &m_base;
+  while (!isPlace(prev, block) && prev->next() != block) {
+    prev = prev->next();
+  }
+  return prev;
 }
 
 /// Takes `units` units from the block behind `prev`.

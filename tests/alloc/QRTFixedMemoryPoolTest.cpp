@@ -8,6 +8,7 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <memory>
 #include <new>
 #include <set>
 #include <vector>
@@ -164,6 +165,60 @@ TEST(QRTFixedMemoryPool, ChunksMayLieAsCloseTogetherAsTheyFit) {
   }
   for (std::size_t i = count; i-- > 0;) {
     EXPECT_EQ(pool.reclaim(0), room.data() + i * kChunkBytes / 8);
+  }
+}
+
+// The addresses of these chunks differ in high bits alone, so that their windows want the same
+// places.
+TEST(QRTFixedMemoryPool, ChunksMayLieAnyDistanceApart) {
+  constexpr std::size_t kCount = 8;
+  constexpr std::size_t kApart = std::size_t{1} << 22;
+  const std::unique_ptr<std::uint64_t[]> room(new std::uint64_t[kCount * kApart / 8]);
+  QRTFixedMemoryPool pool(56, 0, 1);
+  for (std::size_t i = 0; i < kCount; ++i) {
+    pool.grow(room.get() + i * kApart / 8);
+  }
+  std::vector<void*> elements;
+  while (void* const p = pool.alloc()) {
+    elements.push_back(p);
+  }
+  EXPECT_EQ(elements.size(), kCount * 511);
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    pool.free(elements[i * 11 % elements.size()]);
+  }
+  EXPECT_EQ(errorOf([&] { pool.free(elements[9]); }).type, "QRTAssertError") << "freed twice";
+  EXPECT_EQ(errorOf([&] { pool.free(room.get() + kApart / 16); }).type, "QRTAssertError")
+      << "between two chunks";
+  for (std::size_t i = kCount; i-- > 0;) {
+    EXPECT_EQ(pool.reclaim(0), room.get() + i * kApart / 8);
+  }
+}
+
+// From some size on free elements carry hints, not all of them written: nothing may depend on them.
+TEST(QRTFixedMemoryPool, ALargePoolWithoutHeadersHandsOutWhatWasFreedLast) {
+  const unsigned seed = testSeed();
+  std::cout << "seed " << seed << "\n";
+  TestRandom random(seed);
+  for (const unsigned size : {8u, 64u}) {
+    QRTFixedMemoryPool pool(size, 1, 0);
+    std::vector<void*> elements;
+    while (infoOf(pool).chunks < 70) {
+      for (int i = 0; i < 500; ++i) {
+        elements.push_back(pool.alloc());
+      }
+    }
+    for (void*& p : elements) {
+      std::swap(p, elements[random() % elements.size()]);
+    }
+    for (const std::size_t run : {std::size_t{3}, std::size_t{100}, elements.size()}) {
+      for (std::size_t i = 0; i < run; ++i) {
+        std::memset(elements[i], 0xEE, size);
+        pool.free(elements[i]);
+      }
+      for (std::size_t i = run; i-- > 0;) {
+        ASSERT_EQ(pool.alloc(), elements[i]) << size << " " << run;
+      }
+    }
   }
 }
 

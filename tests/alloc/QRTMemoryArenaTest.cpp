@@ -258,6 +258,25 @@ TEST(QRTMemoryArena, DetectionWatchesAllBins) {
   EXPECT_NE(arena.alloc(8), nullptr);
 }
 
+TEST(QRTMemoryArena, KnowsEachOfThousandsOfLargeBlocks) {
+  const unsigned seed = testSeed();
+  std::cout << "seed " << seed << "\n";
+  TestRandom random(seed);
+  QRTMemoryArena arena(0, 1u << 30, 0);
+  std::vector<void*> live;
+  for (int step = 0; step < 40000; ++step) {
+    if (live.empty() || (live.size() < 5000 && random() % 100 < 60)) {
+      live.push_back(arena.alloc(24));
+      ASSERT_NE(live.back(), nullptr);
+    } else {
+      std::swap(live[random() % live.size()], live.back());
+      ASSERT_NO_THROW(arena.free(live.back())) << step;
+      live.pop_back();
+    }
+    ASSERT_EQ(usedBy(arena), live.size() * 32) << step;
+  }
+}
+
 TEST(QRTMemoryArena, RandomUseKeepsContentsAndTheBudgetExact) {
   const unsigned seed = testSeed();
   std::cout << "seed " << seed << "\n";
