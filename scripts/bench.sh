@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compares the library with others, or with an earlier revision of itself.
-#   scripts/bench.sh [--quick | --smoke] [--only WORKLOAD[,..]] [--rounds N] [--large] [--list]
-#                    [--output DIR] [--against REV]
+#   scripts/bench.sh [--quick | --smoke] [--only WORKLOAD[,..]] [--peers PEER[,..]] [--rounds N]
+#                    [--large] [--list] [--output DIR] [--against REV]
 # Installs what is missing, builds the suite and starts its driver; --help tells the rest.
 set -euo pipefail
 

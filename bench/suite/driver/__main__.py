@@ -24,6 +24,8 @@ def main() -> int:
     cases = plan.cases(scale, options.large)
     if options.only:
         cases = [case for case in cases if case.workload.name in options.only]
+    if options.peers:
+        cases = [case.with_peers(options.peers) for case in cases]
     if options.list:
         for case in cases:
             print(f"{case.workload.program:18} {case.name}")
@@ -41,6 +43,9 @@ def main() -> int:
                     ROOT, options.against, options.output, Path(scratch), cpu, scale.rounds
                 )
             runner = Runner(BUILD / "bench" / "suite", Path(scratch), cpu)
+            unknown = set(options.peers) - {name for case in cases for name in runner.peers(case)}
+            if unknown:
+                raise RunError(f"nobody is called '{', '.join(sorted(unknown))}' in these workloads")
             described = machine.describe(ROOT, cpu)
             results = run(runner, cases, scale, Path(scratch))
     except (RunError, against.AgainstError) as error:
@@ -74,6 +79,14 @@ def _options() -> argparse.Namespace:
         type=_workloads,
         help="only these: " + ", ".join(plan.WORKLOADS),
     )
+    parser.add_argument(
+        "--peers",
+        metavar="PEER[,..]",
+        type=_names,
+        default=(),
+        help="this library beside these and no others, for example 'pointer,bdb pool'; a figure to "
+        "reach that asks for the best peer is then the best of these",
+    )
     parser.add_argument("--rounds", metavar="N", type=_positive, help="rounds to measure")
     parser.add_argument(
         "--large", action="store_true", help="with 1e8 objects and 64 GiB, which takes hours"
@@ -93,13 +106,18 @@ def _options() -> argparse.Namespace:
         "instructions of its hot paths; fails when these grew by more than 2 %%",
     )
     options = parser.parse_args()
-    if options.against and (options.only or options.large or options.list or options.smoke):
+    narrowed = options.only or options.peers
+    if options.against and (narrowed or options.large or options.list or options.smoke):
         parser.error("--against goes with --quick, --rounds and --output alone")
     return options
 
 
+def _names(text: str) -> tuple[str, ...]:
+    return tuple(name.strip() for name in text.split(",") if name.strip())
+
+
 def _workloads(text: str) -> set[str]:
-    names = {name for name in text.split(",") if name}
+    names = set(_names(text))
     unknown = names - set(plan.WORKLOADS)
     if unknown or not names:
         raise argparse.ArgumentTypeError(

@@ -1,6 +1,6 @@
 """What is run: the workloads, and their sizes at every scale."""
 
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 from .figures import size_value
 
@@ -36,6 +36,12 @@ class Case:
     limit: int = 0  # bytes that the process may use with its page cache; 0 for no limit
     disk: int = 0  # bytes that it needs on disk
     timeout: float = 0.0  # seconds a process may take, where the scale's are too few
+
+    def with_peers(self, names: tuple[str, ...]) -> "Case":
+        """This case with no other peers than these beside our own."""
+        wanted = (*self.workload.own, *names)
+        peers = tuple(peer for peer in self.peers if peer in wanted) if self.peers else wanted
+        return replace(self, peers=peers)
 
     @property
     def argument(self) -> str:

@@ -152,6 +152,13 @@ class TablesTest(unittest.TestCase):
         ):
             self.assertIn(part, report)
 
+    def test_peers_are_narrowed_down_to_some_beside_our_own(self):
+        case = plan.Case(plan.WORKLOADS["paging"]).with_peers(("sqlite", "lmdb"))
+        self.assertEqual(case.peers, ("store", "sqlite", "lmdb"))
+        case = plan.Case(plan.WORKLOADS["nextfit"], peers=("pool", "arena", "malloc"))
+        self.assertEqual(case.with_peers(("malloc", "jemalloc")).peers, case.peers)
+        self.assertEqual(case.with_peers(("jemalloc",)).peers, ("pool", "arena"))
+
     def test_every_scale_has_a_case_for_every_workload(self):
         for scale in (plan.FULL, plan.QUICK, plan.SMOKE):
             names = {case.workload.name for case in plan.cases(scale, large=False)}
