@@ -41,6 +41,9 @@ WIDE_RANGE = 30
 
 COLUMNS = 3
 
+# What the name of a variant ends with, or holds, when objects were announced before they were pinned.
+ANNOUNCED = " announced"
+
 
 def draw(workload: Workload, figures: list[Figure], path: Path) -> None:
     """Draws the figures of a workload into an SVG file."""
@@ -48,7 +51,7 @@ def draw(workload: Workload, figures: list[Figure], path: Path) -> None:
         panels = _line_panels(figures) if workload.lines else _bar_panels(figures)
         columns = min(COLUMNS, len(panels))
         rows = math.ceil(len(panels) / columns)
-        most = max(len({figure.key.peer for figure in panel}) for panel in panels.values())
+        most = max(len({_label(figure) for figure in panel}) for panel in panels.values())
         height = 2.6 if workload.lines else 0.7 + 0.24 * most
         drawing, axes = plt.subplots(
             rows, columns, figsize=(3.6 * columns, height * rows), squeeze=False
@@ -72,14 +75,15 @@ def _colours(workload: Workload, figures: list[Figure]) -> dict[str, str]:
 
 
 def _bar_panels(figures: list[Figure]) -> dict[str, list[Figure]]:
-    """A panel for every variant, size and limit."""
+    """A panel for every variant, size and limit. What was announced stands beside what was not."""
     panels: dict[str, list[Figure]] = {}
     for figure in figures:
         key = figure.key
         if key.unit == "pages":
             continue  # only some peers count them
         limit = ", limited" if key.limited else ""
-        panels.setdefault(f"{key.variant}, {key.size}{limit} ({key.unit})", []).append(figure)
+        variant = key.variant.replace(ANNOUNCED, "")
+        panels.setdefault(f"{variant}, {key.size}{limit} ({key.unit})", []).append(figure)
     return panels
 
 
@@ -96,7 +100,7 @@ def _line_panels(figures: list[Figure]) -> dict[str, list[Figure]]:
 
 def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
     """A bar a peer, with a thin line from the least to the most and the median written behind."""
-    names = [figure.key.peer for figure in panel]
+    names = [_label(figure) for figure in panel]
     medians = [figure.median for figure in panel]
     least = [figure.median - min(figure.values) for figure in panel]
     most = [max(figure.values) - figure.median for figure in panel]
@@ -104,7 +108,7 @@ def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
         names,
         medians,
         xerr=(least, most),
-        color=[colours[name] for name in names],
+        color=[colours[figure.key.peer] for figure in panel],
         height=0.7,
         error_kw={"ecolor": TEXT, "elinewidth": 1},
     )
@@ -129,6 +133,10 @@ def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
     axis.tick_params(axis="y", length=0)
     axis.xaxis.set_visible(False)
     axis.spines["bottom"].set_visible(False)
+
+
+def _label(figure: Figure) -> str:
+    return figure.key.peer + (", announced" if ANNOUNCED in figure.key.variant else "")
 
 
 def _lines(axis, panel: list[Figure], colours: dict[str, str]) -> None:
