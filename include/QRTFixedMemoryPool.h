@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "QRTChunkRecord.h"
 #include "QRTCore/QRTExport.h"
@@ -48,18 +49,14 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Cost: constant. With detection on, O(elements).
   void* alloc() {
     void* p = nullptr;
-    if (m_path == ePlain || m_path == eAhead) {
+    if (m_path == ePlain) {
       // A pool without headers is no more than this list.
-      p = m_freeList;
-      if (p != nullptr) {
-        if (m_path == eAhead) {
-          lookAhead(p);
-        }
-        std::memcpy(&m_freeList, p, sizeof m_freeList);
-        return p;
-      }
-    } else if (m_path == eHeaders && m_currentRecord->free != 0) {
-      p = take(m_currentRecord);
+      p = takeFirst();
+    } else if (m_path == eAhead) {
+      p = takeFirst();
+      lookAhead(p);
+    } else {
+      p = m_quickRecord->take();
     }
     return p != nullptr ? p : allocHere();
   }
@@ -70,13 +67,12 @@ class QRT_EXPORT QRTFixedMemoryPool {
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
   void free(void* p) {
-    if ((m_path == ePlain || m_path == eAhead) && p != nullptr) {
-      if (m_path == eAhead) {
-        noteRecent(p);
-      }
-      std::memcpy(p, &m_freeList, sizeof m_freeList);
-      m_freeList = p;
-    } else if (m_path != eHeaders || !put(m_table->guess(p), p)) {
+    if (m_path == ePlain && p != nullptr) {
+      putFirst(p);
+    } else if (m_path == eAhead && p != nullptr) {
+      noteRecent(p);
+      putFirst(p);
+    } else if (!m_table->guess(p)->put(p)) {
       freeHere(p);
     }
   }
@@ -147,103 +143,60 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   struct Chunk;
 
-  // What alloc and free may do without looking further.
-  enum Path : std::uint8_t {
-    eLong,    // nothing: detection is on, a memory checker watches, or there is no chunk yet
-    ePlain,   // without headers: take from the list and put on it
-    eAhead,   // the same in a large pool, whose free elements are prefetched
-    eHeaders  // take from the current chunk, put on the list of the element's chunk
+  // An element of a pool without headers that is free.
+  struct FreeElement {
+    FreeElement* next;
   };
 
-  static constexpr unsigned kHeaderBytes = 8;
-  static constexpr std::uint64_t kInUse = std::uint64_t{1} << 48;      // of a header as a word
-  static constexpr std::uint64_t kFiller = std::uint64_t{0x0E} << 56;  // the same
-
-  // The header of the free element whose area is so far from its chunk's start. The header is
-  // always loaded and stored as a whole, which the processor forwards without a stall.
-  std::uint64_t headerAt(std::uint64_t distance) const { return m_freeHeader + (distance << 32); }
-
-  // Takes a chunk's next free element; there must be one. Null, with nothing changed, when its
-  // header is not exactly that of a free element.
-  [[gnu::always_inline]] void* take(QRTChunkRecord* record) {
-    const unsigned free = record->free;
-    const std::uint16_t* const top = record->stack() + free;
-    const unsigned distance = *top;
-    char* const area = record->start + distance;
-    std::uint64_t header = headerAt(distance);
-    if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
-      return nullptr;
+  // The list of a pool without headers.
+  void* takeFirst() {
+    FreeElement* const first = m_freeList;
+    if (first != nullptr) {
+      m_freeList = first->next;
     }
-    record->free = static_cast<std::uint16_t>(free - 1);
-    record->writeHead(top[-1]);
-    header += kInUse;
-    std::memcpy(area - kHeaderBytes, &header, sizeof header);
-    return area;
+    return first;
   }
+  void putFirst(void* p) { m_freeList = new (p) FreeElement{m_freeList}; }
 
-  // Puts an element back. The record is that of any chunk. False, with nothing changed, when the
-  // element is none of this pool's in that chunk, when its header is not exactly that of an element
-  // in use, or when the chunk has no free element yet, which has to be noted.
-  //
-  // The header and the chunk's trailer are cache misses in a large pool. Neither is waited for: the
-  // address tells where the element lies, the record which one was freed before it, and the
-  // comparison is predicted, so that the misses of several frees overlap.
-  [[gnu::always_inline]] bool put(QRTChunkRecord* record, void* p) {
-    const unsigned free = record->free;
-    return free != 0 && putOn(record, free, p);
-  }
-  [[gnu::always_inline]] bool putOn(QRTChunkRecord* record, unsigned free, void* p) {
-    const std::uintptr_t distance = record->distanceOf(p);
-    if (distance >= QRTChunkRecord::kChunkBytes || record->pool != this ||
-        free == record->elements) {
-      return false;
-    }
-    char* const area = static_cast<char*>(p);
-    std::uint64_t header = headerAt(distance) + kInUse;
-    if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
-      return false;
-    }
-    std::uint16_t* const top = record->stack() + free;
-    const char* const next = free != 0 ? record->start + *top : nullptr;
-    std::memcpy(area, &next, sizeof next);
-    top[1] = static_cast<std::uint16_t>(distance);
-    record->free = static_cast<std::uint16_t>(free + 1);
-    record->writeHead(static_cast<unsigned>(distance));
-    header -= kInUse;
-    std::memcpy(area - kHeaderBytes, &header, sizeof header);
-    return true;
-  }
+  // What alloc and free do at once.
+  enum Path : std::uint8_t {
+    ePlain,  // without headers: take from the list and put on it
+    eAhead,  // the same in a large pool, whose free elements are prefetched
+    eOther   // with headers: take from the chunk of m_quickRecord and put into those of m_table.
+             // There are none while detection is on or a memory checker watches.
+  };
+
+  static constexpr unsigned kHeaderBytes = QRTChunkRecord::kHeaderBytes;
 
   // In a large pool without headers that was freed in random order, each free element lies on a
   // cache line of its own, whose address stands on the one before. So each also holds the address
   // of the element that was freed kAhead frees before it, which alloc prefetches. It is a hint and
   // nothing else: what is written over it does no harm. Where frees and allocs alternate there is
-  // no need.
+  // no need: then the next element is the last one freed when it is handed out, and is not when
+  // another one is freed.
   static constexpr unsigned kAhead = 8;
   void noteRecent(void* p) {
-    if (m_run != 0) {
-      void*& recent = m_recent[m_run % kAhead];
-      std::memcpy(static_cast<char*>(p) + m_aheadAt, &recent, sizeof recent);
+    if (m_freeList == m_lastFreed) {
+      void*& recent = m_recent[m_noted++ % kAhead];
+      std::memcpy(static_cast<char*>(p) + sizeof(FreeElement), &recent, sizeof recent);
       recent = p;
     }
-    ++m_run;
+    m_lastFreed = p;
   }
-  void lookAhead(const void* p) {
-    if (m_run == 0) {
+  void lookAhead(const void* p) const {
+    if (p != m_lastFreed && p != nullptr) {
       const void* ahead;
-      std::memcpy(&ahead, static_cast<const char*>(p) + m_aheadAt, sizeof ahead);
+      std::memcpy(&ahead, static_cast<const char*>(p) + sizeof(FreeElement), sizeof ahead);
       __builtin_prefetch(ahead, 1);
     }
-    m_run = 0;
   }
 
   // What is left of alloc and free: other chunks, growth, checks, errors.
   void* allocHere();
   void freeHere(void* p);
   void* allocElsewhere();
-  bool putFirst(QRTChunkRecord* record, void* p);
   void* allocSlow();
-  void freeSlow(void* p);
+  bool isQuick() const { return m_detectOverWrites == 0 && m_watched == 0; }
   void choosePath();
   void setWindows(QRTChunkWindows* windows);
 
@@ -262,7 +215,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   Chunk* m_chunks;                        // all chunks, the newest first; owned
   std::uint32_t m_esize;                  // bytes from slot to slot
   std::uint32_t m_size;                   // element size as given, 8 for 0
-  void* m_freeList;                       // free elements of the whole pool, without headers
+  FreeElement* m_freeList;                // free elements of the whole pool, without headers
   std::uint32_t m_growable : 1;           // whether alloc obtains chunks by itself
   std::uint32_t m_detectOverWrites : 1;   // whether every operation verifies every header
   std::uint32_t m_abortOnOverWrites : 1;  // whether a damaged header ends the process
@@ -270,15 +223,15 @@ class QRT_EXPORT QRTFixedMemoryPool {
   int m_useHeaders;                       // whether elements carry headers
   Chunk* m_current;                       // chunk that alloc tries first, with headers
   QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
-  unsigned m_aheadAt;                     // distance of an element's hint from its start
-  unsigned m_run;                         // frees since the last alloc
-  void* m_recent[kAhead];                 // the last elements freed, by m_run
-  std::uint64_t m_freeHeader;             // header of a free element whose area is at distance 0
-  const QRTChunkTable* m_table;           // that of m_windows
+  QRTChunkRecord* m_quickRecord;          // the same where alloc needs not look further
+  void* m_lastFreed;                      // the last element freed, without headers
+  void* m_recent[kAhead];                 // the last elements freed in a row, by m_noted
+  unsigned m_noted;                       // elements that were put into m_recent
+  const QRTChunkTable* m_table;           // that of m_windows where free needs not look further
   QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned
   QRTChunkWindows* m_windows;             // the chunks by address; owned unless it is an arena's
   unsigned m_added;                       // chunks added so far
-  Path m_path;                            // what alloc and free may do at once
+  Path m_path;                            // what alloc and free do at once
   bool m_sharesWindows;                   // whether it is
 };
 

@@ -39,7 +39,15 @@ class QRT_EXPORT QRTMemoryArena {
   /// @throws QRTOutOfMemoryError  a bin cannot obtain a chunk; the budget is not charged
   /// @throws QRTAssertError       a damaged header was found
   /// Cost: constant for a bin that has a free element; for a large block that of the heap's malloc.
-  void* alloc(unsigned size);
+  void* alloc(unsigned size) {
+    // Size 0 wraps to an index beyond every bin.
+    const auto bin = static_cast<unsigned>(size2Index(size));
+    void* p = nullptr;
+    if (bin < static_cast<unsigned>(m_numVarBins)) {
+      p = m_pools[bin]->m_quickRecord->take();
+    }
+    return p != nullptr ? p : allocHere(size);
+  }
 
   /// Takes a block back.
   /// @param mem  a block that `alloc` of this arena handed out
@@ -47,7 +55,12 @@ class QRT_EXPORT QRTMemoryArena {
   ///                         belongs elsewhere. A large block that is not this arena's is not
   ///                         released, but its size is credited to the budget.
   /// Cost: constant for a bin element; for a large block that of the heap's free.
-  void free(void* mem);
+  void free(void* mem) {
+    // The address tells the bin. The header does too, but everything else would have to wait for it.
+    if (!m_table->guess(mem)->put(mem)) {
+      freeHere(mem);
+    }
+  }
 
   /// Raises the budget by `size` bytes or one chunk, whichever is larger, plus 8. It stops at
   /// 2^32 - 1.
@@ -93,11 +106,15 @@ class QRT_EXPORT QRTMemoryArena {
   friend class QRTAllocatorView;
 
   static unsigned index2Size(int bin);
-  static int size2Index(unsigned size);
+  static int size2Index(unsigned size) { return static_cast<int>((size - 1) / kBinStep); }
+  static constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
 
+  // What is left of alloc and free: other chunks, large blocks, checks, errors.
+  void* allocHere(unsigned size);
+  void freeHere(void* mem);
   [[gnu::noinline]] void* allocFromBin(unsigned bin);
   [[gnu::noinline]] void* allocLarge(unsigned size);
-  [[gnu::noinline]] void freeSlow(void* mem);
+  void chooseTable();
   void freeLarge(void* mem, unsigned size);
   bool makeRoom(std::uint64_t total);
   void release() noexcept;
@@ -115,6 +132,7 @@ class QRT_EXPORT QRTMemoryArena {
   QRTLargeBlocks* m_nonBinBlocks;            // headers of the large blocks handed out; owned
   int m_watched;                             // whether a memory checker observes the process
   QRTChunkWindows* m_windows;                // the chunks of all bins by address; owned
+  const QRTChunkTable* m_table;              // the same where free needs not look further
 };
 
 #endif  // QRTMEMORYARENA_H

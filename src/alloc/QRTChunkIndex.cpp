@@ -12,56 +12,65 @@ QRTChunkIndex::~QRTChunkIndex() {
 bool QRTChunkIndex::add(QRTChunkRecord* record) noexcept {
   // Ages of removed chunks are won back when they are the majority.
   if (m_records.size() == m_records.capacity() && m_live < m_records.size() / 2) {
-    renumber();
+    m_records.erase(std::remove(m_records.begin(), m_records.end(), nullptr), m_records.end());
+    placeAll();
   }
-  const auto age = static_cast<unsigned>(m_records.size());
+  const std::size_t age = m_records.size();
   try {
-    m_mayHave.resize(age / kBits + 1);
-    m_summary.resize(age / kBits / kBits + 1);
-    m_records.push_back(record);
+    m_records.reserve(age + 1);
+    if (m_has.size() * kBits <= age) {
+      m_has.resize(age / kBits + 1);
+      m_summary.resize(age / kBits / kBits + 1);
+      placeAll();  // the words may have moved
+    }
   } catch (const std::bad_alloc&) {
+    placeAll();
     return false;
   }
-  record->age = age;
+  m_records.push_back(record);
+  place(record, age);
   m_top = static_cast<unsigned>(m_summary.size()) - 1;
   ++m_live;
-  setBit(age);
   return true;
 }
 
 void QRTChunkIndex::remove(QRTChunkRecord* record) noexcept {
-  noteFull(record);
+  record->noteFull();
   m_records[record->age] = nullptr;
   --m_live;
   QRTChunkRecord::release(record);
 }
 
-/// The search when the highest bit is out of date: clears bits until one is not.
-QRTChunkRecord* QRTChunkIndex::searchNewest() noexcept {
-  for (std::size_t top = m_summary.size(); top-- > 0;) {
-    while (m_summary[top] != 0) {
-      const unsigned word = static_cast<unsigned>(top) * kBits + highest(m_summary[top]);
-      while (m_mayHave[word] != 0) {
-        QRTChunkRecord* const record = m_records[word * kBits + highest(m_mayHave[word])];
-        if (record->free != 0) {
-          return record;
-        }
-        noteFull(record);
-      }
-      m_summary[top] &= ~bitOf(word);
+/// The search when none of the newest chunks has a free element.
+QRTChunkRecord* QRTChunkIndex::searchNewest() const noexcept {
+  for (unsigned top = m_top; top-- > 0;) {
+    if (m_summary[top] != 0) {
+      return newestOf(top, m_summary[top]);
     }
   }
   return nullptr;
 }
 
-/// Gives the chunks new ages without holes; all of them may have free elements.
-void QRTChunkIndex::renumber() noexcept {
-  m_records.erase(std::remove(m_records.begin(), m_records.end(), nullptr), m_records.end());
-  std::fill(m_mayHave.begin(), m_mayHave.end(), 0);
+/// Tells a chunk its age and its bits, and sets them.
+void QRTChunkIndex::place(QRTChunkRecord* record, std::size_t age) noexcept {
+  const std::size_t word = age / kBits;
+  record->age = static_cast<unsigned>(age);
+  record->has = &m_has[word];
+  record->hasBit = std::uint64_t{1} << (age % kBits);
+  record->summary = &m_summary[word / kBits];
+  record->summaryBit = std::uint64_t{1} << (word % kBits);
+  if (record->free != 0) {
+    record->noteFree();
+  }
+}
+
+/// The same for all, when ages or words have changed.
+void QRTChunkIndex::placeAll() noexcept {
+  std::fill(m_has.begin(), m_has.end(), 0);
   std::fill(m_summary.begin(), m_summary.end(), 0);
-  unsigned age = 0;
-  for (QRTChunkRecord* record : m_records) {
-    record->age = age++;
-    setBit(record->age);
+  for (std::size_t age = 0; age < m_records.size(); ++age) {
+    if (m_records[age] != nullptr) {
+      place(m_records[age], age);
+    }
   }
 }

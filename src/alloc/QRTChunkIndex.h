@@ -11,7 +11,8 @@
 /// A pool hands out from the first chunk of its list, newest first, that has a free element. In a
 /// large pool each look at a chunk is a cache miss, all the more as trailers lie 32 KiB apart and
 /// compete for the same few cache sets. The index numbers the chunks by age and keeps a bit for
-/// each: set at every free, cleared when a search finds the chunk full.
+/// each that has a free element. Nothing here depends on which chunks these are by a branch: that
+/// is anybody's guess, and a wrong one waits for the address of what was freed.
 class QRTChunkIndex {
  public:
   QRTChunkIndex() = default;
@@ -26,51 +27,31 @@ class QRTChunkIndex {
   /// Takes a chunk out and releases its record.
   void remove(QRTChunkRecord* record) noexcept;
 
-  /// Notes that an element of a chunk was given back.
-  void noteFree(const QRTChunkRecord* record) noexcept { setBit(record->age); }
-
-  /// Notes that a chunk has no free element left.
-  void noteFull(const QRTChunkRecord* record) noexcept {
-    m_mayHave[record->age / kBits] &= ~bitOf(record->age);
-  }
-
   /// @return the newest chunk with a free element, or null; only for an index that has chunks
-  /// Cost: constant, plus the chunks that became full since they were noted.
+  /// Cost: constant up to 4,096 chunks, then one more step for each 4,096 newer ones that are full.
   [[gnu::always_inline]] QRTChunkRecord* newestWithFree() noexcept {
     const std::uint64_t summary = m_summary[m_top];
-    if (summary != 0) {
-      const unsigned word = m_top * kBits + highest(summary);
-      const std::uint64_t mayHave = m_mayHave[word];
-      if (mayHave != 0) {
-        QRTChunkRecord* const record = m_records[word * kBits + highest(mayHave)];
-        if (record->free != 0) {
-          return record;
-        }
-      }
-    }
-    return searchNewest();
+    return summary != 0 ? newestOf(m_top, summary) : searchNewest();
   }
 
  private:
   static constexpr unsigned kBits = 64;
 
-  static constexpr std::uint64_t bitOf(unsigned index) {
-    return std::uint64_t{1} << (index % kBits);
-  }
   static unsigned highest(std::uint64_t word) {
     return static_cast<unsigned>(__builtin_clzll(word)) ^ 63;
   }
-  void setBit(unsigned age) noexcept {
-    m_mayHave[age / kBits] |= bitOf(age);
-    m_summary[age / kBits / kBits] |= bitOf(age / kBits);
+  QRTChunkRecord* newestOf(unsigned top, std::uint64_t summary) const noexcept {
+    const unsigned word = top * kBits + highest(summary);
+    return m_records[word * kBits + highest(m_has[word])];
   }
 
-  [[gnu::noinline]] QRTChunkRecord* searchNewest() noexcept;
-  void renumber() noexcept;
+  [[gnu::noinline]] QRTChunkRecord* searchNewest() const noexcept;
+  void place(QRTChunkRecord* record, std::size_t age) noexcept;
+  void placeAll() noexcept;
 
   std::vector<QRTChunkRecord*> m_records;  // by age, null where one was removed; owned
-  std::vector<std::uint64_t> m_mayHave;    // one bit per age: the chunk may have a free element
-  std::vector<std::uint64_t> m_summary;    // one bit per word of m_mayHave that may not be zero
+  std::vector<std::uint64_t> m_has;        // one bit per age: the chunk has a free element
+  std::vector<std::uint64_t> m_summary;    // one bit per word of m_has that is not zero
   unsigned m_top = 0;                      // last word of m_summary
   std::size_t m_live = 0;                  // chunks in the index
 };

@@ -21,7 +21,7 @@ constexpr std::size_t placesFor(std::size_t windows) {
 }  // namespace
 
 bool QRTChunkWindows::add(QRTChunkRecord* record) noexcept {
-  if (placesFor(m_used + kWindowsPerChunk) > m_last && !makeRoom()) {
+  if (placesFor(m_used + kWindowsPerChunk) > last && !makeRoom()) {
     return false;
   }
   enter(record);
@@ -56,25 +56,29 @@ void QRTChunkWindows::remove(const QRTChunkRecord* record) noexcept {
 QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
   const auto at = reinterpret_cast<std::uintptr_t>(address);
   const std::uintptr_t number = at >> kBits;
-  for (std::size_t place = placeOf(number); places[place].number != 0;
-       place = (place + 1) & m_last) {
-    const QRTChunkWindow& window = places[place];
-    if (window.number == number) {
-      QRTChunkRecord* const record = window.side[at >= window.border ? 1 : 0];
-      return record->distanceOf(address) < QRTChunkRecord::kChunkBytes ? record
-                                                                       : &QRTChunkRecord::none;
+  const QRTChunkWindow& window = placeFor(number);
+  QRTChunkRecord* const record = window.side[at >= window.border ? 1 : 0];
+  return window.number == number && record->distanceOf(address) < QRTChunkRecord::kChunkBytes
+             ? record
+             : &QRTChunkRecord::none;
+}
+
+/// Where the window of a number stands, or the empty place where it would.
+QRTChunkWindow& QRTChunkWindows::placeFor(std::uintptr_t number) const noexcept {
+  std::size_t place = placeOf(number);
+  if (places[place].number != 0 && places[place].number != number) {
+    // Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio.
+    place = (std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & last;
+    while (places[place].number != 0 && places[place].number != number) {
+      place = (place + 1) & last;
     }
   }
-  return &QRTChunkRecord::none;
+  return places[place];
 }
 
 /// The window of a number, made if there is none. The caller has seen to it that there is room.
 QRTChunkWindow& QRTChunkWindows::windowOf(std::uintptr_t number) noexcept {
-  std::size_t place = placeOf(number);
-  while (places[place].number != 0 && places[place].number != number) {
-    place = (place + 1) & m_last;
-  }
-  QRTChunkWindow& window = places[place];
+  QRTChunkWindow& window = placeFor(number);
   if (window.number == 0) {
     window.number = number;
     ++m_used;
@@ -88,20 +92,19 @@ bool QRTChunkWindows::makeRoom() noexcept {
   std::vector<QRTChunkWindow> before;
   std::size_t count = 0;
   try {
-    for (std::size_t place = 0; place <= m_last; ++place) {
+    for (std::size_t place = 0; place <= last; ++place) {
       if (places[place].side[1] != &QRTChunkRecord::none) {
         records.push_back(places[place].side[1]);
       }
     }
     count = std::bit_ceil(placesFor((records.size() + 1) * kWindowsPerChunk) + 1);
-    before.resize(count, kEmpty);
+    before.resize(count, QRTChunkWindow::kEmpty);
   } catch (const std::bad_alloc&) {
     return false;
   }
   std::swap(before, m_windows);
   places = m_windows.data();
-  m_last = count - 1;
-  shift = 32 - static_cast<unsigned>(std::countr_zero(count));
+  last = count - 1;
   m_used = 0;
   for (QRTChunkRecord* record : records) {
     enter(record);

@@ -16,10 +16,12 @@
 /// Addresses are cut into windows of 16 KiB, half a chunk. A window holds the end of one chunk and
 /// the start of another at most, however close together they lie. Windows are found by open
 /// addressing. The record that is found tells whether it is the right one, so that the first place
-/// is mostly all there is to look at.
+/// is mostly all there is to look at. A window whose place is taken by one of another region of
+/// memory stands somewhere behind a scattered place: side by side with its neighbours it would run
+/// into all of the other region's.
 class QRTChunkWindows : public QRTChunkTable {
  public:
-  QRTChunkWindows() : QRTChunkTable{m_none, 31} {}
+  QRTChunkWindows() : QRTChunkTable(none) {}
   QRTChunkWindows(const QRTChunkWindows&) = delete;
   QRTChunkWindows& operator=(const QRTChunkWindows&) = delete;
 
@@ -35,17 +37,13 @@ class QRTChunkWindows : public QRTChunkTable {
   QRTChunkRecord* find(const void* address) const noexcept;
 
  private:
-  static constexpr QRTChunkWindow kEmpty = {
-      UINTPTR_MAX, {&QRTChunkRecord::none, &QRTChunkRecord::none}, 0};
-
+  QRTChunkWindow& placeFor(std::uintptr_t number) const noexcept;
   QRTChunkWindow& windowOf(std::uintptr_t number) noexcept;
   void enter(QRTChunkRecord* record) noexcept;
   bool makeRoom() noexcept;
 
   std::vector<QRTChunkWindow> m_windows;
-  QRTChunkWindow m_none[2] = {kEmpty, kEmpty};  // stand in for m_windows until there is one
-  std::size_t m_last = 1;                       // last place
-  std::size_t m_used = 0;                       // places that are not empty
+  std::size_t m_used = 0;  // places that are not empty
 };
 
 #endif  // QRTCHUNKWINDOWS_H

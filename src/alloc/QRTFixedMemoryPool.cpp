@@ -44,15 +44,15 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_useHeaders(useHeaders),
       m_current(nullptr),
       m_currentRecord(&QRTChunkRecord::none),
-      m_aheadAt(m_esize >= 2 * sizeof(void*) ? sizeof(void*) : 0),
-      m_run(0),
+      m_quickRecord(&QRTChunkRecord::none),
+      m_lastFreed(nullptr),
       m_recent{},
-      m_freeHeader((m_size | kFiller) - (std::uint64_t{kHeaderBytes} << 32)),
-      m_table(nullptr),
+      m_noted(0),
+      m_table(&QRTChunkTable::none),
       m_index(nullptr),
       m_windows(nullptr),
       m_added(0),
-      m_path(eLong),
+      m_path(eOther),
       m_sharesWindows(false) {
   static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
@@ -83,20 +83,10 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
 
 void* QRTFixedMemoryPool::allocHere() {
   void* p = nullptr;
-  if (m_path == eHeaders) {
+  if (m_useHeaders != 0 && isQuick()) {
     p = allocElsewhere();
   }
   return p != nullptr ? p : allocSlow();
-}
-
-void QRTFixedMemoryPool::freeHere(void* p) {
-  if (m_path == eHeaders) {
-    QRTChunkRecord* const record = m_windows->find(p);
-    if (put(record, p) || putFirst(record, p)) {
-      return;
-    }
-  }
-  freeSlow(p);
 }
 
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.
@@ -106,36 +96,25 @@ void* QRTFixedMemoryPool::allocElsewhere() {
   if (record == nullptr) {
     return nullptr;
   }
-  void* const p = take(record);
+  void* const p = record->take();
   if (record->free == 0) {
-    m_index->noteFull(record);
+    record->noteFull();
   }
   return p;
 }
 
-/// The first element that is put back into a chunk that had none free.
-bool QRTFixedMemoryPool::putFirst(QRTChunkRecord* record, void* p) {
-  if (record->free != 0 || !putOn(record, 0, p)) {
-    return false;
-  }
-  m_index->noteFree(record);
-  return true;
-}
-
 /// Settles what alloc and free may do, when something it depends on has changed.
 void QRTFixedMemoryPool::choosePath() {
-  if (m_detectOverWrites != 0 || m_watched != 0) {
-    m_path = eLong;
-  } else if (m_useHeaders == 0) {
-    m_path = m_aheadAt != 0 && m_added >= kLarge ? eAhead : ePlain;
-  } else {
-    m_path = m_windows != nullptr ? eHeaders : eLong;
+  if (m_useHeaders == 0 && m_watched == 0) {
+    // A hint stands behind the link.
+    m_path = m_esize >= 2 * sizeof(void*) && m_added >= kLarge ? eAhead : ePlain;
   }
+  m_quickRecord = isQuick() ? m_currentRecord : &QRTChunkRecord::none;
+  m_table = isQuick() && m_windows != nullptr ? m_windows : &QRTChunkTable::none;
 }
 
 void QRTFixedMemoryPool::setWindows(QRTChunkWindows* windows) {
   m_windows = windows;
-  m_table = windows;
   choosePath();
 }
 
@@ -154,7 +133,7 @@ void* QRTFixedMemoryPool::allocSlow() {
   QRTChunkRecord* record = nullptr;
   const auto next = [&]() -> char* {
     if (m_useHeaders == 0) {
-      return static_cast<char*>(m_freeList);
+      return reinterpret_cast<char*>(m_freeList);
     }
     record = findFree();
     return record != nullptr ? record->start + record->head() : nullptr;
@@ -173,13 +152,16 @@ void* QRTFixedMemoryPool::allocSlow() {
   }
   // Step 4
   if (m_useHeaders == 0) {
-    m_freeList = qrtLoadLink(area);
+    m_freeList = m_freeList->next;
   } else {
     // A size or an offset that is not right is damage that is let pass here.
     testHeader(headerOf(area));
     --record->free;
     record->writeHead(record->head());
     headerOf(area)->m_inUse = 1;
+    if (record->free == 0) {
+      record->noteFull();
+    }
   }
   if (m_watched != 0) {
     QRTMemoryChecker::handedOut(this, area, callerBytes());
@@ -192,11 +174,10 @@ void* QRTFixedMemoryPool::allocSlow() {
 /// more than one.
 /// @return null when no chunk has a free element
 inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
+  if (m_currentRecord->free != 0) {
+    return m_currentRecord;
+  }
   if (m_currentRecord != &QRTChunkRecord::none) {
-    if (m_currentRecord->free != 0) {
-      return m_currentRecord;
-    }
-    m_index->noteFull(m_currentRecord);
     setCurrent(&QRTChunkRecord::none);
   }
   QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
@@ -206,7 +187,7 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
   return record;
 }
 
-void QRTFixedMemoryPool::freeSlow(void* p) {
+void QRTFixedMemoryPool::freeHere(void* p) {
   if (m_detectOverWrites != 0) {
     checkForMemoryOverWrite();
   }
@@ -218,8 +199,7 @@ void QRTFixedMemoryPool::freeSlow(void* p) {
     giveBack(area);
   } else {
     const QRTMemoryChecker::Pass pass(m_watched != 0);
-    qrtStoreLink(area, static_cast<char*>(m_freeList));
-    m_freeList = area;
+    m_freeList = new (p) FreeElement{m_freeList};
   }
   if (m_watched != 0) {
     QRTMemoryChecker::givenBack(this, area, callerBytes());
@@ -245,7 +225,7 @@ void QRTFixedMemoryPool::giveBack(char* area) {
   record->stack()[++record->free] = static_cast<std::uint16_t>(distance);
   record->writeHead(distance);
   headerOf(area)->m_inUse = 0;
-  m_index->noteFree(record);
+  record->noteFree();
 }
 
 void QRTFixedMemoryPool::grow(void* chunk) {
@@ -293,7 +273,7 @@ QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
   if (m_index == nullptr || m_windows == nullptr) {
     return nullptr;
   }
-  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk());
+  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk(), m_size);
   if (record == nullptr || !m_index->add(record)) {
     QRTChunkRecord::release(record);
     return nullptr;
@@ -315,7 +295,7 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   for (unsigned slot = 0; slot < count; ++slot, area += m_esize) {
     if (m_useHeaders != 0) {
       const auto distance = static_cast<unsigned>(area - chunk->data);
-      const std::uint64_t header = headerAt(distance);
+      const std::uint64_t header = record->headerAt(distance);
       std::memcpy(area - kHeaderBytes, &header, sizeof header);
       record->stack()[count - slot] = static_cast<std::uint16_t>(distance);
     }
@@ -325,11 +305,12 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   if (m_useHeaders != 0) {
     qrtStoreLink(last, nullptr);
     record->free = record->elements;
+    record->noteFree();
     record->writeHead(record->head());
   } else {
-    qrtStoreLink(last, static_cast<char*>(m_freeList));
+    new (last) FreeElement{m_freeList};
     chunk->clearFreeHead();
-    m_freeList = first;
+    m_freeList = reinterpret_cast<FreeElement*>(first);
   }
 }
 

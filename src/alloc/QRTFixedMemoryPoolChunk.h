@@ -89,7 +89,11 @@ inline QRTChunkRecord* QRTFixedMemoryPool::recordOf(const void* place) const {
 }
 
 inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
+  if (m_currentRecord != &QRTChunkRecord::none && m_currentRecord->free == 0) {
+    m_currentRecord->noteFull();
+  }
   m_currentRecord = record;
+  m_quickRecord = isQuick() ? record : &QRTChunkRecord::none;
   m_current = reinterpret_cast<Chunk*>(record->start);
 }
 

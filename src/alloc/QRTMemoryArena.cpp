@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "QRTChunkIndex.h"
 #include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
@@ -18,7 +19,6 @@ namespace {
 
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 
-constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
 constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
 constexpr unsigned kDefaultBudget = 262144;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
@@ -41,7 +41,8 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_maxNonBin(0),
       m_nonBinBlocks(nullptr),
       m_watched(QRTMemoryChecker::isActive()),
-      m_windows(nullptr) {
+      m_windows(nullptr),
+      m_table(&QRTChunkTable::none) {
   // A negative count is a length no vector can have.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
   m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
@@ -60,6 +61,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       pool->setWindows(m_windows);
       pool->m_sharesWindows = true;
     }
+    chooseTable();
   } catch (...) {
     release();
     throw;
@@ -90,16 +92,11 @@ void QRTMemoryArena::release() noexcept {
   }
 }
 
-void* QRTMemoryArena::alloc(unsigned size) {
-  // Size 0 wraps to an index beyond every bin.
-  const unsigned bin = static_cast<unsigned>(size2Index(size));
+void* QRTMemoryArena::allocHere(unsigned size) {
+  const auto bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     QRTFixedMemoryPool* const pool = m_pools[bin];
-    void* p = nullptr;
-    if (pool->m_path == QRTFixedMemoryPool::eHeaders) {
-      QRTChunkRecord* const record = pool->m_currentRecord;
-      p = record->free != 0 ? pool->take(record) : pool->allocElsewhere();
-    }
+    void* const p = pool->isQuick() ? pool->allocElsewhere() : nullptr;
     return p != nullptr ? p : allocFromBin(bin);
   }
   return size != 0 ? allocLarge(size) : nullptr;
@@ -209,19 +206,7 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
   return total <= m_remaining;
 }
 
-void QRTMemoryArena::free(void* mem) {
-  // The address tells the bin. The header does too, but everything else would have to wait for it.
-  const auto put = [mem](QRTChunkRecord* record) {
-    QRTFixedMemoryPool* const pool = record->pool;
-    return pool != nullptr && pool->m_path == QRTFixedMemoryPool::eHeaders &&
-           (pool->put(record, mem) || pool->putFirst(record, mem));
-  };
-  if (!put(m_windows->guess(mem)) && !put(m_windows->find(mem))) {
-    freeSlow(mem);
-  }
-}
-
-void QRTMemoryArena::freeSlow(void* mem) {
+void QRTMemoryArena::freeHere(void* mem) {
   QRT_ASSERT(mem);
   checkForMemoryOverWrite();
   unsigned size = 0;
@@ -270,10 +255,6 @@ int QRTMemoryArena::size2Bin(unsigned size) {
 
 unsigned QRTMemoryArena::index2Size(int bin) {
   return kBinStep * static_cast<unsigned>(bin) + kBinStep;
-}
-
-int QRTMemoryArena::size2Index(unsigned size) {
-  return static_cast<int>((size - 1) / kBinStep);
 }
 
 int QRTMemoryArena::getNumVarBins() const {
@@ -334,10 +315,17 @@ void QRTMemoryArena::checkForMemoryOverWrite() const {
   }
 }
 
+/// Settles where free looks first, when something it depends on has changed.
+void QRTMemoryArena::chooseTable() {
+  const bool isQuick = m_numVarBins > 0 && m_pools[0]->isQuick();
+  m_table = isQuick ? m_windows : &QRTChunkTable::none;
+}
+
 void QRTMemoryArena::setDetectMemoryOverWrites(int on) {
   for (QRTFixedMemoryPool* pool : m_pools) {
     pool->setDetectMemoryOverWrites(on);
   }
+  chooseTable();
 }
 
 void QRTMemoryArena::setAbortProcessOnMemoryOverWrites(int on) {
