@@ -39,7 +39,7 @@ class QRT_EXPORT QRTMemoryArena {
   /// @throws QRTOutOfMemoryError  a bin cannot obtain a chunk; the budget is not charged
   /// @throws QRTAssertError       a damaged header was found
   /// Cost: constant for a bin that has a free element; for a large block that of the heap's malloc.
-  void* alloc(unsigned size) {
+  [[gnu::always_inline]] void* alloc(unsigned size) {
     // Size 0 wraps to an index beyond every bin.
     const auto bin = static_cast<unsigned>(size2Index(size));
     void* p = nullptr;
@@ -55,7 +55,7 @@ class QRT_EXPORT QRTMemoryArena {
   ///                         belongs elsewhere. A large block that is not this arena's is not
   ///                         released, but its size is credited to the budget.
   /// Cost: constant for a bin element; for a large block that of the heap's free.
-  void free(void* mem) {
+  [[gnu::always_inline]] void free(void* mem) {
     // The address tells the bin. The header does too, but everything else would have to wait for it.
     if (!m_table->guess(mem)->put(mem)) {
       freeHere(mem);
