@@ -76,6 +76,17 @@ class QRT_EXPORT QRTMemoryPool {
       }
     }
 
+    /// Changes the size of a free block to `units` units, at least one and no more than it had.
+    void setUnits(unsigned units) {
+      if (!kPacked) {
+        half[1] = units;
+      } else if (units > 1) {
+        this[1].word = units;
+      } else {
+        word |= kOneUnit;
+      }
+    }
+
     /// Links a free block to another successor and keeps its size.
     void setNext(memheader* next) {
       const auto link = reinterpret_cast<std::uintptr_t>(next);
@@ -135,12 +146,14 @@ class QRT_EXPORT QRTMemoryPool {
  private:
   friend class QRTAllocatorView;
 
+  void* obtain(unsigned units);
   memheader* find(unsigned units);
   memheader* findFar(memheader* prev, unsigned units);
   memheader* lastBefore(const memheader* block);
   void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
-  void linkFree(memheader* bp);
+  unsigned giveBack(memheader* bp);
+  void linkFree(memheader* bp, unsigned units);
   bool isMine(const memheader* bp) const;
 
   unsigned m_remaining;         // bytes that may still be obtained from the heap

@@ -12,7 +12,7 @@ using Extent = QRTHeapExtents::Extent;
 
 constexpr std::size_t kStretch = QRTHeapExtents::kStretch;
 constexpr std::size_t kBits = 64;
-constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+constexpr std::size_t kNoBit = static_cast<std::size_t>(-1);
 
 std::size_t stretchOf(const Extent& extent, const Header* at) {
   return static_cast<std::size_t>(at - extent.begin) / kStretch;
@@ -45,13 +45,13 @@ void clearStart(Extent& extent, const Header* block) {
   }
 }
 
-/// The number of the highest bit below `end` in a row of bits, or kNowhere.
+/// The number of the highest bit below `end` in a row of bits, or kNoBit.
 std::size_t highestBelow(const std::vector<std::uint64_t>& words, std::size_t end) {
   std::size_t word = end / kBits;
   std::uint64_t bits = word < words.size() ? words[word] & (bitOf(end) - 1) : 0;
   while (bits == 0) {
     if (word-- == 0) {
-      return kNowhere;
+      return kNoBit;
     }
     bits = words[word];
   }
@@ -65,7 +65,7 @@ Header* startBelow(const Extent& extent, std::size_t unit) {
   std::size_t word = own;
   if (bits == 0) {
     word = highestBelow(extent.filled, own);
-    if (word == kNowhere) {
+    if (word == kNoBit) {
       return nullptr;
     }
     bits = extent.starts[word];
@@ -151,13 +151,7 @@ void QRTHeapExtents::add(Header* begin, Header* end) {
     m_extents.erase(std::next(first), last);
   }
   m_stretches += stretches - before;
-}
-
-std::size_t QRTHeapExtents::unitsFrom(const Header* at) const {
-  const std::size_t index = indexOf(at);
-  return index != kNowhere && reinterpret_cast<std::uintptr_t>(at) % sizeof(Header) == 0
-             ? static_cast<std::size_t>(m_extents[index].end - at)
-             : 0;
+  m_lastBegin = m_lastEnd = nullptr;
 }
 
 void QRTHeapExtents::noteFree(Header* block, unsigned units) {
@@ -230,10 +224,16 @@ void QRTHeapExtents::setBound(const Tour& tour, unsigned units) {
 }
 
 std::size_t QRTHeapExtents::indexOf(const Header* at) const {
-  const auto above = std::upper_bound(m_extents.begin(), m_extents.end(), at,
-                                      [](const Header* p, const Extent& e) { return p < e.begin; });
-  if (above == m_extents.begin() || at >= std::prev(above)->end) {
-    return kNowhere;
+  if (!isInLast(at)) {
+    const auto above =
+        std::upper_bound(m_extents.begin(), m_extents.end(), at,
+                         [](const Header* p, const Extent& e) { return p < e.begin; });
+    if (above == m_extents.begin() || at >= std::prev(above)->end) {
+      return kNowhere;
+    }
+    m_last = static_cast<std::size_t>(above - m_extents.begin()) - 1;
+    m_lastBegin = m_extents[m_last].begin;
+    m_lastEnd = m_extents[m_last].end;
   }
-  return static_cast<std::size_t>(above - m_extents.begin()) - 1;
+  return m_last;
 }

@@ -52,9 +52,15 @@ class QRTHeapExtents {
   void add(Header* begin, Header* end);
 
   /// @return units from an address to the end of the extent it lies in; 0 when it lies in none or
-  /// is
-  ///         not a place for a header
-  std::size_t unitsFrom(const Header* at) const;
+  ///         is not a place for a header
+  std::size_t unitsFrom(const Header* at) const {
+    if (!isInLast(at) && indexOf(at) == kNowhere) {
+      return 0;
+    }
+    return reinterpret_cast<std::uintptr_t>(at) % sizeof(Header) == 0
+               ? static_cast<std::size_t>(m_lastEnd - at)
+               : 0;
+  }
 
   /// Notes that a block came on the free list.
   /// @param units  its size
@@ -101,10 +107,18 @@ class QRTHeapExtents {
   const std::vector<Extent>& all() const { return m_extents; }
 
  private:
+  static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+
+  bool isInLast(const Header* at) const { return m_lastBegin <= at && at < m_lastEnd; }
   std::size_t indexOf(const Header* at) const;
 
   std::vector<Extent> m_extents;  // ascending by address
   std::size_t m_stretches = 0;    // in all of them
+
+  // The extent that was looked up last, which is mostly the one that is looked up next.
+  mutable std::size_t m_last = 0;
+  mutable const Header* m_lastBegin = nullptr;
+  mutable const Header* m_lastEnd = nullptr;
 };
 
 #endif  // QRTHEAPEXTENTS_H

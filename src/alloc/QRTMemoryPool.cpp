@@ -97,8 +97,20 @@ QRTMemoryPool::~QRTMemoryPool() {
 }
 
 void* QRTMemoryPool::alloc(unsigned size) {
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
   const unsigned units = unitsFor(size);
+  if (m_watched != 0) {
+    const QRTMemoryChecker::Pass pass(true);
+    void* const memBlock = obtain(units);
+    if (memBlock != nullptr) {
+      QRTMemoryChecker::handedOut(this, memBlock, std::size_t{units - 1} * kUnit);
+    }
+    return memBlock;
+  }
+  return obtain(units);
+}
+
+/// alloc for so many units.
+inline void* QRTMemoryPool::obtain(unsigned units) {
   if (m_rover == nullptr) {
     m_base.setFree(&m_base, 0);
     m_rover = &m_base;
@@ -116,7 +128,7 @@ void* QRTMemoryPool::alloc(unsigned size) {
 
 /// Finds the first block that is large enough, from the one behind the rover on.
 /// @return the block in front of it on the list; null when there is none
-QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
+inline QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
   Header* prev = m_rover;
   for (unsigned step = 0; step < kWalked; ++step) {
     Header* const p = prev->next();
@@ -176,7 +188,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::lastBefore(const memheader* block) {
 }
 
 /// Takes `units` units from the block behind `prev`.
-void* QRTMemoryPool::take(memheader* prev, unsigned units) {
+inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   Header* const p = prev->next();
   const unsigned have = p->units();
   Header* block = p;
@@ -185,14 +197,11 @@ void* QRTMemoryPool::take(memheader* prev, unsigned units) {
     m_extents->noteTaken(p);
   } else {
     // Cut from the high end: the free block stays where it is on the list.
-    p->setFree(p->next(), have - units);
+    p->setUnits(have - units);
     block = p + (have - units);
   }
   block->setHandedOut(units);
   m_rover = prev;
-  if (m_watched != 0) {
-    QRTMemoryChecker::handedOut(this, block + 1, std::size_t{units - 1} * kUnit);
-  }
   return block + 1;
 }
 
@@ -223,8 +232,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
     return nullptr;
   }
   m_remaining = m_remaining > bytes ? m_remaining - static_cast<unsigned>(bytes) : 0;
-  block->setHandedOut(static_cast<unsigned>(count));
-  linkFree(block);
+  linkFree(block, static_cast<unsigned>(count));
   if (m_watched != 0) {
     QRTMemoryChecker::close(block, static_cast<std::size_t>(bytes));
   }
@@ -233,19 +241,27 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
 
 void QRTMemoryPool::free(void* memBlock) {
   QRT_ASSERT(memBlock);
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
   Header* const bp = static_cast<Header*>(memBlock) - 1;
-  QRT_ASSERT_NAMED(isMine(bp), "QRTMemoryPool::free: not a block that this pool handed out.");
-  const std::size_t usable = std::size_t{bp->handedOutUnits() - 1} * kUnit;
-  linkFree(bp);
   if (m_watched != 0) {
-    QRTMemoryChecker::givenBack(this, memBlock, usable);
+    const QRTMemoryChecker::Pass pass(true);
+    const unsigned units = giveBack(bp);
+    QRTMemoryChecker::givenBack(this, memBlock, std::size_t{units - 1} * kUnit);
+  } else {
+    giveBack(bp);
   }
 }
 
-/// Puts a block that is handed out on the free list, merging it with the free blocks it touches.
-void QRTMemoryPool::linkFree(memheader* bp) {
+/// free for a block's header.
+/// @return the units of the block
+inline unsigned QRTMemoryPool::giveBack(memheader* bp) {
+  QRT_ASSERT_NAMED(isMine(bp), "QRTMemoryPool::free: not a block that this pool handed out.");
   const unsigned units = bp->handedOutUnits();
+  linkFree(bp, units);
+  return units;
+}
+
+/// Puts a block that is not on the free list on it, merging it with the free blocks it touches.
+inline void QRTMemoryPool::linkFree(memheader* bp, unsigned units) {
   Header* const end = bp + units;
   // Its place is mostly where the last operation was; else behind the free block below it, or
   // behind the sentinel when that lies in between.
@@ -293,7 +309,7 @@ void QRTMemoryPool::getStats(unsigned& blockCount, unsigned& increment, unsigned
 }
 
 /// Whether a header lies in the pool's memory and reads as one of a block that is handed out.
-bool QRTMemoryPool::isMine(const memheader* bp) const {
+inline bool QRTMemoryPool::isMine(const memheader* bp) const {
   const std::size_t room = m_extents->unitsFrom(bp);
   return room != 0 && bp->isHandedOut() && bp->handedOutUnits() != 0 &&
          bp->handedOutUnits() <= room;
