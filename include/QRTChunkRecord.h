@@ -34,8 +34,8 @@ struct QRTChunkRecord {
   std::uint64_t* summary;    // word of the index with a bit for each such word that is not zero
   std::uint64_t summaryBit;  // the word's bit there
   unsigned age;              // the chunk's place in the index
-  std::uint16_t free;        // free elements
-  std::uint16_t elements;    // elements, free or not: what the stack has room for
+  unsigned free;             // free elements
+  unsigned elements;         // elements, free or not: what the stack has room for
 
   /// Stands for no chunk: it belongs to no pool, has no elements and none that is free.
   static QRTChunkRecord none;
@@ -113,7 +113,7 @@ struct QRTChunkRecord {
     if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
       return nullptr;
     }
-    free = static_cast<std::uint16_t>(before - 1);
+    free = before - 1;
     writeHead(from, top[-1]);
     const std::uint64_t used = header | kInUse;
     std::memcpy(area - kHeaderBytes, &used, sizeof used);
@@ -151,7 +151,7 @@ struct QRTChunkRecord {
     }
     std::memcpy(area, &next, sizeof next);
     top[1] = static_cast<std::uint16_t>(distance);
-    free = static_cast<std::uint16_t>(before + 1);
+    free = before + 1;
     writeHead(from, static_cast<unsigned>(distance));
     std::memcpy(area - kHeaderBytes, &header, sizeof header);
     return true;

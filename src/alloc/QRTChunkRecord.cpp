@@ -40,7 +40,7 @@ QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk, unsi
   record->summaryBit = 0;
   record->age = 0;
   record->free = 0;
-  record->elements = static_cast<std::uint16_t>(elements);
+  record->elements = elements;
   std::fill_n(reinterpret_cast<std::uint16_t*>(record + 1), kAhead + 1, std::uint16_t{0});
   return record;
 }
