@@ -158,6 +158,10 @@ class QRT_EXPORT QRTFixedMemoryPool {
   }
   void putFirst(void* p) { m_freeList = new (p) FreeElement{m_freeList}; }
 
+  struct Hint {
+    void* ahead;
+  };
+
   // What alloc and free do at once.
   enum Path : std::uint8_t {
     ePlain,  // without headers: take from the list and put on it
@@ -178,16 +182,15 @@ class QRT_EXPORT QRTFixedMemoryPool {
   void noteRecent(void* p) {
     if (m_freeList == m_lastFreed) {
       void*& recent = m_recent[m_noted++ % kAhead];
-      std::memcpy(static_cast<char*>(p) + sizeof(FreeElement), &recent, sizeof recent);
+      new (static_cast<FreeElement*>(p) + 1) Hint{recent};
       recent = p;
     }
-    m_lastFreed = p;
+    m_lastFreed = static_cast<FreeElement*>(p);
   }
   void lookAhead(const void* p) const {
     if (p != m_lastFreed && p != nullptr) {
-      const void* ahead;
-      std::memcpy(&ahead, static_cast<const char*>(p) + sizeof(FreeElement), sizeof ahead);
-      __builtin_prefetch(ahead, 1);
+      const void* const hint = static_cast<const FreeElement*>(p) + 1;
+      __builtin_prefetch(static_cast<const Hint*>(hint)->ahead, 1);
     }
   }
 
@@ -224,7 +227,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   Chunk* m_current;                       // chunk that alloc tries first, with headers
   QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
   QRTChunkRecord* m_quickRecord;          // the same where alloc needs not look further
-  void* m_lastFreed;                      // the last element freed, without headers
+  FreeElement* m_lastFreed;               // the last element freed, without headers
   void* m_recent[kAhead];                 // the last elements freed in a row, by m_noted
   unsigned m_noted;                       // elements that were put into m_recent
   const QRTChunkTable* m_table;           // that of m_windows where free needs not look further
