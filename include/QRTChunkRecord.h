@@ -17,33 +17,28 @@ class QRTFixedMemoryPool;
 /// The list in the chunk is a chain through memory: which element comes after the next one shows
 /// only when the next one's cache line is there. The stack names the elements before their lines
 /// are, so that the processor, and a prefetch, can work on several at a time. It costs 2 bytes an
-/// element beside the 96 of the record and of the entries below the stack.
+/// element beside the 106 of the record and of the entries below the stack.
 struct QRTChunkRecord {
   static constexpr unsigned kChunkBytes = 32760;  // bytes of a chunk, its trailer included
   static constexpr unsigned kHeaderBytes = 8;     // bytes in front of each area
   static constexpr unsigned kAhead = 16;          // elements that are prefetched before their turn
 
-  static constexpr std::uint64_t kInUse = std::uint64_t{1} << 48;      // of a header as a word
-  static constexpr std::uint64_t kFiller = std::uint64_t{0x0E} << 56;  // the same
-
   char* start;               // where the chunk starts
+  std::uint16_t* top;        // entry of the stack for the element that is handed out next
+  std::uint16_t* last;       // last entry that the stack has room for
   QRTFixedMemoryPool* pool;  // whose it is
-  std::uint64_t freeHeader;  // header of a free element whose area is at distance 0
   std::uint64_t* has;        // word of the pool's QRTChunkIndex with a bit for chunks with free ones
   std::uint64_t hasBit;      // the chunk's bit there
   std::uint64_t* summary;    // word of the index with a bit for each such word that is not zero
   std::uint64_t summaryBit;  // the word's bit there
   unsigned age;              // the chunk's place in the index
-  unsigned free;             // free elements
-  unsigned elements;         // elements, free or not: what the stack has room for
 
   /// Stands for no chunk: it belongs to no pool, has no elements and none that is free.
   static QRTChunkRecord none;
 
-  /// Makes a record for a chunk of `elements` elements of `size` bytes, none of them free.
+  /// Makes a record for a chunk of `elements` elements, none of them free.
   /// @return the record, to be released with `release`; null when memory cannot be had
-  static QRTChunkRecord* make(QRTFixedMemoryPool* pool, void* chunk, unsigned elements,
-                              unsigned size) noexcept;
+  static QRTChunkRecord* make(QRTFixedMemoryPool* pool, void* chunk, unsigned elements) noexcept;
   static void release(QRTChunkRecord* record) noexcept;
 
   /// How far behind the chunk's start an address lies; far above the chunk's size for any other.
@@ -51,22 +46,33 @@ struct QRTChunkRecord {
     return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(start);
   }
 
-  /// The header of the free element whose area is so far from the chunk's start. Headers are always
-  /// loaded and stored as a whole, which the processor forwards without a stall.
-  std::uint64_t headerAt(std::uintptr_t distance) const {
-    return freeHeader + (std::uint64_t{distance} << 32);
+  /// Bytes 4 to 7 of the header of the element whose area is so far from the chunk's start: where
+  /// it lies, whether it is in use and the filler. They are loaded and stored together, which the
+  /// processor forwards without a stall. Damage to bytes 0 to 3 is let pass: they have been run
+  /// over first by whatever reaches the filler.
+  static constexpr std::uint32_t freeMark(std::uintptr_t distance) {
+    return static_cast<std::uint32_t>(distance) + (0x0E000000 - kHeaderBytes);
+  }
+  static constexpr std::uint32_t usedMark(std::uintptr_t distance) {
+    return static_cast<std::uint32_t>(distance) + (0x0E010000 - kHeaderBytes);
   }
 
   /// Distances from the chunk's start to the areas of the free elements, from entry 1 up to the
-  /// one that is handed out next in entry `free`. Entry 0 is 0, which is no area's, and so are as
-  /// many below it as `take` looks ahead.
+  /// one that is handed out next at `top`. Entry 0 is 0, which is no area's, and so are as many
+  /// below it as `take` looks ahead. `none` has no entries but that one.
   std::uint16_t* stack() { return reinterpret_cast<std::uint16_t*>(this + 1) + kAhead; }
   const std::uint16_t* stack() const {
     return reinterpret_cast<const std::uint16_t*>(this + 1) + kAhead;
   }
 
   /// Distance of the element that is handed out next; 0 when none is free.
-  unsigned head() const { return stack()[free]; }
+  unsigned head() const { return *top; }
+
+  /// Whether exactly one element is free.
+  bool hasOne() const { return top == stack() + 1; }
+
+  /// Whether all elements are free.
+  bool hasAll() const { return top == last; }
 
   /// Notes in the chunk's trailer which element is handed out next: its area's distance in the last
   /// two bytes, or with 4-byte pointers its address in the last four.
@@ -96,64 +102,61 @@ struct QRTChunkRecord {
   }
 
   /// Takes the next free element.
-  /// @return its area; null, with nothing changed, when none is free or when its header is not
-  ///         exactly that of a free element
+  /// @return its area; null, with nothing changed, when none is free or when its header is not that
+  ///         of a free element
   [[gnu::always_inline]] void* take() {
-    const unsigned before = free;
-    if (before == 0) {
+    std::uint16_t* const entry = top;
+    const unsigned distance = *entry;
+    if (distance == 0) {
       return nullptr;
     }
-    const std::uint16_t* const top = stack() + before;
-    const unsigned distance = *top;
     char* const from = start;
     char* const area = from + distance;
     // After frees in random order each element's line is a cache miss of its own.
-    __builtin_prefetch(from + *(top - kAhead), 1);
-    const std::uint64_t header = headerAt(distance);
-    if (std::memcmp(area - kHeaderBytes, &header, sizeof header) != 0) {
+    __builtin_prefetch(from + *(entry - kAhead), 1);
+    std::uint32_t mark = freeMark(distance);
+    if (std::memcmp(area - sizeof mark, &mark, sizeof mark) != 0) {
       return nullptr;
     }
-    free = before - 1;
-    writeHead(from, top[-1]);
-    const std::uint64_t used = header | kInUse;
-    std::memcpy(area - kHeaderBytes, &used, sizeof used);
+    top = entry - 1;
+    writeHead(from, entry[-1]);
+    mark = usedMark(distance);
+    std::memcpy(area - sizeof mark, &mark, sizeof mark);
     return area;
   }
 
   /// Puts an element back.
   /// @return false, with nothing changed, when the address is no element's in this chunk or when its
-  ///         header is not exactly that of an element in use
+  ///         header is not that of an element in use
   ///
   /// The header and the chunk's trailer are cache misses in a large pool. Neither is waited for: the
   /// address tells where the element lies, the record which one was freed before it, and the
   /// comparison is predicted, so that the misses of several frees overlap. How many depends on the
-  /// number of instructions here. That the chunk had no free element before takes no branch: in
-  /// mixed use it is anybody's guess, and a wrong one waits for the address.
+  /// number of instructions here.
   [[gnu::always_inline]] bool put(void* p) {
-    const unsigned before = free;
+    char* const from = start;
+    std::uint16_t* const entry = top;
     const std::uintptr_t distance = distanceOf(p);
-    if (distance >= kChunkBytes || before == elements) {
+    if (distance >= kChunkBytes || entry == last) {
       return false;
     }
     char* const area = static_cast<char*>(p);
-    const std::uint64_t header = headerAt(distance);
-    const std::uint64_t used = header | kInUse;
-    if (std::memcmp(area - kHeaderBytes, &used, sizeof used) != 0) {
+    std::uint32_t mark = usedMark(distance);
+    if (std::memcmp(area - sizeof mark, &mark, sizeof mark) != 0) {
       return false;
     }
-    char* const from = start;
-    std::uint16_t* const top = stack() + before;
     const char* next = nullptr;
-    if (before != 0) {
-      next = from + *top;
+    if (*entry != 0) {
+      next = from + *entry;
     } else {
       noteFree();
     }
     std::memcpy(area, &next, sizeof next);
-    top[1] = static_cast<std::uint16_t>(distance);
-    free = before + 1;
+    entry[1] = static_cast<std::uint16_t>(distance);
+    top = entry + 1;
     writeHead(from, static_cast<unsigned>(distance));
-    std::memcpy(area - kHeaderBytes, &header, sizeof header);
+    mark = freeMark(distance);
+    std::memcpy(area - sizeof mark, &mark, sizeof mark);
     return true;
   }
 };

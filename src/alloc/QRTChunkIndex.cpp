@@ -59,7 +59,7 @@ void QRTChunkIndex::place(QRTChunkRecord* record, std::size_t age) noexcept {
   record->hasBit = std::uint64_t{1} << (age % kBits);
   record->summary = &m_summary[word / kBits];
   record->summaryBit = std::uint64_t{1} << (word % kBits);
-  if (record->free != 0) {
+  if (record->head() != 0) {
     record->noteFree();
   }
 }

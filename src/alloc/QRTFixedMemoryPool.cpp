@@ -97,7 +97,7 @@ void* QRTFixedMemoryPool::allocElsewhere() {
     return nullptr;
   }
   void* const p = record->take();
-  if (record->free == 0) {
+  if (record->head() == 0) {
     record->noteFull();
   }
   return p;
@@ -156,10 +156,10 @@ void* QRTFixedMemoryPool::allocSlow() {
   } else {
     // A size or an offset that is not right is damage that is let pass here.
     testHeader(headerOf(area));
-    --record->free;
+    --record->top;
     record->writeHead(record->head());
     headerOf(area)->m_inUse = 1;
-    if (record->free == 0) {
+    if (record->head() == 0) {
       record->noteFull();
     }
   }
@@ -174,14 +174,14 @@ void* QRTFixedMemoryPool::allocSlow() {
 /// more than one.
 /// @return null when no chunk has a free element
 inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
-  if (m_currentRecord->free != 0) {
+  if (m_currentRecord->head() != 0) {
     return m_currentRecord;
   }
   if (m_currentRecord != &QRTChunkRecord::none) {
     setCurrent(&QRTChunkRecord::none);
   }
   QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
-  if (record != nullptr && record->free > 1) {
+  if (record != nullptr && !record->hasOne()) {
     setCurrent(record);
   }
   return record;
@@ -219,10 +219,10 @@ void QRTFixedMemoryPool::giveBack(char* area) {
                    "QRTFixedMemoryPool::free: the address is not an element's.");
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
-  QRT_ASSERT_NAMED(rh->m_inUse != 0 && record->free != record->elements,
+  QRT_ASSERT_NAMED(rh->m_inUse != 0 && !record->hasAll(),
                    "QRTFixedMemoryPool::free: the element is free already.");
-  qrtStoreLink(area, record->free != 0 ? start + record->head() : nullptr);
-  record->stack()[++record->free] = static_cast<std::uint16_t>(distance);
+  qrtStoreLink(area, record->head() != 0 ? start + record->head() : nullptr);
+  *++record->top = static_cast<std::uint16_t>(distance);
   record->writeHead(distance);
   headerOf(area)->m_inUse = 0;
   record->noteFree();
@@ -273,7 +273,7 @@ QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
   if (m_index == nullptr || m_windows == nullptr) {
     return nullptr;
   }
-  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk(), m_size);
+  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk());
   if (record == nullptr || !m_index->add(record)) {
     QRTChunkRecord::release(record);
     return nullptr;
@@ -295,8 +295,8 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   for (unsigned slot = 0; slot < count; ++slot, area += m_esize) {
     if (m_useHeaders != 0) {
       const auto distance = static_cast<unsigned>(area - chunk->data);
-      const std::uint64_t header = record->headerAt(distance);
-      std::memcpy(area - kHeaderBytes, &header, sizeof header);
+      const std::uint32_t header[2] = {m_size, QRTChunkRecord::freeMark(distance)};
+      std::memcpy(area - kHeaderBytes, header, sizeof header);
       record->stack()[count - slot] = static_cast<std::uint16_t>(distance);
     }
     qrtStoreLink(area, area + m_esize);
@@ -304,7 +304,7 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
   char* const last = area - m_esize;
   if (m_useHeaders != 0) {
     qrtStoreLink(last, nullptr);
-    record->free = record->elements;
+    record->top = record->last;
     record->noteFree();
     record->writeHead(record->head());
   } else {

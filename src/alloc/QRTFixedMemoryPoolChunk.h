@@ -89,7 +89,7 @@ inline QRTChunkRecord* QRTFixedMemoryPool::recordOf(const void* place) const {
 }
 
 inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
-  if (m_currentRecord != &QRTChunkRecord::none && m_currentRecord->free == 0) {
+  if (m_currentRecord != &QRTChunkRecord::none && m_currentRecord->head() == 0) {
     m_currentRecord->noteFull();
   }
   m_currentRecord = record;
