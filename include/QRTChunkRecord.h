@@ -164,7 +164,8 @@ struct QRTChunkRecord {
 /// A piece of address space of half a chunk's size. It holds the end of one chunk and the start of
 /// another at most, however close together they lie.
 struct QRTChunkWindow {
-  static constexpr unsigned kBits = 14;  // 16 KiB
+  static constexpr unsigned kBits = 14;                              // 16 KiB
+  static constexpr unsigned kSizeBits = sizeof(void*) == 8 ? 5 : 4;  // of this struct
 
   std::uintptr_t border;    // where side[1] starts; the highest address when nothing does
   QRTChunkRecord* side[2];  // the chunk that began in a lower window, and the one that starts here
@@ -173,23 +174,25 @@ struct QRTChunkWindow {
   static const QRTChunkWindow kEmpty;
 };
 
-/// The windows that hold chunks, each mostly at the place that its number says.
+static_assert(sizeof(QRTChunkWindow) == std::size_t{1} << QRTChunkWindow::kSizeBits);
+
+/// The windows that hold chunks, each mostly at the place that its number says: windows that are side
+/// by side in memory are so in the table.
 struct QRTChunkTable {
   QRTChunkWindow* places;  // a power of two, at least half of them empty
-  std::size_t last;        // the last one
+  std::uintptr_t mask;     // distance of the last one from the first in bytes
 
   /// A table of no chunks.
   static const QRTChunkTable none;
-
-  /// Where the window of a number stands, if it has its own place. Windows that are side by side in
-  /// memory are so in the table and never meet there.
-  std::size_t placeOf(std::uintptr_t number) const { return number & last; }
 
   /// The record of the chunk that an address lies in, if it lies in one and its window has its own
   /// place; else of any chunk, or of none. The record tells.
   QRTChunkRecord* guess(const void* address) const {
     const auto at = reinterpret_cast<std::uintptr_t>(address);
-    const QRTChunkWindow& window = places[placeOf(at >> QRTChunkWindow::kBits)];
+    // The number times the size of a window, in one step.
+    constexpr unsigned kShift = QRTChunkWindow::kBits - QRTChunkWindow::kSizeBits;
+    const std::uintptr_t place = reinterpret_cast<std::uintptr_t>(places) + (at >> kShift & mask);
+    const QRTChunkWindow& window = *reinterpret_cast<const QRTChunkWindow*>(place);
     // Chosen without a branch: which chunk an address lies in is anybody's guess.
     return window.side[at >= window.border ? 1 : 0];
   }

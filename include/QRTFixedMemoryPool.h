@@ -202,6 +202,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   bool isQuick() const { return m_detectOverWrites == 0 && m_watched == 0; }
   void choosePath();
   void setWindows(QRTChunkWindows* windows);
+  void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
   QRTChunkRecord* findFree();
   QRTChunkRecord* recordOf(const void* place) const;
@@ -227,6 +228,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   Chunk* m_current;                       // chunk that alloc tries first, with headers
   QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
   QRTChunkRecord* m_quickRecord;          // the same where alloc needs not look further
+  QRTChunkRecord** m_quickPlace;          // where that is kept: here, or in an arena for its bins
   FreeElement* m_lastFreed;               // the last element freed, without headers
   void* m_recent[kAhead];                 // the last elements freed in a row, by m_noted
   unsigned m_noted;                       // elements that were put into m_recent

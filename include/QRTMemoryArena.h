@@ -44,7 +44,7 @@ class QRT_EXPORT QRTMemoryArena {
     const auto bin = static_cast<unsigned>(size2Index(size));
     void* p = nullptr;
     if (bin < static_cast<unsigned>(m_numVarBins)) {
-      p = m_pools[bin]->m_quickRecord->take();
+      p = m_quickRecords[bin]->take();
     }
     return p != nullptr ? p : allocHere(size);
   }
@@ -132,7 +132,9 @@ class QRT_EXPORT QRTMemoryArena {
   QRTLargeBlocks* m_nonBinBlocks;            // headers of the large blocks handed out; owned
   int m_watched;                             // whether a memory checker observes the process
   QRTChunkWindows* m_windows;                // the chunks of all bins by address; owned
-  const QRTChunkTable* m_table;              // the same where free needs not look further
+  QRTChunkRecord** m_quickRecords;           // each bin's current chunk where alloc needs not look
+                                             // further; owned
+  const QRTChunkTable* m_table;              // the same of m_windows for free
 };
 
 #endif  // QRTMEMORYARENA_H

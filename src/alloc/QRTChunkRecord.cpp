@@ -23,7 +23,7 @@ QRTChunkWindow noWindows[2] = {QRTChunkWindow::kEmpty, QRTChunkWindow::kEmpty};
 
 }  // namespace
 
-const QRTChunkTable QRTChunkTable::none = {noWindows, 1};
+const QRTChunkTable QRTChunkTable::none = {noWindows, sizeof(QRTChunkWindow)};
 
 QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk,
                                      unsigned elements) noexcept {

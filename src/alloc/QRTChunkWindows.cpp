@@ -21,7 +21,7 @@ constexpr std::size_t placesFor(std::size_t windows) {
 }  // namespace
 
 bool QRTChunkWindows::add(QRTChunkRecord* record) noexcept {
-  if (placesFor(m_used + kWindowsPerChunk) > last && !makeRoom()) {
+  if (placesFor(m_used + kWindowsPerChunk) > m_last && !makeRoom()) {
     return false;
   }
   enter(record);
@@ -65,12 +65,12 @@ QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
 
 /// Where the window of a number stands, or the empty place where it would.
 QRTChunkWindow& QRTChunkWindows::placeFor(std::uintptr_t number) const noexcept {
-  std::size_t place = placeOf(number);
+  std::size_t place = number & m_last;
   if (places[place].number != 0 && places[place].number != number) {
     // Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio.
-    place = (std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & last;
+    place = (std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & m_last;
     while (places[place].number != 0 && places[place].number != number) {
-      place = (place + 1) & last;
+      place = (place + 1) & m_last;
     }
   }
   return places[place];
@@ -92,7 +92,7 @@ bool QRTChunkWindows::makeRoom() noexcept {
   std::vector<QRTChunkWindow> before;
   std::size_t count = 0;
   try {
-    for (std::size_t place = 0; place <= last; ++place) {
+    for (std::size_t place = 0; place <= m_last; ++place) {
       if (places[place].side[1] != &QRTChunkRecord::none) {
         records.push_back(places[place].side[1]);
       }
@@ -104,7 +104,8 @@ bool QRTChunkWindows::makeRoom() noexcept {
   }
   std::swap(before, m_windows);
   places = m_windows.data();
-  last = count - 1;
+  m_last = count - 1;
+  mask = m_last * sizeof(QRTChunkWindow);
   m_used = 0;
   for (QRTChunkRecord* record : records) {
     enter(record);

@@ -43,6 +43,7 @@ class QRTChunkWindows : public QRTChunkTable {
   bool makeRoom() noexcept;
 
   std::vector<QRTChunkWindow> m_windows;
+  std::size_t m_last = 1;  // last place
   std::size_t m_used = 0;  // places that are not empty
 };
 

@@ -45,6 +45,7 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_current(nullptr),
       m_currentRecord(&QRTChunkRecord::none),
       m_quickRecord(&QRTChunkRecord::none),
+      m_quickPlace(&m_quickRecord),
       m_lastFreed(nullptr),
       m_recent{},
       m_noted(0),
@@ -109,13 +110,20 @@ void QRTFixedMemoryPool::choosePath() {
     // A hint stands behind the link.
     m_path = m_esize >= 2 * sizeof(void*) && m_added >= kLarge ? eAhead : ePlain;
   }
-  m_quickRecord = isQuick() ? m_currentRecord : &QRTChunkRecord::none;
+  *m_quickPlace = isQuick() ? m_currentRecord : &QRTChunkRecord::none;
   m_table = isQuick() && m_windows != nullptr ? m_windows : &QRTChunkTable::none;
 }
 
 void QRTFixedMemoryPool::setWindows(QRTChunkWindows* windows) {
   m_windows = windows;
   choosePath();
+}
+
+/// Makes this a bin of an arena, which keeps what its own alloc and free need.
+void QRTFixedMemoryPool::share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace) {
+  m_sharesWindows = true;
+  m_quickPlace = quickPlace;
+  setWindows(windows);
 }
 
 /// The long way of alloc:

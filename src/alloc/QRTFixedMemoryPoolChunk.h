@@ -93,7 +93,7 @@ inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
     m_currentRecord->noteFull();
   }
   m_currentRecord = record;
-  m_quickRecord = isQuick() ? record : &QRTChunkRecord::none;
+  *m_quickPlace = isQuick() ? record : &QRTChunkRecord::none;
   m_current = reinterpret_cast<Chunk*>(record->start);
 }
 

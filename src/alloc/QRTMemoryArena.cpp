@@ -42,6 +42,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_nonBinBlocks(nullptr),
       m_watched(QRTMemoryChecker::isActive()),
       m_windows(nullptr),
+      m_quickRecords(nullptr),
       m_table(&QRTChunkTable::none) {
   // A negative count is a length no vector can have.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
@@ -57,9 +58,9 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
     }
     m_nonBinBlocks = QRT_GUARD_ALLOC(new QRTLargeBlocks);
     m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
-    for (QRTFixedMemoryPool* pool : m_pools) {
-      pool->setWindows(m_windows);
-      pool->m_sharesWindows = true;
+    m_quickRecords = QRT_GUARD_ALLOC(new QRTChunkRecord*[m_pools.size()]);
+    for (std::size_t bin = 0; bin < m_pools.size(); ++bin) {
+      m_pools[bin]->share(m_windows, &m_quickRecords[bin]);
     }
     chooseTable();
   } catch (...) {
@@ -85,6 +86,8 @@ void QRTMemoryArena::release() noexcept {
   m_pools.clear();
   delete m_windows;
   m_windows = nullptr;
+  delete[] m_quickRecords;
+  m_quickRecords = nullptr;
   if (m_nonBinBlocks != nullptr) {
     m_nonBinBlocks->drain([](void* block) { std::free(block); });
     delete m_nonBinBlocks;
