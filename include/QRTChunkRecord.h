@@ -27,9 +27,9 @@ struct QRTChunkRecord {
   std::uint16_t* top;        // entry of the stack for the element that is handed out next
   std::uint16_t* last;       // last entry that the stack has room for
   QRTFixedMemoryPool* pool;  // whose it is
-  std::uint64_t* has;        // word of the pool's QRTChunkIndex with a bit for chunks with free ones
-  std::uint64_t hasBit;      // the chunk's bit there
-  std::uint64_t* summary;    // word of the index with a bit for each such word that is not zero
+  std::uint64_t* has;      // word of the pool's QRTChunkIndex with a bit for chunks with free ones
+  std::uint64_t hasBit;    // the chunk's bit there
+  std::uint64_t* summary;  // word of the index with a bit for each such word that is not zero
   std::uint64_t summaryBit;  // the word's bit there
   unsigned age;              // the chunk's place in the index
 
@@ -126,11 +126,12 @@ struct QRTChunkRecord {
   }
 
   /// Puts an element back.
-  /// @return false, with nothing changed, when the address is no element's in this chunk or when its
+  /// @return false, with nothing changed, when the address is no element's in this chunk or when
+  /// its
   ///         header is not that of an element in use
   ///
-  /// The header and the chunk's trailer are cache misses in a large pool. Neither is waited for: the
-  /// address tells where the element lies, the record which one was freed before it, and the
+  /// The header and the chunk's trailer are cache misses in a large pool. Neither is waited for:
+  /// the address tells where the element lies, the record which one was freed before it, and the
   /// comparison is predicted, so that the misses of several frees overlap. How many depends on the
   /// number of instructions here.
   [[gnu::always_inline]] bool put(void* p) {
@@ -176,8 +177,8 @@ struct QRTChunkWindow {
 
 static_assert(sizeof(QRTChunkWindow) == std::size_t{1} << QRTChunkWindow::kSizeBits);
 
-/// The windows that hold chunks, each mostly at the place that its number says: windows that are side
-/// by side in memory are so in the table.
+/// The windows that hold chunks, each mostly at the place that its number says: windows that are
+/// side by side in memory are so in the table.
 struct QRTChunkTable {
   QRTChunkWindow* places;  // a power of two, at least half of them empty
   std::uintptr_t mask;     // distance of the last one from the first in bytes

@@ -56,7 +56,8 @@ class QRT_EXPORT QRTMemoryArena {
   ///                         released, but its size is credited to the budget.
   /// Cost: constant for a bin element; for a large block that of the heap's free.
   [[gnu::always_inline]] void free(void* mem) {
-    // The address tells the bin. The header does too, but everything else would have to wait for it.
+    // The address tells the bin. The header does too, but everything else would have to wait for
+    // it.
     if (!m_table->guess(mem)->put(mem)) {
       freeHere(mem);
     }

@@ -17,17 +17,18 @@ bool QRTChunkIndex::add(QRTChunkRecord* record) noexcept {
   }
   const std::size_t age = m_records.size();
   try {
-    m_records.reserve(age + 1);
+    m_records.push_back(nullptr);
     if (m_has.size() * kBits <= age) {
       m_has.resize(age / kBits + 1);
       m_summary.resize(age / kBits / kBits + 1);
       placeAll();  // the words may have moved
     }
   } catch (const std::bad_alloc&) {
+    m_records.resize(age);
     placeAll();
     return false;
   }
-  m_records.push_back(record);
+  m_records[age] = record;
   place(record, age);
   m_top = static_cast<unsigned>(m_summary.size()) - 1;
   ++m_live;

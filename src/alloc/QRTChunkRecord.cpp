@@ -6,24 +6,24 @@
 
 namespace {
 
-std::uint64_t noWord = 0;       // whose bits none has
+std::uint64_t noWord = 0;         // whose bits none has
 std::uint16_t noEntries[1] = {};  // whose stack is empty and has no room
 
 }  // namespace
 
-QRTChunkRecord QRTChunkRecord::none = {nullptr, noEntries, noEntries, nullptr, &noWord,
-                                       0,       &noWord,   0,         0};
-
-const QRTChunkWindow QRTChunkWindow::kEmpty = {
+// Pools that are global objects may be made before anything here would be initialized at run time.
+constinit QRTChunkRecord QRTChunkRecord::none = {nullptr, noEntries, noEntries, nullptr, &noWord,
+                                                 0,       &noWord,   0,         0};
+constexpr QRTChunkWindow QRTChunkWindow::kEmpty = {
     UINTPTR_MAX, {&QRTChunkRecord::none, &QRTChunkRecord::none}, 0};
 
 namespace {
 
-QRTChunkWindow noWindows[2] = {QRTChunkWindow::kEmpty, QRTChunkWindow::kEmpty};
+constinit QRTChunkWindow noWindows[2] = {QRTChunkWindow::kEmpty, QRTChunkWindow::kEmpty};
 
 }  // namespace
 
-const QRTChunkTable QRTChunkTable::none = {noWindows, sizeof(QRTChunkWindow)};
+constinit const QRTChunkTable QRTChunkTable::none = {noWindows, sizeof(QRTChunkWindow)};
 
 QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk,
                                      unsigned elements) noexcept {
