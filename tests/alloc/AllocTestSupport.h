@@ -71,14 +71,16 @@ class TestRandom {
   std::mt19937 m_engine;
 };
 
-/// Reads and inverts a byte that is closed while a memory checker watches: the sanitizer does not
-/// look into these.
+/// These read and write bytes that are closed while a memory checker watches: the sanitizer does
+/// not look into them.
 [[gnu::no_sanitize_address, gnu::noinline]] inline unsigned char peek(const void* p) {
   return *static_cast<const volatile unsigned char*>(p);
 }
-[[gnu::no_sanitize_address, gnu::noinline]] inline void invert(void* p) {
-  auto* const byte = static_cast<volatile unsigned char*>(p);
-  *byte = static_cast<unsigned char>(~*byte);
+[[gnu::no_sanitize_address, gnu::noinline]] inline void poke(void* p, unsigned char byte) {
+  *static_cast<volatile unsigned char*>(p) = byte;
+}
+inline void invert(void* p) {
+  poke(p, static_cast<unsigned char>(~peek(p)));
 }
 
 #endif  // ALLOCTESTSUPPORT_H

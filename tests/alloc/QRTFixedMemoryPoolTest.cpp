@@ -126,26 +126,42 @@ TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
 }
 
 TEST(QRTFixedMemoryPool, AGivenChunkThatCannotBeEnteredStaysTheCallers) {
-  void* const chunk = ::operator new(kChunkBytes);
-  // Whatever of its bookkeeping cannot be had, the pool goes on without the chunk.
-  std::size_t nth = 0;
-  SeenError seen;
-  do {
-    QRTFixedMemoryPool pool(30000, 0, 1);
-    seen = errorOf([&] {
-      const FailingNew fails(++nth);
-      pool.grow(chunk);
-    });
-    EXPECT_EQ(pool.alloc() != nullptr, seen.type == "-") << nth;
-    EXPECT_EQ(infoOf(pool).chunks, seen.type == "-" ? 1 : 0) << nth;
-    if (seen.type == "-") {
-      EXPECT_EQ(errorOf([&] { pool.grow(chunk); }).type, "QRTAssertError") << "given twice";
-      EXPECT_EQ(infoOf(pool).chunks, 1);
-    } else {
-      EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
-    }
-  } while (seen.type != "-");
-  EXPECT_GT(nth, 4u);
+  // Whatever of its bookkeeping cannot be had, the pool goes on without the chunk. The 65th chunk
+  // makes the bookkeeping of those before it move.
+  for (const int before : {0, 64}) {
+    std::size_t nth = 0;
+    SeenError seen;
+    do {
+      void* const chunk = ::operator new(kChunkBytes);
+      QRTFixedMemoryPool pool(30000, 0, 1);
+      std::vector<void*> elements;
+      for (int i = 0; i < before; ++i) {
+        pool.grow(nullptr);
+        elements.push_back(pool.alloc());
+      }
+      seen = errorOf([&] {
+        const FailingNew fails(++nth);
+        pool.grow(chunk);
+      });
+      const bool isIn = seen.type == "-";
+      EXPECT_EQ(pool.alloc() != nullptr, isIn) << nth;
+      EXPECT_EQ(infoOf(pool).chunks, before + (isIn ? 1 : 0)) << nth;
+      if (isIn) {
+        EXPECT_EQ(errorOf([&] { pool.grow(chunk); }).type, "QRTAssertError") << "given twice";
+        EXPECT_EQ(infoOf(pool).chunks, before + 1);
+      } else {
+        EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
+        ::operator delete(chunk);
+      }
+      for (void* p : elements) {
+        pool.free(p);
+      }
+      for (std::size_t i = elements.size(); i-- > 0;) {
+        EXPECT_EQ(pool.alloc(), elements[i]) << nth << ": the newest chunk comes first";
+      }
+    } while (seen.type != "-");
+    EXPECT_GE(nth, 3u);
+  }
 }
 
 TEST(QRTFixedMemoryPool, ChunksMayLieAsCloseTogetherAsTheyFit) {
@@ -539,6 +555,19 @@ TEST(QRTFixedMemoryPoolMisuse, WhatAHeaderShowsIsReportedAndChangesNothing) {
     EXPECT_EQ(pool.alloc(), b);
   }
   EXPECT_EQ(QRTFixedMemoryPool::allocSize(nullptr), 0u);
+}
+
+// A stray write can make the header of a free element one of an element in use. Then it can be
+// freed again, but no more often than the pool's bookkeeping has room for.
+TEST(QRTFixedMemoryPoolMisuse, AForgedHeaderDoesNotOverrunTheBookkeeping) {
+  QRTFixedMemoryPool pool(1000, 1, 1);
+  void* const p = pool.alloc();
+  int accepted = 0;
+  for (int i = 0; i < 2 * infoOf(pool).perChunk; ++i) {
+    accepted += errorOf([&] { pool.free(p); }).type == "-" ? 1 : 0;
+    poke(static_cast<char*>(p) - 2, 1);
+  }
+  EXPECT_EQ(accepted, 1);
 }
 
 }  // namespace
