@@ -207,7 +207,8 @@ TEST(QRTMemoryPool, PlacesBlocksLikeTheModelAndKeepsTheirContents) {
                 {1u << 18, 65536, 3000, 6000},
                 {4000, 1, 64, 6000},
                 {1u << 12, 999, 80, 6000},
-                {1u << 24, 16384, 60, 40000}};  // thousands of free blocks, hundreds of heap blocks
+                {1u << 24, 16384, 60, 40000},  // thousands of free blocks, hundreds of heap blocks
+                {1u << 26, 1u << 18, 60000, 6000}};  // heap blocks that come in no order
   for (const auto& shape : shapes) {
     QRTMemoryPool pool(shape.maxBytes, shape.increment);
     PoolModel model(&pool, shape.maxBytes, shape.increment);
