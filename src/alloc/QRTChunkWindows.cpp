@@ -68,7 +68,7 @@ QRTChunkWindow& QRTChunkWindows::placeFor(std::uintptr_t number) const noexcept 
   std::size_t place = number & m_last;
   if (places[place].number != 0 && places[place].number != number) {
     // Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio.
-    place = (std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & m_last;
+    place = static_cast<std::size_t>(std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & m_last;
     while (places[place].number != 0 && places[place].number != number) {
       place = (place + 1) & m_last;
     }
