@@ -49,14 +49,14 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Cost: constant. With detection on, O(elements).
   [[gnu::always_inline]] void* alloc() {
     void* p = nullptr;
-    if (m_path == ePlain) {
-      // A pool without headers is no more than this list.
-      p = takeFirst();
-    } else if (m_path == eAhead) {
-      p = takeFirst();
-      lookAhead(p);
-    } else {
+    if (m_path == eOther) {
       p = m_quickRecord->take();
+    } else if (FreeElement* const first = m_freeList; first != nullptr) {
+      // A pool without headers is no more than this list.
+      m_freeList = first->next;
+      return first;
+    } else {
+      p = takeAhead();
     }
     return p != nullptr ? p : allocHere();
   }
@@ -67,13 +67,16 @@ class QRT_EXPORT QRTFixedMemoryPool {
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
   [[gnu::always_inline]] void free(void* p) {
-    if (m_path == ePlain && p != nullptr) {
-      putFirst(p);
-    } else if (m_path == eAhead && p != nullptr) {
-      noteRecent(p);
-      putFirst(p);
-    } else if (!m_table->guess(p)->put(p)) {
-      freeHere(p);
+    if (m_path == eOther) {
+      if (!m_table->guess(p)->put(p)) {
+        freeHere(p);
+      }
+    } else if (p == nullptr) {
+      return;
+    } else if (m_path == eAhead) {
+      putAhead(p);
+    } else {
+      m_freeList = new (p) FreeElement{m_freeList};
     }
   }
 
@@ -148,16 +151,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
     FreeElement* next;
   };
 
-  // The list of a pool without headers.
-  void* takeFirst() {
-    FreeElement* const first = m_freeList;
-    if (first != nullptr) {
-      m_freeList = first->next;
-    }
-    return first;
-  }
-  void putFirst(void* p) { m_freeList = new (p) FreeElement{m_freeList}; }
-
+  // What stands behind that in a large pool.
   struct Hint {
     void* ahead;
   };
@@ -172,6 +166,10 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   static constexpr unsigned kHeaderBytes = QRTChunkRecord::kHeaderBytes;
 
+  // The free elements of a pool without headers. Only those of ePlain are where alloc looks first.
+  FreeElement*& freeList() { return m_path == ePlain ? m_freeList : m_otherList; }
+  const FreeElement* freeList() const { return m_path == ePlain ? m_freeList : m_otherList; }
+
   // In a large pool without headers that was freed in random order, each free element lies on a
   // cache line of its own, whose address stands on the one before. So each also holds the address
   // of the element that was freed kAhead frees before it, which alloc prefetches. It is a hint and
@@ -179,19 +177,25 @@ class QRT_EXPORT QRTFixedMemoryPool {
   // no need: then the next element is the last one freed when it is handed out, and is not when
   // another one is freed.
   static constexpr unsigned kAhead = 8;
-  void noteRecent(void* p) {
-    if (m_freeList == m_lastFreed) {
+  void putAhead(void* p) {
+    FreeElement* const next = m_otherList;
+    if (next == m_lastFreed) {
       void*& recent = m_recent[m_noted++ % kAhead];
       new (static_cast<FreeElement*>(p) + 1) Hint{recent};
       recent = p;
     }
-    m_lastFreed = static_cast<FreeElement*>(p);
+    m_lastFreed = m_otherList = new (p) FreeElement{next};
   }
-  void lookAhead(const void* p) const {
-    if (p != m_lastFreed && p != nullptr) {
-      const void* const hint = static_cast<const FreeElement*>(p) + 1;
-      __builtin_prefetch(static_cast<const Hint*>(hint)->ahead, 1);
+  void* takeAhead() {
+    FreeElement* const first = m_otherList;
+    if (first != nullptr) {
+      if (first != m_lastFreed) {
+        const void* const hint = first + 1;
+        __builtin_prefetch(static_cast<const Hint*>(hint)->ahead, 1);
+      }
+      m_otherList = first->next;
     }
+    return first;
   }
 
   // What is left of alloc and free: other chunks, growth, checks, errors.
@@ -219,7 +223,8 @@ class QRT_EXPORT QRTFixedMemoryPool {
   Chunk* m_chunks;                        // all chunks, the newest first; owned
   std::uint32_t m_esize;                  // bytes from slot to slot
   std::uint32_t m_size;                   // element size as given, 8 for 0
-  FreeElement* m_freeList;                // free elements of the whole pool, without headers
+  FreeElement* m_freeList;                // free elements of the whole pool where that is all that
+                                          // alloc and free need to know
   std::uint32_t m_growable : 1;           // whether alloc obtains chunks by itself
   std::uint32_t m_detectOverWrites : 1;   // whether every operation verifies every header
   std::uint32_t m_abortOnOverWrites : 1;  // whether a damaged header ends the process
@@ -229,8 +234,9 @@ class QRT_EXPORT QRTFixedMemoryPool {
   QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
   QRTChunkRecord* m_quickRecord;          // the same where alloc needs not look further
   QRTChunkRecord** m_quickPlace;          // where that is kept: here, or in an arena for its bins
-  FreeElement* m_lastFreed;               // the last element freed, without headers
+  FreeElement* m_otherList;               // free elements of other pools without headers
   void* m_recent[kAhead];                 // the last elements freed in a row, by m_noted
+  FreeElement* m_lastFreed;               // the last one of them freed
   unsigned m_noted;                       // elements that were put into m_recent
   const QRTChunkTable* m_table;           // that of m_windows where free needs not look further
   QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned

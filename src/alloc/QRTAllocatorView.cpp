@@ -40,7 +40,7 @@ std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemo
     // One list leads through all chunks; damage to it cannot be laid to one of them.
     std::sort(sorted.begin(), sorted.end(),
               [](const Chunk* a, const Chunk* b) { return std::less<>()(a->start, b->start); });
-    const bool isIntact = markListed(pool, reinterpret_cast<const char*>(pool.m_freeList), sorted);
+    const bool isIntact = markListed(pool, reinterpret_cast<const char*>(pool.freeList()), sorted);
     for (Chunk& chunk : result) {
       chunk.isListIntact = isIntact;
     }

@@ -46,8 +46,9 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_currentRecord(&QRTChunkRecord::none),
       m_quickRecord(&QRTChunkRecord::none),
       m_quickPlace(&m_quickRecord),
-      m_lastFreed(nullptr),
+      m_otherList(nullptr),
       m_recent{},
+      m_lastFreed(nullptr),
       m_noted(0),
       m_table(&QRTChunkTable::none),
       m_index(nullptr),
@@ -107,8 +108,11 @@ void* QRTFixedMemoryPool::allocElsewhere() {
 /// Settles what alloc and free may do, when something it depends on has changed.
 void QRTFixedMemoryPool::choosePath() {
   if (m_useHeaders == 0 && m_watched == 0) {
+    FreeElement* const list = freeList();
+    freeList() = nullptr;
     // A hint stands behind the link.
     m_path = m_esize >= 2 * sizeof(void*) && m_added >= kLarge ? eAhead : ePlain;
+    freeList() = list;
   }
   *m_quickPlace = isQuick() ? m_currentRecord : &QRTChunkRecord::none;
   m_table = isQuick() && m_windows != nullptr ? m_windows : &QRTChunkTable::none;
@@ -141,7 +145,7 @@ void* QRTFixedMemoryPool::allocSlow() {
   QRTChunkRecord* record = nullptr;
   const auto next = [&]() -> char* {
     if (m_useHeaders == 0) {
-      return reinterpret_cast<char*>(m_freeList);
+      return reinterpret_cast<char*>(freeList());
     }
     record = findFree();
     return record != nullptr ? record->start + record->head() : nullptr;
@@ -160,7 +164,7 @@ void* QRTFixedMemoryPool::allocSlow() {
   }
   // Step 4
   if (m_useHeaders == 0) {
-    m_freeList = m_freeList->next;
+    freeList() = freeList()->next;
   } else {
     // A size or an offset that is not right is damage that is let pass here.
     testHeader(headerOf(area));
@@ -207,7 +211,7 @@ void QRTFixedMemoryPool::freeHere(void* p) {
     giveBack(area);
   } else {
     const QRTMemoryChecker::Pass pass(m_watched != 0);
-    m_freeList = new (p) FreeElement{m_freeList};
+    freeList() = new (p) FreeElement{freeList()};
   }
   if (m_watched != 0) {
     QRTMemoryChecker::givenBack(this, area, callerBytes());
@@ -316,9 +320,9 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
     record->noteFree();
     record->writeHead(record->head());
   } else {
-    new (last) FreeElement{m_freeList};
+    new (last) FreeElement{freeList()};
     chunk->clearFreeHead();
-    m_freeList = reinterpret_cast<FreeElement*>(first);
+    freeList() = reinterpret_cast<FreeElement*>(first);
   }
 }
 
