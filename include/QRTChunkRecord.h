@@ -192,7 +192,7 @@ struct QRTChunkTable {
     const auto at = reinterpret_cast<std::uintptr_t>(address);
     // The number times the size of a window, in one step.
     constexpr unsigned kShift = QRTChunkWindow::kBits - QRTChunkWindow::kSizeBits;
-    const std::uintptr_t place = reinterpret_cast<std::uintptr_t>(places) + (at >> kShift & mask);
+    const char* const place = reinterpret_cast<const char*>(places) + (at >> kShift & mask);
     const QRTChunkWindow& window = *reinterpret_cast<const QRTChunkWindow*>(place);
     // Chosen without a branch: which chunk an address lies in is anybody's guess.
     return window.side[at >= window.border ? 1 : 0];
