@@ -67,10 +67,13 @@ QRTChunkRecord* QRTChunkWindows::find(const void* address) const noexcept {
 QRTChunkWindow& QRTChunkWindows::placeFor(std::uintptr_t number) const noexcept {
   std::size_t place = number & m_last;
   if (places[place].number != 0 && places[place].number != number) {
-    // Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio.
-    place = static_cast<std::size_t>(std::uint64_t{number} * 0x9E3779B97F4A7C15U >> 32) & m_last;
+    // Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio. The step is odd, so
+    // that it leads to every place.
+    const std::uint64_t hash = std::uint64_t{number} * 0x9E3779B97F4A7C15U;
+    const std::size_t step = static_cast<std::size_t>(hash >> 48) | 1;
+    place = static_cast<std::size_t>(hash >> 32) & m_last;
     while (places[place].number != 0 && places[place].number != number) {
-      place = (place + 1) & m_last;
+      place = (place + step) & m_last;
     }
   }
   return places[place];

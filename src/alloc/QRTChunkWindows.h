@@ -17,8 +17,8 @@
 /// the start of another at most, however close together they lie. Windows are found by open
 /// addressing. The record that is found tells whether it is the right one, so that the first place
 /// is mostly all there is to look at. A window whose place is taken by one of another region of
-/// memory stands somewhere behind a scattered place: side by side with its neighbours it would run
-/// into all of the other region's.
+/// memory stands at a scattered place, or some steps on that are scattered too: side by side with
+/// its neighbours it would run into all of the other region's.
 class QRTChunkWindows : public QRTChunkTable {
  public:
   QRTChunkWindows() : QRTChunkTable(none) {}
