@@ -74,15 +74,12 @@ struct QRTChunkRecord {
   /// Whether all elements are free.
   bool hasAll() const { return top == last; }
 
-  /// Notes in the chunk's trailer which element is handed out next: its area's distance in the last
-  /// two bytes, or with 4-byte pointers its address in the last four.
+  /// Where pointers have 4 bytes, notes in the last ones of the chunk the address of the element
+  /// that is handed out next. Where they have 8, there is no room for it.
   /// @param distance  0 for none
   void writeHead(unsigned distance) const { writeHead(start, distance); }
   static void writeHead(char* start, unsigned distance) {
-    if (sizeof(void*) == 8) {
-      const auto packed = static_cast<std::uint16_t>(distance);
-      std::memcpy(start + kChunkBytes - sizeof packed, &packed, sizeof packed);
-    } else {
+    if (sizeof(void*) == 4) {
       const char* const area = distance != 0 ? start + distance : nullptr;
       std::memcpy(start + kChunkBytes - sizeof area, &area, sizeof area);
     }
@@ -130,10 +127,9 @@ struct QRTChunkRecord {
   /// its
   ///         header is not that of an element in use
   ///
-  /// The header and the chunk's trailer are cache misses in a large pool. Neither is waited for:
-  /// the address tells where the element lies, the record which one was freed before it, and the
-  /// comparison is predicted, so that the misses of several frees overlap. How many depends on the
-  /// number of instructions here.
+  /// The header is a cache miss in a large pool. It is not waited for: the address tells where the
+  /// element lies, the record which one was freed before it, and the comparison is predicted, so
+  /// that the misses of several frees overlap. How many depends on the number of instructions here.
   [[gnu::always_inline]] bool put(void* p) {
     char* const from = start;
     std::uint16_t* const entry = top;

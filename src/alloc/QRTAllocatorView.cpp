@@ -23,7 +23,7 @@ std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemo
   const std::size_t headerBytes =
       pool.m_useHeaders != 0 ? sizeof(QRTFixedMemoryPool::ElementHeader) : 0;
   std::vector<Chunk> result;
-  for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next()) {
+  for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next) {
     result.push_back({chunk->data, {}, true});
     for (unsigned slot = 0; slot < pool.elementsPerChunk(); ++slot) {
       Slot seen{chunk->data + std::size_t{slot} * pool.m_esize + headerBytes, {}, false};
@@ -47,9 +47,9 @@ std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemo
     return result;
   }
   for (Chunk*& seen : sorted) {
-    const auto* const chunk = reinterpret_cast<const QRTFixedMemoryPool::Chunk*>(seen->start);
+    const unsigned head = pool.recordOf(seen->start)->head();
     std::vector<Chunk*> own{seen};
-    seen->isListIntact = markListed(pool, chunk->freeHead(), own);
+    seen->isListIntact = markListed(pool, head != 0 ? seen->start + head : nullptr, own);
   }
   return result;
 }

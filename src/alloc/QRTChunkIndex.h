@@ -9,10 +9,10 @@
 /// The chunks of a pool by age, and the newest one with a free element, without touching any.
 ///
 /// A pool hands out from the first chunk of its list, newest first, that has a free element. In a
-/// large pool each look at a chunk is a cache miss, all the more as trailers lie 32 KiB apart and
-/// compete for the same few cache sets. The index numbers the chunks by age and keeps a bit for
-/// each that has a free element. Nothing here depends on which chunks these are by a branch: that
-/// is anybody's guess, and a wrong one waits for the address of what was freed.
+/// large pool each look at a chunk is a cache miss, all the more as the links of the list lie 32
+/// KiB apart and compete for the same few cache sets. The index numbers the chunks by age and keeps
+/// a bit for each that has a free element. Nothing here depends on which chunks these are by a
+/// branch: that is anybody's guess, and a wrong one waits for the address of what was freed.
 class QRTChunkIndex {
  public:
   QRTChunkIndex() = default;

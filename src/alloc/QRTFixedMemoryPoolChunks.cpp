@@ -46,8 +46,8 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, 
     return nullptr;
   }
   const QRTMemoryChecker::Pass pass(m_watched != 0);
-  Chunk* chunk = previous != nullptr ? previous->next() : m_chunks;
-  for (; chunk != nullptr; previous = chunk, chunk = chunk->next()) {
+  Chunk* chunk = previous != nullptr ? previous->next : m_chunks;
+  for (; chunk != nullptr; previous = chunk, chunk = chunk->next) {
     if (!isWhollyFree(chunk)) {
       continue;
     }
@@ -57,9 +57,9 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, 
       continue;
     }
     if (previous != nullptr) {
-      previous->setNext(chunk->next());
+      previous->next = chunk->next;
     } else {
-      m_chunks = chunk->next();
+      m_chunks = chunk->next;
     }
     if (m_current == chunk) {
       setCurrent(&QRTChunkRecord::none);
@@ -89,7 +89,7 @@ void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInC
   }
   if (chunkCount != nullptr) {
     *chunkCount = 0;
-    for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
+    for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next) {
       ++*chunkCount;
       if (m_useHeaders != 0 && chunksInUse != nullptr && !isWhollyFree(chunk)) {
         ++*chunksInUse;
@@ -104,7 +104,7 @@ void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInC
 /// Whether no element of a chunk is handed out. Tests the headers it visits; the first element in
 /// use ends the visit.
 bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
-  if (chunk->freeHead() == nullptr) {
+  if (recordOf(chunk)->head() == 0) {
     return false;
   }
   const unsigned end = elementsPerChunk() * m_esize;
@@ -124,7 +124,7 @@ void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
   }
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   const unsigned end = elementsPerChunk() * m_esize;
-  for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
+  for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next) {
     for (unsigned offset = 0; offset < end; offset += m_esize) {
       const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + offset);
       if (rh->m_size != m_size && m_abortOnOverWrites != 0) {
