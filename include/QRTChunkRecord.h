@@ -93,9 +93,16 @@ struct QRTChunkRecord {
 
   /// Notes in the index that the chunk has no free element left. The pool does so before it asks
   /// for the newest chunk that has one.
-  void noteFull() const {
-    *has &= ~hasBit;
-    *summary &= *has == 0 ? ~summaryBit : UINT64_MAX;
+  void noteFull() const { clear(*has, hasBit, *summary, summaryBit); }
+
+  /// Clears a bit, and when it was the last one of its word the word's bit in the summary. There is
+  /// no branch: which word has others is random where elements are freed at random.
+  static void clear(std::uint64_t& word, std::uint64_t bit, std::uint64_t& summary,
+                    std::uint64_t bitOfWord) {
+    const std::uint64_t others = word & ~bit;
+    const std::uint64_t isZero = (~others & (others - 1)) >> 63;
+    word = others;
+    summary &= ~(bitOfWord & (0 - isZero));
   }
 
   /// Takes the next free element.

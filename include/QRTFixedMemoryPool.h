@@ -209,6 +209,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
   QRTChunkRecord* findFree();
+  unsigned leaveCurrent();
   QRTChunkRecord* recordOf(const void* place) const;
   QRTChunkRecord* enter(Chunk* chunk) noexcept;
   void setCurrent(QRTChunkRecord* record);

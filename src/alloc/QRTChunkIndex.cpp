@@ -43,13 +43,13 @@ void QRTChunkIndex::remove(QRTChunkRecord* record) noexcept {
 }
 
 /// The search when none of the newest chunks has a free element.
-QRTChunkRecord* QRTChunkIndex::searchNewest() const noexcept {
+unsigned QRTChunkIndex::searchNewest() const noexcept {
   for (unsigned top = m_top; top-- > 0;) {
     if (m_summary[top] != 0) {
       return newestOf(top, m_summary[top]);
     }
   }
-  return nullptr;
+  return kNoAge;
 }
 
 /// Tells a chunk its age and its bits, and sets them.

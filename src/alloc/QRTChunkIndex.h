@@ -27,11 +27,25 @@ class QRTChunkIndex {
   /// Takes a chunk out and releases its record.
   void remove(QRTChunkRecord* record) noexcept;
 
-  /// @return the newest chunk with a free element, or null; only for an index that has chunks
+  static constexpr unsigned kNoAge = UINT32_MAX;
+
+  /// @return the age of the newest chunk with a free element, or kNoAge; only for an index that has
+  ///         chunks
   /// Cost: constant up to 4,096 chunks, then one more step for each 4,096 newer ones that are full.
-  [[gnu::always_inline]] QRTChunkRecord* newestWithFree() noexcept {
+  [[gnu::always_inline]] unsigned newestWithFree() const noexcept {
     const std::uint64_t summary = m_summary[m_top];
     return summary != 0 ? newestOf(m_top, summary) : searchNewest();
+  }
+
+  /// @return the chunk of an age that `newestWithFree` gave
+  QRTChunkRecord* at(unsigned age) const noexcept { return m_records[age]; }
+
+  /// Does what QRTChunkRecord::noteFull does, without a look at the record: the next search for the
+  /// newest chunk depends on it, and would have to wait.
+  void noteFull(unsigned age) noexcept {
+    const unsigned word = age / kBits;
+    QRTChunkRecord::clear(m_has[word], std::uint64_t{1} << (age % kBits), m_summary[word / kBits],
+                          std::uint64_t{1} << (word % kBits));
   }
 
  private:
@@ -40,12 +54,12 @@ class QRTChunkIndex {
   static unsigned highest(std::uint64_t word) {
     return static_cast<unsigned>(__builtin_clzll(word)) ^ 63;
   }
-  QRTChunkRecord* newestOf(unsigned top, std::uint64_t summary) const noexcept {
+  unsigned newestOf(unsigned top, std::uint64_t summary) const noexcept {
     const unsigned word = top * kBits + highest(summary);
-    return m_records[word * kBits + highest(m_has[word])];
+    return word * kBits + highest(m_has[word]);
   }
 
-  [[gnu::noinline]] QRTChunkRecord* searchNewest() const noexcept;
+  [[gnu::noinline]] unsigned searchNewest() const noexcept;
   void place(QRTChunkRecord* record, std::size_t age) noexcept;
   void placeAll() noexcept;
 

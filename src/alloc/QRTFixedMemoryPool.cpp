@@ -91,16 +91,33 @@ void* QRTFixedMemoryPool::allocHere() {
   return p != nullptr ? p : allocSlow();
 }
 
+/// Gives up a current chunk without a free element.
+/// @return the age of the newest chunk that has one, or QRTChunkIndex::kNoAge
+inline unsigned QRTFixedMemoryPool::leaveCurrent() {
+  if (m_currentRecord != &QRTChunkRecord::none) {
+    setCurrent(&QRTChunkRecord::none);
+  }
+  return m_chunks != nullptr ? m_index->newestWithFree() : QRTChunkIndex::kNoAge;
+}
+
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.
 /// @return null when there is none, or when its header is not exactly as it should be
 void* QRTFixedMemoryPool::allocElsewhere() {
-  QRTChunkRecord* const record = findFree();
-  if (record == nullptr) {
+  if (m_currentRecord->head() != 0) {
     return nullptr;
   }
+  const unsigned age = leaveCurrent();
+  if (age == QRTChunkIndex::kNoAge) {
+    return nullptr;
+  }
+  QRTChunkRecord* const record = m_index->at(age);
+  if (!record->hasOne()) {
+    setCurrent(record);
+    return record->take();
+  }
   void* const p = record->take();
-  if (record->head() == 0) {
-    record->noteFull();
+  if (p != nullptr) {
+    m_index->noteFull(age);
   }
   return p;
 }
@@ -189,11 +206,12 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
   if (m_currentRecord->head() != 0) {
     return m_currentRecord;
   }
-  if (m_currentRecord != &QRTChunkRecord::none) {
-    setCurrent(&QRTChunkRecord::none);
+  const unsigned age = leaveCurrent();
+  if (age == QRTChunkIndex::kNoAge) {
+    return nullptr;
   }
-  QRTChunkRecord* const record = m_chunks != nullptr ? m_index->newestWithFree() : nullptr;
-  if (record != nullptr && !record->hasOne()) {
+  QRTChunkRecord* const record = m_index->at(age);
+  if (!record->hasOne()) {
     setCurrent(record);
   }
   return record;
