@@ -17,7 +17,7 @@ class QRTFixedMemoryPool;
 /// The list in the chunk is a chain through memory: which element comes after the next one shows
 /// only when the next one's cache line is there. The stack names the elements before their lines
 /// are, so that the processor, and a prefetch, can work on several at a time. It costs 2 bytes an
-/// element beside the 106 of the record and of the entries below the stack.
+/// element beside the 74 of the record and of the entry below the stack.
 struct QRTChunkRecord {
   static constexpr unsigned kChunkBytes = 32760;  // bytes of a chunk, its trailer included
   static constexpr unsigned kHeaderBytes = 8;     // bytes in front of each area
@@ -27,11 +27,11 @@ struct QRTChunkRecord {
   std::uint16_t* top;        // entry of the stack for the element that is handed out next
   std::uint16_t* last;       // last entry that the stack has room for
   QRTFixedMemoryPool* pool;  // whose it is
-  std::uint64_t* has;      // word of the pool's QRTChunkIndex with a bit for chunks with free ones
-  std::uint64_t hasBit;    // the chunk's bit there
-  std::uint64_t* summary;  // word of the index with a bit for each such word that is not zero
-  std::uint64_t summaryBit;  // the word's bit there
-  unsigned age;              // the chunk's place in the index
+  std::size_t* has;        // word of the pool's QRTChunkIndex with a bit for chunks with free ones
+  std::size_t hasBit;      // the chunk's bit there
+  std::size_t* summary;    // word of the index with a bit for each such word that is not zero
+  std::size_t summaryBit;  // the word's bit there
+  unsigned age;            // the chunk's place in the index
 
   /// Stands for no chunk: it belongs to no pool, has no elements and none that is free.
   static QRTChunkRecord none;
@@ -58,12 +58,10 @@ struct QRTChunkRecord {
   }
 
   /// Distances from the chunk's start to the areas of the free elements, from entry 1 up to the
-  /// one that is handed out next at `top`. Entry 0 is 0, which is no area's, and so are as many
-  /// below it as `take` looks ahead. `none` has no entries but that one.
-  std::uint16_t* stack() { return reinterpret_cast<std::uint16_t*>(this + 1) + kAhead; }
-  const std::uint16_t* stack() const {
-    return reinterpret_cast<const std::uint16_t*>(this + 1) + kAhead;
-  }
+  /// one that is handed out next at `top`. Entry 0 is 0, which is no area's. `none` has no entries
+  /// but that one, and they are not here.
+  std::uint16_t* stack() { return reinterpret_cast<std::uint16_t*>(this + 1); }
+  const std::uint16_t* stack() const { return reinterpret_cast<const std::uint16_t*>(this + 1); }
 
   /// Distance of the element that is handed out next; 0 when none is free.
   unsigned head() const { return *top; }
@@ -93,16 +91,25 @@ struct QRTChunkRecord {
 
   /// Notes in the index that the chunk has no free element left. The pool does so before it asks
   /// for the newest chunk that has one.
-  void noteFull() const { clear(*has, hasBit, *summary, summaryBit); }
+  ///
+  /// There is no branch: which word has other bits is random where elements are freed at random.
+  void noteFull() const {
+    const std::size_t others = *has & ~hasBit;
+    const std::size_t isZero = (~others & (others - 1)) >> (sizeof others * 8 - 1);
+    *has = others;
+    *summary &= ~(summaryBit & (0 - isZero));
+  }
 
-  /// Clears a bit, and when it was the last one of its word the word's bit in the summary. There is
-  /// no branch: which word has others is random where elements are freed at random.
-  static void clear(std::uint64_t& word, std::uint64_t bit, std::uint64_t& summary,
-                    std::uint64_t bitOfWord) {
-    const std::uint64_t others = word & ~bit;
-    const std::uint64_t isZero = (~others & (others - 1)) >> 63;
-    word = others;
-    summary &= ~(bitOfWord & (0 - isZero));
+  /// Turns the header of a free element into that of one in use.
+  /// @return false, with nothing changed, when it is not that of a free element
+  [[gnu::always_inline]] static bool claim(char* area, unsigned distance) {
+    std::uint32_t mark = freeMark(distance);
+    if (std::memcmp(area - sizeof mark, &mark, sizeof mark) != 0) {
+      return false;
+    }
+    mark = usedMark(distance);
+    std::memcpy(area - sizeof mark, &mark, sizeof mark);
+    return true;
   }
 
   /// Takes the next free element.
@@ -116,16 +123,28 @@ struct QRTChunkRecord {
     }
     char* const from = start;
     char* const area = from + distance;
-    // After frees in random order each element's line is a cache miss of its own.
-    __builtin_prefetch(from + *(entry - kAhead), 1);
-    std::uint32_t mark = freeMark(distance);
-    if (std::memcmp(area - sizeof mark, &mark, sizeof mark) != 0) {
+    // After frees in random order each element's line is a cache miss of its own. Towards the end
+    // of the stack it is the last one's line that is asked for, without a branch.
+    const std::uint16_t* const lowest = stack() + 1;
+    const std::uint16_t* const ahead = entry - kAhead;
+    __builtin_prefetch(from + *(ahead < lowest ? lowest : ahead), 1);
+    if (!claim(area, distance)) {
       return nullptr;
     }
     top = entry - 1;
     writeHead(from, entry[-1]);
-    mark = usedMark(distance);
-    std::memcpy(area - sizeof mark, &mark, sizeof mark);
+    return area;
+  }
+
+  /// Does what `take` does for a chunk that has one free element and no more.
+  [[gnu::always_inline]] void* takeOnly() {
+    const unsigned distance = stack()[1];
+    char* const area = start + distance;
+    if (!claim(area, distance)) {
+      return nullptr;
+    }
+    top = stack();
+    writeHead(start, 0);
     return area;
   }
 
@@ -197,8 +216,11 @@ struct QRTChunkTable {
     constexpr unsigned kShift = QRTChunkWindow::kBits - QRTChunkWindow::kSizeBits;
     const char* const place = reinterpret_cast<const char*>(places) + (at >> kShift & mask);
     const QRTChunkWindow& window = *reinterpret_cast<const QRTChunkWindow*>(place);
-    // Chosen without a branch: which chunk an address lies in is anybody's guess.
-    return window.side[at >= window.border ? 1 : 0];
+    // Both are loaded before one is chosen, without a branch: which chunk an address lies in is
+    // anybody's guess.
+    QRTChunkRecord* const before = window.side[0];
+    QRTChunkRecord* const starting = window.side[1];
+    return at >= window.border ? starting : before;
   }
 };
 

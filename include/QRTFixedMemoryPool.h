@@ -11,6 +11,7 @@
 
 class QRTChunkIndex;
 class QRTChunkWindows;
+struct QRTChunkFound;
 
 /// Hands out elements of one size from chunks of 32,760 bytes. With element headers each chunk
 /// keeps its own free list, wholly free chunks can be released or moved to another pool, and
@@ -209,7 +210,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
   QRTChunkRecord* findFree();
-  unsigned leaveCurrent();
+  QRTChunkFound leaveCurrent();
   QRTChunkRecord* recordOf(const void* place) const;
   QRTChunkRecord* enter(Chunk* chunk) noexcept;
   void setCurrent(QRTChunkRecord* record);

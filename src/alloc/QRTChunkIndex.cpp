@@ -42,24 +42,14 @@ void QRTChunkIndex::remove(QRTChunkRecord* record) noexcept {
   QRTChunkRecord::release(record);
 }
 
-/// The search when none of the newest chunks has a free element.
-unsigned QRTChunkIndex::searchNewest() const noexcept {
-  for (unsigned top = m_top; top-- > 0;) {
-    if (m_summary[top] != 0) {
-      return newestOf(top, m_summary[top]);
-    }
-  }
-  return kNoAge;
-}
-
 /// Tells a chunk its age and its bits, and sets them.
 void QRTChunkIndex::place(QRTChunkRecord* record, std::size_t age) noexcept {
   const std::size_t word = age / kBits;
   record->age = static_cast<unsigned>(age);
   record->has = &m_has[word];
-  record->hasBit = std::uint64_t{1} << (age % kBits);
+  record->hasBit = std::size_t{1} << bitOf(age);
   record->summary = &m_summary[word / kBits];
-  record->summaryBit = std::uint64_t{1} << (word % kBits);
+  record->summaryBit = std::size_t{1} << bitOf(word);
   if (record->head() != 0) {
     record->noteFree();
   }

@@ -1,10 +1,17 @@
 #ifndef QRTCHUNKINDEX_H
 #define QRTCHUNKINDEX_H
 
-#include <cstdint>
+#include <cstddef>
 #include <vector>
 
 #include "QRTChunkRecord.h"
+
+/// A chunk with a free element, and the words of the QRTChunkIndex that say so.
+struct QRTChunkFound {
+  QRTChunkRecord* record = nullptr;  // null when there is none
+  std::size_t* has = nullptr;
+  std::size_t* summary = nullptr;
+};
 
 /// The chunks of a pool by age, and the newest one with a free element, without touching any.
 ///
@@ -27,45 +34,50 @@ class QRTChunkIndex {
   /// Takes a chunk out and releases its record.
   void remove(QRTChunkRecord* record) noexcept;
 
-  static constexpr unsigned kNoAge = UINT32_MAX;
-
-  /// @return the age of the newest chunk with a free element, or kNoAge; only for an index that has
-  ///         chunks
-  /// Cost: constant up to 4,096 chunks, then one more step for each 4,096 newer ones that are full.
-  [[gnu::always_inline]] unsigned newestWithFree() const noexcept {
-    const std::uint64_t summary = m_summary[m_top];
-    return summary != 0 ? newestOf(m_top, summary) : searchNewest();
+  /// @return the newest chunk with a free element; only for an index that has had chunks
+  /// Cost: constant up to 4,096 chunks (1,024 where a word has 32 bits), then one more step for
+  /// each as many newer ones that are full.
+  [[gnu::always_inline]] QRTChunkFound newestWithFree() noexcept {
+    std::size_t top = m_top;
+    while (m_summary[top] == 0) {
+      if (top-- == 0) {
+        return {};
+      }
+    }
+    const std::size_t word = top * kBits + newestIn(m_summary[top]);
+    return {m_records[word * kBits + newestIn(m_has[word])], &m_has[word], &m_summary[top]};
   }
 
-  /// @return the chunk of an age that `newestWithFree` gave
-  QRTChunkRecord* at(unsigned age) const noexcept { return m_records[age]; }
-
-  /// Does what QRTChunkRecord::noteFull does, without a look at the record: the next search for the
-  /// newest chunk depends on it, and would have to wait.
-  void noteFull(unsigned age) noexcept {
-    const unsigned word = age / kBits;
-    QRTChunkRecord::clear(m_has[word], std::uint64_t{1} << (age % kBits), m_summary[word / kBits],
-                          std::uint64_t{1} << (word % kBits));
+  /// Does what QRTChunkRecord::noteFull does for the chunk that was found last. Its bits are the
+  /// lowest ones of their words, so the next search needs not wait for the record.
+  [[gnu::always_inline]] static void noteFull(const QRTChunkFound& found) noexcept {
+    const std::size_t others = *found.has & (*found.has - 1);
+    const std::size_t words = *found.summary;
+    *found.has = others;
+    *found.summary = others != 0 ? words : words & (words - 1);
   }
 
  private:
-  static constexpr unsigned kBits = 64;
+  static constexpr std::size_t kBits = sizeof(std::size_t) * 8;
 
-  static unsigned highest(std::uint64_t word) {
-    return static_cast<unsigned>(__builtin_clzll(word)) ^ 63;
-  }
-  unsigned newestOf(unsigned top, std::uint64_t summary) const noexcept {
-    const unsigned word = top * kBits + highest(summary);
-    return word * kBits + highest(m_has[word]);
+  // Newer chunks have lower bits in a word: processors find the lowest bit at once.
+  static unsigned bitOf(std::size_t age) { return kBits - 1 - age % kBits; }
+  static std::size_t newestIn(std::size_t word) {
+    std::size_t bit = 0;
+    if constexpr (sizeof word == sizeof(unsigned long long)) {
+      bit = static_cast<std::size_t>(__builtin_ctzll(word));
+    } else {
+      bit = static_cast<std::size_t>(__builtin_ctz(word));
+    }
+    return kBits - 1 - bit;
   }
 
-  [[gnu::noinline]] unsigned searchNewest() const noexcept;
   void place(QRTChunkRecord* record, std::size_t age) noexcept;
   void placeAll() noexcept;
 
   std::vector<QRTChunkRecord*> m_records;  // by age, null where one was removed; owned
-  std::vector<std::uint64_t> m_has;        // one bit per age: the chunk has a free element
-  std::vector<std::uint64_t> m_summary;    // one bit per word of m_has that is not zero
+  std::vector<std::size_t> m_has;          // one bit per age: the chunk has a free element
+  std::vector<std::size_t> m_summary;      // one bit per word of m_has that is not zero
   unsigned m_top = 0;                      // last word of m_summary
   std::size_t m_live = 0;                  // chunks in the index
 };

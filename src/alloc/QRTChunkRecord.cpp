@@ -1,12 +1,11 @@
 #include "QRTChunkRecord.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 
 namespace {
 
-std::uint64_t noWord = 0;         // whose bits none has
+std::size_t noWord = 0;           // whose bits none has
 std::uint16_t noEntries[1] = {};  // whose stack is empty and has no room
 
 }  // namespace
@@ -27,7 +26,7 @@ constinit const QRTChunkTable QRTChunkTable::none = {noWindows, sizeof(QRTChunkW
 
 QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk,
                                      unsigned elements) noexcept {
-  const std::size_t entries = std::size_t{kAhead} + 1 + elements;
+  const std::size_t entries = std::size_t{1} + elements;
   void* const memory = std::malloc(sizeof(QRTChunkRecord) + entries * sizeof(std::uint16_t));
   if (memory == nullptr) {
     return nullptr;
@@ -38,7 +37,7 @@ QRTChunkRecord* QRTChunkRecord::make(QRTFixedMemoryPool* pool, void* chunk,
   record->pool = pool;
   record->top = record->stack();
   record->last = record->top + elements;
-  std::fill_n(record->top - kAhead, kAhead + 1, std::uint16_t{0});
+  *record->top = 0;
   return record;
 }
 

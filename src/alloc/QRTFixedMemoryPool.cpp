@@ -83,6 +83,15 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   delete m_index;
 }
 
+/// Gives up a current chunk without a free element.
+/// @return the newest chunk that has one
+inline QRTChunkFound QRTFixedMemoryPool::leaveCurrent() {
+  if (m_currentRecord != &QRTChunkRecord::none) {
+    setCurrent(&QRTChunkRecord::none);
+  }
+  return m_chunks != nullptr ? m_index->newestWithFree() : QRTChunkFound{};
+}
+
 void* QRTFixedMemoryPool::allocHere() {
   void* p = nullptr;
   if (m_useHeaders != 0 && isQuick()) {
@@ -91,35 +100,26 @@ void* QRTFixedMemoryPool::allocHere() {
   return p != nullptr ? p : allocSlow();
 }
 
-/// Gives up a current chunk without a free element.
-/// @return the age of the newest chunk that has one, or QRTChunkIndex::kNoAge
-inline unsigned QRTFixedMemoryPool::leaveCurrent() {
-  if (m_currentRecord != &QRTChunkRecord::none) {
-    setCurrent(&QRTChunkRecord::none);
-  }
-  return m_chunks != nullptr ? m_index->newestWithFree() : QRTChunkIndex::kNoAge;
-}
-
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.
 /// @return null when there is none, or when its header is not exactly as it should be
 void* QRTFixedMemoryPool::allocElsewhere() {
   if (m_currentRecord->head() != 0) {
     return nullptr;
   }
-  const unsigned age = leaveCurrent();
-  if (age == QRTChunkIndex::kNoAge) {
+  const QRTChunkFound found = leaveCurrent();
+  QRTChunkRecord* const record = found.record;
+  if (record == nullptr) {
     return nullptr;
   }
-  QRTChunkRecord* const record = m_index->at(age);
-  if (!record->hasOne()) {
-    setCurrent(record);
-    return record->take();
+  if (record->hasOne()) {
+    void* const p = record->takeOnly();
+    if (p != nullptr) {
+      QRTChunkIndex::noteFull(found);
+    }
+    return p;
   }
-  void* const p = record->take();
-  if (p != nullptr) {
-    m_index->noteFull(age);
-  }
-  return p;
+  setCurrent(record);
+  return record->take();
 }
 
 /// Settles what alloc and free may do, when something it depends on has changed.
@@ -206,11 +206,11 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
   if (m_currentRecord->head() != 0) {
     return m_currentRecord;
   }
-  const unsigned age = leaveCurrent();
-  if (age == QRTChunkIndex::kNoAge) {
+  const QRTChunkFound found = leaveCurrent();
+  QRTChunkRecord* const record = found.record;
+  if (record == nullptr) {
     return nullptr;
   }
-  QRTChunkRecord* const record = m_index->at(age);
   if (!record->hasOne()) {
     setCurrent(record);
   }
@@ -218,6 +218,10 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
+  // A window whose place was taken stands at another one.
+  if (m_table == m_windows && m_windows->find(p)->put(p)) {
+    return;
+  }
   if (m_detectOverWrites != 0) {
     checkForMemoryOverWrite();
   }
