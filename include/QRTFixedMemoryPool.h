@@ -210,7 +210,8 @@ class QRT_EXPORT QRTFixedMemoryPool {
   void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
   QRTChunkRecord* findFree();
-  QRTChunkFound leaveCurrent();
+  void leaveCurrent();
+  bool findNewest(QRTChunkFound& found) const;
   QRTChunkRecord* recordOf(const void* place) const;
   QRTChunkRecord* enter(Chunk* chunk) noexcept;
   void setCurrent(QRTChunkRecord* record);

@@ -8,9 +8,9 @@
 
 /// A chunk with a free element, and the words of the QRTChunkIndex that say so.
 struct QRTChunkFound {
-  QRTChunkRecord* record = nullptr;  // null when there is none
-  std::size_t* has = nullptr;
-  std::size_t* summary = nullptr;
+  QRTChunkRecord* record;
+  std::size_t* has;
+  std::size_t* summary;
 };
 
 /// The chunks of a pool by age, and the newest one with a free element, without touching any.
@@ -34,18 +34,20 @@ class QRTChunkIndex {
   /// Takes a chunk out and releases its record.
   void remove(QRTChunkRecord* record) noexcept;
 
-  /// @return the newest chunk with a free element; only for an index that has had chunks
+  /// Finds the newest chunk with a free element; only for an index that has had chunks.
+  /// @return false when there is none
   /// Cost: constant up to 4,096 chunks (1,024 where a word has 32 bits), then one more step for
   /// each as many newer ones that are full.
-  [[gnu::always_inline]] QRTChunkFound newestWithFree() noexcept {
+  [[gnu::always_inline]] bool findNewest(QRTChunkFound& found) noexcept {
     std::size_t top = m_top;
     while (m_summary[top] == 0) {
       if (top-- == 0) {
-        return {};
+        return false;
       }
     }
     const std::size_t word = top * kBits + newestIn(m_summary[top]);
-    return {m_records[word * kBits + newestIn(m_has[word])], &m_has[word], &m_summary[top]};
+    found = {m_records[word * kBits + newestIn(m_has[word])], &m_has[word], &m_summary[top]};
+    return true;
   }
 
   /// Does what QRTChunkRecord::noteFull does for the chunk that was found last. Its bits are the
@@ -63,13 +65,11 @@ class QRTChunkIndex {
   // Newer chunks have lower bits in a word: processors find the lowest bit at once.
   static unsigned bitOf(std::size_t age) { return kBits - 1 - age % kBits; }
   static std::size_t newestIn(std::size_t word) {
-    std::size_t bit = 0;
     if constexpr (sizeof word == sizeof(unsigned long long)) {
-      bit = static_cast<std::size_t>(__builtin_ctzll(word));
+      return (kBits - 1) ^ static_cast<unsigned>(__builtin_ctzll(word));
     } else {
-      bit = static_cast<std::size_t>(__builtin_ctz(word));
+      return (kBits - 1) ^ static_cast<unsigned>(__builtin_ctz(word));
     }
-    return kBits - 1 - bit;
   }
 
   void place(QRTChunkRecord* record, std::size_t age) noexcept;

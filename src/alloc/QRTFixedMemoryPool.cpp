@@ -83,43 +83,12 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   delete m_index;
 }
 
-/// Gives up a current chunk without a free element.
-/// @return the newest chunk that has one
-inline QRTChunkFound QRTFixedMemoryPool::leaveCurrent() {
-  if (m_currentRecord != &QRTChunkRecord::none) {
-    setCurrent(&QRTChunkRecord::none);
-  }
-  return m_chunks != nullptr ? m_index->newestWithFree() : QRTChunkFound{};
-}
-
 void* QRTFixedMemoryPool::allocHere() {
   void* p = nullptr;
   if (m_useHeaders != 0 && isQuick()) {
     p = allocElsewhere();
   }
   return p != nullptr ? p : allocSlow();
-}
-
-/// alloc when the current chunk is full: takes from the newest chunk that has a free element.
-/// @return null when there is none, or when its header is not exactly as it should be
-void* QRTFixedMemoryPool::allocElsewhere() {
-  if (m_currentRecord->head() != 0) {
-    return nullptr;
-  }
-  const QRTChunkFound found = leaveCurrent();
-  QRTChunkRecord* const record = found.record;
-  if (record == nullptr) {
-    return nullptr;
-  }
-  if (record->hasOne()) {
-    void* const p = record->takeOnly();
-    if (p != nullptr) {
-      QRTChunkIndex::noteFull(found);
-    }
-    return p;
-  }
-  setCurrent(record);
-  return record->take();
 }
 
 /// Settles what alloc and free may do, when something it depends on has changed.
@@ -206,15 +175,15 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
   if (m_currentRecord->head() != 0) {
     return m_currentRecord;
   }
-  const QRTChunkFound found = leaveCurrent();
-  QRTChunkRecord* const record = found.record;
-  if (record == nullptr) {
+  leaveCurrent();
+  QRTChunkFound found;
+  if (!findNewest(found)) {
     return nullptr;
   }
-  if (!record->hasOne()) {
-    setCurrent(record);
+  if (!found.record->hasOne()) {
+    setCurrent(found.record);
   }
-  return record;
+  return found.record;
 }
 
 void QRTFixedMemoryPool::freeHere(void* p) {
