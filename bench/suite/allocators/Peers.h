@@ -67,4 +67,15 @@ struct NextFitPool {
   QRTMemoryPool pool;
 };
 
+/// Any of them, with a program that reads each block before it gives it back, as a destructor does.
+/// What an allocator reads beside the block is there then.
+template <class Allocator>
+struct ReadBeforePut : Allocator {
+  using Allocator::Allocator;
+  void put(void* p, std::size_t size) {
+    static_cast<void>(*static_cast<const volatile char*>(p));
+    Allocator::put(p, size);
+  }
+};
+
 #endif  // BENCH_SUITE_ALLOCATORS_PEERS_H

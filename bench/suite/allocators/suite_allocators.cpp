@@ -38,13 +38,17 @@ void measure(const char* workload, const char* peer, const Options& options) {
                 static_cast<double>(suite::residentBytesNow() - before)});
 }
 
+template <class Allocator>
+using AsItIs = Allocator;
+
 /// Adds the peers that can do a pattern.
-template <class Pattern>
+/// @tparam How  AsItIs or ReadBeforePut
+template <class Pattern, template <class> class How = AsItIs>
 void addPeers(suite::Program& program, const char* workload, const Options& options) {
   const auto add = [&]<class Allocator>(const char* peer, std::type_identity<Allocator>) {
     if constexpr (Pattern::kOneSize || !Allocator::kFixed) {
       program.add(workload, peer, [workload, peer, &options] {
-        measure<Pattern, Allocator>(workload, peer, options);
+        measure<Pattern, How<Allocator>>(workload, peer, options);
       });
     }
   };
@@ -72,8 +76,10 @@ int main(int argc, char** argv) {
   addPeers<Lifo>(program, "lifo", options);
   addPeers<Fifo>(program, "fifo", options);
   addPeers<RandomOrder>(program, "random", options);
+  addPeers<RandomOrder, ReadBeforePut>(program, "random read", options);
   addPeers<FixedChurn>(program, "fixed churn", options);
   addPeers<Churn>(program, "churn", options);
+  addPeers<Churn, ReadBeforePut>(program, "churn read", options);
   addPeers<LargeChurn>(program, "churn large", options);
   addPeers<Burst>(program, "burst", options);
   return program.main(argc, argv);

@@ -174,7 +174,17 @@ WORKLOADS = {
 }
 
 # Patterns of use, each a workload of its own to the program.
-ALLOCATOR_PATTERNS = ("lifo", "fifo", "random", "fixed churn", "churn", "churn large", "burst")
+ALLOCATOR_PATTERNS = (
+    "lifo",
+    "fifo",
+    "random",
+    "random read",
+    "fixed churn",
+    "churn",
+    "churn read",
+    "churn large",
+    "burst",
+)
 
 
 def cases(scale: Scale, large: bool) -> list[Case]:
