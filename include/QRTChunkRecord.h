@@ -149,9 +149,8 @@ struct QRTChunkRecord {
   }
 
   /// Puts an element back.
-  /// @return false, with nothing changed, when the address is no element's in this chunk or when
-  /// its
-  ///         header is not that of an element in use
+  /// @return false, with nothing changed, when the address is no element's in this chunk, or its
+  ///         header not that of an element in use
   ///
   /// The header is a cache miss in a large pool. It is not waited for: the address tells where the
   /// element lies, the record which one was freed before it, and the comparison is predicted, so

@@ -84,9 +84,8 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Adds a chunk.
   /// @param chunk  a block of at least 32,760 bytes obtained with operator new, such as `reclaim`
   ///               gives; it becomes the pool's. Null obtains a new one.
-  /// @throws QRTOutOfMemoryError  there is no memory for a new chunk, or with headers for the
-  /// record
-  ///                              of a given one; the pool is unchanged, a given chunk the caller's
+  /// @throws QRTOutOfMemoryError  there is no memory for a new chunk, or none to record a given one
+  ///                              with headers; the pool is unchanged, a given chunk the caller's
   /// @throws QRTAssertError       the chunk is in the pool already, which changes nothing; or
   ///                              detection found a damaged header, and the chunk is in the pool
   /// Cost: O(elements per chunk).
@@ -210,8 +209,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
   QRTChunkRecord* findFree();
-  void leaveCurrent();
-  bool findNewest(QRTChunkFound& found) const;
+  bool findElsewhere(QRTChunkFound& found);
   QRTChunkRecord* recordOf(const void* place) const;
   QRTChunkRecord* enter(Chunk* chunk) noexcept;
   void setCurrent(QRTChunkRecord* record);

@@ -175,9 +175,8 @@ inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
   if (m_currentRecord->head() != 0) {
     return m_currentRecord;
   }
-  leaveCurrent();
   QRTChunkFound found;
-  if (!findNewest(found)) {
+  if (!findElsewhere(found)) {
     return nullptr;
   }
   if (!found.record->hasOne()) {

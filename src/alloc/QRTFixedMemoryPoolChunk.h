@@ -55,30 +55,24 @@ inline void QRTFixedMemoryPool::setCurrent(QRTChunkRecord* record) {
   m_current = reinterpret_cast<Chunk*>(record->start);
 }
 
-/// Gives up the current chunk, which has no free element.
-inline void QRTFixedMemoryPool::leaveCurrent() {
+/// Gives up the current chunk, which has no free element, and finds the newest one that has.
+/// @return false when there is none
+[[gnu::always_inline]] inline bool QRTFixedMemoryPool::findElsewhere(QRTChunkFound& found) {
   if (m_currentRecord != &QRTChunkRecord::none) {
     setCurrent(&QRTChunkRecord::none);
   }
-}
-
-/// Finds the newest chunk that has a free element; none is current then.
-/// @return false when there is none
-inline bool QRTFixedMemoryPool::findNewest(QRTChunkFound& found) const {
   return m_chunks != nullptr && m_index->findNewest(found);
 }
 
 /// alloc when the current chunk is full: takes from the newest chunk that has a free element.
 /// @return null when there is none, or when its header is not exactly as it should be
 [[gnu::always_inline]] inline void* QRTFixedMemoryPool::allocElsewhere() {
-  if (m_currentRecord != &QRTChunkRecord::none) {
-    if (m_currentRecord->head() != 0) {
-      return nullptr;
-    }
-    leaveCurrent();
+  // Mostly there is no current chunk then, and nothing to look at.
+  if (m_currentRecord != &QRTChunkRecord::none && m_currentRecord->head() != 0) {
+    return nullptr;
   }
   QRTChunkFound found;
-  if (!findNewest(found)) {
+  if (!findElsewhere(found)) {
     return nullptr;
   }
   if (!found.record->hasOne()) {
