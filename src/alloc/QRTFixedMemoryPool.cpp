@@ -10,7 +10,7 @@
 #include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
-#include "QRTMemoryChecker.h"
+#include "checkers/QRTMemoryChecker.h"
 
 namespace {
 

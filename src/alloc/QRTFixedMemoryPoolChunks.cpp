@@ -8,7 +8,7 @@
 #include "QRTChunkWindows.h"
 #include "QRTFixedMemoryPool.h"
 #include "QRTFixedMemoryPoolChunk.h"
-#include "QRTMemoryChecker.h"
+#include "checkers/QRTMemoryChecker.h"
 
 void* QRTFixedMemoryPool::reclaim(int keep) {
   if (m_detectOverWrites != 0) {

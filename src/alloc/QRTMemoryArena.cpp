@@ -13,7 +13,7 @@
 #include "QRTCore/QRTAssert.h"
 #include "QRTFixedMemoryPoolChunk.h"
 #include "QRTLargeBlocks.h"
-#include "QRTMemoryChecker.h"
+#include "checkers/QRTMemoryChecker.h"
 
 namespace {
 

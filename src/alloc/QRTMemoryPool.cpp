@@ -9,7 +9,7 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTHeapExtents.h"
-#include "QRTMemoryChecker.h"
+#include "checkers/QRTMemoryChecker.h"
 
 namespace {
 

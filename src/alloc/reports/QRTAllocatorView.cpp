@@ -4,10 +4,10 @@
 #include <cstring>
 #include <functional>
 
-#include "QRTFixedMemoryPoolChunk.h"
-#include "QRTHeapExtents.h"
-#include "QRTLargeBlocks.h"
-#include "QRTMemoryChecker.h"
+#include "../QRTFixedMemoryPoolChunk.h"
+#include "../QRTHeapExtents.h"
+#include "../QRTLargeBlocks.h"
+#include "../checkers/QRTMemoryChecker.h"
 
 std::size_t QRTAllocatorView::callerBytes(const QRTFixedMemoryPool& pool) {
   return pool.callerBytes();

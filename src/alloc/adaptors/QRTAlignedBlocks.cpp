@@ -5,7 +5,7 @@
 #include <limits>
 #include <new>
 
-#include "QRTAllocatorView.h"
+#include "../reports/QRTAllocatorView.h"
 #include "QRTCore/QRTThrowable.h"
 #include "QRTFixedMemoryPool.h"
 #include "QRTMemoryArena.h"
