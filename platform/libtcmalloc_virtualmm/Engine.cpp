@@ -59,8 +59,8 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
       m_arena(options.budgetBytes >= kHugePageBudget),
       m_slabs(m_classes, m_table, m_arena),
       m_store(std::move(file), m_error),
-      m_pager(MakePagerOptions(options, m_pageShift), m_classes, m_table, m_arena, m_slabs, m_store,
-              m_error) {}
+      m_pager(MakePagerOptions(options, m_pageShift), m_classes, m_table, m_arena, m_slabs,
+              m_deferred, m_store, m_error) {}
 
 void* Engine::Fail(std::uint64_t askedBytes) noexcept {
   m_error.Complete(askedBytes, m_arena.UsedFrames() << FrameArena::kFrameShift,
@@ -106,7 +106,8 @@ inline void* Engine::TakeSlot(std::uint8_t sizeClass, std::uint32_t size,
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   const Slot slot{&entry, header};
-  return IsFree(0) && IsTouched(entry) ? PinFresh(0, slot, offset) : PinSlot(slot, offset);
+  return m_deferred.IsFree(0) && IsTouched(entry) ? PinDeferred(0, slot, offset)
+                                                  : PinSlot(slot, offset);
 }
 
 inline void Engine::CountObject() noexcept {
@@ -119,9 +120,6 @@ inline void Engine::CountObject() noexcept {
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
   std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
   bool found = page != PageTable::kNoPage;
-  if (!found) {
-    SettlePins();
-  }
   while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
     found = m_pager.PageIn(page);
   }
@@ -141,7 +139,6 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
 }
 
 void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept {
-  SettlePins();
   const auto pages =
       static_cast<std::uint32_t>((std::uint64_t{size} + (1U << m_pageShift) - 1) >> m_pageShift);
   const std::uint32_t page = MakeSpan(pages, PageEntry::kLarge, size);
@@ -217,15 +214,13 @@ void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
   return PinSlot(slot, offset);
 }
 
-/// Pins an object in memory: fresh if that is possible, or counted.
+/// Pins an object in memory: deferred if that is possible, or counted.
 void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
-  if (slot.header->pins == 0 && MayPinFresh(slot)) {
-    for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-      if (IsFree(place)) {
-        return PinFresh(place, slot, offset);
-      }
+  if (slot.header->pins == 0 && !slot.entry->Notifies()) {
+    if (const std::uint32_t place = m_deferred.FindFree(); place != DeferredPins::kPlaces) {
+      return PinDeferred(place, slot, offset);
     }
-    SettlePins();
+    m_deferred.Flush();
   }
   if (slot.header->pins == 0) {
     ++slot.entry->live.pinned;
@@ -235,34 +230,6 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   }
   ++slot.header->pins;
   return slot.header + 1;
-}
-
-/// Counts the fresh pins, which are ordinary ones then.
-void Engine::SettlePins() noexcept {
-  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-    if (!IsFree(place)) {
-      m_freshOffsets[place] = 0;
-      const auto [entry, header] = m_freshSlots[place];
-      if (header->pins++ == 0) {
-        ++entry->live.pinned;
-      }
-    }
-  }
-}
-
-/// Takes away the fresh pins of an object that ends.
-void Engine::DropFreshPins(std::uint64_t offset) noexcept {
-  for (std::uint32_t place = 0; place < kFreshPins; ++place) {
-    if (m_freshOffsets[place] == offset) {
-      m_freshOffsets[place] = 0;
-    }
-  }
-}
-
-/// Tells the pager that no object of a span flagged kNotify is pinned any more.
-void Engine::OnLastUnpin(std::uint32_t page) noexcept {
-  SettlePins();
-  m_pager.OnLastUnpin(page);
 }
 
 void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
@@ -275,7 +242,6 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     return nullptr;
   }
   if (PageEntry* entry = FindLarge(handle)) {
-    SettlePins();
     if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
     }
@@ -295,7 +261,6 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   const bool isOut =
       entry.Kind() < PageEntry::kLarge && !entry.Resident() && handle.generation != kFreeGeneration;
   if (isOut) {
-    SettlePins();
     if (!m_pager.PageIn(handle.page)) {
       return Fail(ClassOf(entry).capacity);
     }
@@ -310,11 +275,9 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
 }
 
 void Engine::DismissOther(std::uint64_t offset) noexcept {
-  for (std::uint32_t place = 0; place < kFreshPins && offset != 0; ++place) {
-    if (m_freshOffsets[place] == offset) {
-      UnpinFresh(place, offset);
-      return;
-    }
+  if (const std::uint32_t place = m_deferred.Find(offset); place != DeferredPins::kPlaces) {
+    UnpinDeferred(place, offset);
+    return;
   }
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr || !slot.header->IsPinned()) {
@@ -324,16 +287,14 @@ void Engine::DismissOther(std::uint64_t offset) noexcept {
   if (--slot.header->pins == 0) {
     ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
     if (--slot.entry->live.pinned == 0 && slot.entry->Notifies()) {
-      OnLastUnpin(ObjectHandle::Decode(offset).page);
+      m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
     }
   }
 }
 
 void* Engine::MovePinOther(std::uint64_t from, std::uint64_t to) noexcept {
-  for (std::uint32_t place = 1; place < kFreshPins && from != 0; ++place) {
-    if (m_freshOffsets[place] == from) {
-      return MoveFreshPin(place, from, to);
-    }
+  if (const std::uint32_t place = m_deferred.Find(from); place != DeferredPins::kPlaces) {
+    return MoveDeferredPin(place, from, to);
   }
   Dismiss(from);
   return GetAddress(to, true);
@@ -350,7 +311,7 @@ void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
     entry->live.pinned = 0;
     ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
     if (entry->Notifies()) {
-      OnLastUnpin(handle.page);
+      m_pager.OnLastUnpin(handle.page);
     }
   }
 }
@@ -404,7 +365,7 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.state];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
-  DropFreshPins(offset);
+  m_deferred.Drop(offset);
   const bool wasPinned = slot.header->IsPinned();
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
@@ -431,7 +392,7 @@ void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexc
       m_slabs.OnSlotFreed(page, entry);
     }
     if (wasPinned && entry.live.pinned == 0 && entry.Notifies()) {
-      OnLastUnpin(page);
+      m_pager.OnLastUnpin(page);
     }
   }
   if (empty) {

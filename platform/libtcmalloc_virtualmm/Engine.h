@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/DeferredPins.h"
 #include "libtcmalloc_virtualmm/FrameArena.h"
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
@@ -63,12 +64,6 @@ class Engine {
   std::uint64_t DamagedReads() const { return m_pager.Counts().damaged + m_table.DamagedReads(); }
 
  private:
-  /// A slab object in memory.
-  struct Slot {
-    PageEntry* entry;      // its span's; null when there is no such object in memory
-    ObjectHeader* header;  // right before the object
-  };
-
   // How far behind an object's beginning the second line lies that is fetched with the first.
   static constexpr std::uint32_t kPrefetchAhead = 56;
 
@@ -77,14 +72,9 @@ class Engine {
   bool Reach(std::uint32_t page) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
-  bool MayPinFresh(Slot slot) const noexcept;
-  bool IsFree(std::uint32_t place) const noexcept;
-  void* PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
-  void UnpinFresh(std::uint32_t place, std::uint64_t offset) noexcept;
-  void* MoveFreshPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
-  void SettlePins() noexcept;
-  void DropFreshPins(std::uint64_t offset) noexcept;
-  void OnLastUnpin(std::uint32_t page) noexcept;
+  void* PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
+  void UnpinDeferred(std::uint32_t place, std::uint64_t offset) noexcept;
+  void* MoveDeferredPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
   bool IsTouched(const PageEntry& entry) const noexcept;
   void ShowObject(Slot slot) noexcept;
   const SizeClass& ClassOf(const PageEntry& entry) const { return m_classes[entry.Kind()]; }
@@ -111,13 +101,7 @@ class Engine {
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
 
-  // Fresh pins: taken, but not counted in headers and entries yet. Most are dismissed soon, often
-  // the last one first, and then neither has to be written or found again. A fresh pin's object has
-  // no pins in its header, and its span is not flagged kNotify; whatever looks at counts of pins,
-  // or may move spans, settles fresh pins first, which counts them.
-  static constexpr std::uint32_t kFreshPins = 4;
-  std::uint64_t m_freshOffsets[kFreshPins]{};  // of the objects; 0 for none
-  Slot m_freshSlots[kFreshPins]{};             // where they are
+  DeferredPins m_deferred;  // first: what every pin and dismissal looks at
 
   std::uint64_t m_currentObjects = 0;  // objects allocated
   std::uint64_t m_maxObjects = 0;      // most objects at one time
@@ -144,7 +128,7 @@ class Engine {
 // memory at a time.
 
 /// Where the object at `offset` is if there is one: its header is not looked at.
-inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
+inline Slot Engine::Locate(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!m_table.Has(handle.page)) [[unlikely]] {
     return {};
@@ -156,7 +140,7 @@ inline Engine::Slot Engine::Locate(std::uint64_t offset) noexcept {
   return {&entry, SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte)};
 }
 
-inline Engine::Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
+inline Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   const Slot slot = Locate(offset);
   if (slot.entry == nullptr || std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)).tag !=
                                    ObjectHandle::TagOf(offset)) [[unlikely]] {
@@ -171,37 +155,25 @@ inline bool Engine::IsTouched(const PageEntry& entry) const noexcept {
   return entry.live.touched == m_pager.ModifiedEpoch();
 }
 
-/// Whether a pin of an object that has none in its header may stay uncounted.
-inline bool Engine::MayPinFresh(Slot slot) const noexcept {
-  return !slot.entry->Notifies();
-}
-
-/// Whether there is no fresh pin in a place. No offset's byte is 0, so one half of it tells.
-inline bool Engine::IsFree(std::uint32_t place) const noexcept {
-  return static_cast<std::uint32_t>(m_freshOffsets[place]) == 0;
-}
-
-inline void* Engine::PinFresh(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
+inline void* Engine::PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
   ShowObject(slot);
-  m_freshOffsets[place] = offset;
-  m_freshSlots[place] = slot;
+  m_deferred.Put(place, slot, offset);
   return slot.header + 1;
 }
 
-inline void Engine::UnpinFresh(std::uint32_t place,
-                               [[maybe_unused]] std::uint64_t offset) noexcept {
-  m_freshOffsets[place] = 0;
+inline void Engine::UnpinDeferred(std::uint32_t place,
+                                  [[maybe_unused]] std::uint64_t offset) noexcept {
+  m_deferred.Remove(place);
   if constexpr (ObjectGuard::kActive) {
-    if (std::find(m_freshOffsets, m_freshOffsets + kFreshPins, offset) ==
-        m_freshOffsets + kFreshPins) {
-      const Slot slot = m_freshSlots[place];
+    if (m_deferred.Find(offset) == DeferredPins::kPlaces) {
+      const Slot slot = m_deferred.At(place);
       ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
     }
   }
 }
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
-  if (!IsFree(0)) {
+  if (!m_deferred.IsFree(0)) {
     return GetAddressAgain(offset, forWriting);
   }
   const Slot slot = Locate(offset);
@@ -211,37 +183,37 @@ inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept 
       !IsTouched(*slot.entry)) [[unlikely]] {
     return GetAddressAgain(offset, forWriting);
   }
-  return PinFresh(0, slot, offset);
+  return PinDeferred(0, slot, offset);
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
-  if (offset != m_freshOffsets[0] || offset == 0) {
+  if (!m_deferred.Holds(0, offset)) {
     DismissOther(offset);
     return;
   }
-  UnpinFresh(0, offset);
+  UnpinDeferred(0, offset);
 }
 
 inline void* Engine::MovePin(std::uint64_t from, std::uint64_t to) noexcept {
-  if (from != m_freshOffsets[0] || from == 0) {
+  if (!m_deferred.Holds(0, from)) {
     return MovePinOther(from, to);
   }
-  return MoveFreshPin(0, from, to);
+  return MoveDeferredPin(0, from, to);
 }
 
-/// Between neighbours of one page nothing has to be found, and what let the one pin be fresh holds
-/// for the other.
-inline void* Engine::MoveFreshPin(std::uint32_t place, std::uint64_t from,
-                                  std::uint64_t to) noexcept {
-  const Slot old = m_freshSlots[place];
+/// Between neighbours of one page nothing has to be found, and what let the one pin be deferred
+/// holds for the other.
+inline void* Engine::MoveDeferredPin(std::uint32_t place, std::uint64_t from,
+                                     std::uint64_t to) noexcept {
+  const Slot old = m_deferred.At(place);
   const ObjectHandle handle = ObjectHandle::Decode(to);
-  UnpinFresh(place, from);
+  UnpinDeferred(place, from);
   if (ObjectHandle::Decode(from ^ to).page == 0 &&
       m_classes.IsSlotStart(old.entry->state, handle.byte) && IsTouched(*old.entry)) {
     ObjectHeader* header =
         SlabPage::NeighbourOf(old.header, ObjectHandle::Decode(from).byte, handle.byte);
     if (ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
-      return PinFresh(place, {old.entry, header}, to);
+      return PinDeferred(place, {old.entry, header}, to);
     }
   }
   return GetAddress(to, true);

@@ -64,7 +64,7 @@ std::uint32_t Engine::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,
                                                std::uint32_t* written) noexcept {
   // No total is kept while objects are pinned and unpinned: it would make every pin wait for the
   // one before it.
-  SettlePins();
+  m_deferred.Flush();
   std::uint64_t pinned = 0;
   std::uint32_t count = 0;
   const auto add = [&](ObjectHandle handle, std::uint32_t size, std::uint32_t pins) {

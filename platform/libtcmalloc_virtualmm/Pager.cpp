@@ -41,13 +41,15 @@ std::uint32_t Share(std::uint64_t frames, std::uint64_t share, std::uint32_t mos
 }  // namespace
 
 Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
-             FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error)
+             FrameArena& arena, SlabDirectory& slabs, DeferredPins& deferred, BackingStore& store,
+             StoreError& error)
     : m_options(options),
       m_frameShift(options.pageShift - FrameArena::kFrameShift),
       m_classes(classes),
       m_table(table),
       m_arena(arena),
       m_slabs(slabs),
+      m_deferred(deferred),
       m_store(store),
       m_error(error),
       m_policy(table, arena, options.budgetFrames),
@@ -75,6 +77,7 @@ std::uint64_t Pager::Hash(const Moving& span) const noexcept {
 // ---- coming in ----------------------------------------------------------------------------------
 
 std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept {
+  m_deferred.Flush();
   const std::uint32_t frame = ObtainFrames(FramesOf(pages), Purpose::kNewSpan);
   if (frame != kNoFrame) {
     Enter(frame, page, ReplacementPolicy::kNeverEvicted, 0);
@@ -92,6 +95,7 @@ std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept 
 ///     reported when somebody asks for it.
 ///  5. Enter the good ones into the table and the queues.
 bool Pager::PageIn(std::uint32_t page) noexcept {
+  m_deferred.Flush();
   // Step 1 and 2.
   std::array<Moving, PagingFile::kMaxSlices> spans;
   const std::uint32_t own = SpanPages(page);
@@ -446,6 +450,7 @@ void Pager::EndSpan(std::uint32_t page) noexcept {
 // ---- the budget and the file --------------------------------------------------------------------
 
 void Pager::OnLastUnpin(std::uint32_t page) noexcept {
+  m_deferred.Flush();
   PageEntry& entry = m_table[page];
   if (m_arena[entry.where].queue == Frame::Queue::kNone) {
     m_policy.Insert(entry.where, ReplacementPolicy::kNeverEvicted);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/DeferredPins.h"
 #include "libtcmalloc_virtualmm/FrameArena.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/ReadAhead.h"
@@ -33,13 +34,15 @@ struct PagerOptions {
 };
 
 /// Decides which spans are in memory: brings them in, makes room under the budget, writes what
-/// changed. Spans with a pinned object never leave or move. Nothing here throws; what fails is
-/// noted in the StoreError and leaves every span as it was.
+/// changed. Spans with a pinned object never leave or move; what may let others do so flushes the
+/// deferred pins first. Nothing here throws; what fails is noted in the StoreError and leaves every
+/// span as it was.
 class Pager {
  public:
   /// The parts are the engine's own and outlive the pager.
   Pager(const PagerOptions& options, const SizeClasses& classes, PageTable& table,
-        FrameArena& arena, SlabDirectory& slabs, BackingStore& store, StoreError& error);
+        FrameArena& arena, SlabDirectory& slabs, DeferredPins& deferred, BackingStore& store,
+        StoreError& error);
 
   /// Gives frames to a new span of `pages` pages whose kind is set, enters it as modified and, as
   /// long as its objects are not counted yet, unpinned.
@@ -55,7 +58,8 @@ class Pager {
   /// begins a span that is out, and while that span's leaf of the page table is out as well.
   [[gnu::cold]] void Expect(std::uint32_t page) noexcept;
 
-  /// Ends a span: it leaves memory, without a write, and its pages are free.
+  /// Ends a span without objects, or a large object's: it leaves memory, without a write, and its
+  /// pages are free.
   void EndSpan(std::uint32_t page) noexcept;
 
   /// To be called at the last unpin of a span flagged kNotify: it may leave again, and what memory
@@ -132,6 +136,7 @@ class Pager {
   PageTable& m_table;
   FrameArena& m_arena;
   SlabDirectory& m_slabs;
+  DeferredPins& m_deferred;
   BackingStore& m_store;
   StoreError& m_error;
   ReplacementPolicy m_policy;

@@ -34,6 +34,12 @@ struct ObjectHeader {
 constexpr std::uint32_t kObjectHeaderBytes = 8;
 static_assert(sizeof(ObjectHeader) == kObjectHeaderBytes);
 
+/// Where a slab object in memory is.
+struct Slot {
+  PageEntry* entry;      ///< its span's; null when there is no such object in memory
+  ObjectHeader* header;  ///< right before the object
+};
+
 /// One slab span, as it stands in memory and, with every pin count 0, in the file:
 ///
 ///     byte 0        8                16                 16 + stride

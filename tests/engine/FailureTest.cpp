@@ -230,11 +230,13 @@ TEST_F(FailureTest, WithoutAPagingFileTheBudgetIsTheEnd) {
   }
 }
 
-// In a child of the file's owner: what is in memory is served, what is out is not touched.
+// In a child of the file's owner: what is in memory is served and stays there, for neither could it
+// be written nor, once it left, be read again. What is out is not touched.
 TEST_F(FailureTest, AForeignFileIsNeitherReadNorWritten) {
   Make(32);
-  std::vector<Object> objects = AddMany(100, kPage);
+  const std::vector<Object> objects = AddMany(100, kPage);
   ExpectIntact(objects);  // everything is written; 32 clean pages are in memory
+  ASSERT_EQ(GetStats().residentBytes, 32 * kPage);
   file->foreign = true;
   const std::size_t calls = file->reads.made + file->writes.made + file->reserves.made;
   std::vector<Object> served;
@@ -245,13 +247,15 @@ TEST_F(FailureTest, AForeignFileIsNeitherReadNorWritten) {
       served.push_back(object);
     }
   }
-  EXPECT_GE(served.size(), 28U) << "what fails to come in pushes nothing out";
   EXPECT_THAT(engine->GetLastError(), HasSubstr("parent"));
+  EXPECT_EQ(served.size(), 32U) << "what fails to come in pushes nothing out";
+  EXPECT_EQ(AddUntilFull(kPage, 1000).size(), 0U);
+  EXPECT_EQ(AddUntilFull(300, 1000).size(), 0U);
+  EXPECT_EQ(GetStats().residentBytes, 32 * kPage) << "nor does what is made";
   ASSERT_NO_FATAL_FAILURE(ChangeAll(served, 900));
   ExpectIntact(served);
-  EXPECT_LT(AddUntilFull(kPage, 1000).size(), 1000U);
-  ExpectIntact(served);
   Free(served);
+  EXPECT_EQ(AddUntilFull(kPage, 1000).size(), 32U) << "what is freed makes room";
   EXPECT_EQ(file->reads.made + file->writes.made + file->reserves.made, calls);
 }
 

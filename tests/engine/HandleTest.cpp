@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <set>
 
 #include "engine/EngineFixture.h"
@@ -169,6 +170,74 @@ TEST_F(HandleTest, PinsAreCountedAndTheAddressStaysWhileOneLasts) {
     ExpectIntact(others);
     Free(others);
     engine->Deallocate(b.offset);
+  }
+}
+
+// Whatever makes the pager look for room meets objects that were pinned just before: a new object,
+// a fault, and the last unpin of an object that was brought in beyond the budget.
+TEST_F(HandleTest, ObjectsPinnedJustBeforeStayWhereTheyAreWhenRoomIsMade) {
+  enum class Cause { kNewSlab, kNewLarge, kFault, kLargeFault, kLastUnpin, kLargeLastUnpin };
+  for (const Cause cause : {Cause::kNewSlab, Cause::kNewLarge, Cause::kFault, Cause::kLargeFault,
+                            Cause::kLastUnpin, Cause::kLargeLastUnpin}) {
+    SCOPED_TRACE(testing::Message() << "cause " << static_cast<int>(cause));
+    constexpr std::uint32_t kSlabbed = 800;  // five in a page
+    Make(8);
+    const std::vector<Object> stored = AddMany(50, kSlabbed);
+    const std::vector<Object> large = {Add(30000, 20), Add(30000, 21)};
+    PushOut();
+    // Eight pages changed in memory, and a disk that takes nothing: what comes in exceeds the
+    // budget.
+    std::vector<Object> resident = AddMany(40, kSlabbed);
+    std::vector<std::uint64_t> beyond;
+    if (cause == Cause::kLastUnpin || cause == Cause::kLargeLastUnpin) {
+      file->writes.Fail(EIO);
+      for (const Object& object : cause == Cause::kLastUnpin ? stored : large) {
+        ASSERT_NE(engine->GetAddress(object.offset, true), nullptr);
+        beyond.push_back(object.offset);
+      }
+      file->writes.Mend();
+    }
+    References pinned;
+    std::vector<void*> addresses;
+    for (std::size_t i = 0; i < resident.size(); i += 10) {
+      addresses.push_back(engine->GetAddress(resident[i].offset, true));
+      pinned.emplace_back(resident[i].offset, kSlabbed, 1);
+    }
+    std::sort(pinned.begin(), pinned.end());
+    std::uint64_t made = 0;
+    switch (cause) {
+      case Cause::kNewSlab:
+      case Cause::kNewLarge:
+        ASSERT_NE(engine->Allocate(cause == Cause::kNewSlab ? 100 : 30000, made), nullptr);
+        engine->Deallocate(made);
+        break;
+      case Cause::kFault:
+      case Cause::kLargeFault:
+        ExpectIntact(cause == Cause::kFault ? stored : large);
+        break;
+      case Cause::kLastUnpin:
+      case Cause::kLargeLastUnpin:
+        for (const std::uint64_t offset : beyond) {
+          engine->Dismiss(offset);
+        }
+        break;
+    }
+    EXPECT_LE(GetStats().residentBytes, (8 + 8) * 4096U) << "something had to leave";
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+      const Object& object = resident[10 * i];
+      ASSERT_EQ(engine->GetAddress(object.offset, true), addresses[i]) << "object " << i;
+      ASSERT_TRUE(Holds(addresses[i], kSlabbed, object.seed));
+      engine->Dismiss(object.offset);
+    }
+    EXPECT_EQ(GetReferences(), pinned);
+    for (std::size_t i = 0; i < resident.size(); i += 10) {
+      engine->Dismiss(resident[i].offset);
+    }
+    EXPECT_EQ(GetReferences(), References());
+    EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
+    ExpectIntact(resident);
+    ExpectIntact(stored);
+    ExpectIntact(large);
   }
 }
 

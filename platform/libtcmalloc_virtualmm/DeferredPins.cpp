@@ -1,0 +1,25 @@
+#include "libtcmalloc_virtualmm/DeferredPins.h"
+
+namespace tcmalloc {
+
+void DeferredPins::Flush() noexcept {
+  for (std::uint32_t place = 0; place < kPlaces; ++place) {
+    if (!IsFree(place)) {
+      Remove(place);
+      const auto [entry, header] = m_slots[place];
+      if (header->pins++ == 0) {
+        ++entry->live.pinned;
+      }
+    }
+  }
+}
+
+void DeferredPins::Drop(std::uint64_t offset) noexcept {
+  for (std::uint32_t place = 0; place < kPlaces; ++place) {
+    if (Holds(place, offset)) {
+      Remove(place);
+    }
+  }
+}
+
+}  // namespace tcmalloc
