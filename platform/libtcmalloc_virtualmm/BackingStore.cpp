@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/StoreError.h"
 
 namespace tcmalloc {
@@ -63,6 +64,7 @@ bool BackingStore::Reserve(std::uint64_t end) noexcept {
     m_reservedEnd = end;
     return true;
   }
+  LIBTCMALLOC_ASSERT(m_open && m_reservedEnd < end);
   const std::uint64_t step = std::clamp(end / 8, kMinReserveStep, kMaxReserveStep);
   int error = 0;
   for (const std::uint64_t target : {end + step, end}) {
@@ -91,6 +93,7 @@ bool BackingStore::Write(std::uint64_t offset, const IoSlice* slices, std::size_
 bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
                             std::size_t count) noexcept {
   const bool reading = direction == Direction::kRead;
+  LIBTCMALLOC_ASSERT(count > 0);
   if (!Open(Verb(reading))) {
     return false;
   }
@@ -101,6 +104,7 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
     while (next < count && held < left.size()) {
       left[held++] = slices[next++];
     }
+    LIBTCMALLOC_ASSERT(left[0].data != nullptr && left[0].size > 0);
     const std::int64_t moved = reading ? m_file->ReadSome(offset, left.data(), held)
                                        : m_file->WriteSome(offset, left.data(), held);
     if (moved == -EINTR) {
@@ -153,6 +157,7 @@ void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
     return;
   }
   // A file that cannot be cut stays as long as it is; nothing depends on it.
+  LIBTCMALLOC_ASSERT(m_open && usedEnd < m_fileBytes);
   if (m_file->Truncate(usedEnd) == 0) {
     m_fileBytes = usedEnd;
     m_reservedEnd = std::min(m_reservedEnd, usedEnd);

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
 namespace tcmalloc {
 
 /// A fixed set of bits, one for each free place, searched for runs of free places.
@@ -18,6 +20,7 @@ class BitRuns {
 
   /// Marks `count` places from `first` on as free or taken.
   void Mark(std::uint32_t first, std::uint32_t count, bool free) {
+    LIBTCMALLOC_ASSERT(first <= kBits && count <= kBits - first);
     while (count > 0) {
       const std::uint32_t bit = first % 64;
       const std::uint32_t here = std::min(count, 64 - bit);
@@ -29,7 +32,15 @@ class BitRuns {
     }
   }
 
-  bool IsFree(std::uint32_t place) const { return (m_words[place / 64] >> (place % 64) & 1) != 0; }
+  bool IsFree(std::uint32_t place) const {
+    LIBTCMALLOC_ASSERT(place < kBits);
+    return (m_words[place / 64] >> (place % 64) & 1) != 0;
+  }
+
+  /// Whether all of `count` places from `first` on are free, or all of them taken.
+  bool AreAll(std::uint32_t first, std::uint32_t count, bool free) const {
+    return (free ? NextTaken(first) : NextFree(first)) >= first + count;
+  }
 
   /// The lowest run of at least `count` free places, or kNone.
   /// @param longest  receives the longest run met on the way; all of them when there is none

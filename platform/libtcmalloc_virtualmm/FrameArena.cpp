@@ -22,9 +22,11 @@ FrameArena::~FrameArena() {
       Unmap(chunk);
     }
   }
+  LIBTCMALLOC_ASSERT(m_mappedFrames == 0);
 }
 
 std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChunk) noexcept {
+  LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
   if (count == 1) {
     while (m_firstVacant < m_chunkEnd && m_freeCounts[m_firstVacant] == 0) {
       ++m_firstVacant;
@@ -53,6 +55,9 @@ std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChun
 
 std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count) {
   Chunk& c = *m_chunks[chunk];
+  LIBTCMALLOC_ASSERT(count <= c.freeCount && place + count <= c.frameCount);
+  LIBTCMALLOC_ASSERT(!c.Shared() || c.free.AreAll(place, count, true));
+  LIBTCMALLOC_ASSERT(c.frames[place].count == 0);
   if (c.Shared()) {
     c.free.Mark(place, count, false);
     m_emptyChunks -= c.freeCount == kChunkFrames ? 1 : 0;
@@ -63,11 +68,14 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   c.frames[place] = Frame{};
   c.frames[place].count = count & Frame::kMaxCount;
   const std::uint32_t frame = chunk * kChunkFrames + place;
+  LIBTCMALLOC_ASSERT(m_usedFrames <= m_mappedFrames);
+  LIBTCMALLOC_ASSERT(reinterpret_cast<std::uintptr_t>(Address(frame)) % (1U << kFrameShift) == 0);
   ObjectGuard::Show(Address(frame), static_cast<std::size_t>(count) << kFrameShift);
   return frame;
 }
 
 std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
+  LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
   std::uint32_t chunk = 0;
   while (chunk < m_chunkEnd && m_chunks[chunk] != nullptr) {
     ++chunk;
@@ -106,14 +114,18 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
 }
 
 void FrameArena::Release(std::uint32_t frame) noexcept {
+  LIBTCMALLOC_ASSERT(IsMapped(frame));
   const std::uint32_t chunk = frame / kChunkFrames;
   Chunk& c = *m_chunks[chunk];
   Frame& first = (*this)[frame];
   const std::uint32_t count = first.count;
+  LIBTCMALLOC_ASSERT(count > 0 && count <= c.frameCount - c.freeCount && count <= m_usedFrames);
+  LIBTCMALLOC_ASSERT(!c.Shared() || c.free.AreAll(frame % kChunkFrames, count, false));
   first.count = 0;
   m_usedFrames -= count;
   c.freeCount += count;
   if (!c.Shared()) {
+    LIBTCMALLOC_ASSERT(c.freeCount == c.frameCount);
     Unmap(chunk);
     return;
   }
@@ -130,6 +142,7 @@ void FrameArena::Release(std::uint32_t frame) noexcept {
 bool FrameArena::ReleaseEmptyChunk() noexcept {
   for (std::uint32_t chunk = 0; m_emptyChunks > 0 && chunk < m_chunkEnd; ++chunk) {
     if (m_freeCounts[chunk] == kChunkFrames) {
+      LIBTCMALLOC_ASSERT(m_chunks[chunk]->free.AreAll(0, kChunkFrames, true));
       Unmap(chunk);
       --m_emptyChunks;
       return true;
@@ -140,6 +153,7 @@ bool FrameArena::ReleaseEmptyChunk() noexcept {
 
 void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   const Chunk& c = *m_chunks[chunk];
+  LIBTCMALLOC_ASSERT(c.frameCount <= m_mappedFrames);
   const std::size_t bytes = static_cast<std::size_t>(c.frameCount) << kFrameShift;
   m_mappedFrames -= c.frameCount;
   ObjectGuard::Show(c.base, bytes);  // the addresses may be somebody else's next

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "libtcmalloc_virtualmm/BitRuns.h"
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 
 namespace tcmalloc {
 
@@ -51,10 +52,12 @@ class FrameArena {
 
   /// The address of a frame.
   char* Address(std::uint32_t frame) const {
+    LIBTCMALLOC_ASSERT(IsMapped(frame));
     return reinterpret_cast<char*>(  // NOLINT(performance-no-int-to-ptr): see m_origins
         m_origins[frame / kChunkFrames] + (static_cast<std::uintptr_t>(frame) << kFrameShift));
   }
   Frame& operator[](std::uint32_t frame) {
+    LIBTCMALLOC_ASSERT(IsMapped(frame));
     return m_chunks[frame / kChunkFrames]->frames[frame % kChunkFrames];
   }
 
@@ -97,6 +100,9 @@ class FrameArena {
     bool Shared() const { return frameCount == kChunkFrames; }
   };
 
+  bool IsMapped(std::uint32_t frame) const {
+    return frame / kChunkFrames < m_chunkEnd && m_chunks[frame / kChunkFrames] != nullptr;
+  }
   bool GrowTable() noexcept;
   void Unmap(std::uint32_t chunk) noexcept;
   std::uint32_t TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count);

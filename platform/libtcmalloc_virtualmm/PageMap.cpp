@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <exception>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
 namespace tcmalloc {
 
 namespace {
@@ -14,6 +16,7 @@ constexpr std::size_t kMaxGroups = (1U << 22) - 1;
 }  // namespace
 
 std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
+  LIBTCMALLOC_ASSERT(count > 0);
   const bool inGroup = count <= kGroupPages;
   std::uint32_t first = inGroup ? FindInGroup(count) : FindWholeGroups(count);
   if (first == kNoPage) {
@@ -32,10 +35,13 @@ std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
   Mark(first, count, false);
   m_usedPages += count;
   m_usedEnd = std::max(m_usedEnd, first + count);
+  LIBTCMALLOC_ASSERT(m_usedEnd <= PageCount() && m_usedPages <= m_usedEnd);
   return first;
 }
 
 void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
+  LIBTCMALLOC_ASSERT(count > 0 && count <= m_usedPages);
+  LIBTCMALLOC_ASSERT(first < m_usedEnd && count <= m_usedEnd - first);
   m_usedPages -= count;
   m_firstVacant = std::min<std::size_t>(m_firstVacant, first / kGroupPages);
   Mark(first, count, true);
@@ -50,6 +56,7 @@ void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
       }
     }
   }
+  LIBTCMALLOC_ASSERT(m_usedPages <= m_usedEnd);
 }
 
 std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
@@ -101,6 +108,7 @@ void PageMap::Mark(std::uint32_t first, std::uint32_t count, bool free) {
   while (count > 0) {
     Group& group = m_groups[first / kGroupPages];
     const std::uint32_t here = std::min(count, kGroupPages - first % kGroupPages);
+    LIBTCMALLOC_ASSERT(group.free.AreAll(first % kGroupPages, here, !free));
     group.free.Mark(first % kGroupPages, here, free);
     if (free) {
       group.longestRun = kGroupPages;

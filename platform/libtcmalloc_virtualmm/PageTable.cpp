@@ -30,6 +30,7 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
                                           : BringIn(first);
     if (outcome == Outcome::kIn) {
       PageEntry& entry = (*this)[first];
+      LIBTCMALLOC_ASSERT(kind <= PageEntry::kLarge && !entry.IsSpanHead());
       entry.state = kind | PageEntry::kOut;
       entry.flags = 0;
       return first;
@@ -45,12 +46,14 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
 
 void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   PageEntry& entry = (*this)[first];
+  LIBTCMALLOC_ASSERT(IsIn(first) && entry.IsSpanHead());
   entry.state = PageEntry::kNoHead | PageEntry::kOut;
   entry.flags = 0;
   m_map.Release(first, count);
 }
 
 bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
+  LIBTCMALLOC_ASSERT(IsIn(page));
   Leaf& leaf = *m_leaves[page / kLeafPages];
   if (leaf.largeBytes == nullptr) {
     leaf.largeBytes.reset(new (std::nothrow) std::uint32_t[kLeafPages]());
@@ -74,6 +77,7 @@ bool PageTable::Grow() noexcept {
     m_images = std::move(images);
     m_leafCapacity = capacity;
   }
+  LIBTCMALLOC_ASSERT(known <= leaves && leaves <= m_leafCapacity);
   std::fill_n(m_leaves.get() + known, leaves - known, &m_absent);
   std::fill_n(m_images.get() + known, leaves - known, kNoImage);
   m_pageCount = m_map.PageCount();
@@ -89,6 +93,8 @@ bool PageTable::NoteNoMemory() noexcept {
 
 void PageTable::OnSpanIn(std::uint32_t page) noexcept {
   Leaf* leaf = m_leaves[page / kLeafPages];
+  LIBTCMALLOC_ASSERT(IsIn(page) && (*this)[page].IsSpanHead() && (*this)[page].Resident());
+  LIBTCMALLOC_ASSERT(leaf->spansIn < kLeafPages);
   if (leaf->spansIn++ == 0) {
     RemoveIdle(leaf);
   }
@@ -96,6 +102,7 @@ void PageTable::OnSpanIn(std::uint32_t page) noexcept {
 
 void PageTable::OnSpanOut(std::uint32_t page) noexcept {
   Leaf* leaf = m_leaves[page / kLeafPages];
+  LIBTCMALLOC_ASSERT(IsIn(page) && leaf->spansIn > 0);
   if (--leaf->spansIn == 0) {
     AppendIdle(leaf);
   }
@@ -113,6 +120,7 @@ void PageTable::SendOutDownTo(std::uint32_t count) noexcept {
 ///  2. Take memory.
 ///  3. Read it and compare it with its hash; one that was never written is made as new.
 PageTable::Outcome PageTable::BringIn(std::uint32_t page) noexcept {
+  LIBTCMALLOC_ASSERT(!IsIn(page));
   SendOutDownTo(m_leafLimit - 1);
   Leaf* leaf = TakeUnused();
   if (leaf == nullptr) {
@@ -124,6 +132,7 @@ PageTable::Outcome PageTable::BringIn(std::uint32_t page) noexcept {
     GiveUnused(leaf);
     return outcome;
   }
+  LIBTCMALLOC_ASSERT(leaf->spansIn == 0);
   m_leaves[leaf->number] = leaf;
   ++m_leavesIn;
   AppendIdle(leaf);
@@ -166,8 +175,10 @@ bool PageTable::SendOneOut() noexcept {
   if (leaf == nullptr) {
     return false;
   }
+  LIBTCMALLOC_ASSERT(m_leaves[leaf->number] == leaf && leaf->spansIn == 0);
   Image image{};
   for (std::uint32_t i = 0; i < kLeafPages; ++i) {
+    LIBTCMALLOC_ASSERT(!leaf->entries[i].Resident());
     image.entries[i] = leaf->entries[i];
     image.entries[i].where = 0;
     if (leaf->largeBytes != nullptr && image.entries[i].Kind() == PageEntry::kLarge) {
@@ -227,6 +238,8 @@ void PageTable::GiveUnused(Leaf* leaf) noexcept {
 }
 
 void PageTable::AppendIdle(Leaf* leaf) {
+  LIBTCMALLOC_ASSERT(leaf != &m_absent && m_leaves[leaf->number] == leaf);
+  LIBTCMALLOC_ASSERT((m_oldestIdle == nullptr) == (m_newestIdle == nullptr));
   leaf->older = m_newestIdle;
   leaf->newer = nullptr;
   (m_newestIdle == nullptr ? m_oldestIdle : m_newestIdle->newer) = leaf;
@@ -234,6 +247,8 @@ void PageTable::AppendIdle(Leaf* leaf) {
 }
 
 void PageTable::RemoveIdle(Leaf* leaf) {
+  LIBTCMALLOC_ASSERT((leaf->older == nullptr ? m_oldestIdle : leaf->older->newer) == leaf);
+  LIBTCMALLOC_ASSERT((leaf->newer == nullptr ? m_newestIdle : leaf->newer->older) == leaf);
   (leaf->older == nullptr ? m_oldestIdle : leaf->older->newer) = leaf->newer;
   (leaf->newer == nullptr ? m_newestIdle : leaf->newer->older) = leaf->older;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/PageEntry.h"
 #include "libtcmalloc_virtualmm/PageMap.h"
 #include "libtcmalloc_virtualmm/StoreError.h"
@@ -34,15 +35,20 @@ class PageTable {
   bool Has(std::uint32_t page) const { return page < m_pageCount; }
   /// The entry of a page that the table has; while its leaf is out, one that begins no span.
   PageEntry& operator[](std::uint32_t page) {
+    LIBTCMALLOC_ASSERT(Has(page));
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
   const PageEntry& operator[](std::uint32_t page) const {
+    LIBTCMALLOC_ASSERT(Has(page));
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
   /// The same, or null for a page beyond the table.
   PageEntry* Find(std::uint32_t page) { return Has(page) ? &(*this)[page] : nullptr; }
   /// Whether the page's leaf, which the table has, is in memory.
-  bool IsIn(std::uint32_t page) const { return m_leaves[page / kLeafPages] != &m_absent; }
+  bool IsIn(std::uint32_t page) const {
+    LIBTCMALLOC_ASSERT(Has(page));
+    return m_leaves[page / kLeafPages] != &m_absent;
+  }
 
   /// The entry of a page, whose leaf is brought in if it is out. Another leaf may leave for it:
   /// entries of pages that are out are good until the next call.
@@ -65,6 +71,8 @@ class PageTable {
 
   /// The size in bytes of the large object at `page`, whose leaf is in memory.
   std::uint32_t& LargeBytes(std::uint32_t page) {
+    LIBTCMALLOC_ASSERT((*this)[page].Kind() == PageEntry::kLarge);
+    LIBTCMALLOC_ASSERT(m_leaves[page / kLeafPages]->largeBytes != nullptr);
     return m_leaves[page / kLeafPages]->largeBytes[page % kLeafPages];
   }
   /// Makes room to note that size. @return false without memory, which is noted

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
 namespace tcmalloc {
 
 namespace {
@@ -30,6 +32,8 @@ void ReplacementPolicy::PutBack(std::uint32_t frame) {
 void ReplacementPolicy::Append(Frame::Queue queue, std::uint32_t frame) {
   List& list = ListOf(queue);
   Frame& f = m_arena[frame];
+  LIBTCMALLOC_ASSERT(f.queue == Frame::Queue::kNone && f.count > 0);
+  LIBTCMALLOC_ASSERT(EntryOf(frame).Resident() && EntryOf(frame).where == frame);
   f.queue = queue;
   f.older = list.newest;
   f.newer = kNoFrame;
@@ -44,10 +48,15 @@ void ReplacementPolicy::Remove(std::uint32_t frame) {
     return;
   }
   List& list = ListOf(f.queue);
+  LIBTCMALLOC_ASSERT((f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) == frame);
+  LIBTCMALLOC_ASSERT((f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) == frame);
+  LIBTCMALLOC_ASSERT(list.frames >= f.count);
   (f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) = f.newer;
   (f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) = f.older;
   list.frames -= f.count;
   f.queue = Frame::Queue::kNone;
+  LIBTCMALLOC_ASSERT((list.oldest == kNoFrame) == (list.frames == 0));
+  LIBTCMALLOC_ASSERT((list.newest == kNoFrame) == (list.frames == 0));
 }
 
 void ReplacementPolicy::Replace(std::uint32_t from, std::uint32_t to) {
@@ -55,7 +64,10 @@ void ReplacementPolicy::Replace(std::uint32_t from, std::uint32_t to) {
   if (f.queue == Frame::Queue::kNone) {
     return;
   }
+  LIBTCMALLOC_ASSERT(from != to && m_arena[to].count == f.count);
   List& list = ListOf(f.queue);
+  LIBTCMALLOC_ASSERT((f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) == from);
+  LIBTCMALLOC_ASSERT((f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) == from);
   (f.older == kNoFrame ? list.oldest : m_arena[f.older].newer) = to;
   (f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) = to;
 }
@@ -70,6 +82,8 @@ std::uint32_t ReplacementPolicy::NextVictim() {
       return kNoFrame;
     }
     PageEntry& entry = EntryOf(frame);
+    LIBTCMALLOC_ASSERT((m_arena[frame].queue == Frame::Queue::kSmall) == fromSmall);
+    LIBTCMALLOC_ASSERT(entry.Resident() && entry.where == frame);
     Remove(frame);
     if (entry.live.pinned > 0) {
       entry.live.touched |= PageEntry::kNotify;

@@ -1,6 +1,7 @@
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "libtcmalloc_virtualmm/SlabPage.h"
 
@@ -29,6 +30,7 @@ std::uint32_t UsableBytes(std::uint32_t pages, std::uint32_t pageSize) {
 }  // namespace
 
 SizeClasses::SizeClasses(std::uint32_t pageSize) {
+  LIBTCMALLOC_ASSERT(std::has_single_bit(pageSize) && pageSize >= 4096 && pageSize <= 16384);
   // Every stride that cuts a span up with less than a grain for each slot to spare.
   std::uint32_t last = 0;
   for (std::uint32_t pages = 1; pages <= kMaxSpanPages; pages *= 2) {
@@ -38,6 +40,7 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
       const std::uint32_t grain = exact <= kFineStride ? 8 : 16;
       const std::uint32_t stride = exact / grain * grain;
       if (stride > last) {
+        LIBTCMALLOC_ASSERT(slots * stride <= usable && usable / slots < stride + grain);
         AddClass(stride, usable / stride, pages);
         last = stride;
       }
@@ -64,6 +67,7 @@ SizeClasses::SizeClasses(std::uint32_t pageSize) {
 }
 
 void SizeClasses::AddClass(std::uint32_t stride, std::uint32_t slots, std::uint32_t pages) {
+  LIBTCMALLOC_ASSERT(m_count < kLarge && stride % 8 == 0);
   // The smallest factor whose product with the stride is above 2^32.
   const auto factor = static_cast<std::uint32_t>((std::uint64_t{1} << 32) / stride + 1);
   m_slots[m_count] = {factor, slots * (factor * stride)};

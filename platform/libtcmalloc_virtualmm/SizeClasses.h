@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
 namespace tcmalloc {
 
 /// Bytes in front of the first slot's object: the slab header and the first object header.
@@ -36,6 +38,7 @@ class SizeClasses {
   /// The class that serves `size` bytes (at least 1), or kLarge. Objects of a multiple of 16 bytes
   /// go to a class whose slots are all aligned to 16.
   std::uint8_t ClassFor(std::uint32_t size) const {
+    LIBTCMALLOC_ASSERT(size > 0);
     if (size > m_maxSlabBytes) {
       return kLarge;
     }
@@ -43,7 +46,10 @@ class SizeClasses {
     return (size & 15) == 0 ? m_classOfAligned[index] : m_classOf[index];
   }
 
-  const SizeClass& operator[](std::uint8_t sizeClass) const { return m_classes[sizeClass]; }
+  const SizeClass& operator[](std::uint8_t sizeClass) const {
+    LIBTCMALLOC_ASSERT(sizeClass < m_count);
+    return m_classes[sizeClass];
+  }
   std::uint32_t Count() const { return m_count; }
 
   /// Whether an object's place starts at `byte`, whose low three bits do not matter, in a span in

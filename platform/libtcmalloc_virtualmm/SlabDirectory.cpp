@@ -7,8 +7,11 @@ namespace tcmalloc {
 
 void SlabDirectory::Open(std::uint32_t page) {
   PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(entry.Resident() && entry.Kind() < m_classes.Count());
+  LIBTCMALLOC_ASSERT(entry.live.freeSlots > 0 && entry.live.firstFree != 0);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
   ClassState& state = m_states[entry.Kind()];
+  LIBTCMALLOC_ASSERT(!state.HasFreeSlot());
   state.openSlab = SlabAt(entry.where);
   state.openEntry = &entry;
   state.openPage = page;
@@ -20,6 +23,7 @@ std::uint32_t SlabDirectory::TakeInMemory(std::uint8_t sizeClass) {
     const std::uint32_t page = vacant.back();
     vacant.pop_back();
     if (IsUsable(sizeClass, page)) {
+      LIBTCMALLOC_ASSERT(m_table[page].live.freeSlots > 0);
       m_table[page].flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
       return page;
     }
@@ -44,6 +48,8 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
   PageEntry& entry = EntryAt(frame);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
   SlabAt(frame)->Load(entry.live);
+  LIBTCMALLOC_ASSERT(entry.live.freeSlots < m_classes[entry.Kind()].slots);
+  LIBTCMALLOC_ASSERT((entry.live.firstFree == 0) == (entry.live.freeSlots == 0));
   if (entry.live.freeSlots > 0) {
     NoteVacant(m_arena[frame].page, entry);
   }
@@ -52,6 +58,7 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
   const std::uint32_t page = m_arena[frame].page;
   PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(!entry.Resident() && entry.where == frame && entry.live.pinned == 0);
   CloseIfOpen(page);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
   if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
@@ -67,11 +74,14 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
 
 void SlabDirectory::OnRelease(std::uint32_t frame) {
   const std::uint32_t page = m_arena[frame].page;
+  LIBTCMALLOC_ASSERT(m_states[m_table[page].Kind()].spans > 0);
+  LIBTCMALLOC_ASSERT(m_table[page].live.pinned == 0);
   CloseIfOpen(page);
   --m_states[m_table[page].Kind()].spans;
 }
 
 void SlabDirectory::OnMoved(std::uint32_t from, std::uint32_t to) {
+  LIBTCMALLOC_ASSERT(from != to && EntryAt(to).where == from);
   ClassState& state = m_states[EntryAt(to).Kind()];
   if (state.openSlab == SlabAt(from)) {
     state.openSlab = SlabAt(to);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/FrameArena.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
@@ -51,6 +52,7 @@ class SlabDirectory {
   /// class has no other free slot at hand, else lists it.
   void OnSlotFreed(std::uint32_t page, PageEntry& entry) {
     const ClassState& state = m_states[entry.Kind()];
+    LIBTCMALLOC_ASSERT(entry.Resident() && entry.live.freeSlots > 0 && !state.IsOpen(entry));
     if (!state.HasFreeSlot()) {
       Open(page);
     } else if ((entry.flags & PageEntry::kListed) == 0) {

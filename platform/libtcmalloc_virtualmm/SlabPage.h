@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
 #include "libtcmalloc_virtualmm/PageEntry.h"
@@ -56,6 +57,7 @@ class SlabPage {
  public:
   /// Lays out an empty slab in the span at `frame`.
   static void Format(char* frame, const SizeClass& sizeClass, PageEntry::Live& live) {
+    LIBTCMALLOC_ASSERT(reinterpret_cast<std::uintptr_t>(frame) % 16 == 0);
     auto* slab = new (frame) SlabPage;
     slab->m_reserved = 0;
     live.firstFree = kFirstObjectByte;
@@ -86,10 +88,15 @@ class SlabPage {
   /// @return its header
   ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
                      const SizeClass& sizeClass) {
+    LIBTCMALLOC_ASSERT(live.freeSlots > 0 && live.freeSlots <= sizeClass.slots);
+    LIBTCMALLOC_ASSERT(size > 0 && size <= sizeClass.capacity && generation != kFreeGeneration);
     const std::uint32_t byte = live.firstFree;
+    LIBTCMALLOC_ASSERT(byte >= kFirstObjectByte && byte % 8 == 0);
     ObjectHeader* header = HeaderAt(byte);
+    LIBTCMALLOC_ASSERT(header->pins == kFreePins);
     live.firstFree = ObjectHandle::ByteOf(header->tag);
     --live.freeSlots;
+    LIBTCMALLOC_ASSERT((live.firstFree == 0) == (live.freeSlots == 0));
     const std::uint32_t slack = sizeClass.capacity - size;
     header->pins = 0;
     header->tag = (byte + std::min(slack, kSlackInSlot)) << 16 | generation;
@@ -106,6 +113,8 @@ class SlabPage {
   /// Gives the slot of the object at `byte` back. The byte is the handle's, not read from the
   /// header: what follows need not wait for the object's cache line.
   static void GiveBack(PageEntry::Live& live, ObjectHeader* header, std::uint16_t byte) {
+    LIBTCMALLOC_ASSERT(header->pins != kFreePins);
+    LIBTCMALLOC_ASSERT((live.firstFree == 0) == (live.freeSlots == 0));
     header->pins = kFreePins;
     header->tag = FreeTag(live.firstFree);
     live.firstFree = byte & 0xFFF8;
