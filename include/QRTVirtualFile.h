@@ -87,7 +87,7 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   /// Moves the position. Past the end it lengthens the file, without allocating: what was never
   /// written reads as the bytes that a fresh page happens to hold.
   /// @return the new position; -1, with nothing changed, when that would be below 0 or past
-  ///         4 GiB - 1
+  ///         4 GiB - 2: the position 4 GiB - 1 looks like a failure. Only a write gets there
   int seek(int offset, seekorigin origin) override;
 
   // A file of the operating system is opened by these; a virtual file by those below.
@@ -96,7 +96,9 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   /// Ends the compressor's member and unpins. Content, position and length stay; the file can be
   /// used on.
   /// @return 1
-  /// @throws what comes up when the end of the member is stored; the file is closed all the same
+  /// @throws what comes up when the end of the member is stored; QRTIllegalStateError when an
+  ///         earlier `write` lost the member. The file is closed all the same, so that the next
+  ///         `close` has nothing to report
   int close() override;
 
   /// @return bytes in the file
@@ -107,24 +109,25 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   /// @param memMgr    not owned; outlives the file, or its next `open`
   /// @param pageSize  bytes of a page; 0 means kDefaultPageSize
   /// @param compress  true switches compressing on; false leaves it as it is
-  /// @throws as `close`, when the file had a manager; it keeps that one then, and is closed
   virtual void open(QRTVirtualMemoryMgr* memMgr, unsigned int, unsigned int pageSize,
                     bool compress);
 
-  /// Opens the file in a manager of its own.
+  /// Opens the file in a manager of its own, by the other `open`.
   /// @param memorySize  bytes to hold in memory; 0 means the manager's default
   /// @param pageSize    bytes of a page; 0 means kDefaultPageSize
   /// @param compress    true switches compressing on; false leaves it as it is
   /// @throws QRTOutOfMemoryError, QRTStdExceptionError when the manager cannot be made; the file is
-  ///         as it was
+  ///         as it was. What an override of the other `open` raises; a manager that it took by then
+  ///         stays the file's own
   virtual void open(unsigned int memorySize, unsigned int, unsigned int pageSize, bool compress);
 
-  /// Closes the file and makes it empty.
+  /// Closes the file and makes it empty. A member that `close` cannot end, or that a `write` has
+  /// lost, is dropped without an error, since it would be gone in any case.
   /// @param giveUpPages  whether the pages go as well; else they are used again
-  /// @throws as `close`
   virtual void reset(bool giveUpPages);
 
-  /// Unpins and gives every page back to the manager. Position and length stay.
+  /// Unpins and gives every page back to the manager. Position and length stay. A member that a
+  /// `write` has lost is dropped, and `close` does not report it any more.
   virtual void dispose();
 
  protected:

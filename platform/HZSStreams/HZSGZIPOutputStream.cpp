@@ -1,6 +1,7 @@
 #include "HZSStreams/HZSGZIPOutputStream.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "HZSStreams/GzipCompressor.h"
@@ -20,6 +21,8 @@ HZSGZIPOutputStream::HZSGZIPOutputStream()
       m_compressor(nullptr),
       m_buffers(nullptr),
       m_gathered(0),
+      m_written(0),
+      m_passedOn(0),
       m_level(kDefaultLevel),
       m_state(eFresh) {
   std::unique_ptr<GzipCompressor> compressor = GzipCompressor::make();
@@ -49,6 +52,7 @@ void HZSGZIPOutputStream::write(const char* data, unsigned int n) {
   }
   QRT_ASSERT(data);
   beginMember();
+  m_written += n;
   if (n >= kBufferBytes - m_gathered) {
     compress(m_buffers, m_gathered, GzipCompressor::eMore);
     m_gathered = 0;
@@ -90,11 +94,12 @@ void HZSGZIPOutputStream::finish() {
 /// Makes sure that there is a member to write to.
 void HZSGZIPOutputStream::beginMember() {
   if (m_state == eFailed) {
-    QRT_THROW(QRTIllegalStateError(
-        0, "HZSGZIPOutputStream: the member was lost when its sink raised an error"));
+    raiseLost();
   }
   if (m_state != eInMember) {
     m_compressor->begin(m_level);
+    m_written = 0;
+    m_passedOn = 0;
     m_state = eInMember;
   }
 }
@@ -111,10 +116,22 @@ void HZSGZIPOutputStream::compress(const char* data, unsigned int n, int mode) {
     left -= step.consumed;
     if (step.produced != 0) {
       m_sink->write(output, static_cast<unsigned int>(step.produced));
+      m_passedOn += step.produced;
     }
     if (step.done) {
       break;
     }
   }
   m_state = eInMember;
+}
+
+/// Says how much is at stake: what a reader can get out of the sink is the beginning of the member.
+void HZSGZIPOutputStream::raiseLost() const {
+  char text[224];
+  std::snprintf(
+      text, sizeof text,
+      "HZSGZIPOutputStream: the member was lost when its sink raised an error: %llu bytes "
+      "were given to it, and its sink has taken the first %llu of their compressed form",
+      m_written, m_passedOn);
+  QRT_THROW(QRTIllegalStateError(0, text));
 }

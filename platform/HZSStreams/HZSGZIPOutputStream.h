@@ -14,7 +14,8 @@ class GzipCompressor;
 /// more, which leaves its last member cut off.
 ///
 /// An error that the sink raises passes through. Nobody can tell then what the sink has kept, so
-/// the member is lost: every later operation raises QRTIllegalStateError.
+/// the member is lost: every later operation raises QRTIllegalStateError, whose text says how much
+/// was written to the member and how much of its compressed form the sink has taken.
 class QRT_EXPORT HZSGZIPOutputStream : public HZSOutputStream {
  public:
   static constexpr int kMinLevel = 0;      ///< fastest
@@ -58,18 +59,24 @@ class QRT_EXPORT HZSGZIPOutputStream : public HZSOutputStream {
   /// @throws as `write`
   void finish();
 
+  /// @return whether an error of the sink has cost the current member
+  bool isLost() const noexcept { return m_state == eFailed; }
+
  private:
   enum State { eFresh, eInMember, eFinished, eFailed };
 
   void beginMember();
   void compress(const char* data, unsigned int n, int mode);
+  [[noreturn]] void raiseLost() const;
 
-  HZSOutputStream* m_sink;       // receives the compressed bytes, not owned
-  GzipCompressor* m_compressor;  // the compression library, owned
-  char* m_buffers;               // kBufferBytes of input, then as many of output; owned
-  unsigned int m_gathered;       // bytes of input waiting in the first half
-  int m_level;                   // for the next member
-  State m_state;                 // where the current member stands
+  HZSOutputStream* m_sink;        // receives the compressed bytes, not owned
+  GzipCompressor* m_compressor;   // the compression library, owned
+  char* m_buffers;                // kBufferBytes of input, then as many of output; owned
+  unsigned int m_gathered;        // bytes of input waiting in the first half
+  unsigned long long m_written;   // bytes of input that the current member was given
+  unsigned long long m_passedOn;  // bytes of its compressed form that the sink has taken
+  int m_level;                    // for the next member
+  State m_state;                  // where the current member stands
 };
 
 #endif  // HZSSTREAMS_HZSGZIPOUTPUTSTREAM_H

@@ -18,6 +18,9 @@ constexpr unsigned int kCurrentPosition = 0xFFFFFFFF;
 
 constexpr unsigned int kMaxLength = std::numeric_limits<unsigned int>::max();
 
+// A seek to kMaxLength would give what a failed one gives.
+constexpr unsigned int kMaxSeek = kMaxLength - 1;
+
 [[noreturn]] void raiseFull(unsigned int position, unsigned int n) {
   char text[128];
   std::snprintf(text, sizeof text,
@@ -86,13 +89,25 @@ void QRTVirtualFile::open(QRTVirtualMemoryMgr* memMgr, unsigned int, unsigned in
   }
 }
 
+// An override of the other `open` can take the manager, store something in it and raise an error
+// then, or leave the manager for another one. The file owns it if that is what the file ends with.
 void QRTVirtualFile::open(unsigned int memorySize, unsigned int unused, unsigned int pageSize,
                           bool compress) {
   std::unique_ptr<QRTVirtualMemoryMgr> manager(
       QRT_GUARD_ALLOC(new QRTVirtualMemoryMgr(memorySize, 0U, 64)));
-  open(manager.get(), unused, pageSize, compress);
-  static_cast<void>(manager.release());
-  m_ownsMemMgr = true;
+  const auto ownIfTaken = [&] {
+    if (m_memMgr == manager.get()) {
+      m_ownsMemMgr = true;
+      static_cast<void>(manager.release());
+    }
+  };
+  try {
+    open(manager.get(), unused, pageSize, compress);
+  } catch (...) {
+    ownIfTaken();
+    throw;
+  }
+  ownIfTaken();
 }
 
 int QRTVirtualFile::write(const void* data, unsigned int n) {
@@ -185,7 +200,7 @@ int QRTVirtualFile::seek(int offset, seekorigin origin) {
   } else if (origin == eSeekEnd) {
     position += m_length;
   }
-  if (position < 0 || position > kMaxLength) {
+  if (position < 0 || position > kMaxSeek) {
     return -1;
   }
   if (m_buffer != nullptr && !inSamePage(m_position, static_cast<unsigned int>(position))) {
@@ -219,8 +234,12 @@ int QRTVirtualFile::close() {
   return 1;
 }
 
+// What cannot be stored any more when the member ends would be given up by the next line.
 void QRTVirtualFile::reset(bool giveUpPages) {
-  close();
+  try {
+    close();
+  } catch (...) {  // NOLINT(bugprone-empty-catch)
+  }
   if (giveUpPages) {
     dispose();
   }
@@ -229,6 +248,10 @@ void QRTVirtualFile::reset(bool giveUpPages) {
 }
 
 void QRTVirtualFile::dispose() {
+  if (m_gzipStream != nullptr && m_gzipStream->isLost()) {
+    delete m_gzipStream;
+    m_gzipStream = nullptr;
+  }
   dismissBuffer(kCurrentPosition);
   while (!m_pages.empty()) {
     if (m_memMgr != nullptr) {

@@ -155,9 +155,12 @@ TEST_F(HZSGZIPOutputStreamTest, WithoutASinkOrDataItAsserts) {
 TEST_F(HZSGZIPOutputStreamTest, AnErrorOfTheSinkPassesThroughAndTheMemberIsLost) {
   sink.room = 0;
   write("held back");
+  EXPECT_FALSE(stream.isLost());
   EXPECT_THROW(stream.finish(), std::runtime_error);
+  EXPECT_TRUE(stream.isLost());
   sink.room = SIZE_MAX;
-  expectRaised<QRTIllegalStateError>([&] { stream.finish(); });
+  const auto error = expectRaised<QRTIllegalStateError>([&] { stream.finish(); });
+  EXPECT_THAT(textOf(error), testing::HasSubstr(": 9 bytes were given"));
   expectRaised<QRTIllegalStateError>([&] { write("more"); });
   expectRaised<QRTIllegalStateError>([&] { stream.flush(); });
   EXPECT_EQ(sink.bytes, "");
