@@ -20,7 +20,7 @@ class QRTVirtualFile;
 ///
 /// Errors of the file come out of the operations; a standard stream turns them into its bad state,
 /// or lets them through when asked by `exceptions(std::ios::badbit)`. What could not be written is
-/// dropped. A position past the end lengthens the file, one past 4 GiB - 1 is refused.
+/// dropped. A position past the end lengthens the file, one past 4 GiB - 2 is refused.
 class QRT_EXPORT QRTVirtualFileStreamBuf : public std::streambuf {
  public:
   /// @param file        not owned, outlives the buffer

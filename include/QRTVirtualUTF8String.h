@@ -59,6 +59,9 @@ class QRT_EXPORT QRTVirtualUTF8String : public QRTVirtualPageItem {
   /// @throws as above
   void setString(std::string_view utf8, QRTVirtualMemoryMgr* memMgr);
 
+  /// The same for zero-terminated UTF-8; null is the empty string and changes nothing.
+  void setString(const char* utf8, QRTVirtualMemoryMgr* memMgr);
+
   /// @return the stored string
   /// @throws QRTOutOfMemoryError when it has more characters than an I18NString can; std::bad_alloc
   /// Cost: O(length), and one read when the string is not in memory
@@ -89,16 +92,21 @@ class QRT_EXPORT QRTVirtualUTF8String : public QRTVirtualPageItem {
   /// Cost: as above. Nothing is allocated.
   int isEqual(std::string_view utf8, QRTVirtualMemoryMgr* memMgr) const;
 
+  /// The same for zero-terminated UTF-8; null is the empty string.
+  int isEqual(const char* utf8, QRTVirtualMemoryMgr* memMgr) const;
+
   /// The same operations with the manager of a container.
   void setString(const I18NString& s, QRTVirtualContainer* container);
   void setString(const QRTI18NBuffer& buf, QRTVirtualContainer* container);
   void setString(std::string_view utf8, QRTVirtualContainer* container);
+  void setString(const char* utf8, QRTVirtualContainer* container);
   I18NString getString(QRTVirtualContainer* container);
   void getI18NBuffer(QRTI18NBuffer& buf, QRTVirtualContainer* container);
   void* getObjectPtr(QRTVirtualContainer* container);
   int isEqual(const QRTVirtualUTF8String& other, QRTVirtualContainer* container) const;
   int isEqual(const I18NString& s, QRTVirtualContainer* container) const;
   int isEqual(std::string_view utf8, QRTVirtualContainer* container) const;
+  int isEqual(const char* utf8, QRTVirtualContainer* container) const;
 };
 
 #endif  // QRTVIRTUALUTF8STRING_H

@@ -134,6 +134,9 @@ int I18NString::getUtf8Length() const {
 }
 
 void I18NString::copyUtf8(char* out) const noexcept {
+  if (out == nullptr) {
+    return;
+  }
   if (m_hasUtf8) {
     std::memcpy(out, m_utf8.data(), m_utf8.size());
   } else {
@@ -151,6 +154,9 @@ bool I18NString::hasUtf8Length(std::size_t length) const noexcept {
 }
 
 bool I18NString::equalsUtf8(const char* bytes) const noexcept {
+  if (bytes == nullptr) {
+    return empty();
+  }
   return m_hasUtf8 ? std::memcmp(m_utf8.data(), bytes, m_utf8.size()) == 0
                    : QRTUtUtf8::equalsUtf8(m_units, bytes);
 }

@@ -92,7 +92,7 @@ class QRT_EXPORT I18NString {
   int getUtf8Length() const;
 
   /// Writes the string in UTF-8, without a terminating zero; an unpaired surrogate becomes U+FFFD.
-  /// @param out  receives `getUtf8Length()` bytes
+  /// @param out  receives `getUtf8Length()` bytes; null receives nothing
   /// Cost: O(size). Allocates nothing and keeps nothing, unlike `c_str`.
   void copyUtf8(char* out) const noexcept;
 
@@ -100,7 +100,8 @@ class QRT_EXPORT I18NString {
   bool hasUtf8Length(std::size_t length) const noexcept;
 
   /// Compares with text in UTF-8 without converting either.
-  /// @param bytes  as many as the string has in UTF-8, see `hasUtf8Length`
+  /// @param bytes  as many as the string has in UTF-8, see `hasUtf8Length`; null is no text, which
+  ///               is the empty string's
   /// @return whether they are the string's UTF-8
   /// Cost: O(size). Allocates nothing.
   bool equalsUtf8(const char* bytes) const noexcept;

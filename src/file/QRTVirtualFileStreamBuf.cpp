@@ -132,14 +132,16 @@ QRTVirtualFileStreamBuf::pos_type QRTVirtualFileStreamBuf::seekoff(off_type offs
   } else if (origin == std::ios_base::end) {
     target = static_cast<unsigned int>(m_file.getLength());
   }
-  constexpr off_type kMaxPosition = UINT_MAX;
+  constexpr off_type kMaxPosition = off_type{UINT_MAX} - 1;  // the last that the file seeks to
   if (offset < -target || offset > kMaxPosition - target) {
     return off_type{-1};
   }
   target += offset;
   while (off_type way = target - getPosition()) {
     way = std::clamp<off_type>(way, -INT_MAX, INT_MAX);
-    m_file.seek(static_cast<int>(way), QRTFmFile::eSeekCurrent);
+    if (m_file.seek(static_cast<int>(way), QRTFmFile::eSeekCurrent) == -1) {
+      return off_type{-1};
+    }
   }
   return target;
 }

@@ -9,6 +9,15 @@
 #include "QRTManagerOf.h"
 #include "QRTPinnedBytes.h"
 
+namespace {
+
+/// A std::string_view made from null would read there.
+std::string_view viewOf(const char* utf8) {
+  return utf8 == nullptr ? "" : utf8;
+}
+
+}  // namespace
+
 QRTVirtualUTF8String::~QRTVirtualUTF8String() = default;
 
 // 1. Nothing to store, or nowhere: what is stored stays.
@@ -50,6 +59,10 @@ void QRTVirtualUTF8String::setString(std::string_view utf8, QRTVirtualMemoryMgr*
   QRTUtUtf8::repair(utf8, static_cast<char*>(block));
   // Step 4
   memMgr->dismiss(*this);
+}
+
+void QRTVirtualUTF8String::setString(const char* utf8, QRTVirtualMemoryMgr* memMgr) {
+  setString(viewOf(utf8), memMgr);
 }
 
 I18NString QRTVirtualUTF8String::getString(QRTVirtualMemoryMgr* memMgr) {
@@ -123,6 +136,10 @@ int QRTVirtualUTF8String::isEqual(std::string_view utf8, QRTVirtualMemoryMgr* me
   return same ? 1 : 0;
 }
 
+int QRTVirtualUTF8String::isEqual(const char* utf8, QRTVirtualMemoryMgr* memMgr) const {
+  return isEqual(viewOf(utf8), memMgr);
+}
+
 void QRTVirtualUTF8String::setString(const I18NString& s, QRTVirtualContainer* container) {
   setString(s, qrtManagerOf(container));
 }
@@ -132,6 +149,10 @@ void QRTVirtualUTF8String::setString(const QRTI18NBuffer& buf, QRTVirtualContain
 }
 
 void QRTVirtualUTF8String::setString(std::string_view utf8, QRTVirtualContainer* container) {
+  setString(utf8, qrtManagerOf(container));
+}
+
+void QRTVirtualUTF8String::setString(const char* utf8, QRTVirtualContainer* container) {
   setString(utf8, qrtManagerOf(container));
 }
 
@@ -157,5 +178,9 @@ int QRTVirtualUTF8String::isEqual(const I18NString& s, QRTVirtualContainer* cont
 }
 
 int QRTVirtualUTF8String::isEqual(std::string_view utf8, QRTVirtualContainer* container) const {
+  return isEqual(utf8, qrtManagerOf(container));
+}
+
+int QRTVirtualUTF8String::isEqual(const char* utf8, QRTVirtualContainer* container) const {
   return isEqual(utf8, qrtManagerOf(container));
 }

@@ -230,9 +230,12 @@ TEST(I18NString, GivesItsUtf8WithoutKeepingIt) {
     EXPECT_TRUE(text.equalsUtf8(copy));
     copy[bytes.size() - 1] = '?';
     EXPECT_FALSE(text.equalsUtf8(copy));
+    text.copyUtf8(nullptr);
+    EXPECT_FALSE(text.equalsUtf8(nullptr));
     const FailingNew::Pause pause;
     text.c_str(nullptr, nullptr, nullptr, nullptr);
   }
+  EXPECT_TRUE(I18NString().equalsUtf8(nullptr));
 }
 
 TEST(I18NString, CanBeAKey) {

@@ -22,6 +22,8 @@ namespace {
 using namespace std::literals;
 using Calls = std::vector<std::string>;
 
+constexpr const char* kNoText = nullptr;
+
 class StringCallsTest : public testing::Test {
  protected:
   // What every pin that was taken must have been matched by.
@@ -82,6 +84,9 @@ TEST_F(StringCallsTest, AnEmptyStringChangesNothing) {
   record.take();
   utf8.setString(I18NString(), &manager);
   utf8.setString(""sv, &manager);
+  utf8.setString(std::string_view(), &manager);
+  utf8.setString(kNoText, &manager);
+  utf8.setString(kNoText, &container);
   utf8.setString(QRTI18NBuffer(), &manager);
   units.setString(I18NString(), &manager);
   EXPECT_TRUE(record.take().empty());
@@ -103,6 +108,8 @@ TEST_F(StringCallsTest, AFreshHandleIsEmpty) {
   EXPECT_FALSE(QRTVirtualUTF8Reader(utf8, &manager).isPinned());
   EXPECT_EQ(utf8.isEqual(I18NString(), &manager), 1);
   EXPECT_EQ(utf8.isEqual(""sv, &manager), 1);
+  EXPECT_EQ(utf8.isEqual(kNoText, &manager), 1);
+  EXPECT_EQ(utf8.isEqual(kNoText, &container), 1);
   EXPECT_EQ(units.isEqual(I18NString(), &manager), 0);
   EXPECT_EQ(utf8.isEqual(abc, &manager), 0);
   EXPECT_EQ(utf8.isEqual(QRTVirtualUTF8String(), &manager), 0);
@@ -118,6 +125,7 @@ void expectNothingHappens(QRTVirtualUTF8String utf8, QRTVirtualI18NString units,
   QRTI18NBuffer buffer(text);
   utf8.setString(text, nowhere);
   utf8.setString("text"sv, nowhere);
+  utf8.setString(kNoText, nowhere);
   utf8.setString(buffer, nowhere);
   units.setString(text, nowhere);
   EXPECT_EQ(utf8.getOffset(), sameUtf8.getOffset());
@@ -132,6 +140,7 @@ void expectNothingHappens(QRTVirtualUTF8String utf8, QRTVirtualI18NString units,
   EXPECT_EQ(units.isEqual(sameUnits, nowhere), 0);
   EXPECT_EQ(utf8.isEqual(I18NString("abc"), nowhere), 0);
   EXPECT_EQ(utf8.isEqual("abc"sv, nowhere), 0);
+  EXPECT_EQ(QRTVirtualUTF8String().isEqual(kNoText, nowhere), 0);
   EXPECT_EQ(QRTVirtualUTF8String().isEqual(""sv, nowhere), 0);
   EXPECT_EQ(QRTVirtualUTF8String().isEqual(I18NString(), nowhere), 0);
   EXPECT_EQ(units.isEqual(I18NString("abc"), nowhere), 0);
@@ -160,6 +169,7 @@ TEST_F(StringCallsTest, ComparisonsLookAtTheLengthFirst) {
   record.take();
   EXPECT_EQ(utf8.isEqual(I18NString("ab"), &manager), 0);
   EXPECT_EQ(utf8.isEqual("abcd"sv, &manager), 0);
+  EXPECT_EQ(utf8.isEqual(kNoText, &manager), 0);
   EXPECT_EQ(utf8.isEqual(other, &manager), 0);
   EXPECT_EQ(units.isEqual(I18NString("ab"), &manager), 0);
   EXPECT_TRUE(record.take().empty());
@@ -174,6 +184,7 @@ TEST_F(StringCallsTest, ComparisonsLookAtTheLengthFirst) {
   EXPECT_EQ(utf8.isEqual(I18NString("abd"), &container), 0);
   EXPECT_EQ(utf8.isEqual(abc, &container), 1);
   EXPECT_EQ(utf8.isEqual("abc"sv, &container), 1);
+  EXPECT_EQ(utf8.isEqual("abc", &container), 1);
   EXPECT_EQ(units.isEqual(I18NString("abd"), &container), 0);
   EXPECT_EQ(units.isEqual(abc, &container), 1);
 }
