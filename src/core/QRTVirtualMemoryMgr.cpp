@@ -8,6 +8,7 @@
 
 #include "QRTCore/I18NString.h"
 #include "QRTCore/QRTAssert.h"
+#include "QRTCore/QRTDecimalFormat.h"
 #include "QRTCore/QRTFmDir.h"
 #include "QRTVirtualPageItemPool.h"
 #include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
@@ -25,21 +26,6 @@ bool isNull(unsigned long long offset) {
 
 struct FreeDeleter {
   void operator()(void* block) const noexcept { std::free(block); }
-};
-
-// Has numbers written in decimal, and gives the stream its own format back at the end.
-class DecimalFormat {
- public:
-  explicit DecimalFormat(std::ostream& os) : m_os(os), m_flags(os.flags()) {
-    m_os.setf(std::ios_base::dec, std::ios_base::basefield);
-  }
-  ~DecimalFormat() { m_os.flags(m_flags); }
-  DecimalFormat(const DecimalFormat&) = delete;
-  DecimalFormat& operator=(const DecimalFormat&) = delete;
-
- private:
-  std::ostream& m_os;
-  std::ios_base::fmtflags m_flags;
 };
 
 void dumpStatistics(std::ostream& os, const tcmalloc::VirtualMemoryStats& stats,
@@ -335,7 +321,7 @@ void QRTVirtualMemoryMgr::dumpMapper(std::ostream& os, int flags) {
   m_pool->ExtractStats(static_cast<tcmalloc::VirtualMemoryStats*>(record.get()), needed, needed);
 
   // Step 2
-  const DecimalFormat decimal(os);
+  const QRTDecimalFormat decimal(os);
   os << "**Dump of Virtual Mapper**" << std::endl;
   os << std::endl;
 
