@@ -60,6 +60,9 @@ class Engine {
                                          std::uint32_t* written) noexcept;
   const char* GetLastError() const { return m_error.Text(); }
 
+  /// Bytes of memory that the system gave for pages, the free frames among them.
+  std::uint64_t MappedBytes() const { return m_arena.MappedFrames() << FrameArena::kFrameShift; }
+
   /// Spans and leaves of the page table that did not come back as they were written.
   std::uint64_t DamagedReads() const { return m_pager.Counts().damaged + m_table.DamagedReads(); }
 

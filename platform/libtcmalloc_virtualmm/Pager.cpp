@@ -27,9 +27,12 @@ constexpr std::uint32_t kWriteTries = 16;
 // Memory that runs of frames may waste in chunks before spans are moved together.
 constexpr std::uint64_t kSlackFrames = FrameArena::kChunkFrames;
 
-// After a compaction in vain, because of pins everywhere or a failing disk, so many wishes for one
-// are passed over.
-constexpr std::uint32_t kCompactPause = 64;
+// After a compaction that a failing disk stopped, so many wishes for one are passed over.
+constexpr std::uint32_t kFailurePause = 64;
+
+// After one that found a pinned span in every chunk, one wish for every so many chunks is passed
+// over, so that the search costs each of them the same however many chunks there are.
+constexpr std::uint32_t kChunksPerPause = 2;
 
 // What fills the old place of a span that was moved to catch kept addresses.
 constexpr int kMovedFill = 0xDD;
@@ -259,28 +262,40 @@ bool Pager::GiveChunkBack() noexcept {
 }
 
 /// Empties the chunk with the fewest frames in use: spans move where there is room, and leave where
-/// there is none. @return whether it is empty now
+/// there is none. Where a pinned span is in the way, its last unpin is waited for: that makes at
+/// least one wish for a compaction for each chunk, more than are passed over after one in vain. So
+/// when the last pin has gone the last wish is heard. @return whether the chunk is empty now
 bool Pager::CompactOneChunk() noexcept {
   if (m_compactPause > 0) {
     --m_compactPause;
     return false;
   }
-  const std::uint32_t chunk = m_arena.SparsestChunk([this](std::uint32_t frame) {
-    return m_table[m_arena[frame].page].live.pinned == 0 &&
-           m_arena[frame].queue != Frame::Queue::kNone;
+  std::uint32_t blockedChunks = 0;
+  const std::uint32_t chunk = m_arena.SparsestChunk([&](std::uint32_t frame) {
+    // Outside the queues are spans that are waited for, and frames that are still to be read into.
+    const bool queued = m_arena[frame].queue != Frame::Queue::kNone;
+    PageEntry::Live& live = m_table[m_arena[frame].page].live;
+    if (queued && live.pinned == 0) {
+      return true;
+    }
+    live.touched |= queued ? PageEntry::kNotify : 0;
+    ++blockedChunks;
+    return false;
   });
-  bool emptied = chunk != kNoFrame;
-  if (emptied) {
-    m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
-      const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
-      if (to != kNoFrame) {
-        MoveSpan(frame, to);
-      } else {
-        emptied = EvictOne(frame) && emptied;
-      }
-    });
+  if (chunk == kNoFrame) {
+    m_compactPause = blockedChunks / kChunksPerPause;
+    return false;
   }
-  m_compactPause = emptied ? 0 : kCompactPause;
+  bool emptied = true;
+  m_arena.ForEachRunInChunk(chunk, [&](std::uint32_t frame) {
+    const std::uint32_t to = m_arena.Allocate(m_arena[frame].count, chunk);
+    if (to != kNoFrame) {
+      MoveSpan(frame, to);
+    } else {
+      emptied = EvictOne(frame) && emptied;
+    }
+  });
+  m_compactPause = emptied ? 0 : kFailurePause;
   return emptied;
 }
 
@@ -340,7 +355,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
     return Outcome::kNothingToFree;
   }
   if (IsEmptySlab(m_table[m_arena[victim].page])) {
-    EndSpan(m_arena[victim].page);
+    RemoveSpan(m_arena[victim].page);
     return Outcome::kFreed;
   }
   std::array<Moving, kMaxBatch> batch;
@@ -434,6 +449,15 @@ void Pager::Stay(const Moving& span) noexcept {
 }
 
 void Pager::EndSpan(std::uint32_t page) noexcept {
+  const bool awaited = m_table[page].Resident() && m_table[page].Notifies();
+  RemoveSpan(page);
+  if (awaited) {
+    m_deferred.Flush();
+    TrimExcess();
+  }
+}
+
+void Pager::RemoveSpan(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
   const std::uint32_t pages = SpanPages(page);
   if (entry.Resident()) {
@@ -476,6 +500,9 @@ void Pager::TrimExcess() noexcept {
   };
   while (wasted() && GiveChunkBack()) {
   }
+  if (!wasted()) {
+    m_compactPause = 0;  // what was in vain before says nothing about the next need
+  }
 }
 
 bool Pager::ReserveDiskSpace() noexcept {
@@ -491,7 +518,7 @@ void Pager::CutFile() noexcept {
     for (std::uint32_t i = 0; i < m_classes.Count(); ++i) {
       const SlabDirectory::ClassState& state = m_slabs[static_cast<std::uint8_t>(i)];
       if (state.openSlab != nullptr && state.openPage >= used && IsEmptySlab(*state.openEntry)) {
-        EndSpan(state.openPage);
+        RemoveSpan(state.openPage);
       }
     }
   }

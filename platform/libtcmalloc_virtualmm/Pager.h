@@ -59,7 +59,7 @@ class Pager {
   [[gnu::cold]] void Expect(std::uint32_t page) noexcept;
 
   /// Ends a span without objects, or a large object's: it leaves memory, without a write, and its
-  /// pages are free.
+  /// pages are free. If the pager waited for its last unpin, this is it.
   void EndSpan(std::uint32_t page) noexcept;
 
   /// To be called at the last unpin of a span flagged kNotify: it may leave again, and what memory
@@ -104,6 +104,7 @@ class Pager {
   bool IsEmptySlab(const PageEntry& entry) const noexcept;
   bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;
+  void RemoveSpan(std::uint32_t page) noexcept;
   void Leave(const Moving& span) noexcept;
   void Stay(const Moving& span) noexcept;
 

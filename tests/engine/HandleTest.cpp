@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <random>
 #include <set>
 
 #include "engine/EngineFixture.h"
@@ -238,6 +239,48 @@ TEST_F(HandleTest, ObjectsPinnedJustBeforeStayWhereTheyAreWhenRoomIsMade) {
     ExpectIntact(resident);
     ExpectIntact(stored);
     ExpectIntact(large);
+  }
+}
+
+// 20 budgets pinned at once, in random order dismissed: at the end some pins are left everywhere,
+// so no chunk of memory can be cleared before they go. Then they go in the ways there are.
+TEST_F(HandleTest, MemoryThatPinsTookBeyondTheBudgetComesBackWhenTheyGo) {
+  enum class End { kDismissed, kDismissedLater, kFreed };
+  constexpr std::uint32_t kFrames = 256;
+  constexpr std::uint64_t kMost = kFrames * 4096 + (4U << 20);  // the budget and two chunks
+  for (const End end : {End::kDismissed, End::kDismissedLater, End::kFreed}) {
+    for (const std::uint32_t size : {100U, 4096U}) {
+      SCOPED_TRACE(testing::Message() << "size " << size << ", end " << static_cast<int>(end));
+      Make(kFrames);
+      std::vector<std::uint64_t> objects((20U << 20) / size);
+      for (std::uint64_t& offset : objects) {
+        ASSERT_NE(engine->Allocate(size, offset), nullptr);
+      }
+      ASSERT_GE(engine->MappedBytes(), 20U << 20);
+      std::vector<std::uint64_t> last;
+      for (std::size_t i = 0; i < objects.size(); i += objects.size() / 100) {
+        std::swap(objects[i], objects.back());
+        last.push_back(objects.back());
+        objects.pop_back();
+      }
+      std::mt19937 random(1);
+      std::shuffle(objects.begin(), objects.end(), random);
+      std::shuffle(last.begin(), last.end(), random);
+      for (const std::uint64_t offset : objects) {
+        engine->Dismiss(offset);
+      }
+      EXPECT_GT(engine->MappedBytes(), kMost) << "pins are in the way, else this shows nothing";
+      for (std::size_t i = 0; i < last.size() && end == End::kDismissedLater; ++i) {
+        engine->Dismiss(last[i]);
+        ASSERT_NE(engine->GetAddress(last[i], true), nullptr);
+      }
+      for (const std::uint64_t offset : last) {
+        end == End::kFreed ? engine->Deallocate(offset) : engine->Dismiss(offset);
+      }
+      EXPECT_EQ(GetReferences(), References());
+      EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
+      EXPECT_LE(engine->MappedBytes(), kMost);
+    }
   }
 }
 
