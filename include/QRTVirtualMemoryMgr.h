@@ -78,7 +78,9 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Cost: O(1); may read the object's page.
   void free(QRTVirtualPageItem& item);
 
-  /// Marks the object as modified. Needed only for changes through a pin taken with `mode` 0.
+  /// Marks the object as modified. Needed only for changes through a pin taken with `mode` 0, and
+  /// counts only while the object is pinned: call it before the last `dismiss`, after which the
+  /// object may leave memory, and a change that nobody was told of is lost.
   /// Cost: O(1)
   void dirty(QRTVirtualPageItem& item);
 
@@ -93,7 +95,8 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @param mode  non-zero when the object may be changed through the address; with 0 a change is
   ///              kept only if `dirty` is called as well
   /// @return its address, valid until the matching `dismiss`, which the caller owes; null, with
-  ///         nothing owed, when the item names nothing or the object cannot be read back intact
+  ///         nothing owed, when the item names nothing or the object cannot be read back intact,
+  ///         and `getLastStoreError` tells why
   /// Cost: O(1), a few nanoseconds when the object is in memory; otherwise one read.
   void* getAddress(QRTVirtualPageItem& item, int mode);
 
@@ -158,8 +161,10 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Cost: O(pages in memory + pinned objects)
   void dumpReferences(std::ostream& os);
 
-  /// Tells why the store last failed to give room or to read an object: the operation, the file,
-  /// the system's message, the bytes asked for and the budget in use.
+  /// Tells why the store last failed to give room or an address: the operation, the file, the
+  /// system's message, the bytes asked for and the budget in use; or the offset, and that it names
+  /// no object or that the object's header was overwritten. Of offsets 0 and kInvalidOffset the
+  /// store never hears, so the text stays what it was.
   /// @return UTF-8 text, never null, empty while nothing has failed; valid until the next call of
   ///         an operation of this manager
   const char* getLastStoreError() const;

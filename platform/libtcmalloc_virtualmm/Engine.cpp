@@ -23,6 +23,9 @@ constexpr std::uint64_t kHugePageBudget = 64U << 20;
 constexpr std::uint64_t kTableShare = 8;
 constexpr std::uint64_t kLeastTableBytes = 2U << 20;
 
+constexpr const char* kDamagedHeader =
+    "its header is damaged: bytes were written past the end of the object before it";
+
 std::uint32_t ChooseTableLeaves(const EngineOptions& options) {
   constexpr std::uint64_t kLeafBytes = PageTable::kLeafPages * sizeof(PageEntry);
   const std::uint64_t bytes = std::max(options.budgetBytes / kTableShare, kLeastTableBytes);
@@ -65,6 +68,27 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
 void* Engine::Fail(std::uint64_t askedBytes) noexcept {
   m_error.Complete(askedBytes, m_arena.UsedFrames() << FrameArena::kFrameShift,
                    m_pager.BudgetFrames() << FrameArena::kFrameShift);
+  return nullptr;
+}
+
+/// What comes of a handle that does not name an object: null, and the reason noted.
+void* Engine::Refuse(std::uint64_t offset) noexcept {
+  const Slot slot = Locate(offset);
+  if (slot.entry != nullptr &&
+      !SlabPage::IsIntact(std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)),
+                          ObjectHandle::Decode(offset).byte)) {
+    m_error.NoteObject(offset, kDamagedHeader);
+    return nullptr;
+  }
+  ++m_staleHandles;
+  m_error.NoteObject(offset, "it names no object: it was freed, or it is another store's");
+  return nullptr;
+}
+
+/// What comes of a pin that an object's count cannot take.
+void* Engine::RefusePin(std::uint64_t offset, std::uint32_t pins) noexcept {
+  m_error.NoteObject(offset,
+                     pins == kMaxPins ? "it has as many pins as can be counted" : kDamagedHeader);
   return nullptr;
 }
 
@@ -184,15 +208,16 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
 
 // ---- pin and unpin ------------------------------------------------------------------------------
 
-/// Makes sure that the entry of a page can be looked at.
-bool Engine::Reach(std::uint32_t page) noexcept {
+/// Makes sure that the entry of a handle's page can be looked at.
+bool Engine::Reach(std::uint64_t offset) noexcept {
+  const std::uint32_t page = ObjectHandle::Decode(offset).page;
   if (m_table.Fetch(page) != nullptr) {
     return true;
   }
   if (m_table.Has(page)) {
     Fail(std::uint64_t{1} << m_pageShift);  // what was asked for cannot be told
   } else {
-    ++m_staleHandles;
+    Refuse(offset);
   }
   return false;
 }
@@ -225,8 +250,8 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   if (slot.header->pins == 0) {
     ++slot.entry->live.pinned;
     ShowObject(slot);
-  } else if (!slot.header->IsPinned() || slot.header->pins == kMaxPins) [[unlikely]] {
-    return nullptr;  // the count is full
+  } else if (slot.header->pins >= kMaxPins || slot.entry->live.pinned == 0) [[unlikely]] {
+    return RefusePin(offset, slot.header->pins);
   }
   ++slot.header->pins;
   return slot.header + 1;
@@ -238,7 +263,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     return PinSlot(slot, offset);
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
-  if (!Reach(handle.page)) {
+  if (!Reach(offset)) {
     return nullptr;
   }
   if (PageEntry* entry = FindLarge(handle)) {
@@ -247,7 +272,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     }
     Frame& frame = m_arena[entry->where];
     if (frame.pins == kMaxPins) {
-      return nullptr;
+      return RefusePin(offset, kMaxPins);
     }
     entry->Touch(m_pager.Epoch(), forWriting);
     char* address = m_arena.Address(entry->where);
@@ -268,10 +293,11 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       slot.entry->Touch(m_pager.Epoch(), forWriting);
       return PinSlot(slot, offset);
     }
+    void* none = Refuse(offset);
     m_pager.OnLastUnpin(handle.page);  // brought in for nothing: no unpin will come
+    return none;
   }
-  ++m_staleHandles;
-  return nullptr;
+  return Refuse(offset);
 }
 
 void Engine::DismissOther(std::uint64_t offset) noexcept {
@@ -346,7 +372,7 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     return;
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
-  if (!Reach(handle.page)) {
+  if (!Reach(offset)) {
     return;
   }
   if (PageEntry* entry = FindLarge(handle)) {

@@ -72,7 +72,7 @@ class Engine {
 
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
-  bool Reach(std::uint32_t page) noexcept;
+  bool Reach(std::uint64_t offset) noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void* PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
@@ -103,6 +103,8 @@ class Engine {
   [[gnu::noinline]] void EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
+  [[gnu::noinline, gnu::cold]] void* Refuse(std::uint64_t offset) noexcept;
+  [[gnu::noinline, gnu::cold]] void* RefusePin(std::uint64_t offset, std::uint32_t pins) noexcept;
 
   DeferredPins m_deferred;  // first: what every pin and dismissal looks at
 

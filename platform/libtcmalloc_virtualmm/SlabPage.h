@@ -72,6 +72,15 @@ class SlabPage {
 
   static SlabPage* At(char* frame) { return std::launder(reinterpret_cast<SlabPage*>(frame)); }
 
+  /// Whether a header may be what the engine wrote there: that of an object at its `byte`, whose
+  /// low three bits do not matter, or of a free slot. Anything else was written by somebody else.
+  static bool IsIntact(ObjectHeader header, std::uint32_t byte) {
+    const bool isFree = ObjectHandle::GenerationOf(header.tag) == kFreeGeneration;
+    return isFree ? header.pins == kFreePins && (ObjectHandle::ByteOf(header.tag) & 7) == 0
+                  : header.pins <= kMaxPins &&
+                        (ObjectHandle::ByteOf(header.tag) & ~7U) == (byte & ~7U);
+  }
+
   /// The header of the object at `byte`, whose low three bits do not matter.
   ObjectHeader* HeaderAt(std::uint32_t byte) {
     return reinterpret_cast<ObjectHeader*>(reinterpret_cast<char*>(this) + (byte & ~7U)) - 1;

@@ -29,6 +29,12 @@ void StoreError::NoteReason(const char* operation, const char* path, const char*
   m_noted = length < 0 ? 0 : std::min(static_cast<std::size_t>(length), sizeof m_text - 1);
 }
 
+void StoreError::NoteObject(std::uint64_t offset, const char* reason) noexcept {
+  char operation[64];
+  std::snprintf(operation, sizeof operation, "reach the object at offset %" PRIu64, offset);
+  NoteReason(operation, nullptr, reason);
+}
+
 void StoreError::Complete(std::uint64_t askedBytes, std::uint64_t usedBytes,
                           std::uint64_t budgetBytes) noexcept {
   std::snprintf(m_text + m_noted, sizeof m_text - m_noted,

@@ -25,6 +25,9 @@ class StoreError {
   /// @param reason     what stood in the way
   void NoteReason(const char* operation, const char* path, const char* reason) noexcept;
 
+  /// Notes why the object that a handle may name cannot be reached.
+  void NoteObject(std::uint64_t offset, const char* reason) noexcept;
+
   /// Adds the figures of the request that failed.
   /// @param askedBytes   bytes asked for
   /// @param usedBytes    bytes of the budget in use

@@ -92,8 +92,9 @@ class VirtualMemoryPool {
   /// Pins an object once more.
   /// @param forWriting  true when the caller may change the object; with false a change is kept
   ///                    only if Dirty is called as well
-  /// @return its address, the same while any pin lasts; null for a stale or foreign offset, or when
-  ///         the object cannot be read back intact. The caller owes one Dismiss for a non-null.
+  /// @return its address, the same while any pin lasts; null for a stale or foreign offset, when
+  ///         the object cannot be read back intact, or when its header was overwritten, and
+  ///         GetLastError tells which. The caller owes one Dismiss for a non-null.
   /// Cost: O(1), a few nanoseconds when the object is in memory; otherwise one read.
   void* GetAddress(PageItem& item, bool forWriting);
 
@@ -117,7 +118,8 @@ class VirtualMemoryPool {
   /// Changes nothing and does not wait; ignored for a stale or foreign offset.
   void Prefetch(PageItem& item) const;
 
-  /// Marks an object as modified; ignored for a stale or foreign offset.
+  /// Marks a pinned object as modified, before its last Dismiss; ignored for a stale or foreign
+  /// offset.
   void Dirty(PageItem& item);
 
   /// @return the size in bytes of an object that is pinned, as it was allocated; 0 for a stale or
@@ -145,7 +147,7 @@ class VirtualMemoryPool {
                                         unsigned int* written);
 
   /// Tells why the engine last failed: the operation, the file, the system's message, the bytes
-  /// asked for and the budget in use.
+  /// asked for and the budget in use; or the offset and why there is no address for it.
   /// @return UTF-8 text, never null, empty when nothing ever failed; valid until the next call
   const char* GetLastError() const;
 

@@ -115,6 +115,7 @@ TEST_F(StoreTest, AStaleHandleReachesNobodyElse) {
   QRTVirtualPageItem copy = item;
   manager.free(item);
   EXPECT_EQ(text(copy), "(none)");
+  EXPECT_THAT(manager.getLastStoreError(), testing::HasSubstr("names no object"));
   QRTVirtualPageItem next = stored("other life");
   for (int i = 0; i < 100; ++i) {
     EXPECT_EQ(text(copy), "(none)");

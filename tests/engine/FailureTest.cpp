@@ -31,8 +31,6 @@ TEST_F(FailureTest, TheErrorTellsOperationFileReasonAndFigures) {
   Make(8);
   EXPECT_STREQ(engine->GetLastError(), "");
   const std::vector<Object> objects = AddMany(64, kPage);
-  EXPECT_EQ(engine->GetAddress(12345 << 16, true), nullptr);
-  EXPECT_STREQ(engine->GetLastError(), "") << "a handle that names nothing is no failure";
 
   file->reads.Fail(EIO);
   EXPECT_EQ(Look(objects[0]), Read::kNull);
@@ -49,6 +47,61 @@ TEST_F(FailureTest, TheErrorTellsOperationFileReasonAndFigures) {
   EXPECT_THAT(engine->GetLastError(), HasSubstr("write the paging file"));
   EXPECT_THAT(engine->GetLastError(), HasSubstr(SystemText(ENOSPC)));
   EXPECT_THAT(engine->GetLastError(), HasSubstr("123456 bytes asked for"));
+}
+
+/// Writes `bytes` bytes behind the `size` bytes of an object, unseen by memory checkers.
+[[gnu::no_sanitize_address, gnu::noinline]] void WriteTooFar(void* object, std::uint32_t size,
+                                                             std::uint32_t bytes, char byte) {
+  volatile char* end = static_cast<char*>(object) + size;
+  for (std::uint32_t i = 0; i < bytes; ++i) {
+    end[i] = byte;
+  }
+}
+
+TEST_F(FailureTest, ANullAddressHasAReason) {
+  const auto expectReason = [&](std::uint64_t offset, const char* reason) {
+    EXPECT_EQ(engine->GetAddress(offset, true), nullptr);
+    EXPECT_THAT(engine->GetLastError(), HasSubstr(std::to_string(offset) + ": " + reason));
+  };
+  for (const std::uint32_t size : {100U, 3000U, 9000U}) {
+    Make(8);
+    const Object freed = Add(size, 1);
+    const Object kept = Add(size, 2);
+    engine->Deallocate(freed.offset);
+    expectReason(freed.offset, "it names no object");
+    expectReason(kept.offset + 8, "it names no object");             // inside an object
+    expectReason(kept.offset + (1000 << 16), "it names no object");  // no such page
+    PushOut();
+    expectReason(freed.offset, "it names no object");
+    EXPECT_EQ(Look(kept), Read::kIntact);
+  }
+}
+
+// A neighbour was written 40 bytes too far, over a header, or 4 bytes, over the count of pins
+// alone.
+TEST_F(FailureTest, ADamagedHeaderIsTold) {
+  constexpr std::uint32_t kSize = 104;  // fills its slot
+  for (const std::uint32_t tooFar : {40U, 4U}) {
+    for (const char byte : {'x', '\xCC'}) {
+      SCOPED_TRACE(testing::Message() << tooFar << " bytes of " << +byte);
+      Make(8);
+      std::vector<Object> objects = AddMany(30, kSize);
+      const Object damaged = objects[11];
+      void* address = engine->GetAddress(objects[10].offset, true);
+      ASSERT_NE(address, nullptr);
+      WriteTooFar(address, kSize, tooFar, byte);
+      engine->Dismiss(objects[10].offset);
+      objects.erase(objects.begin() + 11);
+      for (int round = 0; round < 2; ++round) {
+        const std::uint64_t stale = GetStats().staleHandles;
+        EXPECT_EQ(engine->GetAddress(damaged.offset, true), nullptr);
+        EXPECT_THAT(engine->GetLastError(), HasSubstr("header is damaged"));
+        EXPECT_EQ(GetStats().staleHandles, stale);
+        ExpectIntact(objects);
+        PushOut();
+      }
+    }
+  }
 }
 
 TEST_F(FailureTest, AFailedReadIsNullForThatObjectAndWorksLater) {
