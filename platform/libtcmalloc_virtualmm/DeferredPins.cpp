@@ -7,6 +7,7 @@ void DeferredPins::Flush() noexcept {
     if (!IsFree(place)) {
       Remove(place);
       const auto [entry, header] = m_slots[place];
+      LIBTCMALLOC_ASSERT(!entry->Notifies() && header->pins < kPlaces);
       if (header->pins++ == 0) {
         ++entry->live.pinned;
       }

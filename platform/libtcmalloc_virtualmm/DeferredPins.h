@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/SlabPage.h"
 
 namespace tcmalloc {
@@ -47,13 +48,22 @@ class DeferredPins {
   /// Notes a pin of the object at `offset` in a free place. Its header has no pins, and its span is
   /// not flagged kNotify.
   void Put(std::uint32_t place, Slot slot, std::uint64_t offset) {
+    LIBTCMALLOC_ASSERT(IsFree(place) && offset != 0);
+    LIBTCMALLOC_ASSERT(slot.entry->Resident() && !slot.entry->Notifies());
+    LIBTCMALLOC_ASSERT(slot.header->pins == 0);
     m_offsets[place] = offset;
     m_slots[place] = slot;
   }
   /// Where the object of the pin in a place is.
-  Slot At(std::uint32_t place) const { return m_slots[place]; }
+  Slot At(std::uint32_t place) const {
+    LIBTCMALLOC_ASSERT(m_slots[place].entry != nullptr);
+    return m_slots[place];
+  }
   /// Ends the pin in a place.
-  void Remove(std::uint32_t place) { m_offsets[place] = 0; }
+  void Remove(std::uint32_t place) {
+    LIBTCMALLOC_ASSERT(!IsFree(place) && m_slots[place].entry->Resident());
+    m_offsets[place] = 0;
+  }
 
   /// Counts all pins in their headers and entries.
   void Flush() noexcept;

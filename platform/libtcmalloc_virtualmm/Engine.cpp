@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstring>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
 namespace tcmalloc {
 
 namespace {
@@ -38,6 +40,12 @@ std::uint32_t ChoosePageSize(const EngineOptions& options) {
     return options.pageSize;
   }
   return sizeof(void*) == 4 && options.budgetBytes >= kLargePageBudget ? kLargePage : kSmallPage;
+}
+
+/// Whether an object of `size` bytes may lie there: at a multiple of the largest power of two that
+/// divides its size, up to 16.
+[[maybe_unused]] bool IsAligned(const void* address, std::uint32_t size) {
+  return reinterpret_cast<std::uintptr_t>(address) % std::min(size & (0U - size), 16U) == 0;
 }
 
 PagerOptions MakePagerOptions(const EngineOptions& options, std::uint32_t pageShift) {
@@ -120,6 +128,8 @@ inline void* Engine::TakeSlot(std::uint8_t sizeClass, std::uint32_t size,
                               std::uint64_t& offset) noexcept {
   SlabDirectory::ClassState& state = m_slabs[sizeClass];
   PageEntry& entry = *state.openEntry;
+  LIBTCMALLOC_ASSERT(entry.state == sizeClass && &entry == &m_table[state.openPage]);
+  LIBTCMALLOC_ASSERT(state.openSlab == SlabPage::At(m_arena.Address(entry.where)));
   ObjectHeader* header =
       state.openSlab->Take(entry.live, entry.generation, size, m_classes[sizeClass]);
   if (!IsTouched(entry)) {
@@ -130,6 +140,8 @@ inline void* Engine::TakeSlot(std::uint8_t sizeClass, std::uint32_t size,
   offset =
       ObjectHandle{state.openPage, ObjectHandle::ByteOf(header->tag), entry.generation}.Encode();
   const Slot slot{&entry, header};
+  LIBTCMALLOC_ASSERT(offset != 0 && FindInMemory(offset).header == header);
+  LIBTCMALLOC_ASSERT(IsAligned(header + 1, size));
   return m_deferred.IsFree(0) && IsTouched(entry) ? PinDeferred(0, slot, offset)
                                                   : PinSlot(slot, offset);
 }
@@ -170,6 +182,7 @@ void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept 
     return nullptr;
   }
   PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(entry.live.pinned == 0 && m_arena[entry.where].pins == 0);
   entry.live.pinned = 1;
   m_arena[entry.where].pins = 1;
   ++m_largeObjects;
@@ -194,6 +207,7 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
     return PageTable::kNoPage;
   }
   const bool isLarge = kind == PageEntry::kLarge;
+  LIBTCMALLOC_ASSERT(isLarge == (largeBytes > 0));
   const bool made = !isLarge || m_table.PrepareLargeBytes(page);
   if (isLarge && made) {
     m_table.LargeBytes(page) = largeBytes;
@@ -241,6 +255,7 @@ void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
 
 /// Pins an object in memory: deferred if that is possible, or counted.
 void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
+  LIBTCMALLOC_ASSERT(slot.entry->Resident() && slot.header->pins != kFreePins);
   if (slot.header->pins == 0 && !slot.entry->Notifies()) {
     if (const std::uint32_t place = m_deferred.FindFree(); place != DeferredPins::kPlaces) {
       return PinDeferred(place, slot, offset);
@@ -271,6 +286,7 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       return Fail(m_table.LargeBytes(handle.page));
     }
     Frame& frame = m_arena[entry->where];
+    LIBTCMALLOC_ASSERT(frame.page == handle.page && (frame.pins > 0) == (entry->live.pinned > 0));
     if (frame.pins == kMaxPins) {
       return RefusePin(offset, kMaxPins);
     }
@@ -312,6 +328,7 @@ void Engine::DismissOther(std::uint64_t offset) noexcept {
   }
   if (--slot.header->pins == 0) {
     ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    LIBTCMALLOC_ASSERT(slot.entry->live.pinned > 0);
     if (--slot.entry->live.pinned == 0 && slot.entry->Notifies()) {
       m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
     }
@@ -392,6 +409,8 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   SlabDirectory::ClassState& state = m_slabs[entry.state];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
   m_deferred.Drop(offset);
+  LIBTCMALLOC_ASSERT(m_deferred.Find(offset) == DeferredPins::kPlaces);
+  LIBTCMALLOC_ASSERT(m_currentObjects > 0 && state.liveObjects > 0);
   const bool wasPinned = slot.header->IsPinned();
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
@@ -408,6 +427,7 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
 
 /// What follows when the object of a freed slot was pinned or its slab's last one.
 void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
+  LIBTCMALLOC_ASSERT(entry.live.pinned >= (wasPinned ? 1 : 0));
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
   const bool open = m_slabs[entry.state].IsOpen(entry);
   const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
@@ -427,6 +447,8 @@ void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexc
 }
 
 void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
+  LIBTCMALLOC_ASSERT(m_currentObjects > 0 && m_largeObjects > 0);
+  LIBTCMALLOC_ASSERT(m_largePages >= m_pager.SpanPages(handle.page));
   --m_currentObjects;
   --m_largeObjects;
   m_largePages -= m_pager.SpanPages(handle.page);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "libtcmalloc_virtualmm/EngineAssert.h"
 #include "libtcmalloc_virtualmm/ObjectGuard.h"
 #include "libtcmalloc_virtualmm/PageHash.h"
 
@@ -58,12 +59,16 @@ Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable&
       m_policy(table, arena, options.budgetFrames),
       m_readAhead(Share(options.budgetFrames, kReadAheadShare, options.readAhead)),
       m_epochLength(std::max<std::uint64_t>(1, options.budgetFrames / kEpochShare)) {
+  LIBTCMALLOC_ASSERT(options.pageShift >= 12 && options.pageShift <= 14);
+  LIBTCMALLOC_ASSERT(options.budgetFrames > 0 && options.batch > 0 && options.readAhead > 0);
+  LIBTCMALLOC_ASSERT(options.readAhead <= PagingFile::kMaxSlices);
   m_options.batch =
       Share(options.budgetFrames, kBatchShare, std::min(options.batch, std::uint32_t{kMaxBatch}));
 }
 
 std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(entry.IsSpanHead());
   if (entry.Kind() != PageEntry::kLarge) {
     return m_classes[entry.Kind()].pages;
   }
@@ -73,6 +78,7 @@ std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {
 }
 
 std::uint64_t Pager::Hash(const Moving& span) const noexcept {
+  LIBTCMALLOC_ASSERT(span.frame != kNoFrame && span.pages > 0);
   // The page number is the seed: an image that ends up at another page's place does not fit.
   return PageHash(m_arena.Address(span.frame), SpanBytes(span.pages), span.page);
 }
@@ -80,6 +86,7 @@ std::uint64_t Pager::Hash(const Moving& span) const noexcept {
 // ---- coming in ----------------------------------------------------------------------------------
 
 std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept {
+  LIBTCMALLOC_ASSERT(SpanPages(page) == pages && !m_table[page].Resident());
   m_deferred.Flush();
   const std::uint32_t frame = ObtainFrames(FramesOf(pages), Purpose::kNewSpan);
   if (frame != kNoFrame) {
@@ -99,6 +106,7 @@ std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept 
 ///  5. Enter the good ones into the table and the queues.
 bool Pager::PageIn(std::uint32_t page) noexcept {
   m_deferred.Flush();
+  LIBTCMALLOC_ASSERT(m_table.IsIn(page) && !m_table[page].Resident());
   // Step 1 and 2.
   std::array<Moving, PagingFile::kMaxSlices> spans;
   const std::uint32_t own = SpanPages(page);
@@ -158,6 +166,8 @@ std::size_t Pager::CollectReads(std::uint32_t page,
     if (frame == kNoFrame) {
       break;
     }
+    // Room was made by others: the span to read is as it was.
+    LIBTCMALLOC_ASSERT(!entry->Resident() && (entry->flags & PageEntry::kHasCopy) != 0);
     spans[count++] = {frame, next, own, entry->hash};
     pages += own;
   }
@@ -167,10 +177,13 @@ std::size_t Pager::CollectReads(std::uint32_t page,
 bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, PagingFile::kMaxSlices> slices;
   std::uint32_t pages = 0;
+  LIBTCMALLOC_ASSERT(count > 0 && count <= slices.size());
   for (std::size_t i = 0; i < count; ++i) {
+    LIBTCMALLOC_ASSERT(spans[i].page == spans[0].page + pages);
     slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
     pages += spans[i].pages;
   }
+  LIBTCMALLOC_ASSERT(FileOffset(spans[0].page + pages) <= m_store.FileBytes());
   if (!m_store.Read(FileOffset(spans[0].page), slices.data(), count)) {
     return false;
   }
@@ -185,6 +198,7 @@ bool Pager::Arrive(const Moving& span) noexcept {
   }
   Enter(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
   m_arena[span.frame].hash = span.hash;
+  LIBTCMALLOC_ASSERT(SpanPages(span.page) == span.pages);
   if (m_table[span.page].Kind() != PageEntry::kLarge) {
     m_slabs.OnPageIn(span.frame);
   }
@@ -200,6 +214,8 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
     m_modifiedEpoch = m_epoch | PageEntry::kModified;
   }
   PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(m_table.IsIn(page) && entry.IsSpanHead() && !entry.Resident());
+  LIBTCMALLOC_ASSERT(m_arena[frame].count == FramesOf(SpanPages(page)));
   entry.where = frame;
   entry.state = entry.Kind();
   entry.flags = flags;
@@ -235,6 +251,7 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
          EvictBatch() == Outcome::kFreed) {
     frame = m_arena.Allocate(count);
   }
+  LIBTCMALLOC_ASSERT(frame == kNoFrame || m_arena[frame].count == count);
   if (frame == kNoFrame) {
     m_error.NoteReason("hold another page", nullptr, "the system has no memory left");
   }
@@ -300,6 +317,7 @@ bool Pager::CompactOneChunk() noexcept {
 }
 
 bool Pager::EvictOne(std::uint32_t frame) noexcept {
+  LIBTCMALLOC_ASSERT(m_arena[frame].queue != Frame::Queue::kNone);
   m_policy.Remove(frame);
   Moving span{frame, m_arena[frame].page, PagesAt(frame), 0};
   if (!IsUnchanged(span)) {
@@ -312,6 +330,8 @@ bool Pager::EvictOne(std::uint32_t frame) noexcept {
 void Pager::MoveSpan(std::uint32_t from, std::uint32_t to) noexcept {
   const std::size_t bytes = SpanBytes(PagesAt(from));
   PageEntry& entry = m_table[m_arena[from].page];
+  LIBTCMALLOC_ASSERT(entry.Resident() && entry.where == from && entry.live.pinned == 0);
+  LIBTCMALLOC_ASSERT(m_arena[to].count == m_arena[from].count);
   ObjectGuard::Show(m_arena.Address(from), bytes);
   std::memcpy(m_arena.Address(to), m_arena.Address(from), bytes);
   if (m_options.moveOnUnpin) {
@@ -354,6 +374,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
   if (victim == kNoFrame) {
     return Outcome::kNothingToFree;
   }
+  LIBTCMALLOC_ASSERT(m_table[m_arena[victim].page].live.pinned == 0);
   if (IsEmptySlab(m_table[m_arena[victim].page])) {
     RemoveSpan(m_arena[victim].page);
     return Outcome::kFreed;
@@ -371,6 +392,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
   while (count < m_options.batch && pages < kBatchPages && IsColdSpan(batch[0].page + pages)) {
     const std::uint32_t page = batch[0].page + pages;
     const std::uint32_t frame = m_table[page].where;
+    LIBTCMALLOC_ASSERT(m_arena[frame].queue != Frame::Queue::kNone);
     m_policy.Remove(frame);
     batch[count] = {frame, page, PagesAt(frame), 0};
     if (IsUnchanged(batch[count])) {
@@ -399,6 +421,7 @@ bool Pager::IsEmptySlab(const PageEntry& entry) const noexcept {
 
 bool Pager::IsUnchanged(Moving& span) noexcept {
   const PageEntry& entry = m_table[span.page];
+  LIBTCMALLOC_ASSERT(entry.Resident() && entry.where == span.frame && entry.live.pinned == 0);
   const bool hasCopy = (entry.flags & PageEntry::kHasCopy) != 0;
   if (hasCopy && !entry.Modified()) {
     span.hash = m_arena[span.frame].hash;
@@ -415,10 +438,13 @@ bool Pager::IsUnchanged(Moving& span) noexcept {
 bool Pager::WriteBatch(const Moving* spans, std::size_t count) noexcept {
   std::array<IoSlice, kMaxBatch> slices{};
   std::uint32_t pages = 0;
+  LIBTCMALLOC_ASSERT(count > 0 && count <= slices.size());
   for (std::size_t i = 0; i < count; ++i) {
+    LIBTCMALLOC_ASSERT(spans[i].page == spans[0].page + pages);
     slices[i] = {m_arena.Address(spans[i].frame), SpanBytes(spans[i].pages)};
     pages += spans[i].pages;
   }
+  LIBTCMALLOC_ASSERT(spans[0].page + pages <= m_table.UsedEnd());
   const bool written = m_store.Write(FileOffset(spans[0].page), slices.data(), count);
   m_counts.writes += written ? pages : 0;
   for (std::size_t i = 0; i < count; ++i) {
@@ -429,6 +455,9 @@ bool Pager::WriteBatch(const Moving* spans, std::size_t count) noexcept {
 
 void Pager::Leave(const Moving& span) noexcept {
   PageEntry& entry = m_table[span.page];
+  LIBTCMALLOC_ASSERT(entry.Resident() && entry.where == span.frame && entry.live.pinned == 0);
+  LIBTCMALLOC_ASSERT(m_arena[span.frame].queue == Frame::Queue::kNone);
+  LIBTCMALLOC_ASSERT(FileOffset(span.page + span.pages) <= m_store.FileBytes());
   entry.state |= PageEntry::kOut;
   entry.flags = PageEntry::kHasCopy;
   if (entry.Kind() != PageEntry::kLarge) {
@@ -442,6 +471,7 @@ void Pager::Leave(const Moving& span) noexcept {
 }
 
 void Pager::Stay(const Moving& span) noexcept {
+  LIBTCMALLOC_ASSERT(m_table[span.page].Resident());
   // The image in the file may be torn now: until a write succeeds there is no copy.
   m_table[span.page].flags &= static_cast<std::uint8_t>(~PageEntry::kHasCopy);
   m_policy.PutBack(span.frame);
@@ -461,6 +491,8 @@ void Pager::RemoveSpan(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
   const std::uint32_t pages = SpanPages(page);
   if (entry.Resident()) {
+    LIBTCMALLOC_ASSERT(m_arena[entry.where].page == page && PagesAt(entry.where) == pages);
+    LIBTCMALLOC_ASSERT(entry.Kind() == PageEntry::kLarge || IsEmptySlab(entry));
     if (entry.Kind() != PageEntry::kLarge) {
       m_slabs.OnRelease(entry.where);
     }
@@ -476,6 +508,7 @@ void Pager::RemoveSpan(std::uint32_t page) noexcept {
 void Pager::OnLastUnpin(std::uint32_t page) noexcept {
   m_deferred.Flush();
   PageEntry& entry = m_table[page];
+  LIBTCMALLOC_ASSERT(entry.Resident());
   if (m_arena[entry.where].queue == Frame::Queue::kNone) {
     m_policy.Insert(entry.where, ReplacementPolicy::kNeverEvicted);
   }
