@@ -3,6 +3,7 @@
 
 #include <iosfwd>
 #include <map>
+#include <type_traits>
 
 #include "QRTCore/QRTExport.h"
 #include "QRTVirtualMemoryMgr.h"
@@ -24,6 +25,12 @@ class QRT_EXPORT QRTVirtualContainer {
   /// @param memorySize  bytes of stored objects to hold in memory; 0 means 4,194,304
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the manager fails otherwise
   QRTVirtualContainer(unsigned int memorySize, unsigned int, int);
+
+  /// The same with the size alone. Any unsigned number that fits; a plain 0 is a null manager, see
+  /// below.
+  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value &&
+                                                 sizeof(Size) <= sizeof(unsigned int)>>
+  explicit QRTVirtualContainer(Size memorySize) : QRTVirtualContainer(memorySize, 0U, 0) {}
 
   /// The same; only `memorySize` has an effect.
   QRTVirtualContainer(QRTVirtualMemoryMgr::mappertype, unsigned int memorySize, unsigned int, int);

@@ -40,7 +40,7 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @param memorySize  bytes of stored objects to hold in memory; 0 means 4,194,304
   /// The remaining arguments have no effect.
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the engine fails otherwise
-  QRTVirtualMemoryMgr(unsigned int memorySize, unsigned int, int);
+  explicit QRTVirtualMemoryMgr(unsigned int memorySize, unsigned int = 0, int = 0);
 
   /// The same; only `memorySize` has an effect.
   QRTVirtualMemoryMgr(unsigned int, unsigned int memorySize, unsigned int, int);

@@ -2,6 +2,7 @@
 #define QRTVIRTUALTREE_H
 
 #include <iosfwd>
+#include <type_traits>
 
 #include "QRTCore/QRTExport.h"
 #include "QRTVirtualContainer.h"
@@ -15,6 +16,12 @@ class QRT_EXPORT QRTVirtualTree : public QRTVirtualContainer {
   /// @param memorySize  bytes of stored objects to hold in memory; 0 means 4,194,304
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the manager fails otherwise
   QRTVirtualTree(unsigned int memorySize, unsigned int, int);
+
+  /// The same with the size alone. Any unsigned number that fits; a plain 0 is a null manager, see
+  /// below.
+  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value &&
+                                                 sizeof(Size) <= sizeof(unsigned int)>>
+  explicit QRTVirtualTree(Size memorySize) : QRTVirtualTree(memorySize, 0U, 0) {}
 
   /// The same; only `memorySize` has an effect.
   QRTVirtualTree(QRTVirtualMemoryMgr::mappertype, unsigned int memorySize, unsigned int, int);

@@ -34,7 +34,7 @@ double best(Step step) {
 }  // namespace
 
 int main() {
-  QRTVirtualMemoryMgr manager(16U << 20, 0, 0);
+  QRTVirtualMemoryMgr manager(16U << 20);
   std::vector<QRTVirtualPageItem> items(kObjects);
   for (QRTVirtualPageItem& item : items) {
     *static_cast<unsigned*>(manager.alloc(64, item)) = 1;

@@ -4,7 +4,7 @@
 #include "QRTVirtualMemoryMgr.h"
 
 int main() {
-  QRTVirtualMemoryMgr store(16U << 20, 0, 0);  // keeps at most 16 MiB in memory
+  QRTVirtualMemoryMgr store(16U << 20);  // keeps at most 16 MiB in memory
   QRTVirtualPageItem item;                     // a 16-byte handle, yours to keep
 
   const char greeting[] = "hello from the store";

@@ -69,7 +69,7 @@ int run(const Options& options) {
   }
 
   ResultTable table;
-  QRTVirtualMemoryMgr manager(parseBudget(options.budget), 0, 0);
+  QRTVirtualMemoryMgr manager(parseBudget(options.budget));
   std::vector<std::unique_ptr<Content>> contents;
   contents.push_back(std::make_unique<PlainObjects>(manager));
   contents.push_back(std::make_unique<NodeTree>(manager));

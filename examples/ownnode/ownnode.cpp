@@ -15,7 +15,7 @@ struct Person : QRTVirtualNodeClass<Person> {
 };
 
 int main() {
-  QRTVirtualTree tree(16U << 20, 0, 0);  // keeps at most 16 MiB in memory
+  QRTVirtualTree tree(16U << 20);  // keeps at most 16 MiB in memory
   tree.registerNodeCreator(Person::getClassId(), Person::create);
 
   QRTVirtualPin<Person> mother(tree.createNode(Person::getClassId()));

@@ -42,6 +42,21 @@ TEST_F(QRTVirtualContainerTest, OwnedManagersGoWithTheirContainerAndBorrowedOnes
   EXPECT_THAT(engine.take(), IsEmpty());
 }
 
+TEST_F(QRTVirtualContainerTest, ASizeAloneMakesAStoreAndAPlainZeroIsANullManager) {
+  {
+    QRTVirtualMemoryMgr manager(3U << 20U);
+    QRTVirtualContainer container(2U << 20U);
+    QRTVirtualTree tree(1U << 20U);
+    EXPECT_THAT(engine.take(),
+                ElementsAre("VirtualMemoryPool(3145728)", "VirtualMemoryPool(2097152)",
+                            "VirtualMemoryPool(1048576)"));
+  }
+  engine.take();
+  QRTVirtualContainer none(0);
+  EXPECT_EQ(none.getMemoryMgr(), nullptr);
+  EXPECT_THAT(engine.take(), IsEmpty());
+}
+
 TEST_F(QRTVirtualContainerTest, ForwardsToItsManager) {
   QRTVirtualContainer container(1U << 20U, 0, 0);
   engine.take();

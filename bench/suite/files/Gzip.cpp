@@ -136,7 +136,7 @@ class Stored {
   QRTVirtualFile& file() { return m_file; }
 
  private:
-  QRTVirtualMemoryMgr m_manager{64U << 20, 0, 0};
+  QRTVirtualMemoryMgr m_manager{64U << 20};
   QRTVirtualFile m_file;
 };
 
