@@ -2,22 +2,21 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 // A copy of std::exception that is being thrown must not fail, so text and trace are arrays inside
-// the error, and the list handed out by getBackTrace is never copied along.
+// the error, a long text is shared, and the list handed out by getBackTrace is never copied along.
 
 QRTThrowable::QRTThrowable(int code, const char* text) noexcept
     : m_code(code), m_hasText(text != nullptr), m_text(), m_traceSize(0), m_trace() {
   if (text == nullptr) {
     return;
   }
-  std::size_t length = 0;
-  while (length < kTextCapacity && text[length] != '\0') {
-    ++length;
-  }
-  if (length == kTextCapacity) {
+  std::size_t length = std::strlen(text);
+  if (length >= kTextCapacity) {
+    keepLongText(text, length);
     // Cut in front of a character, not inside one: back over UTF-8 continuation bytes.
-    --length;
+    length = kTextCapacity - 1;
     while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U) {
       --length;
     }
@@ -25,10 +24,22 @@ QRTThrowable::QRTThrowable(int code, const char* text) noexcept
   std::memcpy(m_text, text, length);
 }
 
+/// Keeps the whole text if there is memory for it.
+void QRTThrowable::keepLongText(const char* text, std::size_t length) noexcept {
+  try {
+    const std::shared_ptr<char[]> copy(new char[length + 1]);
+    std::memcpy(copy.get(), text, length + 1);
+    m_longText = copy;
+  } catch (const std::bad_alloc&) {
+    // What is inside the error has to do.
+  }
+}
+
 QRTThrowable::QRTThrowable(const QRTThrowable& other) noexcept
     : std::exception(other),
       m_code(other.m_code),
       m_hasText(other.m_hasText),
+      m_longText(other.m_longText),
       m_traceSize(other.m_traceSize) {
   std::copy(std::begin(other.m_text), std::end(other.m_text), m_text);
   std::copy(std::begin(other.m_trace), std::end(other.m_trace), m_trace);
@@ -38,6 +49,7 @@ QRTThrowable& QRTThrowable::operator=(const QRTThrowable& other) noexcept {
   if (this != &other) {
     m_code = other.m_code;
     m_hasText = other.m_hasText;
+    m_longText = other.m_longText;
     m_traceSize = other.m_traceSize;
     std::copy(std::begin(other.m_text), std::end(other.m_text), m_text);
     std::copy(std::begin(other.m_trace), std::end(other.m_trace), m_trace);
@@ -49,7 +61,8 @@ QRTThrowable& QRTThrowable::operator=(const QRTThrowable& other) noexcept {
 QRTThrowable::~QRTThrowable() = default;
 
 const char* QRTThrowable::what() const noexcept {
-  return m_hasText ? m_text : getClassName();
+  const char* const text = getText();
+  return text != nullptr ? text : getClassName();
 }
 
 const char* QRTThrowable::getClassName() const noexcept {

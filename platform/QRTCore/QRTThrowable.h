@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <memory>
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
@@ -26,10 +27,12 @@ struct QRTBackTraceEntry {
 };
 
 /// Base of every error the library raises: a code, a text and a back trace. An error holds all of
-/// that inside itself, so that one can be raised, copied and passed on when no memory is left.
+/// that inside itself, so that one can be raised, copied and passed on when no memory is left. Only
+/// a text that is longer than kTextCapacity is kept outside, shared by copies, where memory allows.
 class QRT_EXPORT QRTThrowable : public std::exception {
  public:
-  /// Most bytes of text an error keeps, terminator included; longer texts are cut.
+  /// Most bytes of text, terminator included, that an error keeps when no memory is left: a longer
+  /// one is cut then.
   static constexpr std::size_t kTextCapacity = 512;
 
   /// Most entries a back trace keeps; what comes later is dropped. Guards nest a handful deep.
@@ -51,7 +54,9 @@ class QRT_EXPORT QRTThrowable : public std::exception {
   int getCode() const noexcept { return m_code; }
 
   /// @return the text, valid as long as the error; null when it has none
-  const char* getText() const noexcept { return m_hasText ? m_text : nullptr; }
+  const char* getText() const noexcept {
+    return m_longText != nullptr ? m_longText.get() : m_hasText ? m_text : nullptr;
+  }
 
   /// @return the text, or the name of the error's class when it has none
   const char* what() const noexcept override;
@@ -81,9 +86,12 @@ class QRT_EXPORT QRTThrowable : public std::exception {
   const std::vector<QRTBackTraceEntry>& getBackTrace() const noexcept;
 
  private:
+  void keepLongText(const char* text, std::size_t length) noexcept;
+
   int m_code;                                     // given at construction
   bool m_hasText;                                 // whether a text was given
-  char m_text[kTextCapacity];                     // the text, zero-terminated
+  char m_text[kTextCapacity];                     // the text, zero-terminated; cut if it is longer
+  std::shared_ptr<const char[]> m_longText;       // all of a text that is longer; null if cut
   std::size_t m_traceSize;                        // entries in use in m_trace
   QRTBackTraceEntry m_trace[kTraceCapacity];      // the trace itself, oldest first
   mutable std::vector<QRTBackTraceEntry> m_list;  // the trace as getBackTrace last listed it
@@ -133,7 +141,7 @@ class QRT_EXPORT QRTIllegalStateError : public QRTThrowable {
 /// A standard exception that came out of a guarded allocation, turned into an error of the library.
 class QRT_EXPORT QRTStdExceptionError : public QRTThrowable {
  public:
-  /// @param cause  the exception; its `what()` becomes the text, the code is 0
+  /// @param cause  the exception; all of its `what()` becomes the text, the code is 0
   explicit QRTStdExceptionError(const std::exception& cause) noexcept
       : QRTThrowable(0, cause.what()) {}
   const char* getClassName() const noexcept override;

@@ -42,14 +42,40 @@ TEST(QRTThrowable, EveryClassIsThrownAsItselfWithCodeTextAndTrace) {
   check(stdException, "QRTStdExceptionError", 0, "disk on fire");
 }
 
-TEST(QRTThrowable, LongTextIsCutInFrontOfACharacter) {
+TEST(QRTThrowable, ALongTextIsKeptWholeByEveryCopy) {
+  const std::string longText = std::string(100000, 'a') + " and the end";
+  try {
+    QRTStdExceptionError(std::runtime_error(longText)).hurl(kHere, nullptr, "QRT_THROW");
+  } catch (const QRTThrowable& caught) {
+    EXPECT_EQ(caught.getText(), longText);
+    QRTThrowable copy(caught);
+    const QRTThrowable shorter(0, "short");
+    copy = shorter;
+    EXPECT_STREQ(copy.getText(), "short");
+    copy = caught;
+    EXPECT_EQ(copy.what(), longText);
+  }
+}
+
+TEST(QRTThrowable, WithoutMemoryALongTextIsCutInFrontOfACharacter) {
   const std::size_t room = QRTThrowable::kTextCapacity - 1;
   const std::string fits(room, 'a');
-  EXPECT_EQ(QRTAssertError(0, fits.c_str()).getText(), fits);
-  EXPECT_EQ(QRTAssertError(0, (fits + "b").c_str()).getText(), fits);
   // The euro sign's three bytes would end one byte beyond the room.
   const std::string euro = std::string(room - 2, 'a') + "\xE2\x82\xAC";
-  EXPECT_EQ(QRTAssertError(0, euro.c_str()).getText(), std::string(room - 2, 'a'));
+  for (std::size_t nth = 1;; ++nth) {
+    const FailingNew failing(nth);
+    const QRTAssertError whole(0, fits.c_str());
+    EXPECT_EQ(failing.count(), 0U) << "a text that fits needs no memory";
+    const QRTAssertError cut(0, euro.c_str());
+    const bool enough = failing.count() < nth;
+    const FailingNew::Pause pause;
+    EXPECT_EQ(whole.getText(), fits);
+    EXPECT_EQ(cut.getText(), enough ? euro : std::string(room - 2, 'a'));
+    if (enough) {
+      EXPECT_GT(nth, 1U);
+      break;
+    }
+  }
 }
 
 TEST(QRTThrowable, AFullTraceKeepsItsOldestEntries) {
