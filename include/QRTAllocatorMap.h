@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 class QRTFixedMemoryPool;
 class QRTMemoryArena;
@@ -46,14 +47,14 @@ class QRT_EXPORT QRTAllocatorMap {
 
   struct Row {
     std::string label;
-    std::vector<Run> runs;  // in address order, without gaps
+    QRTStd::vector<Run> runs;  // in address order, without gaps
   };
 
   void addPool(const QRTFixedMemoryPool& pool, const std::string& label);
   static void addRun(Row& row, std::uint64_t bytes, State state);
   static char cellOf(const Row& row, std::uint64_t begin, std::uint64_t end);
 
-  std::vector<Row> m_rows;  // from top to bottom
+  QRTStd::vector<Row> m_rows;  // from top to bottom
 };
 
 #endif  // QRTALLOCATORMAP_H

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 #include "QRTFixedMemoryPool.h"
 
 class QRTLargeBlocks;
@@ -120,22 +121,22 @@ class QRT_EXPORT QRTMemoryArena {
   bool makeRoom(std::uint64_t total);
   void release() noexcept;
 
-  int m_numVarBins;                          // number of bins
-  unsigned m_maxAllowed;                     // the budget
-  unsigned m_remaining;                      // the part of the budget not charged
-  unsigned m_expansions;                     // calls of expand
-  unsigned m_nonBinAllocs;                   // large blocks handed out so far
-  unsigned m_chunkSize;                      // bytes charged for a chunk; 0 without bins
-  unsigned m_reclaims;                       // chunks moved from bin to bin
-  unsigned m_minNonBin;                      // smallest large block so far, with its header
-  unsigned m_maxNonBin;                      // largest large block so far, with its header
-  std::vector<QRTFixedMemoryPool*> m_pools;  // one pool per bin; owned
-  QRTLargeBlocks* m_nonBinBlocks;            // headers of the large blocks handed out; owned
-  int m_watched;                             // whether a memory checker observes the process
-  QRTChunkWindows* m_windows;                // the chunks of all bins by address; owned
-  QRTChunkRecord** m_quickRecords;           // each bin's current chunk where alloc needs not look
-                                             // further; owned
-  const QRTChunkTable* m_table;              // the same of m_windows for free
+  int m_numVarBins;                             // number of bins
+  unsigned m_maxAllowed;                        // the budget
+  unsigned m_remaining;                         // the part of the budget not charged
+  unsigned m_expansions;                        // calls of expand
+  unsigned m_nonBinAllocs;                      // large blocks handed out so far
+  unsigned m_chunkSize;                         // bytes charged for a chunk; 0 without bins
+  unsigned m_reclaims;                          // chunks moved from bin to bin
+  unsigned m_minNonBin;                         // smallest large block so far, with its header
+  unsigned m_maxNonBin;                         // largest large block so far, with its header
+  QRTStd::vector<QRTFixedMemoryPool*> m_pools;  // one pool per bin; owned
+  QRTLargeBlocks* m_nonBinBlocks;               // headers of the large blocks handed out; owned
+  int m_watched;                                // whether a memory checker observes the process
+  QRTChunkWindows* m_windows;                   // the chunks of all bins by address; owned
+  QRTChunkRecord** m_quickRecords;  // each bin's current chunk where alloc needs not look
+                                    // further; owned
+  const QRTChunkTable* m_table;     // the same of m_windows for free
 };
 
 #endif  // QRTMEMORYARENA_H

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 class QRTHeapExtents;
 
@@ -156,13 +157,13 @@ class QRT_EXPORT QRTMemoryPool {
   void linkFree(memheader* bp, unsigned units);
   bool isMine(const memheader* bp) const;
 
-  unsigned m_remaining;         // bytes that may still be obtained from the heap
-  memheader m_base;             // free block of no units that keeps the list from being empty
-  memheader* m_rover;           // where the next search starts; null before the first
-  std::vector<void*> m_blocks;  // heap blocks in the order obtained; owned
-  unsigned m_increment;         // growth step in bytes
-  int m_watched;                // whether a memory checker observes the process
-  QRTHeapExtents* m_extents;    // the memory of m_blocks by address; owned
+  unsigned m_remaining;            // bytes that may still be obtained from the heap
+  memheader m_base;                // free block of no units that keeps the list from being empty
+  memheader* m_rover;              // where the next search starts; null before the first
+  QRTStd::vector<void*> m_blocks;  // heap blocks in the order obtained; owned
+  unsigned m_increment;            // growth step in bytes
+  int m_watched;                   // whether a memory checker observes the process
+  QRTHeapExtents* m_extents;       // the memory of m_blocks by address; owned
 };
 
 static_assert(sizeof(QRTMemoryPool::memheader) == 8, "the unit of size is 8 bytes everywhere");

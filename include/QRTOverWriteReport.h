@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 class QRTFixedMemoryPool;
 class QRTMemoryArena;
@@ -52,7 +53,7 @@ class QRT_EXPORT QRTOverWriteReport {
  private:
   void inspect(const QRTFixedMemoryPool& pool, int bin);
 
-  std::vector<Finding> m_findings;  // in list and address order
+  QRTStd::vector<Finding> m_findings;  // in list and address order
 };
 
 #endif  // QRTOVERWRITEREPORT_H

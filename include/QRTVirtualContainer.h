@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 #include "QRTVirtualMemoryMgr.h"
 
 class QRTVirtualPersistNode;
@@ -99,9 +100,9 @@ class QRT_EXPORT QRTVirtualContainer {
  private:
   void* getAddress(unsigned long long offset, int mode);
 
-  std::map<unsigned int, NodeCreator> m_nodeCreators;  // creators by class identifier
-  int m_ownsMemMgr;                                    // whether the manager goes with this
-  QRTVirtualMemoryMgr* m_memMgr;                       // the manager everything goes through
+  QRTStd::map<unsigned int, NodeCreator> m_nodeCreators;  // creators by class identifier
+  int m_ownsMemMgr;                                       // whether the manager goes with this
+  QRTVirtualMemoryMgr* m_memMgr;                          // the manager everything goes through
 };
 
 #endif  // QRTVIRTUALCONTAINER_H

@@ -6,6 +6,7 @@
 #include "HZSStreams/HZSOutputStream.h"
 #include "QRTCore/QRTExport.h"
 #include "QRTCore/QRTFmFile.h"
+#include "QRTCore/QRTStd.h"
 #include "QRTVirtualPageItem.h"
 
 class HZSGZIPOutputStream;
@@ -143,16 +144,16 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   void dismissBuffer(unsigned int position);
   bool inSamePage(unsigned int a, unsigned int b);
 
-  QRTVirtualFileOuputStream m_outStream;    // the compressor's sink; bound while compressing
-  HZSGZIPOutputStream* m_gzipStream;        // the compressor of the current member, owned
-  bool m_compress;                          // whether `write` compresses
-  std::vector<QRTVirtualPageItem> m_pages;  // page i holds the bytes from i * m_pageSize on
-  QRTVirtualMemoryMgr* m_memMgr;            // holds the pages; null until `open`
-  unsigned int m_position;                  // where the next byte is read or written
-  unsigned int m_length;                    // bytes in the file, never below m_position
-  unsigned int m_pageSize;                  // bytes of a page
-  char* m_buffer;                           // the page of m_position while it is pinned, or null
-  bool m_ownsMemMgr;                        // whether the file made the manager itself
+  QRTVirtualFileOuputStream m_outStream;       // the compressor's sink; bound while compressing
+  HZSGZIPOutputStream* m_gzipStream;           // the compressor of the current member, owned
+  bool m_compress;                             // whether `write` compresses
+  QRTStd::vector<QRTVirtualPageItem> m_pages;  // page i holds the bytes from i * m_pageSize on
+  QRTVirtualMemoryMgr* m_memMgr;               // holds the pages; null until `open`
+  unsigned int m_position;                     // where the next byte is read or written
+  unsigned int m_length;                       // bytes in the file, never below m_position
+  unsigned int m_pageSize;                     // bytes of a page
+  char* m_buffer;                              // the page of m_position while it is pinned, or null
+  bool m_ownsMemMgr;                           // whether the file made the manager itself
 };
 
 #endif  // QRTVIRTUALFILE_H

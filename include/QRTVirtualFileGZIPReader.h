@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 class GzipDecompressor;
 class QRTVirtualFile;
@@ -46,7 +47,7 @@ class QRT_EXPORT QRTVirtualFileGZIPReader {
 
   QRTVirtualFile& m_file;            // not owned
   GzipDecompressor* m_decompressor;  // the compression library, owned
-  std::vector<char> m_input;         // compressed bytes read ahead
+  QRTStd::vector<char> m_input;      // compressed bytes read ahead
   std::size_t m_begin;               // first of them that is not inflated yet
   std::size_t m_end;                 // behind the last of them
   bool m_inMember;                   // whether a member has begun and not ended

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 class QRTVirtualFile;
 
@@ -49,8 +50,8 @@ class QRT_EXPORT QRTVirtualFileStreamBuf : public std::streambuf {
   void endReading();
   void endWriting();
 
-  QRTVirtualFile& m_file;      // not owned
-  std::vector<char> m_buffer;  // bytes read ahead, or bytes that wait to be written
+  QRTVirtualFile& m_file;         // not owned
+  QRTStd::vector<char> m_buffer;  // bytes read ahead, or bytes that wait to be written
 };
 
 #endif  // QRTVIRTUALFILESTREAMBUF_H

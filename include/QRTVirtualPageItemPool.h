@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 #include "QRTVirtualPageItem.h"
 
 class QRTVirtualMemoryMgr;
@@ -72,9 +73,9 @@ class QRT_EXPORT QRTVirtualPageItemPool {
   void setPoolSize(unsigned int poolSize);
 
  private:
-  using EntryList = std::list<std::pair<PoolEntry, QRTVirtualPageItem>>;
+  using EntryList = QRTStd::list<std::pair<PoolEntry, QRTVirtualPageItem>>;
 
-  std::map<PoolEntry, EntryList::iterator, cmp_void> m_entryMap;  // finds the entry of a string
+  QRTStd::map<PoolEntry, EntryList::iterator, cmp_void> m_entryMap;  // finds the entry of a string
   EntryList m_entryList;          // every entry once, most recently used first; keys made by malloc
   QRTVirtualMemoryMgr* m_memMgr;  // the manager to allocate in, not owned
   unsigned int m_poolSize;        // entries to keep

@@ -82,7 +82,7 @@ void QRTThrowable::addBackTrace(const QRTFileLocation& where, const char* functi
   }
 }
 
-const std::vector<QRTBackTraceEntry>& QRTThrowable::getBackTrace() const noexcept {
+const QRTStd::vector<QRTBackTraceEntry>& QRTThrowable::getBackTrace() const noexcept {
   try {
     while (m_list.size() < m_traceSize) {
       m_list.push_back(m_trace[m_list.size()]);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
+#include "QRTCore/QRTStd.h"
 
 /// @file
 /// The errors of the library. An error is raised by `hurl`, which notes the place in the error's
@@ -81,20 +82,21 @@ class QRT_EXPORT QRTThrowable : public std::exception {
 
   /// @return the back trace, oldest entry first, valid until the next entry is added or the error
   ///         ends. When memory is too short to list every entry, the oldest that fit.
+  ///         A host compiled with _GLIBCXX_DEBUG takes it by `const auto&`, see QRTStd.h.
   /// Cost: the first call after an entry was added makes the list. An error is read by one thread
   /// at a time.
-  const std::vector<QRTBackTraceEntry>& getBackTrace() const noexcept;
+  const QRTStd::vector<QRTBackTraceEntry>& getBackTrace() const noexcept;
 
  private:
   void keepLongText(const char* text, std::size_t length) noexcept;
 
-  int m_code;                                     // given at construction
-  bool m_hasText;                                 // whether a text was given
-  char m_text[kTextCapacity];                     // the text, zero-terminated; cut if it is longer
-  std::shared_ptr<const char[]> m_longText;       // all of a text that is longer; null if cut
-  std::size_t m_traceSize;                        // entries in use in m_trace
-  QRTBackTraceEntry m_trace[kTraceCapacity];      // the trace itself, oldest first
-  mutable std::vector<QRTBackTraceEntry> m_list;  // the trace as getBackTrace last listed it
+  int m_code;                                 // given at construction
+  bool m_hasText;                             // whether a text was given
+  char m_text[kTextCapacity];                 // the text, zero-terminated; cut if it is longer
+  std::shared_ptr<const char[]> m_longText;   // all of a text that is longer; null if cut
+  std::size_t m_traceSize;                    // entries in use in m_trace
+  QRTBackTraceEntry m_trace[kTraceCapacity];  // the trace itself, oldest first
+  mutable QRTStd::vector<QRTBackTraceEntry> m_list;  // the trace as getBackTrace last listed it
 };
 
 /// A condition that the library checks in every build did not hold. The text is the check as it

@@ -128,7 +128,7 @@ std::size_t QRTAllocatorView::heapBlocks(const QRTMemoryPool& pool) {
   return pool.m_blocks.size();
 }
 
-const std::vector<QRTFixedMemoryPool*>& QRTAllocatorView::bins(const QRTMemoryArena& arena) {
+const QRTStd::vector<QRTFixedMemoryPool*>& QRTAllocatorView::bins(const QRTMemoryArena& arena) {
   return arena.m_pools;
 }
 

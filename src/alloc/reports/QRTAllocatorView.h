@@ -74,7 +74,7 @@ class QRTAllocatorView {
   static std::vector<Block> freeList(const QRTMemoryPool& pool, bool& isCircular);
   static std::size_t heapBlocks(const QRTMemoryPool& pool);
 
-  static const std::vector<QRTFixedMemoryPool*>& bins(const QRTMemoryArena& arena);
+  static const QRTStd::vector<QRTFixedMemoryPool*>& bins(const QRTMemoryArena& arena);
   static std::vector<Large> largeBlocks(const QRTMemoryArena& arena);
   static Budget budget(const QRTMemoryArena& arena);
 
