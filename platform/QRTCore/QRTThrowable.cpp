@@ -5,16 +5,22 @@
 #include <new>
 
 // A copy of std::exception that is being thrown must not fail, so text and trace are arrays inside
-// the error, a long text is shared, and the list handed out by getBackTrace is never copied along.
+// the error, a long text is cut where there is no memory for a copy of it, and the list handed out
+// by getBackTrace is never copied along.
 
 QRTThrowable::QRTThrowable(int code, const char* text) noexcept
-    : m_code(code), m_hasText(text != nullptr), m_text(), m_traceSize(0), m_trace() {
+    : m_code(code),
+      m_hasText(text != nullptr),
+      m_text(),
+      m_longText(nullptr),
+      m_traceSize(0),
+      m_trace() {
   if (text == nullptr) {
     return;
   }
   std::size_t length = std::strlen(text);
   if (length >= kTextCapacity) {
-    keepLongText(text, length);
+    keepLongText(text);
     // Cut in front of a character, not inside one: back over UTF-8 continuation bytes.
     length = kTextCapacity - 1;
     while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U) {
@@ -24,24 +30,14 @@ QRTThrowable::QRTThrowable(int code, const char* text) noexcept
   std::memcpy(m_text, text, length);
 }
 
-/// Keeps the whole text if there is memory for it.
-void QRTThrowable::keepLongText(const char* text, std::size_t length) noexcept {
-  try {
-    const std::shared_ptr<char[]> copy(new char[length + 1]);
-    std::memcpy(copy.get(), text, length + 1);
-    m_longText = copy;
-  } catch (const std::bad_alloc&) {
-    // What is inside the error has to do.
-  }
-}
-
 QRTThrowable::QRTThrowable(const QRTThrowable& other) noexcept
     : std::exception(other),
       m_code(other.m_code),
       m_hasText(other.m_hasText),
-      m_longText(other.m_longText),
+      m_longText(nullptr),
       m_traceSize(other.m_traceSize) {
   std::copy(std::begin(other.m_text), std::end(other.m_text), m_text);
+  keepLongText(other.m_longText);
   std::copy(std::begin(other.m_trace), std::end(other.m_trace), m_trace);
 }
 
@@ -49,16 +45,33 @@ QRTThrowable& QRTThrowable::operator=(const QRTThrowable& other) noexcept {
   if (this != &other) {
     m_code = other.m_code;
     m_hasText = other.m_hasText;
-    m_longText = other.m_longText;
     m_traceSize = other.m_traceSize;
     std::copy(std::begin(other.m_text), std::end(other.m_text), m_text);
+    keepLongText(other.m_longText);
     std::copy(std::begin(other.m_trace), std::end(other.m_trace), m_trace);
     m_list.clear();
   }
   return *this;
 }
 
-QRTThrowable::~QRTThrowable() = default;
+QRTThrowable::~QRTThrowable() {
+  delete[] m_longText;
+  m_longText = nullptr;
+}
+
+/// Makes the long text a copy of this one, if there is memory for it.
+/// @param text  null for none
+void QRTThrowable::keepLongText(const char* text) noexcept {
+  delete[] m_longText;
+  m_longText = nullptr;
+  if (text != nullptr) {
+    const std::size_t size = std::strlen(text) + 1;
+    m_longText = new (std::nothrow) char[size];
+    if (m_longText != nullptr) {
+      std::memcpy(m_longText, text, size);
+    }
+  }
+}
 
 const char* QRTThrowable::what() const noexcept {
   const char* const text = getText();

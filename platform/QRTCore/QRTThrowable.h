@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <exception>
-#include <memory>
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
@@ -29,7 +28,7 @@ struct QRTBackTraceEntry {
 
 /// Base of every error the library raises: a code, a text and a back trace. An error holds all of
 /// that inside itself, so that one can be raised, copied and passed on when no memory is left. Only
-/// a text that is longer than kTextCapacity is kept outside, shared by copies, where memory allows.
+/// a text that is longer than kTextCapacity is kept outside, where memory allows.
 class QRT_EXPORT QRTThrowable : public std::exception {
  public:
   /// Most bytes of text, terminator included, that an error keeps when no memory is left: a longer
@@ -56,7 +55,7 @@ class QRT_EXPORT QRTThrowable : public std::exception {
 
   /// @return the text, valid as long as the error; null when it has none
   const char* getText() const noexcept {
-    return m_longText != nullptr ? m_longText.get() : m_hasText ? m_text : nullptr;
+    return m_longText != nullptr ? m_longText : m_hasText ? m_text : nullptr;
   }
 
   /// @return the text, or the name of the error's class when it has none
@@ -88,12 +87,12 @@ class QRT_EXPORT QRTThrowable : public std::exception {
   const QRTStd::vector<QRTBackTraceEntry>& getBackTrace() const noexcept;
 
  private:
-  void keepLongText(const char* text, std::size_t length) noexcept;
+  void keepLongText(const char* text) noexcept;
 
   int m_code;                                 // given at construction
   bool m_hasText;                             // whether a text was given
   char m_text[kTextCapacity];                 // the text, zero-terminated; cut if it is longer
-  std::shared_ptr<const char[]> m_longText;   // all of a text that is longer; null if cut
+  char* m_longText;                           // all of a text that is longer, owned; null if cut
   std::size_t m_traceSize;                    // entries in use in m_trace
   QRTBackTraceEntry m_trace[kTraceCapacity];  // the trace itself, oldest first
   mutable QRTStd::vector<QRTBackTraceEntry> m_list;  // the trace as getBackTrace last listed it
