@@ -76,7 +76,8 @@ class QRT_EXPORT QRTVirtualPersistNode {
   /// item that `getVirtualPageItem` gave before. Throws nothing.
   virtual void destroy();
 
-  /// Clears the container. `delete` is only for nodes in process memory.
+  /// Clears the container, also for whoever looks at the block afterwards: a `destroy` may run the
+  /// class's destructor and nothing else. `delete` is only for nodes in process memory.
   virtual ~QRTVirtualPersistNode();
 
   /// Writes the node's own data behind its class name in a dump. Writes nothing here.

@@ -56,6 +56,18 @@ class TreeFixture : public testing::Test {
     return at == std::string::npos ? "" : text.substr(at, text.find('\n', at) - at);
   }
 
+  /// @return how often an object is pinned
+  static unsigned int pinsOf(QRTVirtualTree& in, unsigned long long offset) {
+    std::ostringstream list;
+    in.getMemoryMgr()->dumpReferences(list);
+    const std::string text = list.str();
+    const auto line = text.find("offset " + std::to_string(offset) + ",");
+    if (line == std::string::npos) {
+      return 0;
+    }
+    return static_cast<unsigned int>(std::stoul(text.substr(text.find("pins ", line) + 5)));
+  }
+
   /// @return the letters of a node's children, once every link between them has been checked
   static std::string children(QRTVirtualTreeNode& parent) {
     const bool isRoot = parent.getPageOffset() == QRTVirtualPageItem::getInvalidOffset();
