@@ -39,12 +39,15 @@ class QRT_EXPORT QRTVirtualTree : public QRTVirtualContainer {
   QRTVirtualTreeNode* getRootNode();
 
   /// Writes a node, the siblings that follow it and all their subtrees, one line each, a child one
-  /// dash deeper than its parent: the class name, then what the node's `dump` writes. Takes one pin
-  /// at a time and as much stack for a deep tree as for a flat one.
+  /// dash deeper than its parent: the class name, then what the node's `dump` writes, which
+  /// begins with decimal numbers. A node's links are read once its `dump` has returned, so it may
+  /// make its children there. Holds one pin on each level of the path it is on, 16 bytes beside it,
+  /// and as much stack for a deep tree as for a flat one. The stream's format stays as it was.
   /// @param node  where to begin, a node of this tree; null or the root for the whole tree
   /// @param os    receives the text; every line is flushed
-  /// @throws QRTAssertError when a node cannot be read back; what a node's `dump` or the stream
-  ///         raises. All pins are back by then.
+  /// @throws QRTAssertError when a node cannot be read back; std::bad_alloc; what a node's `dump`
+  /// or
+  ///         the stream raises. All pins are back by then.
   /// Cost: O(nodes written) plus one dash per level and node; may read pages back
   void dumpTree(QRTVirtualTreeNode* node, std::ostream& os);
 

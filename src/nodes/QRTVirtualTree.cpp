@@ -1,34 +1,99 @@
 #include "QRTVirtualTree.h"
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <ostream>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "QRTCore/QRTAssert.h"
-#include "QRTVirtualPin.h"
-#include "QRTVirtualTreeRange.h"
+#include "QRTCore/QRTDecimalFormat.h"
 
 namespace {
 
-// Dashes go out in blocks: far down a deep tree they are most of the text.
-constexpr auto kDashes = [] {
-  std::array<char, 1024> dashes{};
-  dashes.fill('-');
-  return dashes;
-}();
+// The nodes that a dump is at, one on each level of the tree and each pinned once. They stand in
+// memory instead of the call stack, so that a tree may be of any depth. However the dump ends, the
+// pins go back.
+class DumpPath {
+ public:
+  explicit DumpPath(QRTVirtualContainer& container) : m_container(container) {}
 
-// Writes one node's line.
-void dumpNode(QRTVirtualTreeNode& node, std::ostream& os, unsigned int depth) {
-  for (std::size_t left = depth; left != 0;) {
-    const std::size_t count = std::min(left, kDashes.size());
-    os << std::string_view(kDashes.data(), count);
-    left -= count;
+  ~DumpPath() {
+    for (const Level& level : m_levels) {
+      if (level.node != nullptr) {
+        m_container.dismiss(level.offset);
+      }
+    }
   }
-  os << "Node: Class: " << node.getClassName();
+  DumpPath(const DumpPath&) = delete;
+  DumpPath& operator=(const DumpPath&) = delete;
+
+  bool empty() const { return m_levels.empty(); }
+  std::size_t levels() const { return m_levels.size(); }
+  QRTVirtualTreeNode& deepest() const { return *m_levels.back().node; }
+
+  // Goes one level down, to the node at an offset.
+  void descend(unsigned long long offset) {
+    m_levels.push_back({nullptr, offset});
+    Level& level = m_levels.back();
+    level.node = static_cast<QRTVirtualTreeNode*>(m_container.getNode(offset));
+    QRT_ASSERT_NAMED(level.node, "a node cannot be read back");
+  }
+
+  // Moves the deepest pin along its chain of siblings; behind the end of the chain, that of the
+  // level above.
+  void advance() {
+    while (!m_levels.empty()) {
+      Level& level = m_levels.back();
+      const unsigned long long next = level.node->getNextSiblingPageItem().getOffset();
+      level.node = static_cast<QRTVirtualTreeNode*>(static_cast<QRTVirtualPersistNode*>(
+          m_container.getMemoryMgr()->movePin(level.offset, next)));
+      level.offset = next;
+      if (next != 0) {
+        QRT_ASSERT_NAMED(level.node, "a node cannot be read back");
+        return;
+      }
+      m_levels.pop_back();
+    }
+  }
+
+ private:
+  struct Level {
+    QRTVirtualTreeNode* node;   // the node, pinned; null when it could not be
+    unsigned long long offset;  // its offset
+  };
+
+  QRTVirtualContainer& m_container;  // whose nodes are dumped
+  std::vector<Level> m_levels;       // the path, deepest last
+};
+
+// Writes one node's line. A node's own text begins in decimal, whatever the one before has left.
+void dumpNode(QRTVirtualTreeNode& node, std::ostream& os, const std::string& dashes) {
+  const QRTDecimalFormat decimal(os);
+  os << dashes << "Node: Class: " << node.getClassName();
   node.dump(os);
   os << std::endl;
+}
+
+// Writes a node and the siblings that follow it, each with its subtree. Links are read only when
+// they are followed: a node may make its children in its `dump`.
+void dumpChain(QRTVirtualContainer& container, unsigned long long first, std::ostream& os,
+               std::size_t depth) {
+  if (first == 0) {
+    return;
+  }
+  DumpPath path(container);
+  std::string dashes;
+  path.descend(first);
+  while (!path.empty()) {
+    dashes.resize(depth + path.levels() - 1, '-');
+    dumpNode(path.deepest(), os, dashes);
+    const unsigned long long child = path.deepest().getFirstChildPageItem().getOffset();
+    if (child != 0) {
+      path.descend(child);
+    } else {
+      path.advance();
+    }
+  }
 }
 
 }  // namespace
@@ -81,18 +146,11 @@ void QRTVirtualTree::dumpTree(QRTVirtualTreeNode* node, std::ostream& os) {
   os << "**Dump of Virtual Tree**" << std::endl << std::endl;
   if (start == m_rootNode) {
     // Step 3
-    dumpNode(*start, os, 0);
+    dumpNode(*start, os, "");
     dumpTreeNode(start, os, 1);
-  } else {
+  } else if (start->getPageOffset() != QRTVirtualPageItem::getInvalidOffset()) {
     // Step 4
-    QRTVirtualPin<QRTVirtualTreeNode> current(getNode(start->getPageOffset()));
-    while (current) {
-      dumpNode(*current, os, 0);
-      dumpTreeNode(current.get(), os, 1);
-      const unsigned long long next = current->getNextSiblingPageItem().getOffset();
-      current = QRTVirtualPin<QRTVirtualTreeNode>(getNode(next));
-      QRT_ASSERT_NAMED(current || next == 0, "a node cannot be read back");
-    }
+    dumpChain(*this, start->getPageOffset(), os, 0);
   }
   // Step 5
   os << std::endl;
@@ -101,9 +159,5 @@ void QRTVirtualTree::dumpTree(QRTVirtualTreeNode* node, std::ostream& os) {
 // Writes the subtrees below a node, without the node itself.
 void QRTVirtualTree::dumpTreeNode(QRTVirtualTreeNode* node, std::ostream& os, int depth) {
   QRT_ASSERT(node);
-  for (QRTVirtualTreeWalk walk(*node); !walk.atEnd(); walk.advance()) {
-    if (walk.depth() != 0) {
-      dumpNode(*walk.node(), os, walk.depth() - 1 + static_cast<unsigned int>(depth));
-    }
-  }
+  dumpChain(*this, node->getFirstChildPageItem().getOffset(), os, static_cast<std::size_t>(depth));
 }

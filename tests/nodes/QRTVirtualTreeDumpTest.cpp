@@ -47,6 +47,76 @@ TEST_F(QRTVirtualTreeDumpTest, DumpMapperWritesBothSectionsOfTheManager) {
   EXPECT_EQ(ofTree.str(), ofManager.str());
 }
 
+// Writes how many nodes are pinned, then grows two children and a sibling behind itself.
+struct Growing : QRTVirtualNodeClass<Growing> {
+  static constexpr const char* kClassName = "Growing";
+  void dump(std::ostream& os) override {
+    std::ostringstream references;
+    getContainer()->getMemoryMgr()->dumpReferences(references);
+    const std::string list = references.str();
+    EXPECT_EQ(list.find("pins 2"), std::string::npos) << list;
+    os << list.substr(list.find(": "), list.find('\n') - list.find(": "));
+    if (levels != 0) {
+      appendChild(grow(levels - 1).get());
+      appendChild(grow(levels - 1).get());
+      insertAfter(grow(0).get());
+      levels = 0;
+    }
+  }
+  QRTVirtualPin<Growing> grow(int levelsBelow) {
+    QRTVirtualPin<Growing> node(create(getContainer()));
+    node->levels = levelsBelow;
+    return node;
+  }
+  int levels = 0;
+};
+
+TEST_F(QRTVirtualTreeDumpTest, LinksAreReadAfterTheNodesOwnDumpAndEachLevelHasOnePin) {
+  QRTVirtualPin<Growing> node(Growing::create(&tree));
+  node->levels = 2;
+  root.appendChild(node.get());
+  node.reset();
+  const std::string expected =
+      "**Dump of Virtual Tree**\n\n"
+      "Node: Class: QRTVirtualTreeNode\n"
+      "-Node: Class: Growing: 1\n"
+      "--Node: Class: Growing: 2\n"
+      "---Node: Class: Growing: 3\n"
+      "---Node: Class: Growing: 3\n"
+      "--Node: Class: Growing: 2\n"
+      "--Node: Class: Growing: 2\n"
+      "---Node: Class: Growing: 3\n"
+      "---Node: Class: Growing: 3\n"
+      "--Node: Class: Growing: 2\n"
+      "-Node: Class: Growing: 1\n"
+      "\n";
+  EXPECT_EQ(dump(nullptr), expected);
+  EXPECT_EQ(dump(nullptr), expected) << "nothing grows twice";
+}
+
+// Writes a number and leaves the stream to hex.
+struct HexWriter : QRTVirtualNodeClass<HexWriter> {
+  static constexpr const char* kClassName = "HexWriter";
+  void dump(std::ostream& os) override { os << ' ' << 255 << std::hex; }
+};
+
+TEST_F(QRTVirtualTreeDumpTest, NumbersAreDecimalAndTheStreamsFormatStays) {
+  for (int i = 0; i < 2; ++i) {
+    root.appendChild(QRTVirtualPin<HexWriter>(HexWriter::create(&tree)).get());
+  }
+  for (const auto base : {std::ios_base::hex, std::ios_base::oct, std::ios_base::dec}) {
+    std::ostringstream os;
+    os.setf(base, std::ios_base::basefield);
+    const auto before = os.flags();
+    tree.dumpTree(QRTVirtualPin<HexWriter>(root.getFirstChild()).get(), os);
+    EXPECT_EQ(os.str(),
+              "**Dump of Virtual Tree**\n\n"
+              "Node: Class: HexWriter 255\n"
+              "Node: Class: HexWriter 255\n\n");
+    EXPECT_EQ(os.flags(), before);
+  }
+}
+
 // Takes any amount of text and counts its lines.
 class LineCounter : public std::streambuf {
  public:
@@ -61,7 +131,7 @@ class LineCounter : public std::streambuf {
 };
 
 TEST_F(QRTVirtualTreeDumpTest, DeepChainsNeedNoStack) {
-  constexpr int kDepth = 100000;
+  constexpr int kDepth = 1000000;
   QRTVirtualPin<Letter> at(tree.createNode(Letter::getClassId()));
   root.appendChild(at.get());
   for (int i = 1; i < kDepth; ++i) {
