@@ -20,8 +20,9 @@
 /// that is attached beside the place of the edit, a removed node that is not a child, a reversed
 /// run, a neighbour that cannot be read back. Attaching a node that sits elsewhere in a tree, or
 /// above `this` by more than one level, is not noticed: remove a node before you attach it again.
-/// Every edit except those of a run costs O(1) and pins at most two more nodes, for as long as it
-/// takes; each may read pages back.
+/// The store is reached through the container of `this` alone; that of a node handed in may be
+/// gone. Every edit except those of a run costs O(1) and pins at most two more nodes, for as long
+/// as it takes; each may read pages back.
 class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
  public:
   /// Makes a node that is linked to nothing.
@@ -46,6 +47,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
   /// @param dismissThis  non-zero to dismiss this node, also when there is no sibling; so a loop
   ///                     from `getFirstChild` to null walks a chain with one pin at a time
   /// @return the sibling, pinned; null when there is none or it cannot be read back
+  /// @throws QRTAssertError as `dismiss` does, when this node is to be dismissed
   QRTVirtualTreeNode* getNextSibling(int dismissThis);
 
   /// Moves on to the previous sibling; otherwise as `getNextSibling`.
@@ -111,7 +113,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
   /// Takes a run of children out. They keep all their links.
   /// @param first  first of the run; null for the first child
   /// @param last   last of the run, not before `first`; null for the last child
-  /// @throws QRTAssertError as the class describes
+  /// @throws QRTAssertError as the class describes, and for a run whose links do not agree
   /// Cost: O(1) for all children, else O(length of the run), each pinned in turn
   void removeChildren(QRTVirtualTreeNode* first, QRTVirtualTreeNode* last);
 
@@ -128,9 +130,10 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
   QRTVirtualTreeNode* moveTo(unsigned long long offset);
   QRTVirtualTreeNode* parentInProcessMemory() const;
   bool isStored() const;
-  bool sharesStoreWith(const QRTVirtualTreeNode& other) const;
+  bool hasInStore(const QRTVirtualTreeNode& other) const;
   bool isEndChildOf(const QRTVirtualTreeNode& parent) const;
-  bool namesParent(const QRTVirtualTreeNode& parent) const;
+  bool isBeside(const QRTVirtualTreeNode& other) const;
+  bool isParentOf(const QRTVirtualTreeNode& child) const;
   void setParentLink(const QRTVirtualTreeNode& parent);
   void copyParentLink(const QRTVirtualTreeNode& from);
   void checkChild(const QRTVirtualTreeNode& child) const;

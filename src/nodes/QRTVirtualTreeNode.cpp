@@ -9,7 +9,8 @@
 
 // Editing. Each operation first gets hold of the neighbours it is going to relink and checks what
 // it can see of them; only then does it write. A failed check or an unreadable neighbour therefore
-// leaves the tree as it was.
+// leaves the tree as it was. The store is reached through the container of the node that is asked;
+// that of another node is never looked into, since it may be gone.
 
 namespace {
 
@@ -251,7 +252,7 @@ void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
   unsigned int count = 1;
   unsigned long long end = child->getPageOffset();
   child->setParentLink(*this);
-  QRTPinnedNeighbour node(*child, child->m_nextSibling);
+  QRTPinnedNeighbour node(*this, child->m_nextSibling);
   while (node) {
     checkChild(*node.get());
     QRT_ASSERT_NAMED(node->m_previousSibling == end && node.get() != child,
@@ -259,7 +260,7 @@ void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
     ++count;
     end = node->getPageOffset();
     node->setParentLink(*this);
-    node = QRTPinnedNeighbour(*node.get(), node->m_nextSibling);
+    node = QRTPinnedNeighbour(*this, node->m_nextSibling);
   }
   // Step 4
   if (last) {
@@ -363,16 +364,15 @@ void QRTVirtualTreeNode::replaceChild(QRTVirtualTreeNode* oldChild, QRTVirtualTr
   // Step 1
   QRT_ASSERT(oldChild != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   QRT_ASSERT(newChild != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
-  QRT_ASSERT_NAMED(oldChild->namesParent(*this), "the old child is not a child of this node");
+  QRT_ASSERT_NAMED(isParentOf(*oldChild), "the old child is not a child of this node");
   if (newChild == oldChild) {
     return;
   }
   checkChild(*newChild);
-  oldChild->checkSibling(*newChild);
+  QRT_ASSERT_NAMED(!oldChild->isBeside(*newChild), "the new child is a child already");
   // Step 2
   const unsigned long long place = oldChild->getPageOffset();
-  const QRTTreeNeighbours neighbours(*oldChild, oldChild->m_previousSibling,
-                                     oldChild->m_nextSibling);
+  const QRTTreeNeighbours neighbours(*this, oldChild->m_previousSibling, oldChild->m_nextSibling);
   QRTVirtualTreeNode* const previous = neighbours.first();
   QRTVirtualTreeNode* const next = neighbours.second();
   QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
@@ -396,10 +396,10 @@ void QRTVirtualTreeNode::replaceChild(QRTVirtualTreeNode* oldChild, QRTVirtualTr
 void QRTVirtualTreeNode::removeChild(QRTVirtualTreeNode* child) {
   // Step 1
   QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
-  QRT_ASSERT_NAMED(child->namesParent(*this), "not a child of this node");
+  QRT_ASSERT_NAMED(isParentOf(*child), "not a child of this node");
   // Step 2
   const unsigned long long place = child->getPageOffset();
-  const QRTTreeNeighbours neighbours(*child, child->m_previousSibling, child->m_nextSibling);
+  const QRTTreeNeighbours neighbours(*this, child->m_previousSibling, child->m_nextSibling);
   QRTVirtualTreeNode* const previous = neighbours.first();
   QRTVirtualTreeNode* const next = neighbours.second();
   QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
@@ -420,7 +420,8 @@ void QRTVirtualTreeNode::removeChild(QRTVirtualTreeNode* child) {
 // 2. Pin the ends that were not given.
 // 3. The ends must be children of this node.
 // 4. One node alone is removed by itself; all of them together need no walk.
-// 5. Go along the run and count. A run that never meets its last node is the wrong way round.
+// 5. Go along the run and count. A run that ends before its last node is the wrong way round; one
+//    that is not linked both ways, or comes back to its first node, might never end.
 // 6. Pin the neighbours of the run and join them.
 // 7. Count the run off.
 void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTreeNode* last) {
@@ -434,8 +435,8 @@ void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTre
   first = first == nullptr ? ownFirst.get() : first;
   last = last == nullptr ? ownLast.get() : last;
   // Step 3
-  QRT_ASSERT_NAMED(first && first->namesParent(*this), "the first is not a child of this node");
-  QRT_ASSERT_NAMED(last && last->namesParent(*this), "the last is not a child of this node");
+  QRT_ASSERT_NAMED(first && isParentOf(*first), "the first is not a child of this node");
+  QRT_ASSERT_NAMED(last && isParentOf(*last), "the last is not a child of this node");
   // Step 4
   if (first == last) {
     removeChild(first);
@@ -448,17 +449,22 @@ void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTre
     return;
   }
   // Step 5
-  unsigned int count = 1;
+  unsigned int count = 2;
   {
-    QRTPinnedNeighbour node(*first, first->m_nextSibling);
-    for (++count; node && node.get() != last; ++count) {
-      node = QRTPinnedNeighbour(*node.get(), node->m_nextSibling);
+    unsigned long long before = first->getPageOffset();
+    QRTPinnedNeighbour node(*this, first->m_nextSibling);
+    for (; node && node.get() != last; ++count) {
+      QRT_ASSERT_NAMED(node->m_previousSibling == before && node.get() != first,
+                       "the run must be linked both ways and end");
+      before = node->getPageOffset();
+      node = QRTPinnedNeighbour(*this, node->m_nextSibling);
     }
     QRT_ASSERT_NAMED(node, "the run has to end at its last node");
+    QRT_ASSERT_NAMED(last->m_previousSibling == before, "the run must be linked both ways");
   }
   // Step 6
-  const QRTPinnedNeighbour previous(*first, first->m_previousSibling);
-  const QRTPinnedNeighbour next(*last, last->m_nextSibling);
+  const QRTPinnedNeighbour previous(*this, first->m_previousSibling);
+  const QRTPinnedNeighbour next(*this, last->m_nextSibling);
   QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == first->getPageOffset(),
                    "the run has been taken out before");
   QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == last->getPageOffset(),
@@ -479,12 +485,14 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::fetch(unsigned long long offset) {
   return static_cast<QRTVirtualTreeNode*>(container->getNode(offset));
 }
 
-// Dismisses this node and pins the one at an offset; null for offset 0.
+// Dismisses this node and pins the one at an offset; null for offset 0. Without a store it is the
+// dismiss that fails.
 QRTVirtualTreeNode* QRTVirtualTreeNode::moveTo(unsigned long long offset) {
   QRTVirtualContainer* const container = getContainer();
-  QRT_ASSERT(container);
-  QRTVirtualMemoryMgr* const memMgr = container->getMemoryMgr();
-  QRT_ASSERT(memMgr);
+  QRTVirtualMemoryMgr* const memMgr = container == nullptr ? nullptr : container->getMemoryMgr();
+  if (memMgr == nullptr) [[unlikely]] {
+    dismiss();
+  }
   return static_cast<QRTVirtualTreeNode*>(
       static_cast<QRTVirtualPersistNode*>(memMgr->movePin(getPageOffset(), offset)));
 }
@@ -500,10 +508,18 @@ bool QRTVirtualTreeNode::isStored() const {
   return getPageOffset() != 0 && getPageOffset() != QRTVirtualPageItem::getInvalidOffset();
 }
 
-// Whether offsets mean the same to both nodes.
-bool QRTVirtualTreeNode::sharesStoreWith(const QRTVirtualTreeNode& other) const {
-  return getContainer() != nullptr && other.getContainer() != nullptr &&
-         getContainer()->getMemoryMgr() == other.getContainer()->getMemoryMgr();
+// Whether a stored node that the caller has pinned lives in this node's store. One that belongs to
+// another container may do so as well: then it stands where this store has an object of its offset.
+bool QRTVirtualTreeNode::hasInStore(const QRTVirtualTreeNode& other) const {
+  QRTVirtualContainer* const container = getContainer();
+  if (container == nullptr || other.getContainer() == container) {
+    return container != nullptr;
+  }
+  const QRTVirtualPersistNode* const found = container->getNode(other.getPageOffset());
+  if (found != nullptr) {
+    container->dismiss(other.getPageOffset());
+  }
+  return found == &other;
 }
 
 // Whether this is the first or last child of a node.
@@ -512,12 +528,17 @@ bool QRTVirtualTreeNode::isEndChildOf(const QRTVirtualTreeNode& parent) const {
          (parent.m_firstChild == getPageOffset() || parent.m_lastChild == getPageOffset());
 }
 
-// Whether this node's parent link leads to a node, which it also does once this was taken out.
-bool QRTVirtualTreeNode::namesParent(const QRTVirtualTreeNode& parent) const {
-  if (m_parentIsAddress != 0) {
-    return m_parent == reinterpret_cast<std::uintptr_t>(&parent);
-  }
-  return m_parent != 0 && m_parent == parent.getPageOffset();
+// Whether this node's sibling links lead to a node.
+bool QRTVirtualTreeNode::isBeside(const QRTVirtualTreeNode& other) const {
+  return other.getPageOffset() == m_nextSibling || other.getPageOffset() == m_previousSibling;
+}
+
+// Whether a node's parent link leads to this one, which it also does once it was taken out.
+bool QRTVirtualTreeNode::isParentOf(const QRTVirtualTreeNode& child) const {
+  const bool named = child.m_parentIsAddress != 0
+                         ? child.m_parent == reinterpret_cast<std::uintptr_t>(this)
+                         : child.m_parent != 0 && child.m_parent == getPageOffset();
+  return named && hasInStore(child);
 }
 
 // A parent in process memory has no offset, so its children hold its address.
@@ -537,7 +558,7 @@ void QRTVirtualTreeNode::checkChild(const QRTVirtualTreeNode& child) const {
   QRT_ASSERT_NAMED(getPageOffset() != 0, "a parent is made by create or is a tree's root");
   QRT_ASSERT_NAMED(child.isStored(), "a child is made by create");
   QRT_ASSERT_NAMED(&child != this && !isEndChildOf(child), "a node cannot stand below itself");
-  QRT_ASSERT_NAMED(child.sharesStoreWith(*this), "a tree's nodes share one store");
+  QRT_ASSERT_NAMED(hasInStore(child), "a tree's nodes share one store");
   QRT_ASSERT_NAMED(!child.isEndChildOf(*this), "the node is a child already");
 }
 
@@ -545,8 +566,6 @@ void QRTVirtualTreeNode::checkChild(const QRTVirtualTreeNode& child) const {
 void QRTVirtualTreeNode::checkSibling(const QRTVirtualTreeNode& sibling) const {
   QRT_ASSERT_NAMED(isStored() && sibling.isStored(), "siblings are made by create");
   QRT_ASSERT_NAMED(&sibling != this && !isEndChildOf(sibling), "a node cannot stand below itself");
-  QRT_ASSERT_NAMED(sibling.sharesStoreWith(*this), "a tree's nodes share one store");
-  QRT_ASSERT_NAMED(
-      sibling.getPageOffset() != m_nextSibling && sibling.getPageOffset() != m_previousSibling,
-      "the nodes are siblings already");
+  QRT_ASSERT_NAMED(hasInStore(sibling), "a tree's nodes share one store");
+  QRT_ASSERT_NAMED(!isBeside(sibling), "the nodes are siblings already");
 }

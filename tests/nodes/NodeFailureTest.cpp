@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -107,6 +108,70 @@ TEST_F(NodeFailureTest, DismissNeedsAContainerAndAManager) {
   EXPECT_EQ(textOf(error), "QRT_ASSERT(memMgr);");
 
   tree.getRootNode()->dismiss();
+}
+
+TEST_F(NodeFailureTest, SteppingAlongAChainNeedsAContainerAndAManager) {
+  QRTVirtualTree tree(1U << 20U, 0, 0);
+  QRTVirtualContainer bare(nullptr);
+  QRTVirtualTreeNode* const middle = make(tree);
+  QRTVirtualTreeNode* const ends[] = {make(tree), make(tree)};
+  middle->insertAfter(ends[0]);
+  middle->insertBefore(ends[1]);
+  QRTVirtualTreeNode alone;
+  const auto before = everything();
+  for (QRTVirtualTreeNode* const node : {middle, &alone}) {
+    for (QRTVirtualContainer* const container :
+         {static_cast<QRTVirtualContainer*>(nullptr), &bare}) {
+      node->setContainer(container);
+      const std::function<void()> steps[] = {[&] { node->getNextSibling(1); },
+                                             [&] { node->getPreviousSibling(1); }};
+      for (const auto& step : steps) {
+        const auto error = expectRaised<QRTAssertError>(step);
+        EXPECT_EQ(textOf(error),
+                  container == nullptr ? "QRT_ASSERT(m_container);" : "QRT_ASSERT(memMgr);");
+        EXPECT_THAT(traceOf(error),
+                    ElementsAre(TraceEntry{"QRTVirtualPersistNode.cpp", "", "QRT_THROW"}));
+      }
+    }
+  }
+  middle->setContainer(&tree);
+  EXPECT_EQ(everything(), before);
+  EXPECT_EQ(alone.getNextSibling(0), nullptr);
+}
+
+// Its dump makes the store unreadable.
+struct Cutting : QRTVirtualTreeNode {
+  void dump(std::ostream&) override { EngineRecord::get().refuseGetAddress = true; }
+};
+
+TEST_F(NodeFailureTest, DumpsRaiseWhenANodeCannotBeReadBackAndKeepNoPin) {
+  QRTVirtualTree tree(1U << 20U, 0, 0);
+  QRTVirtualTreeNode* const outer = make(tree);
+  QRTVirtualPageItem item;
+  auto* const cutting = new (tree.alloc(sizeof(Cutting), item)) Cutting;
+  cutting->setPageOffset(item.getOffset());
+  cutting->setContainer(&tree);
+  tree.getRootNode()->appendChild(outer);
+  outer->appendChild(cutting);
+  const auto expectRefused = [&](QRTVirtualTreeNode* start) {
+    std::ostringstream os;
+    const auto before = everything();
+    const auto error = expectRaised<QRTAssertError>([&] { tree.dumpTree(start, os); });
+    EXPECT_THAT(textOf(error), HasSubstr("a node cannot be read back"));
+    EXPECT_THAT(traceOf(error), ElementsAre(TraceEntry{"QRTVirtualTree.cpp", "", "QRT_THROW"}));
+    EXPECT_EQ(everything(), before);
+    EXPECT_THAT(os.str(), HasSubstr("**Dump of Virtual Tree**"));
+    engine.refuseGetAddress = false;
+  };
+  outer->appendChild(make(tree));
+  expectRefused(nullptr);
+  expectRefused(outer);
+  cutting->appendChild(make(tree));
+  expectRefused(outer);
+  engine.refuseGetAddress = true;
+  expectRefused(outer);
+  engine.refuseGetAddress = true;
+  expectRefused(nullptr);
 }
 
 TEST_F(NodeFailureTest, ClassIdentifiersAreTheCheckValueOfTheName) {

@@ -1,6 +1,9 @@
+#include <cstring>
 #include <functional>
+#include <new>
 
 #include "QRTVirtualPin.h"
+#include "QRTVirtualTreeRange.h"
 #include "TreeFixture.h"
 #include "support/ErrorMatchers.h"
 
@@ -40,6 +43,14 @@ TEST_F(TreeEditingMistakesTest, DamageIsRefusedBeforeAnythingChanges) {
   heap.setContainer(&tree);
   QRTVirtualTree otherTree(1U << 20U, 0, 0);
   const QRTVirtualPin<QRTVirtualTreeNode> foreign(QRTVirtualTreeNode::create(&otherTree));
+  QRTVirtualPin<QRTVirtualTreeNode> foreignChild;  // between two others, as b is
+  for (int i = 0; i < 3; ++i) {
+    QRTVirtualPin<QRTVirtualTreeNode> child(QRTVirtualTreeNode::create(&otherTree));
+    foreign->appendChild(child.get());
+    if (i == 1) {
+      foreignChild = std::move(child);
+    }
+  }
 
   const std::pair<const char*, std::function<void()>> mistakes[] = {
       {"below itself", [&] { parent->appendChild(parent); }},
@@ -71,6 +82,10 @@ TEST_F(TreeEditingMistakesTest, DamageIsRefusedBeforeAnythingChanges) {
       {"a foreign sibling", [&] { c[1]->insertAfter(foreign.get()); }},
       {"replacing by a foreign node", [&] { parent->replaceChild(c[1], foreign.get()); }},
       {"removing a foreign node", [&] { parent->removeChild(foreign.get()); }},
+      {"removing a foreign child", [&] { parent->removeChild(foreignChild.get()); }},
+      {"removing foreign children",
+       [&] { parent->removeChildren(foreignChild.get(), foreignChild.get()); }},
+      {"replacing a foreign child", [&] { parent->replaceChild(foreignChild.get(), second); }},
       {"the root as a child", [&] { parent->appendChild(&root); }},
       {"a sibling of the root", [&] { root.insertAfter(second); }},
       {"a node of the heap as a child", [&] { parent->appendChild(&heap); }},
@@ -81,6 +96,76 @@ TEST_F(TreeEditingMistakesTest, DamageIsRefusedBeforeAnythingChanges) {
     expectRaised<QRTAssertError>(mistake);
     EXPECT_EQ(children(*parent), "abcde");
     EXPECT_EQ(children(root), "pq");
+  }
+}
+
+// A node attached again without having been taken out leaves links that lead round in a ring, or
+// past the run.
+TEST_F(TreeEditingMistakesTest, RemovingARunOfADamagedChainEnds) {
+  Letter* const parent = makeChildren(root, "p")[0];
+  const std::vector<Letter*> c = makeChildren(*parent, "abcd");
+  c[0]->insertAfter(c[2]);
+  Letter* const other = makeChildren(root, "q")[0];
+  const std::vector<Letter*> d = makeChildren(*other, "efghi");
+  d[3]->insertAfter(d[1]);
+  const std::function<void()> runs[] = {
+      [&] { parent->removeChildren(c[1], c[3]); },    [&] { parent->removeChildren(c[2], c[3]); },
+      [&] { parent->removeChildren(c[1], nullptr); }, [&] { other->removeChildren(d[2], nullptr); },
+      [&] { other->removeChildren(nullptr, d[2]); },
+  };
+  for (const auto& run : runs) {
+    SCOPED_TRACE(&run - runs);
+    expectRaised<QRTAssertError>(run);
+    EXPECT_EQ(parent->getChildCount(), 5U);
+    EXPECT_EQ(other->getChildCount(), 6U);
+  }
+}
+
+// Of a node that is edited only the place matters: the container it was made in may be gone.
+TEST_F(TreeEditingMistakesTest, ANodesOwnContainerMayBeGone) {
+  alignas(QRTVirtualTree) unsigned char place[sizeof(QRTVirtualTree)];
+  auto* const gone = new (place) QRTVirtualTree(tree.getMemoryMgr());
+  std::vector<Letter*> nodes;
+  for (const char letter : std::string("abcdefg")) {
+    nodes.push_back(static_cast<Letter*>(Letter::create(gone)));
+    nodes.back()->letter = letter;
+  }
+  nodes[5]->insertAfter(nodes[6]);
+  gone->~QRTVirtualTree();
+  std::memset(place, 0x5A, sizeof place);
+
+  Letter* const first = makeChildren(root, "1")[0];
+  Letter* const inner = makeChildren(*first, "2")[0];
+  root.appendChild(nodes[0]);
+  first->insertAfter(nodes[1]);
+  first->insertBefore(nodes[2]);
+  first->replaceChild(inner, nodes[3]);
+  first->appendChild(nodes[4]);
+  root.appendChildren(nodes[5]);
+  root.removeChild(nodes[1]);
+  root.removeChildren(nodes[0], nodes[5]);
+  first->replaceChild(nodes[4], inner);
+  std::string all;
+  for (Letter& node : QRTVirtualChildren<Letter>(root)) {
+    all += node.letter;
+  }
+  EXPECT_EQ(all, "c1g");
+  std::ostringstream os;
+  tree.dumpTree(nullptr, os);
+  EXPECT_NE(os.str().find("-Node: Class: Letter 1\n"
+                          "--Node: Class: Letter d\n"
+                          "--Node: Class: Letter 2\n"
+                          "-Node: Class: Letter g\n"),
+            std::string::npos)
+      << os.str();
+
+  for (Letter* const node : nodes) {
+    node->setContainer(&tree);
+  }
+  EXPECT_EQ(children(root), "c1g");
+  EXPECT_EQ(children(*first), "d2");
+  for (Letter* const node : nodes) {
+    node->dismiss();
   }
 }
 
