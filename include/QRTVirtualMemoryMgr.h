@@ -74,7 +74,10 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   void* alloc(unsigned int size, QRTVirtualPageItem& item);
 
   /// Frees the object, pinned or not, and sets the item's offset to 0; its size is kept. Other
-  /// copies of the item become stale. Does nothing for an item that names nothing.
+  /// copies of the item become stale. Does nothing for an item that names nothing. An object whose
+  /// page cannot be read is freed as well: its room comes back once the page can be read. Of such
+  /// frees 8,192 to 131,072 are remembered at a time, by budget (one for 128 bytes of it); beyond,
+  /// the object stays allocated, and `getLastStoreError` tells.
   /// Cost: O(1); may read the object's page.
   void free(QRTVirtualPageItem& item);
 

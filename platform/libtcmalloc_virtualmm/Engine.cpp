@@ -35,6 +35,18 @@ std::uint32_t ChooseTableLeaves(const EngineOptions& options) {
                                   : static_cast<std::uint32_t>(bytes / kLeafBytes);
 }
 
+// The frees that wait for their pages may take this share of the budget, within these bounds: 8,192
+// of them at the least, 131,072 at the most, for which a new one still finds its place quickly.
+constexpr std::uint64_t kPendingFreesShare = 16;
+constexpr std::uint64_t kLeastPendingFreesBytes = 64U << 10;
+constexpr std::uint64_t kMostPendingFreesBytes = 1U << 20;
+
+std::size_t MostPendingFrees(std::uint64_t budgetBytes) {
+  return static_cast<std::size_t>(std::clamp(budgetBytes / kPendingFreesShare,
+                                             kLeastPendingFreesBytes, kMostPendingFreesBytes) /
+                                  PendingFrees::kBytes);
+}
+
 std::uint32_t ChoosePageSize(const EngineOptions& options) {
   if (options.pageSize != 0) {
     return options.pageSize;
@@ -71,7 +83,8 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
       m_slabs(m_classes, m_table, m_arena),
       m_store(std::move(file), m_error),
       m_pager(MakePagerOptions(options, m_pageShift), m_classes, m_table, m_arena, m_slabs,
-              m_deferred, m_store, m_error) {}
+              m_deferred, m_store, m_error),
+      m_pendingFrees(MostPendingFrees(options.budgetBytes)) {}
 
 void* Engine::Fail(std::uint64_t askedBytes) noexcept {
   m_error.Complete(askedBytes, m_arena.UsedFrames() << FrameArena::kFrameShift,
@@ -114,6 +127,7 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
 /// A large object, or an object of a class whose open slab is full.
 void* Engine::AllocateElsewhere(std::uint32_t size, std::uint8_t sizeClass,
                                 std::uint64_t& offset) noexcept {
+  RetryPendingFrees();
   void* address = nullptr;
   if (sizeClass == SizeClasses::kLarge) {
     address = AllocateLarge(size, offset);
@@ -154,10 +168,16 @@ inline void Engine::CountObject() noexcept {
 /// Finds the slab that the class's next objects come from: one in memory with free slots, one that
 /// is out, or a new one.
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
+  if (m_slabs[sizeClass].HasFreeSlot()) {
+    return true;  // thanks to pending frees
+  }
   std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
   bool found = page != PageTable::kNoPage;
   while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
-    found = m_pager.PageIn(page);
+    found = BringIn(page) && m_table[page].state == sizeClass;
+    if (m_slabs[sizeClass].HasFreeSlot()) {
+      return true;
+    }
   }
   if (!found) {
     const SizeClass& c = m_classes[sizeClass];
@@ -236,11 +256,17 @@ bool Engine::Reach(std::uint64_t offset) noexcept {
   return false;
 }
 
+/// Whether a handle names a large object, freed or not, of a page that the table has.
+bool Engine::IsLarge(ObjectHandle handle) const noexcept {
+  const PageEntry& entry = m_table[handle.page];
+  return entry.Kind() == PageEntry::kLarge && handle.byte == kLargeByte &&
+         handle.generation == entry.generation;
+}
+
 PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
-  PageEntry* entry = m_table.Find(handle.page);
-  const bool fits = entry != nullptr && entry->Kind() == PageEntry::kLarge &&
-                    handle.byte == kLargeByte && handle.generation == entry->generation;
-  return fits ? entry : nullptr;
+  const bool found =
+      m_table.Has(handle.page) && IsLarge(handle) && !m_pendingFrees.Has(handle.Encode());
+  return found ? &m_table[handle.page] : nullptr;
 }
 
 void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
@@ -278,11 +304,14 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     return PinSlot(slot, offset);
   }
   const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (m_pendingFrees.Has(offset)) {
+    return Refuse(offset);
+  }
   if (!Reach(offset)) {
     return nullptr;
   }
   if (PageEntry* entry = FindLarge(handle)) {
-    if (!entry->Resident() && !m_pager.PageIn(handle.page)) {
+    if (!entry->Resident() && !BringIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
     }
     Frame& frame = m_arena[entry->where];
@@ -298,19 +327,16 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     }
     return address;
   }
-  const PageEntry& entry = m_table[handle.page];
-  const bool isOut =
-      entry.Kind() < PageEntry::kLarge && !entry.Resident() && handle.generation != kFreeGeneration;
-  if (isOut) {
-    if (!m_pager.PageIn(handle.page)) {
-      return Fail(ClassOf(entry).capacity);
+  if (IsInSlabThatIsOut(handle)) {
+    if (!BringIn(handle.page)) {
+      return Fail(ClassOf(m_table[handle.page]).capacity);
     }
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
       slot.entry->Touch(m_pager.Epoch(), forWriting);
       return PinSlot(slot, offset);
     }
     void* none = Refuse(offset);
-    m_pager.OnLastUnpin(handle.page);  // brought in for nothing: no unpin will come
+    OnBroughtIn(handle.page);
     return none;
   }
   return Refuse(offset);
@@ -388,20 +414,7 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
     DeallocateSlot(offset, slot);
     return;
   }
-  const ObjectHandle handle = ObjectHandle::Decode(offset);
-  if (!Reach(offset)) {
-    return;
-  }
-  if (PageEntry* entry = FindLarge(handle)) {
-    DeallocateLarge(handle, *entry);
-    return;
-  }
-  // Its slab may be out. A pin brings it in and proves that the handle names an object.
-  if (GetAddressElsewhere(offset, true) != nullptr) {
-    if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
-      DeallocateSlot(offset, slot);
-    }
-  }
+  DeallocatePagedOut(offset);
 }
 
 void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
@@ -410,8 +423,8 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
   m_deferred.Drop(offset);
   LIBTCMALLOC_ASSERT(m_deferred.Find(offset) == DeferredPins::kPlaces);
-  LIBTCMALLOC_ASSERT(m_currentObjects > 0 && state.liveObjects > 0);
-  const bool wasPinned = slot.header->IsPinned();
+  LIBTCMALLOC_ASSERT(state.liveObjects > 0);
+  const bool wasPinned = slot.header->IsPinned() && entry.live.pinned != 0;
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
   entry.generation = NextGeneration(entry.generation);
@@ -447,7 +460,7 @@ void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexc
 }
 
 void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
-  LIBTCMALLOC_ASSERT(m_currentObjects > 0 && m_largeObjects > 0);
+  LIBTCMALLOC_ASSERT(m_largeObjects > 0);
   LIBTCMALLOC_ASSERT(m_largePages >= m_pager.SpanPages(handle.page));
   --m_currentObjects;
   --m_largeObjects;

@@ -13,6 +13,7 @@
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/Pager.h"
+#include "libtcmalloc_virtualmm/PendingFrees.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 #include "libtcmalloc_virtualmm/SlabDirectory.h"
 #include "libtcmalloc_virtualmm/StoreError.h"
@@ -73,7 +74,10 @@ class Engine {
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
   bool Reach(std::uint64_t offset) noexcept;
+  bool IsLarge(ObjectHandle handle) const noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
+  bool BringIn(std::uint32_t page) noexcept;
+  void OnBroughtIn(std::uint32_t page) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void* PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
   void UnpinDeferred(std::uint32_t place, std::uint64_t offset) noexcept;
@@ -102,19 +106,26 @@ class Engine {
   void DeallocateSlot(std::uint64_t offset, Slot slot) noexcept;
   [[gnu::noinline]] void EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
+  [[gnu::noinline, gnu::cold]] void DeallocatePagedOut(std::uint64_t offset) noexcept;
+  void DeallocateLater(std::uint64_t offset) noexcept;
+  bool IsInSlabThatIsOut(ObjectHandle handle) const noexcept;
+  void RetryPendingFrees() noexcept;
+  void SettlePendingFrees(std::uint32_t page) noexcept;
+  bool SettlePendingFree(std::uint64_t offset) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
   [[gnu::noinline, gnu::cold]] void* Refuse(std::uint64_t offset) noexcept;
   [[gnu::noinline, gnu::cold]] void* RefusePin(std::uint64_t offset, std::uint32_t pins) noexcept;
 
   DeferredPins m_deferred;  // first: what every pin and dismissal looks at
 
-  std::uint64_t m_currentObjects = 0;  // objects allocated
-  std::uint64_t m_maxObjects = 0;      // most objects at one time
-  std::uint64_t m_allObjects = 0;      // objects allocated in all
-  std::uint64_t m_staleHandles = 0;    // calls refused for a handle that names nothing
-  std::uint64_t m_largeObjects = 0;    // large objects allocated
-  std::uint64_t m_largePages = 0;      // their pages
-  std::uint32_t m_pageShift;           // log2 of the page size
+  std::int64_t m_currentObjects = 0;  // objects allocated; below 0 while the pending frees
+                                      // hold more stale handles than there are objects
+  std::int64_t m_maxObjects = 0;      // most objects at one time
+  std::uint64_t m_allObjects = 0;     // objects allocated in all
+  std::uint64_t m_staleHandles = 0;   // calls refused for a handle that names nothing
+  std::uint64_t m_largeObjects = 0;   // large objects allocated
+  std::uint64_t m_largePages = 0;     // their pages
+  std::uint32_t m_pageShift;          // log2 of the page size
   StoreError m_error;
   SizeClasses m_classes;
   BackingStore m_tableStore;
@@ -123,6 +134,7 @@ class Engine {
   SlabDirectory m_slabs;
   BackingStore m_store;
   Pager m_pager;
+  PendingFrees m_pendingFrees;
 };
 
 // ---- the hot path -------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // What the engine tells about itself: the statistics record and the list of pinned objects.
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -23,16 +24,31 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
   record.pageSize = 1U << m_pageShift;
   record.budgetBytes = m_pager.BudgetFrames() << FrameArena::kFrameShift;
   record.residentBytes = m_arena.UsedFrames() << FrameArena::kFrameShift;
-  record.currentObjects = m_currentObjects;
-  record.maxObjects = m_maxObjects;
+  record.currentObjects = static_cast<std::uint64_t>(std::max<std::int64_t>(m_currentObjects, 0));
+  record.maxObjects = static_cast<std::uint64_t>(m_maxObjects);
   record.cumulativeObjects = m_allObjects;
   record.staleHandles = m_staleHandles;
   record.pageFileSize = m_store.FileBytes();
   record.pageReads = counts.reads;
   record.pageOuts = counts.outs;
   record.pageWrites = counts.writes;
+  // Pending frees are told as done; of handles among them that were stale nobody knows yet. A class
+  // is known once the page table's part is in memory, so what cannot be read counts there as it
+  // did.
+  std::array<std::uint64_t, PageEntry::kLarge> freed{};  // by size class
   record.largePages = m_largePages;
   record.largeSpans = m_largeObjects;
+  m_pendingFrees.ForEach([&](std::uint64_t offset) {
+    const ObjectHandle handle = ObjectHandle::Decode(offset);
+    const PageEntry* entry = m_table.Fetch(handle.page);
+    if (entry != nullptr && IsLarge(handle)) {
+      record.largePages -= m_pager.SpanPages(handle.page);
+      --record.largeSpans;
+    } else if (entry != nullptr && IsInSlabThatIsOut(handle)) {
+      std::uint64_t& count = freed[entry->Kind()];
+      count = std::min(count + 1, m_slabs[entry->Kind()].liveObjects);
+    }
+  });
   record.poolCount = pools;
   if (record.pageFileSize != 0) {
     std::snprintf(record.pagingFileName, sizeof record.pagingFileName, "%s", m_store.Path());
@@ -49,8 +65,9 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
     }
     const SizeClass& c = m_classes[sizeClass];
     FixedPoolStats pool{};
-    pool.allocBytes = state.liveObjects * c.capacity;
-    pool.freeBytes = (std::uint64_t{state.spans} * c.slots - state.liveObjects) * c.capacity;
+    const std::uint64_t live = state.liveObjects - freed[i];
+    pool.allocBytes = live * c.capacity;
+    pool.freeBytes = (std::uint64_t{state.spans} * c.slots - live) * c.capacity;
     pool.spans = state.spans;
     pool.pages = state.spans * c.pages;
     pool.objectSize = c.capacity;

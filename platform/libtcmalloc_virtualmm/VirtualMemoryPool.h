@@ -127,8 +127,11 @@ class VirtualMemoryPool {
   unsigned int GetSize(PageItem& item);
 
   /// Frees an object, pinned or not; its address and offset name nothing afterwards. Ignored for a
-  /// stale or foreign offset. May read the object's page; an object whose page cannot be read back
-  /// stays allocated, and GetLastError tells why.
+  /// stale or foreign offset. May read the object's page. When that fails, the free is remembered,
+  /// the object counts as freed, and its room is given back once the page can be read. At most a
+  /// sixteenth of the budget serves to remember, 64 KiB at least and 1 MiB at most, 8 bytes a free;
+  /// beyond that, or without memory, the object stays allocated and its offset good, which
+  /// GetLastError tells.
   void Deallocate(PageItem& item);
 
   /// Reports the statistics record.

@@ -20,6 +20,24 @@ class FailureTest : public EngineFixture {
     return text;
   }
 
+  /// Spans of all pools and of large objects.
+  static std::uint64_t SpansOf(const Stats& stats) {
+    std::uint64_t spans = stats.largeSpans;
+    for (const tcmalloc::FixedPoolStats& pool : stats.pools) {
+      spans += pool.spans;
+    }
+    return spans;
+  }
+
+  /// Objects of all pools and large objects.
+  static std::uint64_t AllocatedIn(const Stats& stats) {
+    std::uint64_t objects = stats.largeSpans;
+    for (const tcmalloc::FixedPoolStats& pool : stats.pools) {
+      objects += pool.allocBytes / pool.objectSize;
+    }
+    return objects;
+  }
+
   void ChangeAll(std::vector<Object>& objects, std::uint32_t seed) {
     for (Object& object : objects) {
       ASSERT_TRUE(Change(object, seed++)) << engine->GetLastError();
@@ -100,6 +118,12 @@ TEST_F(FailureTest, ADamagedHeaderIsTold) {
         ExpectIntact(objects);
         PushOut();
       }
+      const std::uint64_t before = GetStats().currentObjects;
+      engine->Deallocate(damaged.offset);
+      EXPECT_EQ(GetStats().currentObjects, before - (tooFar == 4 ? 1 : 0));
+      ExpectIntact(objects);
+      PushOut();
+      EXPECT_EQ(GetStats().residentBytes, 0U) << "nothing counts as pinned";
     }
   }
 }
@@ -170,6 +194,96 @@ TEST_F(FailureTest, ReadingOnAFullDiskDoesNotFillMemory) {
     ExpectIntact(objects);
   }
   EXPECT_LE(GetStats().residentBytes, 2U * 64 * kPage);
+}
+
+// Every free fails to read its page, a moment later the disk works again: nothing is lost.
+TEST_F(FailureTest, WhatIsFreedWhileItsPageCannotBeReadEndsWhenItCan) {
+  for (const std::uint32_t size : {100U, 2000U, 9000U}) {
+    for (const bool tableFails : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "size " << size << ", table fails " << tableFails);
+      Make(8, kPage, false, 1);
+      std::vector<Object> objects = AddMany(1000, size);
+      PushOut();
+      const std::uint64_t spans = SpansOf(GetStats());
+      const std::uint64_t most = GetStats().maxObjects;
+      file->reads.Fail(EIO);
+      if (tableFails) {
+        tableFile->reads.Fail(EIO);
+      }
+      const std::vector<Object> freed(objects.begin(), objects.begin() + 500);
+      objects.erase(objects.begin(), objects.begin() + 500);
+      Free(freed);
+      EXPECT_EQ(GetStats().currentObjects, 500U);
+      const std::uint64_t stale = GetStats().staleHandles;
+      for (const Object& object : freed) {  // stale from now on
+        ASSERT_EQ(engine->GetAddress(object.offset, true), nullptr);
+        ASSERT_THAT(engine->GetLastError(), HasSubstr("names no object"));
+        engine->Deallocate(object.offset);
+        ASSERT_EQ(engine->GetSize(object.offset), 0U);
+      }
+      EXPECT_EQ(GetStats().currentObjects, 500U);
+      EXPECT_EQ(GetStats().staleHandles, stale + 1000);
+
+      file->reads.Mend();
+      tableFile->reads.Mend();
+      const Stats stats = GetStats();
+      EXPECT_EQ(stats.currentObjects, 500U);
+      EXPECT_EQ(AllocatedIn(stats), 500U);
+      ExpectIntact(objects);
+      // The room is there for others.
+      const std::vector<Object> more = AddMany(400, size);
+      EXPECT_LE(SpansOf(GetStats()), spans);
+      ExpectIntact(objects);
+      ExpectIntact(more);
+      for (const Object& object : freed) {
+        ASSERT_EQ(Look(object), Read::kNull);
+      }
+      EXPECT_EQ(GetStats().maxObjects, most);
+      Free(objects);
+      Free(more);
+      EXPECT_EQ(GetStats().currentObjects, 0U);
+      EXPECT_LE(SpansOf(GetStats()), 1U) << "an empty slab may be open";
+    }
+  }
+}
+
+// A stale handle cannot be told while its page cannot be read: it counts until it can.
+TEST_F(FailureTest, AStaleFreeOfAnUnreadablePageEndsNothing) {
+  Make(8);
+  std::vector<Object> objects = AddMany(64, 100);
+  const std::vector<Object> stale(objects.begin(), objects.begin() + 10);
+  Free(stale);
+  objects.erase(objects.begin(), objects.begin() + 10);
+  for (std::uint32_t seed = 0; seed < 10; ++seed) {
+    objects.push_back(Add(100, seed));  // where the stale ones were
+  }
+  PushOut();
+  const std::uint64_t most = GetStats().maxObjects;
+  file->reads.Fail(EIO);
+  Free(stale);
+  Free(stale);
+  EXPECT_EQ(GetStats().currentObjects, 54U);
+  file->reads.Mend();
+  ExpectIntact(objects);
+  EXPECT_EQ(GetStats().currentObjects, 64U);
+  EXPECT_EQ(GetStats().maxObjects, most);
+}
+
+// Beyond what can be remembered an object stays allocated, its handle good, and that is told.
+TEST_F(FailureTest, PendingFreesAreBoundedAndTheRestStaysAllocated) {
+  constexpr std::uint32_t kMost = 8192;
+  Make(8);
+  const std::vector<Object> objects = AddMany(kMost + 100, 16);
+  PushOut();
+  file->reads.Fail(EIO);
+  Free(objects);
+  EXPECT_EQ(GetStats().currentObjects, 100U);
+  EXPECT_THAT(engine->GetLastError(), HasSubstr("stays allocated"));
+  file->reads.Mend();
+  ExpectIntact({objects.begin() + kMost, objects.end()});
+  Free(objects);
+  EXPECT_EQ(GetStats().currentObjects, 0U);
+  EXPECT_LE(SpansOf(GetStats()), 1U);
 }
 
 // The page table's file fails: what its leaves describe can be had later or never, but nothing else
@@ -335,9 +449,8 @@ TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
           }
           if (i % 3 == 0 && !objects.empty()) {  // slabs leave with free slots
             std::swap(objects[i * 31 % objects.size()], objects.back());
-            const std::uint64_t before = GetStats().currentObjects;
             engine->Deallocate(objects.back().offset);
-            if (GetStats().currentObjects < before) {
+            if (GetStats().currentObjects < objects.size()) {
               objects.pop_back();
             }
           }

@@ -127,12 +127,8 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
   }
 
   void Deallocate(Live& object) {
-    const std::size_t failures = Failures();
     engine->Deallocate(object.offset);
-    if (GetStats().currentObjects == m_live.size()) {
-      ASSERT_GT(Failures(), failures) << "only what cannot be read cannot be freed";
-      return;
-    }
+    ASSERT_EQ(GetStats().currentObjects, m_live.size() - 1) << "also what cannot be read is freed";
     m_stale.push_back(object.offset);
     m_bytes -= object.size;
     std::swap(object, m_live.back());
@@ -144,6 +140,8 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     ASSERT_EQ(engine->GetAddress(offset, true), nullptr);
     engine->Dismiss(offset);
     engine->Dirty(offset);
+    file->reads.Mend();  // else nobody can tell that it is stale, and it counts for a while
+    tableFile->reads.Mend();
     engine->Deallocate(offset);
   }
 
@@ -203,6 +201,7 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     std::sort(expected.begin(), expected.end());
     ASSERT_EQ(GetReferences(), expected);
 
+    tableFile->reads.Mend();  // which tells of what kind the objects are whose frees are pending
     const Stats stats = GetStats();
     ASSERT_EQ(stats.currentObjects, m_live.size());
     ASSERT_EQ(stats.maxObjects, m_most);
