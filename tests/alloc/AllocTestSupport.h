@@ -9,6 +9,7 @@
 
 #include "QRTCore/QRTThrowable.h"
 #include "QRTMemoryArena.h"
+#include "support/TestSeed.h"
 
 constexpr unsigned kChunkBytes = 32760;
 
@@ -49,13 +50,6 @@ inline unsigned usedBy(QRTMemoryArena& arena) {
   unsigned remaining = 0;
   arena.getPoolStats(count, used, remaining);
   return count == 1 ? used : 0;
-}
-
-/// The seed of a random test: QRT_TEST_SEED when set, else a new one. Tests print it.
-inline unsigned testSeed() {
-  const char* const given = std::getenv("QRT_TEST_SEED");
-  return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                          : std::random_device{}();
 }
 
 /// Random numbers of 32 bits, whatever width the platform gives the standard engine.

@@ -15,6 +15,7 @@
 #include "core/FailingMalloc.h"
 #include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
+#include "support/TestSeed.h"
 
 namespace {
 
@@ -102,9 +103,7 @@ TEST_F(QRTVirtualPageItemPoolTest, TheDefaultBoundIsAThousand) {
 
 // Against a plain list: which strings are remembered, under every bound and change of bound.
 TEST_F(QRTVirtualPageItemPoolTest, RemembersTheMostRecentlyUsed) {
-  const unsigned int seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937 random(testSeed());
   std::size_t bound = 5;
   QRTVirtualPageItemPool pool(manager.get(), 5);
   std::list<std::pair<std::string, unsigned long long>> expected;  // most recent first

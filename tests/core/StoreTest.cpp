@@ -10,6 +10,7 @@
 #include "QRTVirtualMemoryMgr.h"
 #include "support/ErrorMatchers.h"
 #include "support/TempDirectory.h"
+#include "support/TestSeed.h"
 
 // The manager over the real engine.
 
@@ -65,9 +66,7 @@ class StoreTest : public testing::Test {
 
 // Random life of objects several times larger than the budget, against plain strings.
 TEST_F(StoreTest, KeepsEveryByteWhateverHappensToTheObjects) {
-  const unsigned int seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937 random(testSeed());
   const auto randomSize = [&]() -> unsigned int {
     const auto kind = random() % 100;
     return static_cast<unsigned int>(kind < 80 ? random() % 600

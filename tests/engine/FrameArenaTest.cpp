@@ -5,6 +5,7 @@
 #include <random>
 
 #include "libtcmalloc_virtualmm/FrameArena.h"
+#include "support/TestSeed.h"
 
 // Runs of frames beside a model that knows who owns what.
 
@@ -17,7 +18,7 @@ constexpr std::uint32_t kChunk = FrameArena::kChunkFrames;
 
 TEST(FrameArenaTest, RunsDoNotOverlapAndFreeFramesAreTakenBeforeNewChunks) {
   constexpr std::uint32_t kLengths[] = {1, 1, 1, 1, 2, 5, 40, kChunk, kChunk + 1, 1500};
-  for (unsigned seed = 1; seed <= 5; ++seed) {
+  for (unsigned seed = testSeed(), stop = seed + 5; seed != stop; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
     FrameArena arena(false);

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "engine/EngineFixture.h"
+#include "support/TestSeed.h"
 
 // What a handle names, for how long, and what every operation does with one that names nothing.
 
@@ -263,7 +264,7 @@ TEST_F(HandleTest, MemoryThatPinsTookBeyondTheBudgetComesBackWhenTheyGo) {
         last.push_back(objects.back());
         objects.pop_back();
       }
-      std::mt19937 random(1);
+      std::mt19937 random(testSeed());
       std::shuffle(objects.begin(), objects.end(), random);
       std::shuffle(last.begin(), last.end(), random);
       for (const std::uint64_t offset : objects) {

@@ -10,6 +10,7 @@
 #include "engine/ScriptedPagingFile.h"
 #include "libtcmalloc_virtualmm/BitRuns.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
+#include "support/TestSeed.h"
 
 // The map of free pages and the table around it, beside models that look at every place.
 
@@ -46,7 +47,7 @@ std::uint32_t FirstRun(const std::vector<bool>& places, std::uint32_t begin, std
 
 TEST(BitRunsTest, AgreeWithAModelThatLooksAtEveryPlace) {
   constexpr std::uint32_t kBits = 256;
-  for (unsigned seed = 1; seed <= 20; ++seed) {
+  for (unsigned seed = testSeed(), stop = seed + 20; seed != stop; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
     BitRuns<kBits> bits;
@@ -106,7 +107,7 @@ std::uint32_t ExpectedPlace(const std::vector<bool>& free, std::uint32_t count) 
 TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
   constexpr std::uint32_t kLengths[] = {1, 1, 1, 2, 4, 4, 30, 300, 1023, 1024, 1025, 3000};
   constexpr std::uint32_t kLeafLimits[] = {1, 20, 1000};
-  for (unsigned seed = 1; seed <= 6; ++seed) {
+  for (unsigned seed = testSeed(), stop = seed + 6; seed != stop; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
     tcmalloc::StoreError error;

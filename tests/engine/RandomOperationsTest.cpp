@@ -1,12 +1,12 @@
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <map>
 #include <random>
 
 #include "engine/EngineFixture.h"
+#include "support/TestSeed.h"
 
-// Random operations, side by side with a model that cannot page. QRT_TEST_SEED sets another seed.
+// Random operations, side by side with a model that cannot page.
 
 namespace {
 
@@ -226,10 +226,8 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
 };
 
 TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
-  const char* wanted = std::getenv("QRT_TEST_SEED");
-  const unsigned seed = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : 1;
-  SCOPED_TRACE(testing::Message() << GetParam() << "; seed " << seed);
-  m_random.seed(seed);
+  SCOPED_TRACE(testing::Message() << GetParam());
+  m_random.seed(testSeed());
   Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin, GetParam().tableLeaves);
   if (GetParam().file == Setup::File::kShort) {
     file->interrupted = tableFile->interrupted = true;

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "engine/EngineFixture.h"
+#include "support/TestSeed.h"
 
 // Objects of every size: their bytes, their alignment, and the memory they take.
 
@@ -85,7 +86,7 @@ TEST_F(SizeTest, PowersOfTwoAndMultiplesOfPagesFillTheirPages) {
 // Budgets that hold everything, and an eighth of it.
 TEST_F(SizeTest, FreedSlotsAreUsedAgainBeforeNewPages) {
   for (const std::uint32_t frames : {1024U, 64U}) {
-    std::mt19937 random(1);
+    std::mt19937 random(testSeed());
     Make(frames);
     std::vector<Object> objects = AddMany(15000, 100);
     const std::uint64_t before = BytesOfPages();
@@ -175,7 +176,7 @@ TEST(SizeClassesTest, EverySizeFitsItsClassAndLittleIsWasted) {
       ASSERT_TRUE(size < 16 || cost(size) <= 24 + 1.6 * size) << size << " costs " << cost(size);
     }
     // A mixture as programs have it: log-normal around 80 bytes.
-    std::mt19937 random(1);
+    std::mt19937 random(testSeed());
     std::lognormal_distribution<double> sizes(std::log(80.0), 0.8);
     double asked = 0;
     double taken = 0;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/TempDirectory.h"
+#include "support/TestSeed.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ class ExternalSortTest : public testing::Test {
 
 TEST_F(ExternalSortTest, SortsAsBytesWhateverTheLinesAreAndHoweverManyRunsThereAre) {
   // More runs than can be merged at a time when they are compressed; lines longer than a page.
-  std::mt19937 random(17);
+  std::mt19937 random(testSeed());
   std::vector<std::string> lines{"",
                                  "",
                                  std::string("a\0b", 3),

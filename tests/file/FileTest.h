@@ -4,24 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
 #include <random>
 #include <string>
 
 #include "QRTVirtualFile.h"
 #include "QRTVirtualFileGZIPReader.h"
 #include "QRTVirtualMemoryMgr.h"
+#include "support/TestSeed.h"
 
-/// The room's fixture: files in a store of 1 MiB, and text to put into them.
+/// Files in a store of 1 MiB, and text to put into them.
 class FileTest : public testing::Test {
  protected:
-  FileTest() { RecordProperty("seed", static_cast<int>(seed)); }
-  ~FileTest() override {
-    if (HasFailure()) {
-      std::cerr << "seed " << seed << '\n';
-    }
-  }
-
   static void write(QRTVirtualFile& file, const std::string& bytes) {
     ASSERT_EQ(file.write(bytes.data(), static_cast<unsigned int>(bytes.size())),
               static_cast<int>(bytes.size()));
@@ -62,8 +55,7 @@ class FileTest : public testing::Test {
     return text;
   }
 
-  const unsigned int seed = std::random_device()();
-  std::mt19937 random{seed};
+  std::mt19937 random{testSeed()};
   QRTVirtualMemoryMgr manager{1U << 20, 0U, 64};
 };
 

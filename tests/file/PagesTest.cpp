@@ -13,6 +13,7 @@
 #include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/TestSeed.h"
 
 namespace {
 
@@ -336,7 +337,7 @@ TEST_F(PagesTest, ClosingEndsEvenWhenTheCompressorCannot) {
 
 /// Bytes that do not shrink, so that they leave the compressor while they are written.
 std::string noise(std::size_t n) {
-  std::mt19937 random(1);
+  std::mt19937 random(testSeed());
   std::string bytes(n, '\0');
   for (char& byte : bytes) {
     byte = static_cast<char>(random());

@@ -6,6 +6,7 @@
 #include "QRTVirtualPin.h"
 #include "QRTVirtualTreeRange.h"
 #include "TreeFixture.h"
+#include "support/TestSeed.h"
 
 // A tree several times the size of its budget, edited at random beside a model held in vectors.
 
@@ -135,7 +136,7 @@ class TreeRandomEditingTest : public TreeFixture {
     ASSERT_EQ(children, kNodes) << "counts add up to all nodes";
   }
 
-  std::mt19937 random{20240511};
+  std::mt19937 random{testSeed()};
   std::vector<unsigned long long> offsets;
   std::vector<std::size_t> parents;
   std::vector<std::vector<std::size_t>> model{kNodes + 1};
