@@ -18,8 +18,9 @@ bool limitMappedBytes(std::uint64_t bytes);
 /// The memory the process has resident now, in bytes; 0 when the system does not tell.
 std::uint64_t residentBytes();
 
-/// Whether standard error is a terminal, where a progress bar makes sense.
-bool standardErrorIsTerminal();
+/// Columns of the terminal that standard error is, 80 when it does not tell; 0 when standard error
+/// is no terminal and a progress bar makes no sense.
+unsigned int standardErrorColumns();
 
 }  // namespace example
 

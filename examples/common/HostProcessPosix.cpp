@@ -1,5 +1,6 @@
 #include "HostProcess.h"
 
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -45,8 +46,12 @@ std::uint64_t residentBytes() {
   return statusBytes("VmRSS:");
 }
 
-bool standardErrorIsTerminal() {
-  return isatty(STDERR_FILENO) != 0;
+unsigned int standardErrorColumns() {
+  if (isatty(STDERR_FILENO) == 0) {
+    return 0;
+  }
+  winsize size{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
 }
 
 }  // namespace example

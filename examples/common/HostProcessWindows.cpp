@@ -42,9 +42,16 @@ bool limitMappedBytes(std::uint64_t bytes) {
          AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 }
 
-bool standardErrorIsTerminal() {
+unsigned int standardErrorColumns() {
+  const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
   DWORD mode = 0;
-  return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != FALSE;
+  if (GetConsoleMode(handle, &mode) == FALSE) {
+    return 0;
+  }
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  return GetConsoleScreenBufferInfo(handle, &info) != FALSE
+             ? static_cast<unsigned int>(info.srWindow.Right - info.srWindow.Left + 1)
+             : 80;
 }
 
 }  // namespace example

@@ -9,12 +9,33 @@
 
 namespace example {
 
+std::string progressLine(const std::string& title, std::uint64_t done, std::uint64_t total,
+                         unsigned int columns) {
+  constexpr std::size_t kTitle = 8;    // columns of the title, longer ones excepted
+  constexpr std::size_t kWidest = 50;  // of the bar
+  constexpr std::size_t kLeast = 4;    // of a bar that says something
+  const std::size_t room = columns > 1 ? columns - 1 : 0;
+  std::string line = title + std::string(kTitle - std::min(kTitle, title.size()), ' ');
+  if (total == 0) {
+    line += " " + formatCount(done);
+  } else {
+    const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+    std::string percent = std::to_string(static_cast<int>(part * 100 + 0.5));
+    percent = " " + std::string(3 - percent.size(), ' ') + percent + " %";
+    const std::size_t others = line.size() + 3 + percent.size();
+    const std::size_t width = std::min(kWidest, room - std::min(room, others));
+    if (width >= kLeast) {
+      const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
+      line += " [" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
+    }
+    line += percent;
+  }
+  line.resize(std::min(line.size(), room));
+  return line;
+}
+
 ProgressBar::ProgressBar(std::string title, std::uint64_t total)
-    : m_title(std::move(title)),
-      m_total(total),
-      m_visible(standardErrorIsTerminal()),
-      m_begun(Clock::now()),
-      m_redraw(m_begun) {}
+    : m_title(std::move(title)), m_total(total), m_begun(Clock::now()), m_redraw(m_begun) {}
 
 ProgressBar::~ProgressBar() {
   erase();
@@ -22,14 +43,15 @@ ProgressBar::~ProgressBar() {
 
 void ProgressBar::advance(std::uint64_t units) {
   m_done += units;
-  if (!m_visible) {
+  const Clock::time_point now = Clock::now();
+  if (now < m_redraw) {
     return;
   }
-  const Clock::time_point now = Clock::now();
-  if (now >= m_redraw) {
-    draw();
+  m_redraw = now + std::chrono::milliseconds(100);
+  const unsigned int columns = standardErrorColumns();  // asked again: a user resizes windows
+  if (columns != 0) {
+    std::fprintf(stderr, "\r%s", progressLine(m_title, m_done, m_total, columns).c_str());
     m_drawn = true;
-    m_redraw = now + std::chrono::milliseconds(100);
   }
 }
 
@@ -38,18 +60,6 @@ void ProgressBar::finish(const std::string& summary) {
   const std::chrono::duration<double> elapsed = Clock::now() - m_begun;
   std::printf("%-8s %s in %.1f s\n", m_title.c_str(), summary.c_str(), elapsed.count());
   std::fflush(stdout);
-}
-
-void ProgressBar::draw() const {
-  if (m_total == 0) {
-    std::fprintf(stderr, "\r%-8s %s", m_title.c_str(), formatCount(m_done).c_str());
-    return;
-  }
-  constexpr unsigned int kWidth = 50;
-  const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
-  const auto filled = static_cast<unsigned int>(part * kWidth);
-  const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
-  std::fprintf(stderr, "\r%-8s [%s] %3.0f %%", m_title.c_str(), bar.c_str(), part * 100);
 }
 
 void ProgressBar::erase() {

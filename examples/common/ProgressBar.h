@@ -7,6 +7,14 @@
 
 namespace example {
 
+/// A progress bar, or a counter, as one line for a terminal.
+/// @param title    what is being done
+/// @param done     units done
+/// @param total    units in all; 0 when not known, which makes a counter
+/// @param columns  the terminal's; the line is shorter, for one that fills them would wrap and stay
+std::string progressLine(const std::string& title, std::uint64_t done, std::uint64_t total,
+                         unsigned int columns);
+
 /// One phase of work. On a terminal it draws a bar on standard error while the work goes on; when
 /// the phase ends it leaves one line on standard output: what was done and how long it took.
 class ProgressBar {
@@ -30,13 +38,11 @@ class ProgressBar {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void draw() const;
   void erase();
 
   std::string m_title;         // what the phase does
   std::uint64_t m_total;       // units of work; 0 when not known
   std::uint64_t m_done = 0;    // units done
-  bool m_visible;              // whether standard error is a terminal
   bool m_drawn = false;        // whether a bar stands on the terminal now
   Clock::time_point m_begun;   // when the phase began
   Clock::time_point m_redraw;  // earliest time of the next drawing

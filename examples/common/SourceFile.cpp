@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace example {
 
@@ -45,14 +46,45 @@ SourceFile::~SourceFile() {
 }
 
 bool SourceFile::open(const std::string& path) {
+  return openWith(path, O_NOFOLLOW);
+}
+
+bool SourceFile::openNamed(const std::string& path) {
+  return openWith(path, 0);
+}
+
+// Looked at before it is opened, for opening alone makes some devices act; and after, without
+// waiting, for something else may have taken its place.
+bool SourceFile::openWith(const std::string& path, int flags) {
   close();
   m_error.clear();
-  // O_NONBLOCK: should a pipe have taken the file's place, opening it must not hang.
-  m_descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (m_descriptor < 0) {
+  struct stat raw {};
+  FileStatus status;
+  if (::fstatat(AT_FDCWD, path.c_str(), &raw, flags != 0 ? AT_SYMLINK_NOFOLLOW : 0) != 0) {
     m_error = systemMessage();
+    return false;
   }
-  return m_descriptor >= 0;
+  status = convert(raw);
+  if (status.isRegularFile) {
+    m_descriptor = ::open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (m_descriptor < 0) {
+      m_error = systemMessage();
+      return false;
+    }
+    if (!readStatus(status)) {
+      close();
+      return false;
+    }
+  }
+  if (!status.isRegularFile) {
+    m_error = status.isDirectory ? "it is a directory" : "it is not a regular file";
+    close();
+  }
+  return status.isRegularFile;
+}
+
+int SourceFile::release() {
+  return std::exchange(m_descriptor, -1);
 }
 
 bool SourceFile::readStatus(FileStatus& status) {

@@ -23,7 +23,9 @@ struct FileStatus {
 /// @return whether the status could be had
 bool readStatus(const std::string& path, FileStatus& status, std::string& error);
 
-/// A file of the system, open for reading. A symbolic link in its place is refused.
+/// A regular file, open for reading. Anything else is refused, a symbolic link included: what has
+/// to be waited for, a pipe or a device, would hold a program up for good. For the same reason
+/// reading never waits, not even for those of the system's own files that pass for regular ones.
 class SourceFile {
  public:
   SourceFile() = default;
@@ -34,6 +36,12 @@ class SourceFile {
 
   /// Opens a file; on failure `error()` tells why.
   bool open(const std::string& path);
+
+  /// Opens what a user named, which may be a link to a file; on failure `error()` tells why.
+  bool openNamed(const std::string& path);
+
+  /// Hands the system's handle over, which is the caller's to close then; -1 when none is open.
+  int release();
 
   /// Asks for the status of the open file; on failure `error()` tells why.
   bool readStatus(FileStatus& status);
@@ -46,6 +54,7 @@ class SourceFile {
   const std::string& error() const { return m_error; }
 
  private:
+  bool openWith(const std::string& path, int flags);
   void close();
 
   int m_descriptor = -1;  // the system's handle; -1 when no file is open

@@ -1,9 +1,13 @@
 #include "LineReader.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+
+#include "SourceFile.h"
 
 namespace example {
 
@@ -27,10 +31,16 @@ bool LineReader::open(const std::string& path) {
   m_bytes = 0;
   m_ended = m_isBinary = m_inLine = false;
   m_error.clear();
-  errno = 0;
-  m_file = gzopen(path.c_str(), "rb");
+  SourceFile file;
+  if (!file.openNamed(path)) {
+    m_error = file.error();
+    return false;
+  }
+  const int descriptor = file.release();
+  m_file = gzdopen(descriptor, "rb");
   if (m_file == nullptr) {
-    m_error = errno != 0 ? std::system_category().message(errno) : "no memory to decompress it";
+    ::close(descriptor);
+    m_error = "no memory to decompress it";
     return false;
   }
   fill();

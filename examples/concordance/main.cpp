@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "ConcordanceRun.h"
+#include "ExitStatus.h"
 #include "Options.h"
 
 /// Finds words in more text than the memory budget holds.
@@ -10,7 +11,8 @@ int main(int argc, char** argv) {
   try {
     int exitCode = 0;
     const std::optional<example::Options> options = example::parseOptions(argc, argv, exitCode);
-    return options ? example::ConcordanceRun(*options).run() : exitCode;
+    return example::exitStatus("concordance",
+                               options ? example::ConcordanceRun(*options).run() : exitCode);
   } catch (const std::exception& error) {
     std::cerr << "concordance: " << error.what() << '\n';
     return 1;

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -15,23 +13,17 @@ namespace {
 
 constexpr std::size_t kLeastBuffer = 128U << 10;
 
-std::string problemOf(const std::string& path, QRTFmFile& file) {
-  std::ostringstream text;
-  text << path << ": " << file.getLastErrorMessage();
-  return text.str();
-}
-
 }  // namespace
 
 InputLines::InputLines(std::vector<std::string> files, std::uint64_t bytes, std::size_t longest)
     : m_files(std::move(files)), m_wanted(bytes), m_buffer(std::max(longest + 1, kLeastBuffer)) {
   for (const std::string& path : m_files) {
-    std::error_code error;
-    const std::uint64_t size = std::filesystem::file_size(path, error);
-    if (error) {
-      throw std::runtime_error(path + ": " + error.message());
+    SourceFile file;
+    FileStatus status;
+    if (!file.openNamed(path) || !file.readStatus(status)) {
+      throw std::runtime_error(path + ": " + file.error());
     }
-    m_onceBytes += size;
+    m_onceBytes += status.size;
   }
 }
 
@@ -75,9 +67,10 @@ bool InputLines::nextFile() {
     m_nextFile = 0;
   }
   const std::string& path = m_files[m_nextFile++];
-  m_isOpen = m_file.open(path.c_str(), QRTFmFile::eOpenExisting, 1) != 0;
+  m_offset = 0;
+  m_isOpen = m_file.openNamed(path);
   if (!m_isOpen) {
-    throw std::runtime_error(problemOf(path, m_file));
+    throw std::runtime_error(path + ": " + m_file.error());
   }
   return true;
 }
@@ -95,12 +88,13 @@ bool InputLines::fill() {
     throw std::runtime_error(path + ": a line is longer than " + formatBytes(m_end) +
                              ", which the budget allows; raise --budget");
   }
-  const int got =
-      m_file.read(m_buffer.data() + m_end, static_cast<unsigned int>(m_buffer.size() - m_end));
-  if (got < 0) {
-    throw std::runtime_error(problemOf(path, m_file));
+  auto* const to = reinterpret_cast<std::byte*>(m_buffer.data() + m_end);
+  const std::size_t got = m_file.read(m_offset, to, m_buffer.size() - m_end);
+  if (!m_file.error().empty()) {
+    throw std::runtime_error(path + ": " + m_file.error());
   }
-  m_end += static_cast<std::size_t>(got);
+  m_offset += got;
+  m_end += got;
   return got != 0;
 }
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "QRTCore/QRTFmFile.h"
+#include "SourceFile.h"
 
 namespace example {
 
@@ -17,7 +17,7 @@ class InputLines {
   /// @param files    paths, in the order to read them
   /// @param bytes    stop with the line that reaches this many bytes; 0 for all files once
   /// @param longest  bytes that a line may have
-  /// @throws std::runtime_error when a file's size cannot be told
+  /// @throws std::runtime_error when a file cannot be opened or is none to read to its end
   InputLines(std::vector<std::string> files, std::uint64_t bytes, std::size_t longest);
 
   /// About how many bytes of lines there will be.
@@ -41,7 +41,8 @@ class InputLines {
   std::uint64_t m_onceBytes = 0;     // bytes of all files
   std::uint64_t m_given = 0;         // bytes given, newlines included
   std::size_t m_nextFile = 0;        // the file to open next
-  QRTFmFile m_file;                  // the file being read
+  SourceFile m_file;                 // the file being read
+  std::uint64_t m_offset = 0;        // bytes read of it
   bool m_isOpen = false;             // whether there is one
   std::vector<char> m_buffer;        // what was read; the longest line fits
   std::size_t m_begin = 0;           // first byte not given yet

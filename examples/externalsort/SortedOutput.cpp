@@ -1,8 +1,6 @@
 #include "SortedOutput.h"
 
 #include <functional>
-#include <sstream>
-#include <stdexcept>
 
 namespace example {
 
@@ -18,11 +16,9 @@ void LineSum::add(std::string_view line) {
   hashes += std::hash<std::string_view>()(line);
 }
 
-SortedOutput::SortedOutput(const std::string& path) : m_path(path) {
-  if (!path.empty() && m_file.open(path.c_str(), QRTFmFile::eCreateAlways, 0) == 0) {
-    std::ostringstream text;
-    text << path << ": " << m_file.getLastErrorMessage();
-    throw std::runtime_error(text.str());
+SortedOutput::SortedOutput(const std::string& path) {
+  if (!path.empty()) {
+    m_file.emplace(path);
   }
 }
 
@@ -32,7 +28,7 @@ void SortedOutput::add(std::string_view line) {
   }
   m_last = line;
   m_sum.add(line);
-  if (!m_path.empty()) {
+  if (m_file) {
     m_waiting.insert(m_waiting.end(), line.begin(), line.end());
     m_waiting.push_back('\n');
     if (m_waiting.size() >= kPieceBytes) {
@@ -42,19 +38,14 @@ void SortedOutput::add(std::string_view line) {
 }
 
 void SortedOutput::close() {
-  if (!m_path.empty()) {
+  if (m_file) {
     write();
-    m_file.close();
+    m_file->finish();
   }
 }
 
 void SortedOutput::write() {
-  const int size = static_cast<int>(m_waiting.size());
-  if (m_file.write(m_waiting.data(), static_cast<unsigned int>(size)) != size) {
-    std::ostringstream text;
-    text << m_path << " cannot be written: " << m_file.getLastErrorMessage();
-    throw std::runtime_error(text.str());
-  }
+  m_file->write({m_waiting.data(), m_waiting.size()});
   m_waiting.clear();
 }
 

@@ -2,11 +2,12 @@
 #define EXAMPLES_EXTERNALSORT_SORTEDOUTPUT_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "QRTCore/QRTFmFile.h"
+#include "OutputFile.h"
 
 namespace example {
 
@@ -23,14 +24,14 @@ struct LineSum {
 /// Where the result goes: a file or nowhere. Either way the order is checked.
 class SortedOutput {
  public:
-  /// @param path  the file to write, made anew; empty for none
+  /// @param path  the file to write; empty for none
   /// @throws std::runtime_error when it cannot be made
   explicit SortedOutput(const std::string& path);
 
   /// Takes the next line. @throws std::runtime_error when it cannot be written
   void add(std::string_view line);
 
-  /// Writes what waits. @throws std::runtime_error as `add`
+  /// Completes the file. @throws std::runtime_error as `add`
   void close();
 
   const LineSum& sum() const { return m_sum; }
@@ -39,12 +40,11 @@ class SortedOutput {
  private:
   void write();
 
-  QRTFmFile m_file;
-  std::string m_path;             // the file; empty for none
-  std::vector<char> m_waiting;    // lines to be written in one piece
-  std::string m_last;             // the line before
-  LineSum m_sum;                  // of all lines
-  std::uint64_t m_misplaced = 0;  // lines out of order
+  std::optional<OutputFile> m_file;  // the file; nothing for none
+  std::vector<char> m_waiting;       // lines to be written in one piece
+  std::string m_last;                // the line before
+  LineSum m_sum;                     // of all lines
+  std::uint64_t m_misplaced = 0;     // lines out of order
 };
 
 }  // namespace example

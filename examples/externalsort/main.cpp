@@ -2,6 +2,7 @@
 #include <iostream>
 #include <optional>
 
+#include "ExitStatus.h"
 #include "ExternalSort.h"
 #include "Options.h"
 
@@ -11,11 +12,11 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     const std::optional<example::Options> options = example::parseOptions(argc, argv, exitCode);
     if (!options) {
-      return exitCode;
+      return example::exitStatus("externalsort", exitCode);
     }
     example::ExternalSort sort(*options);
     try {
-      return sort.run();
+      return example::exitStatus("externalsort", sort.run());
     } catch (const std::exception& error) {
       std::cerr << "externalsort: " << error.what() << '\n';
       if (*sort.storeError() != '\0') {

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <optional>
 
+#include "ExitStatus.h"
 #include "FileStoreRun.h"
 #include "Options.h"
 
@@ -10,7 +11,8 @@ int main(int argc, char** argv) {
   try {
     int exitCode = 0;
     const std::optional<example::Options> options = example::parseOptions(argc, argv, exitCode);
-    return options ? example::FileStoreRun(*options).run() : exitCode;
+    return example::exitStatus("filestore",
+                               options ? example::FileStoreRun(*options).run() : exitCode);
   } catch (const std::exception& error) {
     std::cerr << "filestore: " << error.what() << '\n';
     return 1;

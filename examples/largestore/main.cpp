@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "ByteSize.h"
+#include "CheckedBy.h"
+#include "ExitStatus.h"
 #include "Files.h"
 #include "HostProcess.h"
 #include "NodeTree.h"
@@ -25,6 +27,7 @@ namespace {
 
 using namespace example;
 
+constexpr int kWrongArguments = 2;
 constexpr int kSkipped = 77;
 
 struct Options {
@@ -59,9 +62,10 @@ int run(const Options& options) {
   const std::uint64_t limit = parseByteSize(options.limit);
   const auto directory = std::filesystem::temp_directory_path();
   const std::uint64_t room = std::filesystem::space(directory).available;
-  if (room < size + size / 4) {
-    std::cerr << "largestore: skipped, " << formatBytes(size + size / 4) << " are needed in "
-              << directory << ", which has " << formatBytes(room) << '\n';
+  if (size > room - room / 5) {
+    std::cerr << "largestore: skipped, " << formatBytes(size)
+              << " and a quarter more are needed in " << directory << ", which has "
+              << formatBytes(room) << '\n';
     return kSkipped;
   }
   if (limit != 0 && !limitMappedBytes(limit)) {
@@ -109,13 +113,23 @@ int run(const Options& options) {
 int main(int argc, char** argv) {
   CLI::App app("Fills a store with more than a 32-bit process can address and verifies it.");
   Options options;
-  app.add_option("--size", options.size, "Bytes to store, at least")->capture_default_str();
-  app.add_option("--budget", options.budget, "Memory budget of the store")->capture_default_str();
-  app.add_option("--limit", options.limit, "Memory the process may map; 0 for no limit")
+  app.footer("\nExit status: 0 all came back, 1 a failure, 2 wrong arguments, 77 no room for it.");
+  app.add_option("--size", options.size, "Bytes to store, at least")
+      ->check(checkedBy(parseByteSize))
       ->capture_default_str();
-  CLI11_PARSE(app, argc, argv);
+  app.add_option("--budget", options.budget, "Memory budget of the store")
+      ->check(checkedBy(parseBudget))
+      ->capture_default_str();
+  app.add_option("--limit", options.limit, "Memory the process may map; 0 for no limit")
+      ->check(checkedBy(parseByteSize))
+      ->capture_default_str();
   try {
-    return run(options);
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return exitStatus("largestore", app.exit(error) == 0 ? 0 : kWrongArguments);
+  }
+  try {
+    return exitStatus("largestore", run(options));
   } catch (const std::exception& error) {
     std::cerr << "largestore: " << error.what() << '\n';
     return 1;

@@ -6,6 +6,7 @@
 // program starts are not recorded.
 
 #include <fcntl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "Trace.h"
 
@@ -47,12 +49,24 @@ class Lock {
   ~Lock() { g_lock.clear(std::memory_order_release); }
 };
 
+/// Gives the trace up: what is there of it would be taken for all of it. Must not allocate.
+void giveUp(int error) {
+  constexpr char kMessage[] = "poolmap: the trace cannot be written: ";
+  const char* const reason = strerrordesc_np(error);
+  iovec parts[] = {{const_cast<char*>(kMessage), sizeof kMessage - 1},
+                   {const_cast<char*>(reason), reason != nullptr ? std::strlen(reason) : 0},
+                   {const_cast<char*>("\n"), 1}};
+  static_cast<void>(writev(STDERR_FILENO, parts, 3) < 0);
+  static_cast<void>(g_file >= 0 && ftruncate(g_file, 0) != 0);
+  g_file = -1;
+}
+
 void writeAll(const void* data, std::size_t bytes) {
   const char* at = static_cast<const char*>(data);
   while (bytes > 0 && g_file >= 0) {
     const ssize_t written = write(g_file, at, bytes);
     if (written < 0 && errno != EINTR) {
-      g_file = -1;
+      giveUp(errno);
     } else if (written > 0) {
       at += written;
       bytes -= static_cast<std::size_t>(written);
@@ -86,6 +100,9 @@ void record(const void* block, std::size_t size, bool isFree) {
   }
   const Lock lock;
   g_file = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (g_file < 0) {
+    giveUp(errno);
+  }
   writeAll(example::kTraceMagic, sizeof example::kTraceMagic);
   unsetenv("POOLMAP_TRACE");
   unsetenv("LD_PRELOAD");

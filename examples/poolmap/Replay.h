@@ -18,14 +18,15 @@ struct ReplayResult {
   bool isComplete = true;             ///< false when it was given up for taking too long
   std::vector<std::uint64_t> live;    ///< bytes asked for and live, at evenly spaced events
   std::vector<std::uint64_t> system;  ///< bytes from the system, at the same events
+  std::string map;                    ///< picture of the arena at the trace's peak; else empty
 };
 
-/// Plays a trace through malloc and the three allocators, one after the other: `rounds` times on
-/// the clock, and once more for the figures over time.
+/// Plays a trace through malloc and the three allocators, one after the other, the arena last: `rounds` times on
+/// the clock, and once more for the figures over time. What the trace leaves allocated is freed.
 /// @param samples  how many figures over time
-/// @param mapFile  receives a picture of the arena at the trace's peak; empty for none
+/// @param drawMap  whether to draw the arena at the trace's peak, as SVG
 std::vector<ReplayResult> replayAll(const Trace& trace, unsigned rounds, std::size_t samples,
-                                    const std::string& mapFile);
+                                    bool drawMap);
 
 }  // namespace example
 

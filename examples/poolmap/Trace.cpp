@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
+
+#include "SourceFile.h"
 
 namespace example {
 
@@ -41,28 +41,66 @@ class LiveBlocks {
   std::vector<Entry> m_entries;  // open addressing; address 0 is an empty entry
 };
 
-std::uint64_t recordsIn(const std::string& file, std::uint64_t limit) {
-  return std::min<std::uint64_t>(limit, std::filesystem::file_size(file) / sizeof(TraceRecord));
-}
+/// Reads the records of a trace file one by one, through one buffer.
+class Records {
+ public:
+  explicit Records(const std::string& path) : m_path(path), m_buffer(kBuffered) {
+    FileStatus status;
+    if (!m_file.openNamed(path) || !m_file.readStatus(status)) {
+      throw std::runtime_error(path + ": " + m_file.error());
+    }
+    m_size = status.size;
+    char magic[sizeof kTraceMagic];
+    m_offset = m_file.read(0, reinterpret_cast<std::byte*>(magic), sizeof magic);
+    if (m_offset != sizeof magic || std::memcmp(magic, kTraceMagic, sizeof magic) != 0) {
+      throw std::runtime_error(path + " is no allocation trace. Record one with --record.");
+    }
+  }
+
+  /// How many there are, as far as the file's size tells.
+  std::uint64_t count() const { return m_size / sizeof(TraceRecord); }
+
+  /// @return false at the end
+  bool next(TraceRecord& record) {
+    if (m_next == m_filled) {
+      const std::size_t got = m_file.read(m_offset, reinterpret_cast<std::byte*>(m_buffer.data()),
+                                          m_buffer.size() * sizeof(TraceRecord));
+      if (!m_file.error().empty()) {
+        throw std::runtime_error(m_path + ": " + m_file.error());
+      }
+      m_offset += got;
+      m_next = 0;
+      m_filled = got / sizeof(TraceRecord);
+    }
+    if (m_next == m_filled) {
+      return false;
+    }
+    record = m_buffer[m_next++];
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t kBuffered = 4096;
+
+  std::string m_path;                 // for errors
+  SourceFile m_file;                  // open for reading
+  std::uint64_t m_size = 0;           // bytes of it
+  std::uint64_t m_offset = 0;         // bytes read of it
+  std::vector<TraceRecord> m_buffer;  // records on their way
+  std::size_t m_next = 0;             // the next of them
+  std::size_t m_filled = 0;           // how many there are
+};
 
 }  // namespace
 
 Trace Trace::load(const std::string& file, std::uint64_t limit) {
-  std::ifstream in(file, std::ios::binary);
-  char magic[sizeof kTraceMagic];
-  if (!in) {
-    throw std::runtime_error(file + " cannot be opened.");
-  }
-  if (!in.read(magic, sizeof magic) || std::memcmp(magic, kTraceMagic, sizeof magic) != 0) {
-    throw std::runtime_error(file + " is no allocation trace. Record one with --record.");
-  }
+  Records records(file);
   Trace trace;
-  LiveBlocks live(recordsIn(file, limit));
+  LiveBlocks live(std::min(limit, records.count()));
   std::vector<std::uint32_t> unused;
   std::uint64_t liveBytes = 0;
   TraceRecord record;
-  for (std::uint64_t i = 0; i < limit && in.read(reinterpret_cast<char*>(&record), sizeof record);
-       ++i) {
+  for (std::uint64_t i = 0; i < limit && records.next(record); ++i) {
     LiveBlocks::Entry& block = live.find(record.address);
     if (block.size != 0) {
       // Freed; or handed out again without a free that was seen, which comes to the same.

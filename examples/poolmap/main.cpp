@@ -7,17 +7,21 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "ByteSize.h"
+#include "ExitStatus.h"
+#include "NamelessFile.h"
 #include "OccupancyChart.h"
+#include "OutputFile.h"
 #include "Replay.h"
+#include "SourceFile.h"
 #include "Trace.h"
 
 namespace {
@@ -37,8 +41,8 @@ constexpr const char* kFooter =
     "  poolmap --record git.trace -- git log --stat records a program, then plays it\n"
     "  poolmap --trace git.trace --map arena.svg     plays it again, draws the arena at its "
     "fullest\n"
-    "\nExit status: 0 everything was played, 1 the trace could not be had or is damaged,\n"
-    "2 wrong arguments.";
+    "\nExit status: 0 everything was played, 1 the trace could not be had or is damaged, or\n"
+    "a file could not be written, 2 wrong arguments.";
 
 // Words, their counts, and the lines they stand on: many small blocks of all ages.
 constexpr const char* kDefaultProgram =
@@ -128,51 +132,70 @@ struct Options {
   std::vector<std::string> command;  // to record
 };
 
-/// A trace file that is removed at the end unless the user named it.
-class TraceFile {
- public:
-  explicit TraceFile(const std::string& name)
-      : m_name(!name.empty() ? name
-                             : (std::filesystem::temp_directory_path() /
-                                ("poolmap-" + std::to_string(getpid()) + ".trace"))
-                                   .string()),
-        m_isTemporary(name.empty()) {}
-  ~TraceFile() {
-    std::error_code ignored;
-    if (m_isTemporary) {
-      std::filesystem::remove(m_name, ignored);
-    }
+/// An output file, if the user named one. Opened before the work: what cannot be written is told
+/// before a long run, not after it.
+void openIfNamed(std::optional<example::OutputFile>& file, const std::string& name) {
+  if (!name.empty()) {
+    file.emplace(name);
   }
-  TraceFile(const TraceFile&) = delete;
-  TraceFile& operator=(const TraceFile&) = delete;
+}
 
-  const std::string& name() const { return m_name; }
-
- private:
-  std::string m_name;
-  bool m_isTemporary;
-};
+void copy(const std::string& from, example::OutputFile& to) {
+  example::SourceFile source;
+  std::vector<std::byte> buffer(std::size_t{1} << 16);
+  std::uint64_t offset = 0;
+  for (std::size_t got = source.openNamed(from) ? buffer.size() : 0; got == buffer.size();) {
+    got = source.read(offset, buffer.data(), buffer.size());
+    to.write({reinterpret_cast<const char*>(buffer.data()), got});
+    offset += got;
+  }
+  if (!source.error().empty()) {
+    throw std::runtime_error("the trace cannot be read back: " + source.error());
+  }
+}
 
 example::Trace traceFor(const Options& options) {
   if (!options.trace.empty()) {
     return example::Trace::load(options.trace, options.limit);
   }
-  const TraceFile file(options.record);
-  recordTrace(file.name(), options.command.empty() ? defaultCommand() : options.command);
-  return example::Trace::load(file.name(), options.limit);
+  std::optional<example::OutputFile> kept;
+  openIfNamed(kept, options.record);
+  const example::NamelessFile file;
+  const std::vector<std::string> command =
+      options.command.empty() ? defaultCommand() : options.command;
+  recordTrace(file.path(), command);
+  if (std::filesystem::file_size(file.path()) == 0) {
+    throw std::runtime_error("nothing could be recorded of " + command.front() +
+                             "; of a program that is linked statically nothing can.");
+  }
+  if (kept) {
+    copy(file.path(), *kept);
+    kept->finish();
+  }
+  return example::Trace::load(file.path(), options.limit);
 }
 
 void run(const Options& options) {
+  std::optional<example::OutputFile> svg;
+  std::optional<example::OutputFile> map;
+  openIfNamed(svg, options.svg);
+  openIfNamed(map, options.map);
   const example::Trace trace = traceFor(options);
   const std::vector<example::ReplayResult> results =
-      example::replayAll(trace, options.rounds, kSamples, options.map);
+      example::replayAll(trace, options.rounds, kSamples, map.has_value());
   print(trace, results);
-  if (!options.svg.empty()) {
-    std::ofstream os(options.svg);
-    example::drawOccupancy(os, results);
-    if (!os.flush()) {
-      throw std::runtime_error(options.svg + " cannot be written.");
+  if (svg) {
+    std::ostringstream picture;
+    example::drawOccupancy(picture, results);
+    svg->write(picture.str());
+    svg->finish();
+  }
+  if (map) {
+    if (results.back().map.empty()) {
+      throw std::runtime_error("there is no picture of the arena, which was given up.");
     }
+    map->write(results.back().map);
+    map->finish();
   }
 }
 
@@ -209,7 +232,7 @@ int main(int argc, char** argv) {
     if (options) {
       run(*options);
     }
-    return exitCode;
+    return example::exitStatus("poolmap", exitCode);
   } catch (const std::exception& error) {
     std::cerr << "poolmap: " << error.what() << '\n';
     return 1;

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <optional>
 
+#include "ExitStatus.h"
 #include "Options.h"
 #include "XmlTreeRun.h"
 
@@ -10,7 +11,7 @@ int main(int argc, char** argv) {
   try {
     int exitCode = 0;
     const std::optional<example::Options> options = example::parseOptions(argc, argv, exitCode);
-    return options ? example::XmlTreeRun(*options).run() : exitCode;
+    return example::exitStatus("xmltree", options ? example::XmlTreeRun(*options).run() : exitCode);
   } catch (const std::exception& error) {
     std::cerr << "xmltree: " << error.what() << '\n';
     return 1;

@@ -3,7 +3,6 @@
 
 #include <vector>
 
-#include "OutputFile.h"
 #include "PathFinder.h"
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualPin.h"
@@ -143,17 +142,6 @@ TEST_F(XmlDocumentTest, depth_costs_neither_stack_nor_pins) {
   const std::uint64_t objects = statistics().currentObjects;
   EXPECT_NE(loadError(repeated("<a>\n<b/>", kLevels)), "");
   EXPECT_EQ(statistics().currentObjects, objects);
-}
-
-TEST_F(XmlDocumentTest, a_file_that_cannot_be_completed_leaves_the_old_one) {
-  m_files.write("out.xml", "old");
-  {
-    example::OutputFile output(m_files.path("out.xml"));
-    output.write("half");
-  }
-  EXPECT_EQ(std::filesystem::file_size(m_files.path("out.xml")), 3U);
-  EXPECT_FALSE(std::filesystem::exists(m_files.path("out.xml.part")));
-  EXPECT_THROW(example::OutputFile(m_files.path("no/directory")), example::XmlError);
 }
 
 }  // namespace
