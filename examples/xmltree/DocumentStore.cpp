@@ -50,6 +50,7 @@ void DocumentStore::build(const std::string& name, Feed feed) {
     builder.finish();
     m_counts += builder.counts();
     m_counts.xmlBytes += bytes;
+    m_counts.unread += parser.unread().empty() ? 0U : 1U;
   } catch (...) {
     const std::exception_ptr failure = std::current_exception();
     try {

@@ -47,18 +47,6 @@ constexpr Replacements replacements(bool inAttribute) {
 constexpr Replacements kInText = replacements(false);
 constexpr Replacements kInAttribute = replacements(true);
 
-void appendEscaped(std::string& to, std::string_view text, const Replacements& table) {
-  std::size_t done = 0;
-  for (std::size_t place = 0; place < text.size(); ++place) {
-    const char* const instead = table[static_cast<unsigned char>(text[place])];
-    if (instead != nullptr) {
-      to.append(text, done, place - done).append(instead);
-      done = place + 1;
-    }
-  }
-  to.append(text, done);
-}
-
 /// Whether an element is written as one empty tag.
 bool isEmpty(const XmlElement& element) {
   return element.getChildCount() == 0 && element.lead().empty();
@@ -78,9 +66,7 @@ void DocumentWriter::writeDocument(XmlNode& document) {
         m_buffer.push_back('\n');
       }
     }
-    if (m_buffer.size() >= kPieceBytes) {
-      flush();
-    }
+    flushIfFull();
   }
   flush();
 }
@@ -93,8 +79,7 @@ void DocumentWriter::enter(XmlNode& node) {
       startTag(static_cast<XmlElement&>(node));
       break;
     case NodeKind::eText:
-      appendEscaped(m_buffer, StoredTextView(*m_manager, static_cast<XmlText&>(node).text()).view(),
-                    kInText);
+      escaped(StoredTextView(*m_manager, static_cast<XmlText&>(node).text()).view(), false);
       break;
     case NodeKind::eComment:
       raw("<!--", static_cast<XmlComment&>(node).text(), "-->");
@@ -123,7 +108,7 @@ void DocumentWriter::startTag(const XmlElement& element) {
   m_buffer.append("<").append(namesLeft.next());
   while (!namesLeft.atEnd()) {
     m_buffer.append(" ").append(namesLeft.next()).append("=\"");
-    appendEscaped(m_buffer, valuesLeft.next(), kInAttribute);
+    escaped(valuesLeft.next(), true);
     m_buffer.append("\"");
   }
   m_buffer.append(isEmpty(element) ? "/>" : ">");
@@ -137,7 +122,36 @@ void DocumentWriter::endTag(const XmlElement& element) {
 
 void DocumentWriter::raw(const char* before, const QRTVirtualPageItem& item, const char* after) {
   const StoredTextView text(*m_manager, item);
-  m_buffer.append(before).append(text.view()).append(after);
+  m_buffer.append(before);
+  for (std::size_t at = 0; at < text.view().size(); at += kPieceBytes) {
+    m_buffer.append(text.view().substr(at, kPieceBytes));
+    flushIfFull();
+  }
+  m_buffer.append(after);
+}
+
+// Long texts leave in pieces: what is escaped takes up to six times as much.
+void DocumentWriter::escaped(std::string_view text, bool inAttribute) {
+  const Replacements& table = inAttribute ? kInAttribute : kInText;
+  std::size_t done = 0;
+  for (std::size_t place = 0; place < text.size(); ++place) {
+    const char* const instead = table[static_cast<unsigned char>(text[place])];
+    if (instead != nullptr) {
+      m_buffer.append(text, done, place - done).append(instead);
+      done = place + 1;
+      flushIfFull();
+    }
+  }
+  for (; done < text.size(); done += kPieceBytes) {
+    m_buffer.append(text.substr(done, kPieceBytes));
+    flushIfFull();
+  }
+}
+
+void DocumentWriter::flushIfFull() {
+  if (m_buffer.size() >= kPieceBytes) {
+    flush();
+  }
 }
 
 void DocumentWriter::flush() {

@@ -29,6 +29,8 @@ class DocumentWriter {
   void startTag(const XmlElement& element);
   void endTag(const XmlElement& element);
   void raw(const char* before, const QRTVirtualPageItem& item, const char* after);
+  void escaped(std::string_view text, bool inAttribute);
+  void flushIfFull();
   void flush();
 
   Sink m_sink;

@@ -14,6 +14,7 @@ struct LoadCounts {
   std::uint64_t indentations = 0;  ///< white space kept beside its neighbour, without a node
   std::uint64_t comments = 0;
   std::uint64_t instructions = 0;
+  std::uint64_t unread = 0;       ///< documents with declarations in files that were not read
   std::uint64_t xmlBytes = 0;     ///< bytes of the files
   std::uint64_t storedBytes = 0;  ///< bytes of the nodes and the strings they do not share
 
@@ -27,6 +28,7 @@ struct LoadCounts {
     indentations += other.indentations;
     comments += other.comments;
     instructions += other.instructions;
+    unread += other.unread;
     xmlBytes += other.xmlBytes;
     storedBytes += other.storedBytes;
     return *this;

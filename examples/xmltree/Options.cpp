@@ -73,7 +73,10 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
 
   CLI::App* sub =
       addCommand(app, options, sizes, Command::eLoad, "load", "Load documents and tell figures");
-  sub->add_flag("--verify", options.verify, "Compare every stored document with its file");
+  sub->add_flag(
+      "--verify", options.verify,
+      "Compare every stored document with its file, parsed once more: tells what storing or "
+      "writing changes, not what the parser itself misses");
   sub->add_option("--repeat", options.repeat, "Load every file so many times")
       ->check(CLI::Range(1, 1'000'000))
       ->capture_default_str();

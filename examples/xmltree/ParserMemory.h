@@ -2,6 +2,7 @@
 #define EXAMPLES_XMLTREE_PARSERMEMORY_H
 
 #include <cstddef>
+#include <new>
 
 namespace example {
 
@@ -10,7 +11,7 @@ namespace example {
 /// made to exhaust memory meets this bound instead.
 namespace parser_memory {
 
-constexpr std::size_t kDefaultLimit = std::size_t{256} << 20;  ///< enough for a million levels
+constexpr std::size_t kDefaultLimit = std::size_t{4} << 20;  ///< enough for 20,000 levels
 
 /// @param bytes  the bound from now on; not below what is in use
 void setLimit(std::size_t bytes);
@@ -23,6 +24,28 @@ bool takeRefusal();
 void* allocate(std::size_t size);
 void* reallocate(void* block, std::size_t size);
 void release(void* block);
+
+/// Lets containers of the standard library take their memory here. They raise std::bad_alloc beyond
+/// the bound.
+template <class T>
+struct Allocator {
+  using value_type = T;
+
+  Allocator() = default;
+  template <class Other>
+  Allocator(const Allocator<Other>&) {}
+
+  T* allocate(std::size_t count) {
+    void* const memory = parser_memory::allocate(count * sizeof(T));
+    if (memory == nullptr) {
+      throw std::bad_alloc();
+    }
+    return static_cast<T*>(memory);
+  }
+  void deallocate(T* memory, std::size_t) { release(memory); }
+
+  bool operator==(const Allocator&) const = default;
+};
 
 }  // namespace parser_memory
 }  // namespace example

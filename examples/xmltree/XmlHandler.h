@@ -22,6 +22,9 @@ class XmlHandler {
   virtual void comment(std::string_view text) = 0;
   virtual void instruction(std::string_view target, std::string_view data) = 0;
 
+  /// Asked after each call whether the parser is to pause before the next one.
+  virtual bool isFull() const { return false; }
+
  protected:
   XmlHandler() = default;
   XmlHandler(const XmlHandler&) = default;

@@ -216,6 +216,8 @@ void XmlTreeRun::printTable() {
   ResultTable table;
   table.add("documents", formatCount(counts.documents),
             formatCount(m_failed.count()) + " could not be loaded");
+  table.add("  with a DTD elsewhere", formatCount(counts.unread),
+            "not read: attributes it would add are missing");
   table.add("nodes", formatCount(counts.nodes()));
   table.add("  elements", formatCount(counts.elements),
             "with " + formatCount(counts.attributes) + " attributes");
@@ -235,7 +237,8 @@ void XmlTreeRun::printTable() {
   table.add("page reads", formatCount(statistics.pageReads));
   table.add("load speed", formatSpeed(counts.xmlBytes, m_loading.seconds()), "parsing included");
   if (m_options.verify) {
-    table.add("documents compared", formatCount(m_compared));
+    table.add("documents compared", formatCount(m_compared),
+              "with a second parse of their files by the same parser");
     table.add("differences", formatCount(m_different.count()));
   }
   std::cout << '\n';
