@@ -6,7 +6,7 @@
 
 #include "ObjectWork.h"
 #include "QRTVirtualMemoryMgr.h"
-#include "StoreStatistics.h"
+#include "common/PageTraffic.h"
 
 /// This library. Objects are pinned for writing even where they are only read, as its own classes
 /// do: a page that did not change must not be written for it.
@@ -48,8 +48,8 @@ class Store {
   }
   void dismiss(std::uint64_t handle) { m_manager.dismiss(handle); }
 
-  std::uint64_t pageReads() { return example::readStatistics(m_manager).pageReads; }
-  std::uint64_t pageWrites() { return example::readStatistics(m_manager).pageWrites; }
+  std::uint64_t pageReads() { return pageTrafficOf(m_manager).reads; }
+  std::uint64_t pageWrites() { return pageTrafficOf(m_manager).writes; }
 
  private:
   void* checked(void* object) {

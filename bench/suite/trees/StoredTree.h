@@ -8,7 +8,7 @@
 #include "QRTVirtualPin.h"
 #include "QRTVirtualTree.h"
 #include "QRTVirtualTreeRange.h"
-#include "common/StoreStatistics.h"
+#include "common/PageTraffic.h"
 
 /// The tree in the store, with the operations of a LinkedTree.
 class StoredTree {
@@ -53,8 +53,8 @@ class StoredTree {
 
   /// Pages read from the paging file and written to it so far.
   std::uint64_t pagesMoved() {
-    const example::StoreStatistics statistics = example::readStatistics(*m_tree.getMemoryMgr());
-    return statistics.pageReads + statistics.pageWrites;
+    const PageTraffic traffic = pageTrafficOf(*m_tree.getMemoryMgr());
+    return traffic.reads + traffic.writes;
   }
 
  private:
