@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -9,6 +10,8 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -52,6 +55,31 @@ class ForkDetector {
  private:
   pid_t m_owner;                    // the process that made the detector
   volatile char* m_mark = nullptr;  // 1 in the owner, 0 in a child; null where not supported
+};
+
+/// The size that the process may give to a file. A write or reservation beyond it would raise a
+/// signal that ends the process, so it is asked for each time: the host may lower it at any time,
+/// and the call costs little beside a transfer.
+std::uint64_t FileSizeLimit() {
+  struct rlimit limit {};
+  return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur
+                                                                                 : UINT64_MAX;
+}
+
+/// Keeps signals from the calling thread as long as it lives.
+class SignalPause {
+ public:
+  SignalPause() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &m_before);
+  }
+  ~SignalPause() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+  SignalPause(const SignalPause&) = delete;
+  SignalPause& operator=(const SignalPause&) = delete;
+
+ private:
+  sigset_t m_before{};  // the signals that were blocked
 };
 
 class PosixPagingFile final : public PagingFile {
@@ -104,6 +132,10 @@ class PosixPagingFile final : public PagingFile {
   }
 
   std::int64_t WriteSome(std::uint64_t offset, const IoSlice* slices, std::size_t count) override {
+    // A transfer that begins below the limit is cut short there without a signal.
+    if (offset >= FileSizeLimit()) {
+      return -EFBIG;
+    }
     std::array<iovec, kMaxSlices> vectors;
     const ssize_t bytes = pwritev(m_descriptor, vectors.data(), Convert(slices, count, vectors),
                                   static_cast<off_t>(offset));
@@ -118,6 +150,9 @@ class PosixPagingFile final : public PagingFile {
 #endif
 
   int Reserve(std::uint64_t begin, std::uint64_t end) override {
+    if (end > FileSizeLimit()) {
+      return EFBIG;
+    }
 #ifdef __linux__
     // Not posix_fallocate: where the file system cannot reserve, that one writes every block.
     const int result =
@@ -125,7 +160,6 @@ class PosixPagingFile final : public PagingFile {
     return result == 0 ? 0 : errno;
 #else
     (void)begin;
-    (void)end;
     return EOPNOTSUPP;
 #endif
   }
@@ -146,15 +180,22 @@ class PosixPagingFile final : public PagingFile {
 #endif
   }
 
-  /// For file systems without nameless files: an exclusive random name, gone again at once.
+  /// For file systems without nameless files: an exclusive random name, gone again at once. Between
+  /// the two calls only a signal that cannot be blocked, or the end of the system, leaves a file.
   int OpenUnlinked() {
     m_path = m_directory;
     m_path += "/QRTPaging-XXXXXX";
-    const int descriptor = mkostemp(m_path.data(), O_CLOEXEC);
-    if (descriptor >= 0) {
-      unlink(m_path.c_str());
+    int error = 0;
+    int descriptor = -1;
+    {
+      const SignalPause pause;
+      descriptor = mkostemp(m_path.data(), O_CLOEXEC);
+      error = descriptor < 0 || unlink(m_path.c_str()) != 0 ? errno : 0;
     }
-    const int error = errno;
+    if (descriptor >= 0 && error != 0) {
+      close(descriptor);  // a file that would stay is not to be filled
+      descriptor = -1;
+    }
     m_path = m_directory;
     errno = error;
     return descriptor;
@@ -188,10 +229,8 @@ void DescribeSystemError(int error, char* text, std::size_t size) noexcept {
   };
   char buffer[128] = "";
   const char* message = Result::Text(strerror_r(error, buffer, sizeof buffer), buffer);
-  if (size > 0) {
-    std::strncpy(text, message, size - 1);
-    text[size - 1] = '\0';
-  }
+  std::snprintf(text, size, "%s%s", message,
+                error == EFBIG ? " (a limit of the file system, or the process's: ulimit -f)" : "");
 }
 
 }  // namespace tcmalloc

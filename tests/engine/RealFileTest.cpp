@@ -1,10 +1,17 @@
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <iostream>
 
@@ -196,6 +203,93 @@ TEST_F(RealFileTest, AFullDiskRefusesNewObjectsAndNothingElse) {
     ExpectIntact(objects);
     EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
     Free(objects);
+  }
+}
+
+TEST_F(RealFileTest, ALimitOfTheFilesSizeIsAFullDiskAndNoSignal) {
+  ExpectInChild([&]() -> const char* {
+    const auto limitTo = [](rlim_t bytes) {
+      const struct rlimit limit { bytes, RLIM_INFINITY };
+      return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    };
+    if (!limitTo(1 << 20)) {
+      return "no limit could be set";
+    }
+    MakeReal(32, directory.path().string());
+    std::vector<Object> objects = AddUntilFull(kPage, 10000);
+    if (objects.size() < 200 || objects.size() > 300) {
+      return "the limit is the end";
+    }
+    if (std::string(engine->GetLastError()).find("ulimit -f") == std::string::npos) {
+      return engine->GetLastError();
+    }
+    const auto areIntact = [&] {
+      return std::all_of(objects.begin(), objects.end(),
+                         [&](const Object& object) { return Look(object) == Read::kIntact; });
+    };
+    if (!areIntact()) {
+      return "something is lost";
+    }
+    // Below what the file has already: what changes stays in memory.
+    if (!limitTo(kPage + 100) || !Change(objects[100], 7777)) {
+      return "no change could be made";
+    }
+    for (int round = 0; round < 3; ++round) {
+      if (!areIntact()) {
+        return "something is lost under the lower limit";
+      }
+    }
+    return limitTo(RLIM_INFINITY) && AddUntilFull(kPage, 1000).size() == 1000 && areIntact()
+               ? nullptr
+               : "the store does not go on without the limit";
+  });
+}
+
+/// Has the kernel refuse, from now on and in this process: files without a name, as some file
+/// systems do, and if wanted the removal of files. @return whether it will
+bool RefuseNamelessFiles(bool andRemoval) {
+  const auto arg = [](std::size_t n) {
+    return static_cast<std::uint32_t>(offsetof(seccomp_data, args) + 8 * n);  // little-endian
+  };
+  const auto jump = [](std::uint16_t test, std::uint32_t with, std::uint8_t yes, std::uint8_t no) {
+    return sock_filter{static_cast<std::uint16_t>(BPF_JMP | BPF_K | test), yes, no, with};
+  };
+  constexpr std::uint16_t kLoad = BPF_LD | BPF_W | BPF_ABS;
+  constexpr std::uint16_t kReturn = BPF_RET | BPF_K;
+  constexpr std::uint32_t kNamelessBit = O_TMPFILE & ~O_DIRECTORY;
+  const std::uint32_t removal = andRemoval ? SECCOMP_RET_ERRNO | EPERM : SECCOMP_RET_ALLOW;
+  sock_filter program[] = {
+      {kLoad, 0, 0, offsetof(seccomp_data, nr)},
+      jump(BPF_JEQ, SYS_unlink, 5, 0),
+      jump(BPF_JEQ, SYS_unlinkat, 4, 0),
+      jump(BPF_JEQ, SYS_openat, 0, 4),
+      {kLoad, 0, 0, arg(2)},
+      jump(BPF_JSET, kNamelessBit, 0, 2),
+      {kReturn, 0, 0, SECCOMP_RET_ERRNO | EOPNOTSUPP},
+      {kReturn, 0, 0, removal},
+      {kReturn, 0, 0, SECCOMP_RET_ALLOW},
+  };
+  const sock_fprog filter{sizeof program / sizeof program[0], program};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(RealFileTest, WithoutNamelessFilesTheNameIsGoneAtOnceOrThereIsNoFile) {
+  for (const bool removable : {true, false}) {
+    SCOPED_TRACE(testing::Message() << "files can be removed: " << removable);
+    ExpectInChild([&]() -> const char* {
+      if (!RefuseNamelessFiles(!removable)) {
+        std::cout << "system calls cannot be filtered here\n";
+        return nullptr;
+      }
+      MakeReal(32, directory.path().string());
+      const std::vector<Object> objects = AddUntilFull(kPage, 200);
+      if (removable) {
+        const bool named = !fs::is_empty(directory.path());
+        return named || objects.size() < 200 ? "the file has no name" : nullptr;
+      }
+      return objects.size() == 200 ? "a file that cannot be removed is filled" : nullptr;
+    });
   }
 }
 
