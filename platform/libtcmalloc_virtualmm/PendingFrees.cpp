@@ -32,7 +32,7 @@ std::uint32_t PendingFrees::PageToTry() noexcept {
     --m_pause;
     return PageTable::kNoPage;
   }
-  auto key = FirstOf(m_keys, m_nextPage);
+  const auto key = FirstOf(m_nextPage);
   const std::uint32_t page = PageOf(key != m_keys.end() ? *key : m_keys.front());
   m_nextPage = page + 1;
   return page;

@@ -60,7 +60,7 @@ class PendingFrees {
   /// count) and forgets those for which it returns true.
   template <typename Visitor>
   void Settle(std::uint32_t from, std::uint64_t count, Visitor settle) {
-    const auto first = FirstOf(m_keys, from);
+    const auto first = FirstOf(from);
     auto last = first;
     auto kept = first;
     for (; last != m_keys.end() && PageOf(*last) - from < count; ++last) {
@@ -78,9 +78,8 @@ class PendingFrees {
   static std::uint32_t PageOf(std::uint64_t key) { return static_cast<std::uint32_t>(key >> 32); }
 
   /// The first key of a page or of those behind it.
-  template <typename Keys>
-  static auto FirstOf(Keys& keys, std::uint32_t page) {
-    return std::lower_bound(keys.begin(), keys.end(), std::uint64_t{page} << 32);
+  std::vector<std::uint64_t>::iterator FirstOf(std::uint32_t page) {
+    return std::lower_bound(m_keys.begin(), m_keys.end(), std::uint64_t{page} << 32);
   }
 
   static constexpr std::uint32_t kMostPause = 64;
