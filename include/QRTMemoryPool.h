@@ -7,7 +7,7 @@
 #include "QRTCore/QRTExport.h"
 #include "QRTCore/QRTStd.h"
 
-class QRTHeapExtents;
+class QRTHeapMap;
 
 /// A variable-size allocator for ordinary memory. It carves blocks from large pieces of the C
 /// runtime heap, keeps free blocks on one list in address order, merges free neighbours, and
@@ -123,8 +123,9 @@ class QRT_EXPORT QRTMemoryPool {
   /// @return a block of `size` rounded up to a multiple of 8 usable bytes, aligned to 8, to be
   ///         given back with `free`; null when no free block is large enough and the allowance is
   ///         spent or the heap gives nothing
-  /// Cost: constant when blocks are freed in reverse order; else a look at every 4 KiB of the pool
-  /// and at their free blocks where one may fit, at worst.
+  /// Cost: constant when blocks are freed in reverse order; else at worst a look at a byte for
+  /// every 1 KiB of the pool, and at the free blocks where that says that one may fit. A growth
+  /// asks the heap for one piece, and for a few bytes beside it.
   void* alloc(unsigned size);
 
   /// Takes a block back and merges it with free neighbours.
@@ -132,8 +133,28 @@ class QRT_EXPORT QRTMemoryPool {
   /// @throws QRTAssertError  memBlock is null, is free already or is not a block of this pool; the
   ///                         pool is unchanged. A pointer into the middle of a block is found when
   ///                         what stands in front of it is no header.
-  /// Cost: O(log heap blocks).
+  /// Cost: O(log size of the pool); asks the heap for nothing.
   void free(void* memBlock);
+
+  /// Gives a block another size, as C's function of this name does. What is in it stays, up to the
+  /// smaller of both sizes. The block stays where it is when it shrinks or keeps its size, and when
+  /// it grows into a free block right behind it; else it is copied to a new one and freed.
+  /// @param memBlock  a block of this pool; null is `alloc(size)`
+  /// @param size      bytes wanted; 0 with a block is `free(memBlock)`, and the result is null
+  /// @return the block, in its new place if it moved; null when there is no such block to be had:
+  ///         then the old one is as it was
+  /// @throws QRTAssertError  memBlock is free already or is not a block of this pool, as in `free`;
+  ///                         the pool is unchanged
+  /// Cost: like `free`; when the block moves, like `alloc` and `free` and the copy.
+  void* realloc(void* memBlock, unsigned size);
+
+  /// Tells how large a block is.
+  /// @param memBlock  a block of this pool that is handed out, or null
+  /// @return its usable bytes: the size asked for, rounded up to a multiple of 8, or 2^32 - 1 where
+  ///         that is more; 0 for null
+  /// @throws QRTAssertError  memBlock is not a block of this pool
+  /// Cost: O(log size of the pool).
+  unsigned allocSize(const void* memBlock) const;
 
   /// Raises the allowance by `size` bytes, but at least by the increment; it stops at 2^32 - 1.
   void expand(unsigned size);
@@ -150,12 +171,15 @@ class QRT_EXPORT QRTMemoryPool {
   void* obtain(unsigned units);
   memheader* find(unsigned units);
   memheader* findFar(memheader* prev, unsigned units);
-  memheader* lastBefore(const memheader* block);
   void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
   unsigned giveBack(memheader* bp);
   void linkFree(memheader* bp, unsigned units);
+  memheader* placeOf(const memheader* bp) const;
+  void linkBehind(memheader* p, memheader* bp, unsigned units);
+  bool resize(memheader* bp, unsigned units);
   bool isMine(const memheader* bp) const;
+  memheader* behindBase(memheader* block) const;
 
   unsigned m_remaining;            // bytes that may still be obtained from the heap
   memheader m_base;                // free block of no units that keeps the list from being empty
@@ -163,7 +187,7 @@ class QRT_EXPORT QRTMemoryPool {
   QRTStd::vector<void*> m_blocks;  // heap blocks in the order obtained; owned
   unsigned m_increment;            // growth step in bytes
   int m_watched;                   // whether a memory checker observes the process
-  QRTHeapExtents* m_extents;       // the memory of m_blocks by address; owned
+  QRTHeapMap* m_heap;              // the memory of m_blocks by address; owned
 };
 
 static_assert(sizeof(QRTMemoryPool::memheader) == 8, "the unit of size is 8 bytes everywhere");

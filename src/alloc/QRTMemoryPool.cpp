@@ -1,14 +1,14 @@
 #include "QRTMemoryPool.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <limits>
 
 #include "QRTCore/QRTAssert.h"
-#include "QRTHeapExtents.h"
+#include "QRTHeapMap.h"
 #include "checkers/QRTMemoryChecker.h"
 
 namespace {
@@ -16,7 +16,7 @@ namespace {
 using Header = QRTMemoryPool::memheader;
 
 constexpr unsigned kUnit = sizeof(Header);
-constexpr unsigned kWalked = 2;  // blocks to look at before stretches are; most searches end there
+constexpr unsigned kWalked = 2;  // blocks to look at before the map is; most searches end there
 constexpr unsigned kDefaultIncrement = 131072;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
@@ -36,31 +36,11 @@ bool isPlace(const Header* p, const Header* block) {
   return p < next ? p < block && block < next : p < block || block < next;
 }
 
-/// Finds the first free block of a stretch that is large enough. The bits tell where the blocks
-/// are, so that none has to wait for the one before it to be there.
-/// @param passed   units at the beginning of the stretch to pass over
-/// @param before   receives the free block in front of it; left as it is when there is none behind
-///                 what was passed over
-/// @param largest  raised to the size of the largest block that was too small
-/// @return null when there is none
-const Header* firstFit(const QRTHeapExtents& extents, const QRTHeapExtents::Tour& tour,
-                       unsigned passed, unsigned units, Header*& before, unsigned& largest) {
-  Header* const begin = extents.beginOf(tour);
-  for (unsigned first = passed / 64 * 64; first < QRTHeapExtents::kStretch; first += 64) {
-    std::uint64_t starts = extents.startsIn(tour, first);
-    if (first < passed) {
-      starts &= ~std::uint64_t{0} << (passed - first);
-    }
-    for (; starts != 0; starts &= starts - 1) {
-      Header* const p = begin + first + std::countr_zero(starts);
-      if (p->units() >= units) {
-        return p;
-      }
-      largest = std::max(largest, p->units());
-      before = p;
-    }
-  }
-  return nullptr;
+/// Whether a block touches no unit of the free block in front of its place and of the one behind.
+/// A block that was freed before and merged lies inside one of them.
+bool isApart(const Header* p, const Header* block, unsigned units) {
+  const Header* const next = p->next();
+  return (p > block || p + p->units() <= block) && (next < block || block + units <= next);
 }
 
 }  // namespace
@@ -71,12 +51,16 @@ QRTMemoryPool::QRTMemoryPool(unsigned maxBytes, unsigned increment)
       m_rover(nullptr),
       m_increment(increment != 0 ? increment : kDefaultIncrement),
       m_watched(QRTMemoryChecker::isActive()),
-      m_extents(nullptr) {
+      m_heap(nullptr) {
   if (m_remaining == 0) {
     m_remaining = addClamped(m_increment, m_increment);
   }
-  m_blocks.reserve(m_remaining / m_increment + std::size_t{10});
-  m_extents = new QRTHeapExtents;
+  try {
+    m_blocks.reserve(m_remaining / m_increment + std::size_t{10});
+  } catch (const std::exception&) {
+    // So many heap blocks could not be had either: the list grows with them.
+  }
+  m_heap = new QRTHeapMap;
   if (m_watched != 0) {
     QRTMemoryChecker::poolCreated(this, kUnit);
   }
@@ -85,15 +69,19 @@ QRTMemoryPool::QRTMemoryPool(unsigned maxBytes, unsigned increment)
 QRTMemoryPool::~QRTMemoryPool() {
   if (m_watched != 0) {
     QRTMemoryChecker::poolDestroyed(this);
-    for (const QRTHeapExtents::Extent& extent : m_extents->all()) {
-      QRTMemoryChecker::open(extent.begin,
-                             static_cast<std::size_t>(extent.end - extent.begin) * kUnit);
+    try {
+      for (const QRTHeapMap::Extent& extent : m_heap->extents()) {
+        QRTMemoryChecker::open(extent.begin,
+                               static_cast<std::size_t>(extent.end - extent.begin) * kUnit);
+      }
+    } catch (const std::exception&) {
+      // The memory stays closed to the checker; the heap opens it when it hands it out again.
     }
   }
   for (void* block : m_blocks) {
     std::free(block);
   }
-  delete m_extents;
+  delete m_heap;
 }
 
 void* QRTMemoryPool::alloc(unsigned size) {
@@ -143,48 +131,23 @@ inline QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
   return findFar(prev, units);
 }
 
-/// Goes on behind `prev`, passing whole stretches of memory that have no block large enough:
-///   1. through the rest of the stretch that `prev` lies in;
-///   2. through every stretch behind it that may have one, around to the same stretch from its
-///      beginning. What was passed before is seen twice there, and is too small once more.
+/// find from the block behind `prev` on, by the map of the heap.
 QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units) {
-  // Step 1
   if (prev == &m_base) {
     prev = prev->next();
     if (prev->units() >= units) {
       return &m_base;
     }
   }
-  QRTHeapExtents::Tour tour = m_extents->tourFrom(prev);
-  unsigned largest = 0;
-  if (m_extents->mayHave(tour, units)) {
-    const auto passed = static_cast<unsigned>(prev - m_extents->beginOf(tour)) + 1;
-    if (firstFit(*m_extents, tour, passed, units, prev, largest) != nullptr) {
-      return prev;
+  Header* before = nullptr;
+  Header* const found = m_heap->find(prev, units, before);
+  if (found != nullptr && before == nullptr) {
+    before = m_heap->freeBelow(found);
+    while (before->next() != found) {
+      before = before->next();
     }
   }
-  // Step 2
-  while (m_extents->moveOn(tour, units)) {
-    largest = 0;
-    prev = nullptr;
-    const Header* const p = firstFit(*m_extents, tour, 0, units, prev, largest);
-    if (p != nullptr) {
-      return prev != nullptr ? prev : lastBefore(p);
-    }
-    m_extents->setBound(tour, largest);
-  }
-  return nullptr;
-}
-
-/// The block on the free list in front of another one: the free block below it, or the sentinel
-/// when that lies in between.
-QRTMemoryPool::memheader* QRTMemoryPool::lastBefore(const memheader* block) {
-  Header* const below = m_extents->freeBelow(block);
-  Header* prev = below != nullptr ? below : &m_base;
-  while (!isPlace(prev, block) && prev->next() != block) {
-    prev = prev->next();
-  }
-  return prev;
+  return found != nullptr ? before : nullptr;
 }
 
 /// Takes `units` units from the block behind `prev`.
@@ -194,7 +157,7 @@ inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   Header* block = p;
   if (have == units) {
     prev->setNext(p->next());
-    m_extents->noteTaken(p);
+    m_heap->noteTaken(p, behindBase(p->next()));
   } else {
     // Cut from the high end: the free block stays where it is on the list.
     p->setUnits(have - units);
@@ -225,7 +188,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
   const std::size_t known = m_blocks.size();
   try {
     m_blocks.push_back(block);
-    m_extents->add(block, block + count);
+    m_heap->add(block, block + count);
   } catch (const std::exception&) {
     m_blocks.resize(known);
     std::free(block);
@@ -262,40 +225,121 @@ inline unsigned QRTMemoryPool::giveBack(memheader* bp) {
 
 /// Puts a block that is not on the free list on it, merging it with the free blocks it touches.
 inline void QRTMemoryPool::linkFree(memheader* bp, unsigned units) {
-  Header* const end = bp + units;
-  // Its place is mostly where the last operation was; else behind the free block below it, or
-  // behind the sentinel when that lies in between.
+  Header* const p = placeOf(bp);
+  QRT_ASSERT_NAMED(isApart(p, bp, units), "QRTMemoryPool::free: the block is free already.");
+  linkBehind(p, bp, units);
+}
+
+/// The free block behind which another block belongs on the list: mostly the rover, else a few
+/// steps from the one that the map knows below.
+inline QRTMemoryPool::memheader* QRTMemoryPool::placeOf(const memheader* bp) const {
   Header* p = m_rover;
   if (!isPlace(p, bp)) {
-    Header* const below = m_extents->freeBelow(bp);
+    Header* const below = m_heap->freeBelow(bp);
     p = below != nullptr ? below : p;
     while (!isPlace(p, bp)) {
       p = p->next();
     }
   }
+  return p;
+}
+
+/// linkFree when the place on the list is known.
+inline void QRTMemoryPool::linkBehind(memheader* p, memheader* bp, unsigned units) {
   Header* const next = p->next();
-  // A block that was freed before and merged shows here: it lies inside a free block.
-  QRT_ASSERT_NAMED((p > bp || p + p->units() <= bp) && (next < bp || end <= next),
-                   "QRTMemoryPool::free: the block is free already.");
-  const bool mergesUp = end == next;
+  const bool mergesUp = bp + units == next;
   const unsigned sum = mergesUp ? units + next->units() : units;
   Header* const after = mergesUp ? next->next() : next;
   const unsigned below = p->units();
-  const bool mergesDown = p + below == bp;
-  if (mergesDown) {
+  if (p + below == bp) {
     p->setFree(after, below + sum);
-    if (below < QRTHeapExtents::kNoBound) {
-      m_extents->noteGrown(p, below + sum);
+    if (!QRTHeapMap::isSameClass(below, below + sum)) {
+      m_heap->noteFree(p, below + sum);
     }
   } else {
     bp->setFree(after, sum);
     p->setNext(bp);
-    m_extents->noteFree(bp, sum);
+    m_heap->noteFree(bp, sum);
   }
   if (mergesUp) {
-    m_extents->noteTaken(next);
+    m_heap->noteTaken(next, behindBase(after));
   }
   m_rover = p;
+}
+
+void* QRTMemoryPool::realloc(void* memBlock, unsigned size) {
+  if (memBlock == nullptr) {
+    return alloc(size);
+  }
+  if (size == 0) {
+    free(memBlock);
+    return nullptr;
+  }
+  const unsigned units = unitsFor(size);
+  unsigned had = 0;
+  {
+    const QRTMemoryChecker::Pass pass(m_watched != 0);
+    Header* const bp = static_cast<Header*>(memBlock) - 1;
+    QRT_ASSERT_NAMED(isMine(bp), "QRTMemoryPool::realloc: not a block that this pool handed out.");
+    had = bp->handedOutUnits();
+    if (resize(bp, units)) {
+      if (m_watched != 0) {
+        QRTMemoryChecker::resized(this, memBlock, std::size_t{had - 1} * kUnit,
+                                  std::size_t{units - 1} * kUnit);
+      }
+      return memBlock;
+    }
+  }
+  void* const moved = alloc(size);
+  if (moved != nullptr) {
+    std::memcpy(moved, memBlock, std::size_t{had - 1} * kUnit);
+    free(memBlock);
+  }
+  return moved;
+}
+
+/// Gives a block that is handed out another size where it is: what it has too much becomes a free
+/// block, what it lacks comes from the low end of a free block that it touches.
+/// @return false, with nothing changed, when there is no such block or it is too small
+bool QRTMemoryPool::resize(memheader* bp, unsigned units) {
+  const unsigned had = bp->handedOutUnits();
+  Header* const p = placeOf(bp);
+  QRT_ASSERT_NAMED(isApart(p, bp, had), "QRTMemoryPool::realloc: the block is free already.");
+  if (units < had) {
+    bp->setHandedOut(units);
+    linkBehind(p, bp + units, had - units);
+  } else if (units > had) {
+    Header* const next = p->next();
+    if (bp + had != next || next->units() < units - had) {
+      return false;
+    }
+    const unsigned rest = next->units() - (units - had);
+    Header* const after = next->next();
+    if (rest != 0) {
+      Header* const cut = bp + units;
+      cut->setFree(after, rest);
+      p->setNext(cut);
+      m_heap->noteTaken(next, cut);
+      m_heap->noteFree(cut, rest);
+    } else {
+      p->setNext(after);
+      m_heap->noteTaken(next, behindBase(after));
+    }
+    bp->setHandedOut(units);
+    m_rover = p;
+  }
+  return true;
+}
+
+unsigned QRTMemoryPool::allocSize(const void* memBlock) const {
+  if (memBlock == nullptr) {
+    return 0;
+  }
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  const Header* const bp = static_cast<const Header*>(memBlock) - 1;
+  QRT_ASSERT_NAMED(isMine(bp), "QRTMemoryPool::allocSize: not a block that this pool handed out.");
+  const std::uint64_t bytes = std::uint64_t{bp->handedOutUnits() - 1} * kUnit;
+  return static_cast<unsigned>(std::min<std::uint64_t>(bytes, kMostBytes));
 }
 
 void QRTMemoryPool::expand(unsigned size) {
@@ -310,7 +354,15 @@ void QRTMemoryPool::getStats(unsigned& blockCount, unsigned& increment, unsigned
 
 /// Whether a header lies in the pool's memory and reads as one of a block that is handed out.
 inline bool QRTMemoryPool::isMine(const memheader* bp) const {
-  const std::size_t room = m_extents->unitsFrom(bp);
-  return room != 0 && bp->isHandedOut() && bp->handedOutUnits() != 0 &&
-         bp->handedOutUnits() <= room;
+  const std::size_t room = m_heap->unitsFrom(bp);
+  if (room == 0 || !bp->isHandedOut() || bp->handedOutUnits() == 0) {
+    return false;
+  }
+  return bp->handedOutUnits() <= room || m_heap->contains(bp, bp->handedOutUnits());
+}
+
+/// A block of the free list, or the one behind it when it is the sentinel, which the map leaves
+/// out.
+inline QRTMemoryPool::memheader* QRTMemoryPool::behindBase(memheader* block) const {
+  return block != &m_base ? block : m_base.next();
 }

@@ -135,6 +135,26 @@ TEST(MemoryResources, RefuseWhatNoAllocatorCanBeAskedFor) {
   void* const empty = resource.allocate(0);
   EXPECT_NE(empty, nullptr);
   resource.deallocate(empty, 0);
+
+  QRTMemoryPool pool(1u << 20, 4096);
+  QRTMemoryPoolResource poolResource(pool);
+  EXPECT_THROW(static_cast<void>(poolResource.allocate(top - 7, 8)), std::bad_alloc);
+  EXPECT_THROW(static_cast<void>(poolResource.allocate(top - 2000, 4096)), std::bad_alloc);
+  EXPECT_THROW(static_cast<void>(poolResource.allocate(top / 2 + 1, top / 2 + 1)), std::bad_alloc);
+  {
+    const FailingNew fails(1, FailingNew::eFromThenOn);
+    EXPECT_THROW(static_cast<void>(poolResource.allocate(8)), std::bad_alloc);
+  }
+  unsigned blocks = 1;
+  unsigned increment = 0;
+  unsigned remaining = 0;
+  pool.getStats(blocks, increment, remaining);
+  EXPECT_EQ(blocks, 0u);
+  EXPECT_EQ(remaining, 1u << 20);
+  void* const none = poolResource.allocate(0, 64);
+  EXPECT_TRUE(isAligned(none, 64));
+  poolResource.deallocate(none, 0, 64);
+  EXPECT_EQ(faultsIn(pool), "");
 }
 
 TEST(MemoryResources, AreEqualWhenTheyShareTheirMemory) {

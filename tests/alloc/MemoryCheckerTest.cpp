@@ -48,6 +48,7 @@ const Fault kFaults[] = {
     {"overflow fixed", "use-after-poison", "Invalid write of size 1"},
     {"overflow bins", "use-after-poison", "Invalid write of size 1"},
     {"overflow pool", "use-after-poison", "Invalid write of size 1"},
+    {"overflow-resized pool", "use-after-poison", "Invalid write of size 1"},
     {"overflow large", "heap-buffer-overflow", "Invalid write of size 1"},
     {"use-after-free fixed", "use-after-poison", "Invalid read of size 1"},
     {"use-after-free plain", "use-after-poison", "Invalid read of size 1"},

@@ -107,6 +107,17 @@ void none(const std::string& kind) {
   for (char* p : live) {
     allocator.put(p);
   }
+  if (auto* pool = dynamic_cast<Pool*>(&allocator)) {
+    // Larger and smaller in place, and to another place.
+    char* const below = pool->get();
+    char* p = pool->get();
+    for (const unsigned size : {3U, 40U, 8U, kSize, 100U, 5000U, 1U, 4000U, 70000U, 64U}) {
+      p = static_cast<char*>(pool->pool.realloc(p, size));
+      std::memset(p, 1, size);
+    }
+    pool->put(below);
+    pool->put(p);
+  }
   if (auto* fixed = dynamic_cast<Fixed*>(&allocator)) {
     if (void* const chunk = fixed->pool.reclaim(1)) {
       std::memset(chunk, 0, 32760);
@@ -142,6 +153,13 @@ int commit(const std::string& fault, const std::string& kind) {
   if (fault == "overflow") {
     // Neighbours stand in a different order in each allocator.
     p[kSize] = 1;
+  } else if (fault == "overflow-resized") {
+    // Shrunk, then grown in place, and one byte too far.
+    QRTMemoryPool& pool = dynamic_cast<Pool&>(*allocator).pool;
+    pool.realloc(p, kSize / 4);
+    char* const grown = static_cast<char*>(pool.realloc(p, kSize / 2));
+    std::memset(grown, 1, kSize / 2);
+    grown[kSize / 2] = 1;
   } else if (fault == "use-after-free") {
     allocator->put(p);
     g_sink = p[kSize - 1];

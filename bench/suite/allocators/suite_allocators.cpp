@@ -1,6 +1,10 @@
 // The allocators beside malloc and its like: processor time for one allocation and one free in
-// patterns of use, and the memory that what is live then takes.
+// patterns of use, and the memory that what is live then takes. "growth" makes a large memory pool
+// of small heap blocks, which come in another order from another malloc: run it once as it is and
+// once with LD_PRELOAD=libjemalloc.so.2.
 
+#include <algorithm>
+#include <cstring>
 #include <type_traits>
 
 #include "Patterns.h"
@@ -15,7 +19,24 @@ namespace {
 struct Options {
   suite::Amount live;  // none for as many as suit the pattern
   suite::Amount pairs{"4e6"};
+  suite::Amount grown{"1G"};
 };
+
+/// Grows a pool to its allowance by 4 KiB at a time.
+void measureGrowth(const char* workload, unsigned block, const Options& options) {
+  constexpr std::size_t kMost = 0xFFFFFFFF;  // an allowance
+  const suite::Meter meter;
+  QRTMemoryPool pool(static_cast<unsigned>(std::min(options.grown.value, kMost)), 4096);
+  while (void* const p = pool.alloc(block)) {
+    std::memset(p, 1, 8);
+  }
+  unsigned heapBlocks = 0;
+  unsigned increment = 0;
+  unsigned remaining = 0;
+  pool.getStats(heapBlocks, increment, remaining);
+  suite::print({workload, "pool", "heap block", options.grown.text, "ns",
+                meter.cpuSeconds() * 1e9 / heapBlocks});
+}
 
 template <class Pattern, class Allocator>
 void measure(const char* workload, const char* peer, const Options& options) {
@@ -82,5 +103,9 @@ int main(int argc, char** argv) {
   addPeers<Churn, ReadBeforePut>(program, "churn read", options);
   addPeers<LargeChurn>(program, "churn large", options);
   addPeers<Burst>(program, "burst", options);
+  program.option("--grown", options.grown, "bytes to which growth grows a pool, below 4G");
+  // Blocks that take a whole heap block, and blocks that leave a little of each over.
+  program.add("growth", "pool", [&options] { measureGrowth("growth", 4096, options); });
+  program.add("growth small", "pool", [&options] { measureGrowth("growth small", 100, options); });
   return program.main(argc, argv);
 }

@@ -29,6 +29,10 @@ class QRTMemoryChecker {
   /// Opens a block of a pool that is handed out now.
   static void handedOut(const void* pool, const void* block, std::size_t bytes) noexcept;
 
+  /// Opens what a block of a pool that is handed out gained at its end, or closes what it lost.
+  static void resized(const void* pool, const void* block, std::size_t before,
+                      std::size_t after) noexcept;
+
   /// Closes a block of a pool that is given back, and reports it when it was not handed out.
   static void givenBack(const void* pool, const void* block, std::size_t bytes) noexcept;
 

@@ -16,6 +16,8 @@ void QRTMemoryChecker::open(const void*, std::size_t) noexcept {}
 
 void QRTMemoryChecker::handedOut(const void*, const void*, std::size_t) noexcept {}
 
+void QRTMemoryChecker::resized(const void*, const void*, std::size_t, std::size_t) noexcept {}
+
 void QRTMemoryChecker::givenBack(const void*, const void*, std::size_t) noexcept {}
 
 void QRTMemoryChecker::Pass::begin() noexcept {}

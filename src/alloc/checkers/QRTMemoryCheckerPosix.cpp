@@ -9,6 +9,7 @@
 #define VALGRIND_CREATE_MEMPOOL(pool, fence, zeroed) (void)(fence)
 #define VALGRIND_DESTROY_MEMPOOL(pool) (void)0
 #define VALGRIND_MEMPOOL_ALLOC(pool, block, bytes) (void)0
+#define VALGRIND_MEMPOOL_CHANGE(pool, block, moved, bytes) (void)0
 #define VALGRIND_MEMPOOL_FREE(pool, block) (void)0
 #define VALGRIND_MAKE_MEM_NOACCESS(memory, bytes) (void)0
 #define VALGRIND_MAKE_MEM_UNDEFINED(memory, bytes) (void)0
@@ -77,6 +78,17 @@ void QRTMemoryChecker::handedOut(const void* pool, const void* block, std::size_
     __asan_unpoison_memory_region(block, bytes);
   }
   VALGRIND_MEMPOOL_ALLOC(pool, block, bytes);
+}
+
+void QRTMemoryChecker::resized(const void* pool, const void* block, std::size_t before,
+                               std::size_t after) noexcept {
+  const char* const bytes = static_cast<const char*>(block);
+  if (after > before) {
+    open(bytes + before, after - before);
+  } else {
+    close(bytes + after, before - after);
+  }
+  VALGRIND_MEMPOOL_CHANGE(pool, block, block, after);
 }
 
 void QRTMemoryChecker::givenBack(const void* pool, const void* block, std::size_t bytes) noexcept {

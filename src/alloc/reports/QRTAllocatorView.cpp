@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "../QRTFixedMemoryPoolChunk.h"
-#include "../QRTHeapExtents.h"
+#include "../QRTHeapMap.h"
 #include "../QRTLargeBlocks.h"
 #include "../checkers/QRTMemoryChecker.h"
 
@@ -82,7 +82,7 @@ bool QRTAllocatorView::markListed(const QRTFixedMemoryPool& pool, const char* he
 std::vector<QRTAllocatorView::Extent> QRTAllocatorView::extents(const QRTMemoryPool& pool) {
   const QRTMemoryChecker::Pass pass(pool.m_watched != 0);
   std::vector<Extent> result;
-  for (const QRTHeapExtents::Extent& extent : pool.m_extents->all()) {
+  for (const QRTHeapMap::Extent& extent : pool.m_heap->extents()) {
     const auto units = static_cast<std::size_t>(extent.end - extent.begin);
     result.push_back(
         {reinterpret_cast<const char*>(extent.begin), units * sizeof *extent.begin, {}, true});
@@ -111,11 +111,11 @@ std::vector<QRTAllocatorView::Block> QRTAllocatorView::freeList(const QRTMemoryP
     return result;
   }
   std::size_t most = 0;
-  for (const QRTHeapExtents::Extent& extent : pool.m_extents->all()) {
+  for (const QRTHeapMap::Extent& extent : pool.m_heap->extents()) {
     most += static_cast<std::size_t>(extent.end - extent.begin);
   }
   for (const auto* at = pool.m_base.next(); at != &pool.m_base; at = at->next()) {
-    if (pool.m_extents->unitsFrom(at) == 0 || at->isHandedOut() || result.size() > most) {
+    if (pool.m_heap->unitsFrom(at) == 0 || at->isHandedOut() || result.size() > most) {
       isCircular = false;
       break;
     }
