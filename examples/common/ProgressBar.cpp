@@ -15,20 +15,22 @@ std::string progressLine(const std::string& title, std::uint64_t done, std::uint
   constexpr std::size_t kWidest = 50;  // of the bar
   constexpr std::size_t kLeast = 4;    // of a bar that says something
   const std::size_t room = columns > 1 ? columns - 1 : 0;
-  std::string line = title + std::string(kTitle - std::min(kTitle, title.size()), ' ');
+  std::string line = title;
+  line.append(kTitle - std::min(kTitle, title.size()), ' ');
   if (total == 0) {
-    line += " " + formatCount(done);
+    line.append(" ").append(formatCount(done));
   } else {
     const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
-    std::string percent = std::to_string(static_cast<int>(part * 100 + 0.5));
-    percent = " " + std::string(3 - percent.size(), ' ') + percent + " %";
+    const std::string number = std::to_string(static_cast<int>(part * 100 + 0.5));
+    std::string percent(4 - number.size(), ' ');
+    percent.append(number).append(" %");
     const std::size_t others = line.size() + 3 + percent.size();
     const std::size_t width = std::min(kWidest, room - std::min(room, others));
     if (width >= kLeast) {
       const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
-      line += " [" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
+      line.append(" [").append(filled, '#').append(width - filled, '.').append("]");
     }
-    line += percent;
+    line.append(percent);
   }
   line.resize(std::min(line.size(), room));
   return line;

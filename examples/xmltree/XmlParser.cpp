@@ -21,6 +21,10 @@ constexpr unsigned long long kAmplificationAfter = 1ULL << 20;
 
 constexpr std::size_t kPieceBytes = std::size_t{64} << 10;  // parsed at once at least, if there
 
+std::string quoted(const char* text) {
+  return std::string(1, '\'').append(text).append("'");
+}
+
 /// Text of a document's encoding as far as markup goes: UTF-16 becomes bytes, with '?' for what is
 /// not ASCII. Other encodings have ASCII as it is.
 std::string markupOf(std::string_view raw, bool isLiteral) {
@@ -255,9 +259,9 @@ void XmlParser::onDoctypeEnd(void* self) {
 void XmlParser::onSkippedEntity(void* self, const XML_Char* name, int isParameter) {
   guarded(self, [=](XmlParser& parser) {
     if (isParameter == 0) {
-      parser.checkReferences("&" + std::string(name) + ";", "&");
+      parser.checkReferences(std::string("&").append(name).append(";"), "&");
     } else if (parser.m_unread.empty()) {
-      parser.m_unread = "the parameter entity '" + std::string(name) + "'";
+      parser.m_unread = "the parameter entity " + quoted(name);
     }
   });
 }
@@ -268,11 +272,11 @@ int XmlParser::onExternalEntity(XML_Parser self, const XML_Char* context, const 
   int status = XML_STATUS_ERROR;
   guarded(self, [&](XmlParser& parser) {
     if (context != nullptr) {
-      parser.raiseHere("the entity '" + std::string(context) +
-                       "' stands in another file, and other files are not read");
+      parser.raiseHere("the entity " + quoted(context) +
+                       " stands in another file, and other files are not read");
     }
     if (parser.m_unread.empty()) {
-      parser.m_unread = "'" + std::string(systemId != nullptr ? systemId : "") + "'";
+      parser.m_unread = quoted(systemId != nullptr ? systemId : "");
     }
     status = XML_STATUS_OK;
   });
