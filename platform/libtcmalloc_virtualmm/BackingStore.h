@@ -50,6 +50,7 @@ class BackingStore {
   const char* Path() const { return m_file->Path(); }
 
  private:
+  friend class EngineChecker;
   enum class Direction { kRead, kWrite };
 
   bool IsOurs(const char* operation) noexcept;

@@ -72,6 +72,7 @@ class DeferredPins {
   void Drop(std::uint64_t offset) noexcept;
 
  private:
+  friend class EngineChecker;
   std::uint64_t m_offsets[kPlaces]{};  // of the objects; 0 in a free place
   Slot m_slots[kPlaces]{};             // where they are
 };

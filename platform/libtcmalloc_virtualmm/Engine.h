@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
 #include "libtcmalloc_virtualmm/DeferredPins.h"
@@ -67,7 +68,15 @@ class Engine {
   /// Spans and leaves of the page table that did not come back as they were written.
   std::uint64_t DamagedReads() const { return m_pager.Counts().damaged + m_table.DamagedReads(); }
 
+  /// Compares all that the engine keeps in two places (see EngineChecker). For debugging: it
+  /// changes nothing and takes time in proportion to the store.
+  /// @param wasShortOfMemory  whether an allocation of the engine's own may have failed before
+  /// @return what does not agree, a line each; empty when all does
+  /// @throws std::bad_alloc
+  std::string Check(bool wasShortOfMemory = false) const;
+
  private:
+  friend class EngineChecker;
   // How far behind an object's beginning the second line lies that is fetched with the first.
   static constexpr std::uint32_t kPrefetchAhead = 56;
 

@@ -91,6 +91,7 @@ class FrameArena {
   std::uint64_t MappedFrames() const { return m_mappedFrames; }
 
  private:
+  friend class EngineChecker;
   struct Chunk {
     char* base = nullptr;             // memory of the frames
     std::uint32_t frameCount = 0;     // frames mapped: kChunkFrames, or those of one long run

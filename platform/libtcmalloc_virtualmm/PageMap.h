@@ -33,6 +33,7 @@ class PageMap {
   std::uint32_t UsedEnd() const { return m_usedEnd; }
 
  private:
+  friend class EngineChecker;
   struct Group {
     BitRuns<kGroupPages> free;
     std::uint32_t longestRun = kGroupPages;  // no run of free pages is longer

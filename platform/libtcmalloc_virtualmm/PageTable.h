@@ -86,6 +86,7 @@ class PageTable {
   std::uint64_t DamagedReads() const { return m_damaged; }
 
  private:
+  friend class EngineChecker;
   enum class Outcome { kIn, kUnreadable, kDamaged };
 
   struct Leaf {

@@ -84,6 +84,7 @@ class Pager {
   std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
 
  private:
+  friend class EngineChecker;
   enum class Purpose { kNewSpan, kStoredSpan };
   enum class Outcome { kFreed, kNothingToFree, kWriteFailed };
 

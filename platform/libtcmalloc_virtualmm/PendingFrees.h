@@ -72,6 +72,7 @@ class PendingFrees {
   }
 
  private:
+  friend class EngineChecker;
   // An offset turned so that the page comes first: [page 32][byte 16][generation 16].
   static std::uint64_t KeyOf(std::uint64_t offset) { return std::rotl(offset, 16); }
   static std::uint64_t OffsetOf(std::uint64_t key) { return std::rotr(key, 16); }

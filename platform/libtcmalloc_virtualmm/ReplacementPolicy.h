@@ -45,6 +45,7 @@ class ReplacementPolicy {
   static constexpr std::uint32_t kNeverEvicted = 0;
 
  private:
+  friend class EngineChecker;
   struct List {
     std::uint32_t oldest = kNoFrame;
     std::uint32_t newest = kNoFrame;

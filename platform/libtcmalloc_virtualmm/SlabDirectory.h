@@ -68,6 +68,7 @@ class SlabDirectory {
   void OnMoved(std::uint32_t from, std::uint32_t to);
 
  private:
+  friend class EngineChecker;
   void CloseIfOpen(std::uint32_t page);
   [[gnu::noinline]] void NoteVacant(std::uint32_t page, PageEntry& entry);
   bool IsUsable(std::uint8_t sizeClass, std::uint32_t page);

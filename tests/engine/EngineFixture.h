@@ -56,10 +56,19 @@ class EngineFixture : public testing::Test {
     std::vector<tcmalloc::FixedPoolStats> pools;
   };
 
+  /// Every engine of every test has to agree with itself in the end.
+  void TearDown() override { ExpectConsistent(); }
+  void ExpectConsistent() {
+    if (engine != nullptr) {
+      EXPECT_EQ(engine->Check(wasShortOfMemory), "");
+    }
+  }
+
   /// Makes the engine anew, with a budget of `frames` frames of 4 KiB; 0 leaves the number of the
   /// page table's leaves in memory to it.
   void Make(std::uint32_t frames, std::uint32_t pageSize = 4096, bool moveOnUnpin = false,
             std::uint32_t tableLeaves = 0) {
+    ExpectConsistent();
     tcmalloc::EngineOptions options;
     options.budgetBytes = frames * 4096;
     options.minimumFrames = 1;
@@ -188,6 +197,7 @@ class EngineFixture : public testing::Test {
   }
 
   std::unique_ptr<Engine> engine;
+  bool wasShortOfMemory = false;            // whether an allocation of the engine's own failed
   ScriptedPagingFile* file = nullptr;       // the engine's
   ScriptedPagingFile* tableFile = nullptr;  // its page table's
 };

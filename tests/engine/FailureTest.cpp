@@ -429,6 +429,7 @@ TEST_F(FailureTest, AForeignFileIsNeitherReadNorWritten) {
 // Every allocation of the engine's own fails once, then all from there on. Objects may be refused
 // meanwhile; none may be lost.
 TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
+  wasShortOfMemory = true;
   for (const FailingNew::Mode mode : {FailingNew::eOnce, FailingNew::eFromThenOn}) {
     bool failed = true;
     std::size_t nth = 1;
@@ -453,6 +454,9 @@ TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {
             if (GetStats().currentObjects < objects.size()) {
               objects.pop_back();
             }
+          }
+          if (i % 400 == 399) {
+            ExpectConsistent();
           }
           if (i % 5 == 0 && !objects.empty()) {
             ASSERT_NE(Look(objects[i * 17 % objects.size()]), Read::kWrong);

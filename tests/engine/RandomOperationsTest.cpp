@@ -245,6 +245,9 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
       tableFile->writes.Fail(EIO, 1 + Below(4), Below(3));
     }
     ASSERT_NO_FATAL_FAILURE(Step());
+    if (step % 250 == 0) {
+      ASSERT_EQ(engine->Check(), "");
+    }
     if (step % 100 == 0) {
       ASSERT_NO_FATAL_FAILURE(CompareReports());
     }
@@ -258,12 +261,14 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
   }
   ASSERT_NO_FATAL_FAILURE(UnpinAll());
   ASSERT_NO_FATAL_FAILURE(CompareReports());
+  ASSERT_EQ(engine->Check(), "");
   EXPECT_EQ(engine->DamagedReads(), 0U);
   while (!m_live.empty()) {
     ASSERT_EQ(Look(m_live.back()), Read::kIntact) << engine->GetLastError();
     Deallocate(m_live.back());
   }
   ASSERT_NO_FATAL_FAILURE(CompareReports());
+  ASSERT_EQ(engine->Check(), "");
   EXPECT_LE(GetStats().residentBytes, GetStats().budgetBytes);
 }
 
