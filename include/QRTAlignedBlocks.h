@@ -22,7 +22,9 @@ class QRT_EXPORT QRTAlignedBlocks {
   /// @param bytes      usable bytes wanted, 0 and above
   /// @param alignment  a power of two
   /// @return the block, never null, to be given back with `deallocate` and the same alignment
-  /// @throws std::bad_alloc  the allocator has no such block; it stays as usable as it was
+  /// @throws std::bad_alloc  the allocator has no such block; it stays as usable as it was. An
+  /// arena
+  ///                         is trimmed and asked once more before that.
   static void* allocate(QRTMemoryPool& pool, std::size_t bytes, std::size_t alignment);
   static void* allocate(QRTMemoryArena& arena, std::size_t bytes, std::size_t alignment);
   static void* allocate(QRTFixedMemoryPool& pool, std::size_t bytes, std::size_t alignment);

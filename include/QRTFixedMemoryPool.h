@@ -3,15 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <new>
 
-#include "QRTChunkRecord.h"
 #include "QRTCore/QRTExport.h"
 
 class QRTChunkIndex;
-class QRTChunkWindows;
-struct QRTChunkFound;
 
 /// Hands out elements of one size from chunks of 32,760 bytes. With element headers each chunk
 /// keeps its own free list, wholly free chunks can be released or moved to another pool, and
@@ -22,7 +17,8 @@ struct QRTChunkFound;
 class QRT_EXPORT QRTFixedMemoryPool {
  public:
   /// Stands in the 8 bytes in front of every element of a pool with headers, and of every large
-  /// block of a QRTMemoryArena.
+  /// block of a QRTMemoryArena. Programs that AddressSanitizer or Valgrind watches may not read it
+  /// by themselves: these bytes are closed to them. `allocSize` reads it for them.
   struct ElementHeader {
     std::uint32_t m_size;    ///< bytes 0-3: element size as given to the pool's constructor
     std::uint16_t m_offset;  ///< bytes 4-5: bytes from the chunk's start to this header
@@ -46,52 +42,38 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Hands out an element, to be given back with `free`.
   /// @return the element; null when none is free and the pool does not grow by itself
   /// @throws QRTOutOfMemoryError  a further chunk is needed and cannot be had
-  /// @throws QRTAssertError       a damaged header was found; the element is not taken
+  /// @throws QRTAssertError       a damaged header or free list was found; the element is not taken
   /// Cost: constant. With detection on, O(elements).
-  [[gnu::always_inline]] void* alloc() {
-    void* p = nullptr;
-    if (m_path == eOther) {
-      p = m_quickRecord->take();
-    } else if (FreeElement* const first = m_freeList; first != nullptr) {
-      // A pool without headers is no more than this list.
-      m_freeList = first->next;
-      return first;
-    } else {
-      p = takeAhead();
-    }
-    return p != nullptr ? p : allocHere();
-  }
+  void* alloc();
 
   /// Takes an element back; null is ignored.
   /// @param p  an element that `alloc` of this pool handed out
   /// @throws QRTAssertError  with headers: the header is damaged, says that the element is free
   ///                         already, or belongs to another pool; nothing is changed
   /// Cost: constant. With detection on, O(elements).
-  [[gnu::always_inline]] void free(void* p) {
-    if (m_path == eOther) {
-      if (!m_table->guess(p)->put(p)) {
-        freeHere(p);
-      }
-    } else if (p == nullptr) {
-      return;
-    } else if (m_path == eAhead) {
-      putAhead(p);
-    } else {
-      m_freeList = new (p) FreeElement{m_freeList};
-    }
-  }
+  void free(void* p);
+
+  /// Resizes an element as the C runtime's `realloc` does. It stays where it is: all elements are
+  /// equally large.
+  /// @param p     an element of this pool; null asks for a new one
+  /// @param size  bytes wanted; 0 gives the element back
+  /// @return the element; null when it was given back, when none is larger than `size` asks, or,
+  ///         for a new one, where `alloc` gives null. Unless given back, p stays as it was.
+  /// @throws  what `alloc` and `free` throw
+  void* realloc(void* p, unsigned size);
 
   /// Adds a chunk.
   /// @param chunk  a block of at least 32,760 bytes obtained with operator new, such as `reclaim`
-  ///               gives; it becomes the pool's. Null obtains a new one.
-  /// @throws QRTOutOfMemoryError  there is no memory for a new chunk, or none to record a given one
-  ///                              with headers; the pool is unchanged, a given chunk the caller's
+  ///               gives; it becomes the pool's. Null obtains a new one. A given one is all that
+  ///               is needed: nothing is asked of the heap that the pool could not do without.
+  /// @throws QRTOutOfMemoryError  there is no memory for a new chunk; the pool is unchanged
   /// @throws QRTAssertError       the chunk is in the pool already, which changes nothing; or
   ///                              detection found a damaged header, and the chunk is in the pool
   /// Cost: O(elements per chunk).
   void grow(void* chunk);
 
-  /// Takes a wholly free chunk out of a pool with headers, the newest first.
+  /// Takes a wholly free chunk out of a pool with headers, the newest first. A chunk is wholly free
+  /// when no header says that its element is in use and its free list holds all its elements.
   /// @param keep  how many wholly free chunks to pass over; a negative number passes over all
   /// @return the chunk, which is now the caller's, to be given to `grow` of any fixed pool or to
   ///         operator delete; null when there is none
@@ -109,7 +91,7 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// @param chunkBytes        receives 32,760
   /// @param chunkCount        receives the number of chunks
   /// @param elementsPerChunk  receives the elements of one chunk
-  /// @param chunksInUse       receives the chunks with an element handed out; counted only with
+  /// @param chunksInUse       receives the chunks that are not wholly free; counted only with
   ///                          headers and only when chunkCount is asked for, else 0
   /// @throws QRTAssertError  a damaged header was found
   /// Cost: O(chunks), with chunksInUse O(elements).
@@ -141,110 +123,49 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
  private:
   friend class QRTAllocatorView;
+  friend class QRTChunkIndex;
   friend class QRTMemoryArena;
-  friend struct QRTChunkRecord;
 
   struct Chunk;
 
-  // An element of a pool without headers that is free.
-  struct FreeElement {
-    FreeElement* next;
-  };
-
-  // What stands behind that in a large pool.
-  struct Hint {
-    void* ahead;
-  };
-
-  // What alloc and free do at once.
-  enum Path : std::uint8_t {
-    ePlain,  // without headers: take from the list and put on it
-    eAhead,  // the same in a large pool, whose free elements are prefetched
-    eOther   // with headers: take from the chunk of m_quickRecord and put into those of m_table.
-             // There are none while detection is on or a memory checker watches.
-  };
-
-  static constexpr unsigned kHeaderBytes = QRTChunkRecord::kHeaderBytes;
-
-  // The free elements of a pool without headers. Only those of ePlain are where alloc looks first.
-  FreeElement*& freeList() { return m_path == ePlain ? m_freeList : m_otherList; }
-  const FreeElement* freeList() const { return m_path == ePlain ? m_freeList : m_otherList; }
-
-  // In a large pool without headers that was freed in random order, each free element lies on a
-  // cache line of its own, whose address stands on the one before. So each also holds the address
-  // of the element that was freed kAhead frees before it, which alloc prefetches. It is a hint and
-  // nothing else: what is written over it does no harm. Where frees and allocs alternate there is
-  // no need: then the next element is the last one freed when it is handed out, and is not when
-  // another one is freed.
-  static constexpr unsigned kAhead = 8;
-  void putAhead(void* p) {
-    FreeElement* const next = m_otherList;
-    if (next == m_lastFreed) {
-      void*& recent = m_recent[m_noted++ % kAhead];
-      new (static_cast<FreeElement*>(p) + 1) Hint{recent};
-      recent = p;
-    }
-    m_lastFreed = m_otherList = new (p) FreeElement{next};
-  }
-  void* takeAhead() {
-    FreeElement* const first = m_otherList;
-    if (first != nullptr) {
-      if (first != m_lastFreed) {
-        const void* const hint = first + 1;
-        __builtin_prefetch(static_cast<const Hint*>(hint)->ahead, 1);
-      }
-      m_otherList = first->next;
-    }
-    return first;
-  }
-
-  // What is left of alloc and free: other chunks, growth, checks, errors.
-  void* allocHere();
-  void freeHere(void* p);
+  // What alloc and free do when nothing is out of the ordinary.
+  void* takeFree();
   void* allocElsewhere();
-  void* allocSlow();
+  void* takeElsewhere();
+  bool putBack(void* p);
   bool isQuick() const { return m_detectOverWrites == 0 && m_watched == 0; }
-  void choosePath();
-  void setWindows(QRTChunkWindows* windows);
-  void share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace);
 
-  QRTChunkRecord* findFree();
-  bool findElsewhere(QRTChunkFound& found);
-  QRTChunkRecord* recordOf(const void* place) const;
-  QRTChunkRecord* enter(Chunk* chunk) noexcept;
-  void setCurrent(QRTChunkRecord* record);
-  void format(Chunk* chunk, QRTChunkRecord* record);
+  // What is left of them: growth, checks, memory checkers, errors.
+  void* allocSlow();
+  void freeSlow(void* p);
+  char* firstFree(Chunk*& chunk);
   void giveBack(char* area);
-  void testHeader(const ElementHeader* rh) const;
-  bool isWhollyFree(const Chunk* chunk) const;
+  Chunk* chunkOf(const char* area) const;
+
+  bool has(const void* chunk) const;
+  void format(Chunk* chunk);
+  void updateIndex(Chunk* added) noexcept;
+  void trimInto(int maxChunks, unsigned& released);
   Chunk* takeWhollyFree(Chunk*& previous, int& keep);
+  bool isWhollyFree(const Chunk* chunk) const;
+  std::uint64_t countInUse() const;
+  void testHeader(const ElementHeader* rh) const;
   unsigned elementsPerChunk() const;
-  unsigned callerBytes() const { return m_useHeaders != 0 ? m_esize - 8 : m_esize; }
+  unsigned headerBytes() const { return m_useHeaders != 0 ? sizeof(ElementHeader) : 0; }
+  unsigned callerBytes() const { return m_esize - headerBytes(); }
 
   Chunk* m_chunks;                        // all chunks, the newest first; owned
   std::uint32_t m_esize;                  // bytes from slot to slot
   std::uint32_t m_size;                   // element size as given, 8 for 0
-  FreeElement* m_freeList;                // free elements of the whole pool where that is all that
-                                          // alloc and free need to know
+  char* m_freeList;                       // first free element, without headers
   std::uint32_t m_growable : 1;           // whether alloc obtains chunks by itself
   std::uint32_t m_detectOverWrites : 1;   // whether every operation verifies every header
   std::uint32_t m_abortOnOverWrites : 1;  // whether a damaged header ends the process
   std::uint32_t m_watched : 1;            // whether a memory checker observes the process
   int m_useHeaders;                       // whether elements carry headers
-  Chunk* m_current;                       // chunk that alloc tries first, with headers
-  QRTChunkRecord* m_currentRecord;        // that of m_current, or of none
-  QRTChunkRecord* m_quickRecord;          // the same where alloc needs not look further
-  QRTChunkRecord** m_quickPlace;          // where that is kept: here, or in an arena for its bins
-  FreeElement* m_otherList;               // free elements of other pools without headers
-  void* m_recent[kAhead];                 // the last elements freed in a row, by m_noted
-  FreeElement* m_lastFreed;               // the last one of them freed
-  unsigned m_noted;                       // elements that were put into m_recent
-  const QRTChunkTable* m_table;           // that of m_windows where free needs not look further
-  QRTChunkIndex* m_index;                 // the chunks by age, with headers; owned
-  QRTChunkWindows* m_windows;             // the chunks by address; owned unless it is an arena's
-  unsigned m_added;                       // chunks added so far
-  Path m_path;                            // what alloc and free do at once
-  bool m_sharesWindows;                   // whether it is
+  Chunk* m_current;                       // chunk that alloc tries first, with headers; or null
+  QRTChunkIndex* m_index;                 // finds chunks faster than their list; owned; null while
+                                          // there are few or no memory for it can be had
 };
 
 static_assert(sizeof(QRTFixedMemoryPool::ElementHeader) == 8, "one header is one 8-byte word");

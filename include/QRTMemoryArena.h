@@ -1,19 +1,26 @@
 #ifndef QRTMEMORYARENA_H
 #define QRTMEMORYARENA_H
 
+#include <cstdint>
 #include <ostream>
+#include <set>
 #include <vector>
 
 #include "QRTCore/QRTExport.h"
 #include "QRTCore/QRTStd.h"
 #include "QRTFixedMemoryPool.h"
 
-class QRTLargeBlocks;
-
 /// A general allocator for ordinary memory under one byte budget. Requests up to 8 bytes times the
 /// number of bins come from size classes, each a QRTFixedMemoryPool with headers; larger ones come
 /// from the C runtime heap one by one. When the budget is spent, a bin that needs a chunk takes a
 /// wholly free one from another bin, and a large request releases all wholly free chunks.
+///
+/// How many bins: each bin in use keeps at least one chunk of 32 KiB, so a bin that few blocks fall
+/// into costs more than it saves. 32 to 64 bins, sizes up to 256 or 512 bytes, suit most programs;
+/// larger blocks are served well by the heap. docs/allocators.md has figures of a real program.
+///
+/// The budget counts chunks and large blocks with their headers. It does not count what the heap
+/// adds to each of them, the arena's record of large blocks, and the pools of the bins.
 ///
 /// Blocks are aligned to 8 bytes. An arena is used by one thread at a time.
 class QRT_EXPORT QRTMemoryArena {
@@ -37,32 +44,43 @@ class QRT_EXPORT QRTMemoryArena {
   /// @param size  bytes wanted, above 0
   /// @return the block; null for size 0, when the budget cannot pay it and no bin can give up
   ///         chunks, or when the heap gives nothing for a large block
-  /// @throws QRTOutOfMemoryError  a bin cannot obtain a chunk; the budget is not charged
-  /// @throws QRTAssertError       a damaged header was found
-  /// Cost: constant for a bin that has a free element; for a large block that of the heap's malloc.
-  [[gnu::always_inline]] void* alloc(unsigned size) {
-    // Size 0 wraps to an index beyond every bin.
-    const auto bin = static_cast<unsigned>(size2Index(size));
-    void* p = nullptr;
-    if (bin < static_cast<unsigned>(m_numVarBins)) {
-      p = m_quickRecords[bin]->take();
-    }
-    return p != nullptr ? p : allocHere(size);
-  }
+  /// @throws QRTOutOfMemoryError  a bin cannot obtain a chunk and no other bin can give up one; the
+  ///                              budget is not charged
+  /// @throws QRTAssertError       a damaged header or free list was found
+  /// Cost: constant for a bin that has a free element; for a large block that of the heap's malloc
+  /// and O(log large blocks).
+  void* alloc(unsigned size);
 
   /// Takes a block back.
   /// @param mem  a block that `alloc` of this arena handed out
   /// @throws QRTAssertError  mem is null, its header is damaged, says that it is free already or
   ///                         belongs elsewhere. A large block that is not this arena's is not
   ///                         released, but its size is credited to the budget.
-  /// Cost: constant for a bin element; for a large block that of the heap's free.
-  [[gnu::always_inline]] void free(void* mem) {
-    // The address tells the bin. The header does too, but everything else would have to wait for
-    // it.
-    if (!m_table->guess(mem)->put(mem)) {
-      freeHere(mem);
-    }
-  }
+  ///
+  /// A large block that was freed before is told only while its memory is there: when the C runtime
+  /// has given it back to the system, as it does with blocks of 128 KiB and more, its header cannot
+  /// be read, and the process ends.
+  /// Cost: constant for a bin element; for a large block that of the heap's free and O(log large
+  /// blocks).
+  void free(void* mem);
+
+  /// Resizes a block as the C runtime's `realloc` does. It stays where it is while the size fits
+  /// and is more than half of what it has room for; else a new block is obtained, for which the
+  /// budget must have room beside the old one, and the contents are copied.
+  /// @param mem   a block of this arena; null asks for a new one
+  /// @param size  bytes wanted; 0 gives the block back
+  /// @return the block; null when it was given back or where `alloc` gives null for a block that is
+  ///         to grow. Then, and when an error is raised, mem stays as it was. A block that is to
+  ///         shrink and cannot be moved stays where it is.
+  /// @throws  what `alloc` and `free` throw
+  /// Cost: that of `alloc`, `free` and the copy.
+  void* realloc(void* mem, unsigned size);
+
+  /// Releases every wholly free chunk of every bin to the system, and to the budget.
+  /// @return the bytes released
+  /// @throws QRTAssertError  a damaged header was found; what was released before is credited
+  /// Cost: O(chunks + elements of the free ones).
+  unsigned trim();
 
   /// Raises the budget by `size` bytes or one chunk, whichever is larger, plus 8. It stops at
   /// 2^32 - 1.
@@ -90,7 +108,16 @@ class QRT_EXPORT QRTMemoryArena {
   /// @param remaining  receives the bytes left
   void getPoolStats(unsigned& count, unsigned& used, unsigned& remaining);
 
-  /// Writes the statistics as text. Cost: O(elements).
+  /// Adds up the blocks that are handed out: the element size for blocks of bins, the size asked
+  /// for for large ones.
+  /// @return the bytes; what the budget is charged for, and not in use, is free in the bins
+  /// Cost: O(elements + large blocks).
+  std::uint64_t getBytesHandedOut() const;
+
+  /// Writes the statistics as text, numbers in decimal whatever the stream is set to. A bin's line
+  /// with its size is written before the bin is asked for its figures, so that it is the last one
+  /// when these end in an error. Cost: O(elements).
+  /// @throws QRTAssertError  a damaged header was found
   void dumpStats(std::ostream& os);
 
   /// Verifies the headers of all bins when detection is on. Large blocks are not visited.
@@ -108,17 +135,17 @@ class QRT_EXPORT QRTMemoryArena {
   friend class QRTAllocatorView;
 
   static unsigned index2Size(int bin);
-  static int size2Index(unsigned size) { return static_cast<int>((size - 1) / kBinStep); }
-  static constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
+  static int size2Index(unsigned size);
 
-  // What is left of alloc and free: other chunks, large blocks, checks, errors.
-  void* allocHere(unsigned size);
-  void freeHere(void* mem);
-  [[gnu::noinline]] void* allocFromBin(unsigned bin);
-  [[gnu::noinline]] void* allocLarge(unsigned size);
-  void chooseTable();
+  void* allocElsewhere(unsigned bin);
+  void* allocFromBin(unsigned bin);
+  void* allocFromOtherBin(QRTFixedMemoryPool* pool);
+  void* allocLarge(unsigned size);
+  void freeSlow(void* mem);
   void freeLarge(void* mem, unsigned size);
+  unsigned roomOf(void* mem) const;
   bool makeRoom(std::uint64_t total);
+  unsigned trimBin(QRTFixedMemoryPool* pool);
   void release() noexcept;
 
   int m_numVarBins;                             // number of bins
@@ -131,12 +158,8 @@ class QRT_EXPORT QRTMemoryArena {
   unsigned m_minNonBin;                         // smallest large block so far, with its header
   unsigned m_maxNonBin;                         // largest large block so far, with its header
   QRTStd::vector<QRTFixedMemoryPool*> m_pools;  // one pool per bin; owned
-  QRTLargeBlocks* m_nonBinBlocks;               // headers of the large blocks handed out; owned
+  QRTStd::set<void*>* m_nonBinBlocks;           // headers of the large blocks handed out; owned
   int m_watched;                                // whether a memory checker observes the process
-  QRTChunkWindows* m_windows;                   // the chunks of all bins by address; owned
-  QRTChunkRecord** m_quickRecords;  // each bin's current chunk where alloc needs not look
-                                    // further; owned
-  const QRTChunkTable* m_table;     // the same of m_windows for free
 };
 
 #endif  // QRTMEMORYARENA_H

@@ -1,67 +1,138 @@
 #include "QRTChunkIndex.h"
 
 #include <algorithm>
-#include <new>
+#include <bit>
+#include <cstdlib>
 
-QRTChunkIndex::~QRTChunkIndex() {
-  for (QRTChunkRecord* record : m_records) {
-    QRTChunkRecord::release(record);
+QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
+  constexpr std::size_t kSpare = 8;  // places at least, so that few chunks do not remake it often
+  std::size_t count = 0;
+  for (const Chunk* chunk = list; chunk != nullptr; chunk = chunk->next()) {
+    ++count;
   }
+  if (count < fewest) {
+    return nullptr;
+  }
+  const std::size_t capacity = count + std::max(count / 2, kSpare);
+  const std::size_t slots = std::bit_ceil(2 * capacity);  // half of them stay empty
+  const std::size_t words = capacity / kBits + 1;
+  const std::size_t summaryWords = words / kBits + 1;
+  void* const memory =
+      std::malloc(sizeof(QRTChunkIndex) + capacity * sizeof(Chunk*) +
+                  (words + summaryWords) * sizeof(std::size_t) + slots * sizeof(std::uint32_t));
+  if (memory == nullptr) {
+    return nullptr;
+  }
+  auto* const index = static_cast<QRTChunkIndex*>(memory);
+  index->m_capacity = capacity;
+  index->m_mask = slots - 1;
+  index->m_summaryWords = summaryWords;
+  index->m_places = reinterpret_cast<Chunk**>(index + 1);
+  index->m_has = reinterpret_cast<std::size_t*>(index->m_places + capacity);
+  index->m_summary = index->m_has + words;
+  index->m_table = reinterpret_cast<std::uint32_t*>(index->m_summary + summaryWords);
+  std::fill_n(index->m_places, capacity, nullptr);
+  std::fill_n(index->m_has, words + summaryWords, 0);
+  std::fill_n(index->m_table, slots, static_cast<std::uint32_t>(capacity));
+  index->m_first = capacity - count;
+  index->m_newest = capacity;
+  index->m_lone = capacity;
+  std::size_t place = index->m_first;
+  for (Chunk* chunk = list; chunk != nullptr; chunk = chunk->next()) {
+    index->enter(chunk, place++);
+  }
+  return index;
 }
 
-bool QRTChunkIndex::add(QRTChunkRecord* record) noexcept {
-  // Ages of removed chunks are won back when they are the majority.
-  if (m_records.size() == m_records.capacity() && m_live < m_records.size() / 2) {
-    m_records.erase(std::remove(m_records.begin(), m_records.end(), nullptr), m_records.end());
-    placeAll();
-  }
-  const std::size_t age = m_records.size();
-  try {
-    m_records.push_back(nullptr);
-    if (m_has.size() * kBits <= age) {
-      m_has.resize(age / kBits + 1);
-      m_summary.resize(age / kBits / kBits + 1);
-      placeAll();  // the words may have moved
-    }
-  } catch (const std::bad_alloc&) {
-    m_records.resize(age);
-    placeAll();
+void QRTChunkIndex::release(QRTChunkIndex* index) noexcept {
+  std::free(index);
+}
+
+bool QRTChunkIndex::add(Chunk* chunk) noexcept {
+  if (m_first == 0) {
     return false;
   }
-  m_records[age] = record;
-  place(record, age);
-  m_top = static_cast<unsigned>(m_summary.size()) - 1;
-  ++m_live;
+  noteBehind(m_lone);
+  enter(chunk, --m_first);
   return true;
 }
 
-void QRTChunkIndex::remove(QRTChunkRecord* record) noexcept {
-  record->noteFull();
-  m_records[record->age] = nullptr;
-  --m_live;
-  QRTChunkRecord::release(record);
-}
-
-/// Tells a chunk its age and its bits, and sets them.
-void QRTChunkIndex::place(QRTChunkRecord* record, std::size_t age) noexcept {
-  const std::size_t word = age / kBits;
-  record->age = static_cast<unsigned>(age);
-  record->has = &m_has[word];
-  record->hasBit = std::size_t{1} << bitOf(age);
-  record->summary = &m_summary[word / kBits];
-  record->summaryBit = std::size_t{1} << bitOf(word);
-  if (record->head() != 0) {
-    record->noteFree();
+/// Enters a chunk at an empty place.
+void QRTChunkIndex::enter(Chunk* chunk, std::size_t place) noexcept {
+  std::size_t slot = slotOf(chunk);
+  while (m_table[slot] != m_capacity) {
+    slot = (slot + stepOf(chunk)) & m_mask;
+  }
+  m_table[slot] = static_cast<std::uint32_t>(place);
+  m_places[place] = chunk;
+  if (chunk->head() != 0) {
+    setBit(place);
   }
 }
 
-/// The same for all, when ages or words have changed.
-void QRTChunkIndex::placeAll() noexcept {
-  std::fill(m_has.begin(), m_has.end(), 0);
-  std::fill(m_summary.begin(), m_summary.end(), 0);
-  for (std::size_t age = 0; age < m_records.size(); ++age) {
-    if (m_records[age] != nullptr) {
-      place(m_records[age], age);
+void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
+  const std::size_t place = placeOf(chunk);
+  noteFull(place);
+  m_places[place] = nullptr;
+}
+
+/// Does what findNewest does where no chunk is the lone one.
+QRTChunkIndex::Found QRTChunkIndex::findByBits() noexcept {
+  for (std::size_t top = m_newest / kBits / kBits; top < m_summaryWords; ++top) {
+    while (m_summary[top] != 0) {
+      const std::size_t word = top * kBits + lowestIn(m_summary[top]);
+      const std::size_t place = word * kBits + lowestIn(m_has[word]);
+      if (m_places[place]->head() != 0) {
+        m_newest = place;
+        return {m_places[place], place};
+      }
+      clearBit(place);
     }
   }
+  m_newest = m_capacity;
+  return {nullptr, m_capacity};
+}
+
+/// Gives its bit to the lone chunk, and to another one that got a free element.
+void QRTChunkIndex::noteBehind(std::size_t place) noexcept {
+  for (const std::size_t noted : {m_lone, place}) {
+    if (noted != m_capacity) {
+      setBit(noted);
+    }
+  }
+  m_lone = m_capacity;
+}
+
+void QRTChunkIndex::setBit(std::size_t place) noexcept {
+  m_has[place / kBits] |= bitOf(place);
+  m_summary[place / kBits / kBits] |= bitOf(place / kBits);
+  m_newest = std::min(m_newest, place);
+}
+
+/// There is no branch: whether another chunk of the same word has a free element is anybody's guess
+/// where they are freed at random.
+void QRTChunkIndex::clearBit(std::size_t place) noexcept {
+  const std::size_t word = place / kBits;
+  const std::size_t others = m_has[word] & ~bitOf(place);
+  m_has[word] = others;
+  m_summary[word / kBits] &= ~(std::size_t{others == 0} << word % kBits);
+}
+
+/// Looks for a chunk behind the slot where its search begins.
+std::size_t QRTChunkIndex::placeBehind(const void* chunk, std::size_t slot) const noexcept {
+  std::size_t place = m_table[slot];
+  while (place != m_capacity && m_places[place] != chunk) {
+    slot = (slot + stepOf(chunk)) & m_mask;
+    place = m_table[slot];
+  }
+  return place;
+}
+
+/// How far it is to the next slot that is looked at. Chunks side by side in memory are so in the
+/// table; where two regions of memory meet there, steps of one would lead through all of the other.
+/// Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio. The step is odd, so that
+/// it leads to every slot.
+std::size_t QRTChunkIndex::stepOf(const void* chunk) noexcept {
+  const std::uint64_t address = reinterpret_cast<std::uintptr_t>(chunk);
+  return static_cast<std::size_t>(address * 0x9E3779B97F4A7C15U >> 40) | 1;
 }

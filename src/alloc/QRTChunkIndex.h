@@ -2,84 +2,131 @@
 #define QRTCHUNKINDEX_H
 
 #include <cstddef>
-#include <vector>
+#include <cstdint>
 
-#include "QRTChunkRecord.h"
+#include "QRTFixedMemoryPoolChunk.h"
 
-/// A chunk with a free element, and the words of the QRTChunkIndex that say so.
-struct QRTChunkFound {
-  QRTChunkRecord* record;
-  std::size_t* has;
-  std::size_t* summary;
-};
-
-/// The chunks of a pool by age, and the newest one with a free element, without touching any.
+/// The chunks of one pool in the order of its list, the newest first, with a bit for each that has
+/// a free element: so the first of these is found without going through the list, whose links are a
+/// cache miss each. All that it says can be read from the list as well, so a pool that has no
+/// memory for an index goes on without one, slower and otherwise the same.
 ///
-/// A pool hands out from the first chunk of its list, newest first, that has a free element. In a
-/// large pool each look at a chunk is a cache miss, all the more as the links of the list lie 32
-/// KiB apart and compete for the same few cache sets. The index numbers the chunks by age and keeps
-/// a bit for each that has a free element. Nothing here depends on which chunks these are by a
-/// branch: that is anybody's guess, and a wrong one waits for the address of what was freed.
+/// It is touched when a chunk without free elements gets one, when the current chunk has none left,
+/// and when chunks come and go. It is one block of memory of the C runtime: 24 to 36 bytes a chunk
+/// when it is made, which happens again when a third of the chunks is new.
+///
+///     places   chunks, filled from the last place to the first: the order of the list; null where
+///              one was removed
+///     has      a bit for every place whose chunk has a free element. A bit may be set for a chunk
+///              that has none any more, never the other way round.
+///     summary  a bit for every word of `has` that is not zero
+///     table    the place of a chunk by its address
 class QRTChunkIndex {
  public:
-  QRTChunkIndex() = default;
-  ~QRTChunkIndex();
-  QRTChunkIndex(const QRTChunkIndex&) = delete;
-  QRTChunkIndex& operator=(const QRTChunkIndex&) = delete;
+  using Chunk = QRTFixedMemoryPool::Chunk;
 
-  /// Adds a chunk as the newest one; its record is the index's from then on.
-  /// @return false when memory cannot be had; the record is still the caller's
-  bool add(QRTChunkRecord* record) noexcept;
+  /// A chunk and its place.
+  struct Found {
+    Chunk* chunk;
+    std::size_t place;
+  };
 
-  /// Takes a chunk out and releases its record.
-  void remove(QRTChunkRecord* record) noexcept;
+  /// Makes an index of the chunks on a list, with room for half as many again.
+  /// @param fewest  with less chunks than this there is none
+  /// @return the index, to be given to `release`; null also when memory cannot be had
+  static QRTChunkIndex* make(Chunk* list, std::size_t fewest) noexcept;
+  static void release(QRTChunkIndex* index) noexcept;
 
-  /// Finds the newest chunk with a free element; only for an index that has had chunks.
-  /// @return false when there is none
-  /// Cost: constant up to 4,096 chunks (1,024 where a word has 32 bits), then one more step for
-  /// each as many newer ones that are full.
-  [[gnu::always_inline]] bool findNewest(QRTChunkFound& found) noexcept {
-    std::size_t top = m_top;
-    while (m_summary[top] == 0) {
-      if (top-- == 0) {
-        return false;
-      }
+  /// Adds a chunk as the newest one, with free elements.
+  /// @return false when there is no room left
+  bool add(Chunk* chunk) noexcept;
+
+  /// Takes a chunk out.
+  void remove(const Chunk* chunk) noexcept;
+
+  /// Whether a chunk is here.
+  bool has(const void* chunk) const noexcept { return placeOf(chunk) != m_capacity; }
+
+  /// Notes that a chunk has a free element now. A chunk that is not here, to which a damaged header
+  /// may lead, is ignored.
+  void noteFree(const Chunk* chunk) noexcept {
+    const std::size_t place = placeOf(chunk);
+    if (place < m_newest && m_lone == m_capacity) {
+      m_lone = place;
+    } else {
+      noteBehind(place);
     }
-    const std::size_t word = top * kBits + newestIn(m_summary[top]);
-    found = {m_records[word * kBits + newestIn(m_has[word])], &m_has[word], &m_summary[top]};
-    return true;
   }
 
-  /// Does what QRTChunkRecord::noteFull does for the chunk that was found last. Its bits are the
-  /// lowest ones of their words, so the next search needs not wait for the record.
-  [[gnu::always_inline]] static void noteFull(const QRTChunkFound& found) noexcept {
-    const std::size_t others = *found.has & (*found.has - 1);
-    const std::size_t words = *found.summary;
-    *found.has = others;
-    *found.summary = others != 0 ? words : words & (words - 1);
+  /// Notes that the chunk that was found last has no free element any more.
+  void noteFull(std::size_t place) noexcept {
+    if (place == m_lone) {
+      m_lone = m_capacity;
+    } else {
+      clearBit(place);
+    }
+  }
+
+  /// Finds the newest chunk with a free element.
+  /// @return a null chunk when there is none
+  /// Cost: constant up to 4,096 chunks (1,024 where a word has 32 bits), then one more step for
+  /// each as many newer ones that are full.
+  Found findNewest() noexcept {
+    if (m_lone != m_capacity) {
+      Chunk* const chunk = m_places[m_lone];
+      if (chunk->head() != 0) {
+        return {chunk, m_lone};
+      }
+      m_lone = m_capacity;
+    }
+    return findByBits();
   }
 
  private:
   static constexpr std::size_t kBits = sizeof(std::size_t) * 8;
+  static constexpr unsigned kChunkBits = 15;  // addresses that differ in higher bits lie in chunks
+                                              // of their own, mostly
 
-  // Newer chunks have lower bits in a word: processors find the lowest bit at once.
-  static unsigned bitOf(std::size_t age) { return kBits - 1 - age % kBits; }
-  static std::size_t newestIn(std::size_t word) {
+  static std::size_t bitOf(std::size_t i) { return std::size_t{1} << i % kBits; }
+  static unsigned lowestIn(std::size_t word) {
     if constexpr (sizeof word == sizeof(unsigned long long)) {
-      return (kBits - 1) ^ static_cast<unsigned>(__builtin_ctzll(word));
+      return static_cast<unsigned>(__builtin_ctzll(word));
     } else {
-      return (kBits - 1) ^ static_cast<unsigned>(__builtin_ctz(word));
+      return static_cast<unsigned>(__builtin_ctz(word));
     }
   }
 
-  void place(QRTChunkRecord* record, std::size_t age) noexcept;
-  void placeAll() noexcept;
+  /// The slot of the table where the search for a chunk begins.
+  std::size_t slotOf(const void* chunk) const noexcept {
+    return reinterpret_cast<std::uintptr_t>(chunk) >> kChunkBits & m_mask;
+  }
 
-  std::vector<QRTChunkRecord*> m_records;  // by age, null where one was removed; owned
-  std::vector<std::size_t> m_has;          // one bit per age: the chunk has a free element
-  std::vector<std::size_t> m_summary;      // one bit per word of m_has that is not zero
-  unsigned m_top = 0;                      // last word of m_summary
-  std::size_t m_live = 0;                  // chunks in the index
+  /// The place of a chunk; m_capacity when it is not here.
+  std::size_t placeOf(const void* chunk) const noexcept {
+    const std::size_t slot = slotOf(chunk);
+    const std::size_t place = m_table[slot];
+    return place != m_capacity && m_places[place] == chunk ? place : placeBehind(chunk, slot);
+  }
+
+  Found findByBits() noexcept;
+  void noteBehind(std::size_t place) noexcept;
+  void setBit(std::size_t place) noexcept;
+  void clearBit(std::size_t place) noexcept;
+  std::size_t placeBehind(const void* chunk, std::size_t slot) const noexcept;
+  void enter(Chunk* chunk, std::size_t place) noexcept;
+  static std::size_t stepOf(const void* chunk) noexcept;
+
+  std::size_t m_capacity;      // places
+  std::size_t m_first;         // the place filled last
+  std::size_t m_newest;        // no newer place than this has a bit
+  std::size_t m_lone;          // a place newer than m_newest whose chunk got a free element and no
+                               // bit, as it is the next to be handed out; m_capacity for none
+  std::size_t m_mask;          // slots of the table less one
+  std::size_t m_summaryWords;  // words of m_summary
+  Chunk** m_places;            // these are in the same block of memory
+  std::size_t* m_has;
+  std::size_t* m_summary;
+  std::uint32_t* m_table;  // the place in each slot; m_capacity for none
 };
 
 #endif  // QRTCHUNKINDEX_H

@@ -6,28 +6,28 @@
 #include <memory>
 #include <new>
 
-#include "QRTChunkIndex.h"
-#include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
-#include "QRTFixedMemoryPoolChunk.h"
+#include "QRTFixedMemoryPoolQuick.h"
 #include "checkers/QRTMemoryChecker.h"
 
 namespace {
 
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 
-constexpr unsigned kElementHeaderBytes = sizeof(ElementHeader);
-constexpr unsigned kLarge = 64;     // chunks, 2 MiB: more than a second-level cache
+constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
+
+/// With so many chunks an index is worth its memory.
+constexpr std::size_t kFewestIndexed = 4;
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
 std::uint32_t strideFor(unsigned size, int useHeaders) {
-  const std::uint64_t bytes = std::uint64_t{size} + (useHeaders != 0 ? kElementHeaderBytes : 0);
+  const std::uint64_t bytes = std::uint64_t{size} + (useHeaders != 0 ? kHeaderBytes : 0);
   return static_cast<std::uint32_t>(std::min((bytes + 7) / 8 * 8, std::uint64_t{0xFFFFFFF8}));
 }
 
 ElementHeader* headerOf(void* area) {
-  return reinterpret_cast<ElementHeader*>(static_cast<char*>(area) - kElementHeaderBytes);
+  return reinterpret_cast<ElementHeader*>(static_cast<char*>(area) - kHeaderBytes);
 }
 
 }  // namespace
@@ -43,24 +43,11 @@ QRTFixedMemoryPool::QRTFixedMemoryPool(unsigned size, int growable, int useHeade
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0),
       m_useHeaders(useHeaders),
       m_current(nullptr),
-      m_currentRecord(&QRTChunkRecord::none),
-      m_quickRecord(&QRTChunkRecord::none),
-      m_quickPlace(&m_quickRecord),
-      m_otherList(nullptr),
-      m_recent{},
-      m_lastFreed(nullptr),
-      m_noted(0),
-      m_table(&QRTChunkTable::none),
-      m_index(nullptr),
-      m_windows(nullptr),
-      m_added(0),
-      m_path(eOther),
-      m_sharesWindows(false) {
-  static_assert(sizeof(Chunk) <= Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
+      m_index(nullptr) {
+  static_assert(sizeof(Chunk) == Chunk::totalSize, "a chunk is 32,760 bytes everywhere");
   QRT_ASSERT_NAMED(m_esize <= Chunk::size, "Specified size for QRTFixedMemoryPool is too large.");
-  choosePath();
   if (m_watched != 0) {
-    QRTMemoryChecker::poolCreated(this, m_useHeaders != 0 ? kHeaderBytes : 0);
+    QRTMemoryChecker::poolCreated(this, headerBytes());
   }
 }
 
@@ -71,49 +58,64 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   while (m_chunks != nullptr) {
     Chunk* const chunk = m_chunks;
-    m_chunks = chunk->next;
+    m_chunks = chunk->next();
     if (m_watched != 0) {
       QRTMemoryChecker::open(chunk, Chunk::totalSize);
     }
     ::operator delete(chunk);
   }
-  if (!m_sharesWindows) {
-    delete m_windows;
-  }
-  delete m_index;
+  QRTChunkIndex::release(m_index);
 }
 
-void* QRTFixedMemoryPool::allocHere() {
-  void* p = nullptr;
-  if (m_useHeaders != 0 && isQuick()) {
-    p = allocElsewhere();
+void* QRTFixedMemoryPool::alloc() {
+  if (m_useHeaders == 0) {
+    char* const p = m_freeList;
+    if (p == nullptr || !isQuick()) {
+      return allocSlow();
+    }
+    m_freeList = qrtLoadLink(p);
+    return p;
   }
+  void* const p = takeFree();
+  return p != nullptr ? p : allocElsewhere();
+}
+
+void QRTFixedMemoryPool::free(void* p) {
+  if (p == nullptr || !isQuick()) {
+    freeSlow(p);
+  } else if (m_useHeaders == 0) {
+    qrtStoreLink(static_cast<char*>(p), m_freeList);
+    m_freeList = static_cast<char*>(p);
+  } else if (!putBack(p)) {
+    freeSlow(p);
+  }
+}
+
+/// alloc when the current chunk has no element to give. Set apart so that alloc has no frame.
+[[gnu::noinline]] void* QRTFixedMemoryPool::allocElsewhere() {
+  void* const p = takeElsewhere();
   return p != nullptr ? p : allocSlow();
 }
 
-/// Settles what alloc and free may do, when something it depends on has changed.
-void QRTFixedMemoryPool::choosePath() {
-  if (m_useHeaders == 0 && m_watched == 0) {
-    FreeElement* const list = freeList();
-    freeList() = nullptr;
-    // A hint stands behind the link.
-    m_path = m_esize >= 2 * sizeof(void*) && m_added >= kLarge ? eAhead : ePlain;
-    freeList() = list;
+/// Takes an element of the newest chunk that has one, which becomes current if it has more.
+/// @return null when there is none, when the index is not there to find it, or when something has
+///         to be looked at on the way
+void* QRTFixedMemoryPool::takeElsewhere() {
+  if (m_index == nullptr || !isQuick() || (m_current != nullptr && m_current->head() != 0)) {
+    return nullptr;
   }
-  *m_quickPlace = isQuick() ? m_currentRecord : &QRTChunkRecord::none;
-  m_table = isQuick() && m_windows != nullptr ? m_windows : &QRTChunkTable::none;
-}
-
-void QRTFixedMemoryPool::setWindows(QRTChunkWindows* windows) {
-  m_windows = windows;
-  choosePath();
-}
-
-/// Makes this a bin of an arena, which keeps what its own alloc and free need.
-void QRTFixedMemoryPool::share(QRTChunkWindows* windows, QRTChunkRecord** quickPlace) {
-  m_sharesWindows = true;
-  m_quickPlace = quickPlace;
-  setWindows(windows);
+  m_current = nullptr;
+  const QRTChunkIndex::Found found = m_index->findNewest();
+  void* const p = found.chunk != nullptr ? found.chunk->take() : nullptr;
+  if (p == nullptr) {
+    return nullptr;
+  }
+  if (found.chunk->head() != 0) {
+    m_current = found.chunk;
+  } else {
+    m_index->noteFull(found.place);
+  }
+  return p;
 }
 
 /// The long way of alloc:
@@ -128,18 +130,11 @@ void* QRTFixedMemoryPool::allocSlow() {
     checkForMemoryOverWrite();
   }
   // Step 2
-  QRTChunkRecord* record = nullptr;
-  const auto next = [&]() -> char* {
-    if (m_useHeaders == 0) {
-      return reinterpret_cast<char*>(freeList());
-    }
-    record = findFree();
-    return record != nullptr ? record->start + record->head() : nullptr;
-  };
-  char* area = next();
+  Chunk* chunk = nullptr;
+  char* area = firstFree(chunk);
   if (area == nullptr && m_growable != 0) {
     grow(nullptr);
-    area = next();
+    area = firstFree(chunk);
   }
   if (area == nullptr) {
     return nullptr;
@@ -150,15 +145,19 @@ void* QRTFixedMemoryPool::allocSlow() {
   }
   // Step 4
   if (m_useHeaders == 0) {
-    freeList() = freeList()->next;
+    m_freeList = qrtLoadLink(area);
   } else {
-    // A size or an offset that is not right is damage that is let pass here.
-    testHeader(headerOf(area));
-    --record->top;
-    record->writeHead(record->head());
-    headerOf(area)->m_inUse = 1;
-    if (record->head() == 0) {
-      record->noteFull();
+    QRT_ASSERT_NAMED(Chunk::isArea(chunk->head()) && Chunk::offsetAt(chunk->head()) % m_esize == 0,
+                     "QRTFixedMemoryPool::alloc: the free list leads to where no element is.");
+    const ElementHeader* rh = headerOf(area);
+    testHeader(rh);
+    QRT_ASSERT_NAMED(rh->m_inUse != 1,
+                     "QRTFixedMemoryPool::alloc: the free list leads to an element in use.");
+    // A size or an offset that is not right is damage that is let pass.
+    Chunk::setMark(area, Chunk::kUsedMark | Chunk::offsetAt(chunk->head()));
+    chunk->advance(area);
+    if (chunk->head() != 0) {
+      m_current = chunk;
     }
   }
   if (m_watched != 0) {
@@ -167,29 +166,30 @@ void* QRTFixedMemoryPool::allocSlow() {
   return area;
 }
 
-/// Finds the chunk whose next free element is handed out next. This settles the current chunk: when
-/// it has no free element, the newest chunk that has one takes its place, unless that one has no
-/// more than one.
-/// @return null when no chunk has a free element
-inline QRTChunkRecord* QRTFixedMemoryPool::findFree() {
-  if (m_currentRecord->head() != 0) {
-    return m_currentRecord;
+/// Finds the element that is handed out next.
+/// @param chunk  receives its chunk, with headers
+/// @return null when none is free
+char* QRTFixedMemoryPool::firstFree(Chunk*& chunk) {
+  if (m_useHeaders == 0) {
+    return m_freeList;
   }
-  QRTChunkFound found;
-  if (!findElsewhere(found)) {
-    return nullptr;
+  chunk = m_current;
+  if (chunk == nullptr || chunk->head() == 0) {
+    m_current = nullptr;
+    if (m_index != nullptr) {
+      chunk = m_index->findNewest().chunk;
+    } else {
+      chunk = m_chunks;
+      while (chunk != nullptr && chunk->head() == 0) {
+        chunk = chunk->next();
+      }
+    }
   }
-  if (!found.record->hasOne()) {
-    setCurrent(found.record);
-  }
-  return found.record;
+  return chunk != nullptr ? chunk->data + chunk->head() : nullptr;
 }
 
-void QRTFixedMemoryPool::freeHere(void* p) {
-  // A window whose place was taken stands at another one.
-  if (m_table == m_windows && m_windows->find(p)->put(p)) {
-    return;
-  }
+/// The long way of free.
+void QRTFixedMemoryPool::freeSlow(void* p) {
   if (m_detectOverWrites != 0) {
     checkForMemoryOverWrite();
   }
@@ -197,64 +197,94 @@ void QRTFixedMemoryPool::freeHere(void* p) {
     return;
   }
   char* const area = static_cast<char*>(p);
-  if (m_useHeaders != 0) {
-    giveBack(area);
-  } else {
+  {
     const QRTMemoryChecker::Pass pass(m_watched != 0);
-    freeList() = new (p) FreeElement{freeList()};
+    if (m_useHeaders != 0) {
+      giveBack(area);
+    } else {
+      qrtStoreLink(area, m_freeList);
+      m_freeList = area;
+    }
   }
   if (m_watched != 0) {
     QRTMemoryChecker::givenBack(this, area, callerBytes());
   }
 }
 
-/// Puts an element with a header on its chunk's list, if it is one of this pool that is handed out.
-/// A size or an offset in the header that is not right is damage that is let pass here.
+/// Puts an element on its chunk's list, if it is one of this pool that is handed out. A size or an
+/// offset in the header that is not right is damage that is let pass.
 void QRTFixedMemoryPool::giveBack(char* area) {
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
-  QRTChunkRecord* const record = recordOf(area - kHeaderBytes);
-  QRT_ASSERT_NAMED(record->pool == this,
-                   "QRTFixedMemoryPool::free: the element belongs to another pool.");
-  char* const start = record->start;
-  const auto distance = static_cast<unsigned>(area - start);
-  QRT_ASSERT_NAMED((distance - kHeaderBytes) % m_esize == 0,
-                   "QRTFixedMemoryPool::free: the address is not an element's.");
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
-  QRT_ASSERT_NAMED(rh->m_inUse != 0 && !record->hasAll(),
-                   "QRTFixedMemoryPool::free: the element is free already.");
-  qrtStoreLink(area, record->head() != 0 ? start + record->head() : nullptr);
-  *++record->top = static_cast<std::uint16_t>(distance);
-  record->writeHead(distance);
-  headerOf(area)->m_inUse = 0;
-  record->noteFree();
+  QRT_ASSERT_NAMED(rh->m_inUse != 0, "QRTFixedMemoryPool::free: the element is free already.");
+  Chunk* const chunk = chunkOf(area);
+  QRT_ASSERT_NAMED(chunk != nullptr,
+                   "QRTFixedMemoryPool::free: the element belongs to another pool.");
+  const auto distance = static_cast<unsigned>(chunk->distanceOf(area));
+  QRT_ASSERT_NAMED((distance - kHeaderBytes) % m_esize == 0,
+                   "QRTFixedMemoryPool::free: the address is not an element's.");
+  if (chunk->put(area, distance) && m_index != nullptr) {
+    m_index->noteFree(chunk);
+  }
+}
+
+/// The chunk that an element with a header belongs to, null for a foreign one. A header that looks
+/// right is believed, but not with detection on: then the chunks are searched.
+QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::chunkOf(const char* area) const {
+  ElementHeader header;
+  std::memcpy(&header, area - kHeaderBytes, kHeaderBytes);
+  if (m_detectOverWrites == 0 && header.m_size == m_size && header.m_inUse == 1) {
+    const char* const start = area - kHeaderBytes - header.m_offset;
+    if (has(start)) {
+      return reinterpret_cast<Chunk*>(const_cast<char*>(start));
+    }
+  }
+  Chunk* chunk = m_chunks;
+  while (chunk != nullptr && chunk->distanceOf(area - kHeaderBytes) >= Chunk::size) {
+    chunk = chunk->next();
+  }
+  return chunk;
+}
+
+void* QRTFixedMemoryPool::realloc(void* p, unsigned size) {
+  if (p != nullptr && size == 0) {
+    free(p);
+    return nullptr;
+  }
+  if (p != nullptr && m_useHeaders != 0) {
+    if (m_detectOverWrites != 0) {
+      checkForMemoryOverWrite();
+    }
+    const QRTMemoryChecker::Pass pass(m_watched != 0);
+    const ElementHeader* rh = headerOf(p);
+    testHeader(rh);
+    QRT_ASSERT_NAMED(rh->m_inUse != 0, "QRTFixedMemoryPool::realloc: the element is free.");
+    QRT_ASSERT_NAMED(chunkOf(static_cast<char*>(p)) != nullptr,
+                     "QRTFixedMemoryPool::realloc: the element belongs to another pool.");
+  }
+  if (size > callerBytes()) {
+    return nullptr;
+  }
+  return p != nullptr ? p : alloc();
 }
 
 void QRTFixedMemoryPool::grow(void* chunk) {
   std::unique_ptr<void, void (*)(void*)> obtained(nullptr, ::operator delete);
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
   if (chunk == nullptr) {
     obtained.reset(QRT_GUARD_ALLOC(::operator new(Chunk::totalSize)));
     chunk = obtained.get();
+  } else {
+    QRT_ASSERT_NAMED(!has(chunk), "QRTFixedMemoryPool::grow: the chunk is in the pool already.");
   }
-  const QRTMemoryChecker::Pass pass(m_watched != 0);
-  Chunk* const added = static_cast<Chunk*>(chunk);
-  QRTChunkRecord* record = nullptr;
-  // Without headers nothing needs a record, but under a memory checker: it holds the chunk's
-  // address where a leak check looks, which passes over the closed trailers.
-  if (m_useHeaders != 0 || m_watched != 0) {
-    QRT_ASSERT_NAMED(recordOf(added) == &QRTChunkRecord::none,
-                     "QRTFixedMemoryPool::grow: the chunk is in the pool already.");
-    record = QRT_GUARD_ALLOC(enter(added));
-  }
+  QRT_ASSERT_NAMED(Chunk::Trailer::canHold(chunk),
+                   "QRTFixedMemoryPool::grow: the chunk's address has more than 48 bits.");
   static_cast<void>(obtained.release());
-  added->next = m_chunks;
+  Chunk* const added = static_cast<Chunk*>(chunk);
+  added->setNext(m_chunks);
   m_chunks = added;
-  ++m_added;
-  choosePath();
-  format(added, record);
-  if (m_useHeaders != 0) {
-    setCurrent(record);
-  }
+  format(added);
+  updateIndex(added);
   if (m_watched != 0) {
     QRTMemoryChecker::close(added, Chunk::totalSize);
   }
@@ -263,57 +293,184 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   }
 }
 
-/// Makes the record of a chunk and enters it everywhere.
-/// @return null, with nothing changed, when memory cannot be had
-QRTChunkRecord* QRTFixedMemoryPool::enter(Chunk* chunk) noexcept {
-  if (m_index == nullptr) {
-    m_index = new (std::nothrow) QRTChunkIndex;
+/// Whether a chunk is in the pool.
+bool QRTFixedMemoryPool::has(const void* chunk) const {
+  if (m_index != nullptr) {
+    return m_index->has(chunk);
   }
-  if (m_windows == nullptr) {
-    setWindows(new (std::nothrow) QRTChunkWindows);
+  const Chunk* at = m_chunks;
+  while (at != nullptr && at != chunk) {
+    at = at->next();
   }
-  if (m_index == nullptr || m_windows == nullptr) {
-    return nullptr;
-  }
-  QRTChunkRecord* const record = QRTChunkRecord::make(this, chunk, elementsPerChunk());
-  if (record == nullptr || !m_index->add(record)) {
-    QRTChunkRecord::release(record);
-    return nullptr;
-  }
-  if (!m_windows->add(record)) {
-    m_index->remove(record);
-    return nullptr;
-  }
-  return record;
+  return at != nullptr;
 }
 
-/// Makes every slot a free element, so that a fresh chunk hands them out in ascending order.
-/// Without headers the elements that were free before come behind those of the chunk.
-void QRTFixedMemoryPool::format(Chunk* chunk, QRTChunkRecord* record) {
-  const unsigned headerBytes = m_useHeaders != 0 ? kHeaderBytes : 0;
+/// Makes every slot of a new chunk a free element, so that it hands them out in ascending order,
+/// and makes it current. Without headers the elements that were free before come behind those.
+void QRTFixedMemoryPool::format(Chunk* chunk) {
   const unsigned count = elementsPerChunk();
-  char* area = chunk->data + headerBytes;
-  char* const first = area;
+  const unsigned first = headerBytes();
+  char* area = chunk->data + first;
   for (unsigned slot = 0; slot < count; ++slot, area += m_esize) {
     if (m_useHeaders != 0) {
-      const auto distance = static_cast<unsigned>(area - chunk->data);
-      const std::uint32_t header[2] = {m_size, QRTChunkRecord::freeMark(distance)};
-      std::memcpy(area - kHeaderBytes, header, sizeof header);
-      record->stack()[count - slot] = static_cast<std::uint16_t>(distance);
+      const ElementHeader header{m_size, static_cast<std::uint16_t>(slot * m_esize), 0, 0x0E};
+      std::memcpy(area - kHeaderBytes, &header, kHeaderBytes);
     }
     qrtStoreLink(area, area + m_esize);
   }
-  char* const last = area - m_esize;
+  qrtStoreLink(area - m_esize, m_freeList);
+  chunk->setHead(first);
   if (m_useHeaders != 0) {
-    qrtStoreLink(last, nullptr);
-    record->top = record->last;
-    record->noteFree();
-    record->writeHead(record->head());
+    m_current = chunk;
   } else {
-    new (last) FreeElement{freeList()};
-    QRTChunkRecord::writeHead(chunk->data, 0);
-    freeList() = reinterpret_cast<FreeElement*>(first);
+    m_freeList = chunk->data;
   }
+}
+
+/// Enters a chunk into the index, for which a larger one may have to be made. When a memory checker
+/// watches there is one from the first chunk on: a leak check looks for the chunks' addresses
+/// there, it passes over the closed trailers.
+void QRTFixedMemoryPool::updateIndex(Chunk* added) noexcept {
+  if (m_index == nullptr || !m_index->add(added)) {
+    QRTChunkIndex::release(m_index);
+    m_index = QRTChunkIndex::make(m_chunks, m_watched != 0 ? 1 : kFewestIndexed);
+  }
+}
+
+void* QRTFixedMemoryPool::reclaim(int keep) {
+  if (m_detectOverWrites != 0) {
+    checkForMemoryOverWrite();
+  }
+  Chunk* previous = nullptr;
+  return takeWhollyFree(previous, keep);
+}
+
+unsigned QRTFixedMemoryPool::trim(int maxChunks) {
+  unsigned released = 0;
+  trimInto(maxChunks, released);
+  return released;
+}
+
+/// Does what trim does.
+/// @param released  receives the bytes released, also when an error ends it early
+void QRTFixedMemoryPool::trimInto(int maxChunks, unsigned& released) {
+  // Each chunk is searched for where the last one was: chunks before that are in use.
+  Chunk* previous = nullptr;
+  for (int count = 0; m_useHeaders != 0 && (maxChunks == 0 || count < maxChunks); ++count) {
+    if (m_detectOverWrites != 0) {
+      checkForMemoryOverWrite();
+    }
+    int keep = 0;
+    Chunk* const chunk = takeWhollyFree(previous, keep);
+    if (chunk == nullptr) {
+      break;
+    }
+    ::operator delete(chunk);
+    released += Chunk::totalSize;
+  }
+}
+
+/// Takes the first wholly free chunk out of the pool that stands behind `previous` on the list.
+/// @param previous  null for the head of the list; receives the chunk in front of the one taken
+/// @param keep      how many to pass over; counted down
+QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, int& keep) {
+  if (m_useHeaders == 0) {
+    return nullptr;
+  }
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  Chunk* chunk = previous != nullptr ? previous->next() : m_chunks;
+  for (; chunk != nullptr; previous = chunk, chunk = chunk->next()) {
+    if (!isWhollyFree(chunk)) {
+      continue;
+    }
+    if (keep != 0) {
+      // A negative count never comes to 0.
+      keep -= keep > 0 ? 1 : 0;
+      continue;
+    }
+    if (previous != nullptr) {
+      previous->setNext(chunk->next());
+    } else {
+      m_chunks = chunk->next();
+    }
+    m_current = m_current != chunk ? m_current : nullptr;
+    if (m_index != nullptr) {
+      m_index->remove(chunk);
+    }
+    if (m_watched != 0) {
+      QRTMemoryChecker::open(chunk, Chunk::totalSize);
+    }
+    return chunk;
+  }
+  return nullptr;
+}
+
+/// Whether no element of a chunk is handed out. Tests the headers that it visits; the first element
+/// in use ends the visit. A header alone is not believed, as zeros that were written past the end
+/// of an element say that the next one is free: the free list has to hold all elements, too.
+bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
+  if (chunk->head() == 0) {
+    return false;
+  }
+  const unsigned count = elementsPerChunk();
+  for (unsigned slot = 0; slot < count; ++slot) {
+    const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+    testHeader(rh);
+    if (rh->m_inUse != 0) {
+      return false;
+    }
+  }
+  // A list of so many different elements is one that ends after so many: with one of them twice it
+  // would have no end.
+  unsigned listed = 0;
+  for (const char* area = chunk->data + chunk->head(); area != nullptr; area = qrtLoadLink(area)) {
+    const std::uintptr_t offset = chunk->distanceOf(area) - kHeaderBytes;
+    if (listed == count || offset >= count * m_esize || offset % m_esize != 0) {
+      return false;
+    }
+    ++listed;
+  }
+  return listed == count;
+}
+
+void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInChunk,
+                              int* chunksInUse) {
+  if (m_detectOverWrites != 0) {
+    checkForMemoryOverWrite();
+  }
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  if (chunkBytes != nullptr) {
+    *chunkBytes = static_cast<int>(Chunk::totalSize);
+  }
+  if (chunksInUse != nullptr) {
+    *chunksInUse = 0;
+  }
+  if (chunkCount != nullptr) {
+    *chunkCount = 0;
+    for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
+      ++*chunkCount;
+      if (m_useHeaders != 0 && chunksInUse != nullptr && !isWhollyFree(chunk)) {
+        ++*chunksInUse;
+      }
+    }
+  }
+  if (elementsInChunk != nullptr) {
+    *elementsInChunk = static_cast<int>(elementsPerChunk());
+  }
+}
+
+/// How many elements are handed out, as their headers say.
+std::uint64_t QRTFixedMemoryPool::countInUse() const {
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  const unsigned count = elementsPerChunk();
+  std::uint64_t inUse = 0;
+  for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
+    for (unsigned slot = 0; slot < count; ++slot) {
+      const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+      inUse += rh->m_inUse != 0 ? 1 : 0;
+    }
+  }
+  return inUse;
 }
 
 unsigned QRTFixedMemoryPool::allocSize(void* p) {
@@ -325,9 +482,33 @@ unsigned QRTFixedMemoryPool::allocSize(void* p) {
   return rh->m_size;
 }
 
+void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
+  if (m_useHeaders == 0) {
+    return;
+  }
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  const unsigned count = elementsPerChunk();
+  for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
+    for (unsigned slot = 0; slot < count; ++slot) {
+      const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+      if (rh->m_size != m_size && m_abortOnOverWrites != 0) {
+        std::abort();
+      }
+      testHeader(rh);
+    }
+  }
+}
+
+/// Tests the last byte of a header, where a write past the end of the slot before it arrives last.
+void QRTFixedMemoryPool::testHeader(const ElementHeader* rh) const {
+  if (rh->m_filler3 != 0xE && m_abortOnOverWrites != 0) {
+    std::abort();
+  }
+  QRT_ASSERT(rh->m_filler3 == 0xE);
+}
+
 void QRTFixedMemoryPool::setDetectMemoryOverWrites(int on) {
   m_detectOverWrites = on != 0 ? 1 : 0;
-  choosePath();
 }
 
 int QRTFixedMemoryPool::getDetectMemoryOverWrites() const {
@@ -340,14 +521,6 @@ void QRTFixedMemoryPool::setAbortProcessOnMemoryOverWrites(int on) {
 
 int QRTFixedMemoryPool::getAbortProcessOnMemoryOverWrites() const {
   return static_cast<int>(m_abortOnOverWrites);
-}
-
-/// Tests the last byte of a header, where a write past the end of the slot before it arrives last.
-void QRTFixedMemoryPool::testHeader(const ElementHeader* rh) const {
-  if (rh->m_filler3 != 0xE && m_abortOnOverWrites != 0) {
-    std::abort();
-  }
-  QRT_ASSERT(rh->m_filler3 == 0xE);
 }
 
 unsigned QRTFixedMemoryPool::elementsPerChunk() const {

@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <new>
 #include <utility>
 
-#include "QRTChunkIndex.h"
-#include "QRTChunkWindows.h"
 #include "QRTCore/QRTAssert.h"
-#include "QRTFixedMemoryPoolChunk.h"
-#include "QRTLargeBlocks.h"
+#include "QRTCore/QRTDecimalFormat.h"
+#include "QRTFixedMemoryPoolQuick.h"
 #include "checkers/QRTMemoryChecker.h"
 
 namespace {
@@ -20,6 +19,7 @@ namespace {
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 
 constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
+constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
 constexpr unsigned kDefaultBudget = 262144;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
@@ -40,10 +40,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_minNonBin(kMostBytes),
       m_maxNonBin(0),
       m_nonBinBlocks(nullptr),
-      m_watched(QRTMemoryChecker::isActive()),
-      m_windows(nullptr),
-      m_quickRecords(nullptr),
-      m_table(&QRTChunkTable::none) {
+      m_watched(QRTMemoryChecker::isActive() ? 1 : 0) {
   // A negative count is a length no vector can have.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
   m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
@@ -56,13 +53,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
         m_chunkSize = static_cast<unsigned>(chunkBytes);
       }
     }
-    m_nonBinBlocks = QRT_GUARD_ALLOC(new QRTLargeBlocks);
-    m_windows = QRT_GUARD_ALLOC(new QRTChunkWindows);
-    m_quickRecords = QRT_GUARD_ALLOC(new QRTChunkRecord*[m_pools.size()]);
-    for (std::size_t bin = 0; bin < m_pools.size(); ++bin) {
-      m_pools[bin]->share(m_windows, &m_quickRecords[bin]);
-    }
-    chooseTable();
+    m_nonBinBlocks = QRT_GUARD_ALLOC(new QRTStd::set<void*>);
   } catch (...) {
     release();
     throw;
@@ -84,31 +75,54 @@ void QRTMemoryArena::release() noexcept {
     delete pool;
   }
   m_pools.clear();
-  delete m_windows;
-  m_windows = nullptr;
-  delete[] m_quickRecords;
-  m_quickRecords = nullptr;
   if (m_nonBinBlocks != nullptr) {
-    m_nonBinBlocks->drain([](void* block) { std::free(block); });
+    for (void* block : *m_nonBinBlocks) {
+      std::free(block);
+    }
     delete m_nonBinBlocks;
     m_nonBinBlocks = nullptr;
   }
 }
 
-void* QRTMemoryArena::allocHere(unsigned size) {
+void* QRTMemoryArena::alloc(unsigned size) {
+  // Size 0 wraps to an index beyond every bin.
   const auto bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
-    QRTFixedMemoryPool* const pool = m_pools[bin];
-    void* const p = pool->isQuick() ? pool->allocElsewhere() : nullptr;
-    return p != nullptr ? p : allocFromBin(bin);
+    // Detection is on or off in all bins alike.
+    void* const p = m_pools[bin]->takeFree();
+    return p != nullptr ? p : allocElsewhere(bin);
   }
   return size != 0 ? allocLarge(size) : nullptr;
+}
+
+void QRTMemoryArena::free(void* mem) {
+  // Under a memory checker the header may not be read without a pass.
+  if (mem != nullptr && m_watched == 0) {
+    unsigned size;
+    std::memcpy(&size, static_cast<const char*>(mem) - kHeaderBytes, sizeof size);
+    const auto bin = static_cast<unsigned>(size2Index(size));
+    if (bin < static_cast<unsigned>(m_numVarBins)) {
+      QRTFixedMemoryPool* const pool = m_pools[bin];
+      if (pool->isQuick() && pool->putBack(mem)) {
+        return;
+      }
+    }
+  }
+  freeSlow(mem);
+}
+
+/// Serves a bin request when the bin's current chunk does not. Set apart so that alloc has no
+/// frame.
+[[gnu::noinline]] void* QRTMemoryArena::allocElsewhere(unsigned bin) {
+  void* const p = m_pools[bin]->takeElsewhere();
+  return p != nullptr ? p : allocFromBin(bin);
 }
 
 /// Serves a bin request when the common case does not:
 ///   1. from the bin itself;
 ///   2. from a new chunk, when the budget pays it;
-///   3. from a wholly free chunk of another bin, each of which keeps one for itself.
+///   3. from a wholly free chunk of another bin, each of which keeps one for itself. This is also
+///      tried when the heap has no new chunk.
 void* QRTMemoryArena::allocFromBin(unsigned bin) {
   checkForMemoryOverWrite();
   // Step 1
@@ -126,23 +140,25 @@ void* QRTMemoryArena::allocFromBin(unsigned bin) {
       throw;
     } catch (...) {
       m_remaining += m_chunkSize;
+      if (void* const p = allocFromOtherBin(pool)) {
+        return p;
+      }
       throw;
     }
     return pool->alloc();
   }
   // Step 3
+  return allocFromOtherBin(pool);
+}
+
+/// Moves a chunk of another bin to a bin and serves a request from it.
+/// @return null when no bin gives one up
+void* QRTMemoryArena::allocFromOtherBin(QRTFixedMemoryPool* pool) {
   for (QRTFixedMemoryPool* other : m_pools) {
     void* const chunk = other != pool ? other->reclaim(1) : nullptr;
     if (chunk != nullptr) {
       ++m_reclaims;
-      try {
-        pool->grow(chunk);
-      } catch (const QRTOutOfMemoryError&) {
-        // The chunk can be told of nowhere: it leaves the arena.
-        ::operator delete(chunk);
-        m_remaining += m_chunkSize;
-        throw;
-      }
+      pool->grow(chunk);
       return pool->alloc();
     }
   }
@@ -167,9 +183,10 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
   if (block == nullptr) {
     return nullptr;
   }
-  std::pair<void*, bool> insStatus(block, false);  // the names are part of the error's text
+  std::pair<QRTStd::set<void*>::iterator, bool>
+      insStatus;  // the names are part of the error's text
   try {
-    insStatus.second = m_nonBinBlocks->insert(block);
+    insStatus = m_nonBinBlocks->insert(block);
   } catch (const std::bad_alloc&) {
     std::free(block);
     return nullptr;
@@ -199,21 +216,38 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
 bool QRTMemoryArena::makeRoom(std::uint64_t total) {
   if (total > m_remaining) {
     const std::uint64_t need = total - m_remaining;
-    unsigned released = 0;
+    std::uint64_t released = 0;
     for (std::size_t bin = 0; bin < m_pools.size() && released < need; ++bin) {
-      const unsigned bytes = m_pools[bin]->trim(0);
-      released += bytes;
-      m_remaining += bytes;
+      released += trimBin(m_pools[bin]);
     }
   }
   return total <= m_remaining;
 }
 
-void QRTMemoryArena::freeHere(void* mem) {
-  // A window whose place was taken stands at another one.
-  if (m_table == m_windows && m_windows->find(mem)->put(mem)) {
-    return;
+/// Releases all wholly free chunks of a bin and credits them, also those in front of a damaged
+/// header.
+unsigned QRTMemoryArena::trimBin(QRTFixedMemoryPool* pool) {
+  unsigned released = 0;
+  try {
+    pool->trimInto(0, released);
+  } catch (...) {
+    m_remaining += released;
+    throw;
   }
+  m_remaining += released;
+  return released;
+}
+
+unsigned QRTMemoryArena::trim() {
+  checkForMemoryOverWrite();
+  unsigned released = 0;
+  for (QRTFixedMemoryPool* pool : m_pools) {
+    released += trimBin(pool);
+  }
+  return released;
+}
+
+void QRTMemoryArena::freeSlow(void* mem) {
   QRT_ASSERT(mem);
   checkForMemoryOverWrite();
   unsigned size = 0;
@@ -222,7 +256,7 @@ void QRTMemoryArena::freeHere(void* mem) {
     size = QRTFixedMemoryPool::allocSize(mem);
   }
   QRT_ASSERT_NAMED(size != 0, "QRTMemoryArena::free: the block's header says size 0.");
-  const unsigned bin = static_cast<unsigned>(size2Index(size));
+  const auto bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     m_pools[bin]->free(mem);
   } else {
@@ -240,6 +274,50 @@ void QRTMemoryArena::freeLarge(void* mem, unsigned size) {
     QRTMemoryChecker::open(block, kHeaderBytes);
   }
   std::free(block);
+}
+
+void* QRTMemoryArena::realloc(void* mem, unsigned size) {
+  if (mem == nullptr) {
+    return alloc(size);
+  }
+  if (size == 0) {
+    free(mem);
+    return nullptr;
+  }
+  checkForMemoryOverWrite();
+  const unsigned room = roomOf(mem);
+  if (size <= room && (size > room / 2 || size2Index(size) == size2Index(room))) {
+    return mem;
+  }
+  void* moved = nullptr;
+  try {
+    moved = alloc(size);
+  } catch (const QRTOutOfMemoryError&) {
+    if (size > room) {
+      throw;
+    }
+  }
+  if (moved == nullptr) {
+    return size <= room ? mem : nullptr;
+  }
+  std::memcpy(moved, mem, std::min(size, room));
+  free(mem);
+  return moved;
+}
+
+/// The bytes that a block of this arena has room for.
+/// @throws QRTAssertError  its header is damaged, says that it is free or belongs elsewhere
+unsigned QRTMemoryArena::roomOf(void* mem) const {
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  const unsigned size = QRTFixedMemoryPool::allocSize(mem);
+  auto* const header = static_cast<ElementHeader*>(mem) - 1;
+  QRT_ASSERT_NAMED(header->m_inUse != 0, "QRTMemoryArena::realloc: the block is free.");
+  const auto bin = static_cast<unsigned>(size2Index(size));
+  const bool isOurs = bin < static_cast<unsigned>(m_numVarBins)
+                          ? m_pools[bin]->chunkOf(static_cast<char*>(mem)) != nullptr
+                          : m_nonBinBlocks->count(header) == 1;
+  QRT_ASSERT_NAMED(isOurs, "QRTMemoryArena::realloc: the block belongs elsewhere.");
+  return size;
 }
 
 void QRTMemoryArena::expand(unsigned size) {
@@ -262,6 +340,10 @@ int QRTMemoryArena::size2Bin(unsigned size) {
 
 unsigned QRTMemoryArena::index2Size(int bin) {
   return kBinStep * static_cast<unsigned>(bin) + kBinStep;
+}
+
+int QRTMemoryArena::size2Index(unsigned size) {
+  return static_cast<int>((size - 1) / kBinStep);
 }
 
 int QRTMemoryArena::getNumVarBins() const {
@@ -289,8 +371,22 @@ void QRTMemoryArena::getPoolStats(unsigned& count, unsigned& used, unsigned& rem
   remaining = m_remaining;
 }
 
+std::uint64_t QRTMemoryArena::getBytesHandedOut() const {
+  checkForMemoryOverWrite();
+  const QRTMemoryChecker::Pass pass(m_watched != 0);
+  std::uint64_t bytes = 0;
+  for (const QRTFixedMemoryPool* pool : m_pools) {
+    bytes += pool->countInUse() * pool->m_size;
+  }
+  for (const void* block : *m_nonBinBlocks) {
+    bytes += static_cast<const ElementHeader*>(block)->m_size;
+  }
+  return bytes;
+}
+
 void QRTMemoryArena::dumpStats(std::ostream& os) {
   checkForMemoryOverWrite();
+  const QRTDecimalFormat decimal(os);
   os << std::endl;
   os << "Pool Statistics - Max Allowed: " << m_maxAllowed
      << ", Memory used: " << m_maxAllowed - m_remaining << ", Pool remaining: " << m_remaining
@@ -303,9 +399,9 @@ void QRTMemoryArena::dumpStats(std::ostream& os) {
     int chunkCount = 0;
     int elementsPerChunk = 0;
     int chunksInUse = 0;
+    os << "  Bin [" << bin + 1 << "] - Size: " << index2Size(bin) << std::endl;
     m_pools[static_cast<unsigned>(bin)]->info(&chunkBytes, &chunkCount, &elementsPerChunk,
                                               &chunksInUse);
-    os << "  Bin [" << bin + 1 << "] - Size: " << index2Size(bin) << std::endl;
     os << "     Chunk Size: " << chunkBytes << ", Chunk Count: " << chunkCount
        << ", Chunks InUse: " << chunksInUse << ", Pool Size: "
        << static_cast<int>(static_cast<unsigned>(chunkBytes) * static_cast<unsigned>(chunkCount))
@@ -322,17 +418,10 @@ void QRTMemoryArena::checkForMemoryOverWrite() const {
   }
 }
 
-/// Settles where free looks first, when something it depends on has changed.
-void QRTMemoryArena::chooseTable() {
-  const bool isQuick = m_numVarBins > 0 && m_pools[0]->isQuick();
-  m_table = isQuick ? m_windows : &QRTChunkTable::none;
-}
-
 void QRTMemoryArena::setDetectMemoryOverWrites(int on) {
   for (QRTFixedMemoryPool* pool : m_pools) {
     pool->setDetectMemoryOverWrites(on);
   }
-  chooseTable();
 }
 
 void QRTMemoryArena::setAbortProcessOnMemoryOverWrites(int on) {

@@ -110,6 +110,19 @@ TEST(MemoryResources, ASpentBudgetThrowsBadAllocAndEverythingStaysUsable) {
   words = std::pmr::vector<std::pmr::string>(&resource);
   EXPECT_NO_THROW(resource.deallocate(resource.allocate(50000), 50000));
 
+  // Each bin keeps a free chunk to itself; before it fails the resource asks for all of them.
+  QRTMemoryArena spent(3, 2 * kChunkBytes, 0);
+  QRTMemoryArenaResource trims(spent);
+  for (const std::size_t size : {std::size_t{8}, std::size_t{16}}) {
+    trims.deallocate(trims.allocate(size, 8), size, 8);
+  }
+  EXPECT_EQ(spent.alloc(24), nullptr);
+  EXPECT_NO_THROW(trims.deallocate(trims.allocate(24, 8), 24, 8));
+  EXPECT_EQ(usedBy(spent), kChunkBytes);
+  trims.deallocate(trims.allocate(2 * kChunkBytes - 8, 8), 2 * kChunkBytes - 8, 8);
+  EXPECT_THROW(static_cast<void>(trims.allocate(2 * kChunkBytes, 8)), std::bad_alloc);
+  EXPECT_EQ(faultsIn(spent), "");
+
   QRTMemoryPool pool(1000, 1000);
   QRTMemoryPoolResource small(pool);
   EXPECT_THROW(

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "AllocTestSupport.h"
+#include "FailingHeap.h"
 #include "support/FailingNew.h"
 
 namespace {
@@ -125,42 +126,87 @@ TEST(QRTFixedMemoryPool, AChunkThatCannotBeHadLeavesThePoolAsItWas) {
   }
 }
 
-TEST(QRTFixedMemoryPool, AGivenChunkThatCannotBeEnteredStaysTheCallers) {
-  // Whatever of its bookkeeping cannot be had, the pool goes on without the chunk. The 65th chunk
-  // makes the bookkeeping of those before it move.
-  for (const int before : {0, 64}) {
-    std::size_t nth = 0;
-    SeenError seen;
-    do {
-      void* const chunk = ::operator new(kChunkBytes);
-      QRTFixedMemoryPool pool(30000, 0, 1);
-      std::vector<void*> elements;
-      for (int i = 0; i < before; ++i) {
-        pool.grow(nullptr);
-        elements.push_back(pool.alloc());
+// One element a chunk, so that every growth is one chunk. Each request to the heap fails in turn:
+// the chunk itself, and what the pool asks for beside it, which it can do without.
+TEST(QRTFixedMemoryPool, AFailedGrowthChangesNothingWhicheverRequestFails) {
+  for (const int headers : {0, 1}) {
+    QRTFixedMemoryPool pool(32744, 1, headers);
+    std::vector<void*> elements;
+    std::size_t refused = 0;
+    std::size_t without = 0;
+    const auto growWithEachRequestFailing = [&] {
+      for (std::size_t nth = 1;; ++nth) {
+        SeenError seen;
+        std::size_t requests = 0;
+        void* p = nullptr;
+        {
+          const FailingHeap fails(nth);
+          seen = errorOf([&] { p = pool.alloc(); });
+          requests = fails.count();
+        }
+        const int before = static_cast<int>(elements.size());
+        if (p == nullptr) {
+          ASSERT_EQ(seen.type, "QRTOutOfMemoryError") << before;
+          ASSERT_EQ(infoOf(pool).chunks, before);
+          ++refused;
+          continue;
+        }
+        ASSERT_EQ(infoOf(pool).chunks, before + 1);
+        elements.push_back(p);
+        without += requests >= nth ? 1 : 0;
+        return;
       }
-      seen = errorOf([&] {
-        const FailingNew fails(++nth);
-        pool.grow(chunk);
-      });
-      const bool isIn = seen.type == "-";
-      EXPECT_EQ(pool.alloc() != nullptr, isIn) << nth;
-      EXPECT_EQ(infoOf(pool).chunks, before + (isIn ? 1 : 0)) << nth;
-      if (isIn) {
-        EXPECT_EQ(errorOf([&] { pool.grow(chunk); }).type, "QRTAssertError") << "given twice";
-        EXPECT_EQ(infoOf(pool).chunks, before + 1);
-      } else {
-        EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
-        ::operator delete(chunk);
+    };
+    const auto takeAllAgain = [&] {
+      // Random order; with headers the newest chunk's element comes first, without the last freed.
+      std::vector<void*> freed;
+      for (std::size_t i = 0; i < elements.size(); ++i) {
+        freed.push_back(elements[i * 7919 % elements.size()]);
+        pool.free(freed.back());
       }
-      for (void* p : elements) {
-        pool.free(p);
+      const std::vector<void*>& last = headers != 0 ? elements : freed;
+      for (std::size_t i = last.size(); i-- > 0;) {
+        ASSERT_EQ(pool.alloc(), last[i]) << i;
       }
-      for (std::size_t i = elements.size(); i-- > 0;) {
-        EXPECT_EQ(pool.alloc(), elements[i]) << nth << ": the newest chunk comes first";
+    };
+    for (int i = 0; i < 72; ++i) {
+      growWithEachRequestFailing();
+      takeAllAgain();
+    }
+    while (elements.size() < 4090) {
+      elements.push_back(pool.alloc());
+    }
+    for (int i = 0; i < 12; ++i) {
+      growWithEachRequestFailing();
+    }
+    takeAllAgain();
+    EXPECT_GE(refused, 84u);
+    if (FailingHeap::hasMalloc()) {
+      EXPECT_GE(without, 1u) << "requests for something else than a chunk failed";
+    }
+  }
+}
+
+TEST(QRTFixedMemoryPool, AGivenChunkIsAllThatGrowNeeds) {
+  for (const int headers : {0, 1}) {
+    QRTFixedMemoryPool pool(30000, 0, headers);
+    std::vector<char*> chunks;
+    for (int i = 0; i < 100; ++i) {
+      char* const chunk = static_cast<char*>(::operator new(kChunkBytes));
+      {
+        const FailingHeap fails(1, FailingHeap::eFromThenOn);
+        ASSERT_EQ(errorOf([&] { pool.grow(chunk); }).type, "-") << i;
       }
-    } while (seen.type != "-");
-    EXPECT_GE(nth, 3u);
+      chunks.push_back(chunk);
+      for (const std::size_t given : {std::size_t{0}, chunks.size() / 2, chunks.size() - 1}) {
+        EXPECT_EQ(errorOf([&] { pool.grow(chunks[given]); }).type, "QRTAssertError") << "twice";
+      }
+    }
+    EXPECT_EQ(infoOf(pool).chunks, 100);
+    for (std::size_t i = chunks.size(); i-- > 0;) {
+      EXPECT_EQ(pool.alloc(), chunks[i] + 8 * headers) << "the newest chunk comes first";
+    }
+    EXPECT_EQ(pool.alloc(), nullptr);
   }
 }
 
@@ -184,8 +230,8 @@ TEST(QRTFixedMemoryPool, ChunksMayLieAsCloseTogetherAsTheyFit) {
   }
 }
 
-// The addresses of these chunks differ in high bits alone, so that their windows want the same
-// places.
+// The addresses of these chunks differ in high bits alone, so that they want the same places of a
+// table of addresses.
 TEST(QRTFixedMemoryPool, ChunksMayLieAnyDistanceApart) {
   constexpr std::size_t kCount = 8;
   constexpr std::size_t kApart = std::size_t{1} << 22;
@@ -210,7 +256,8 @@ TEST(QRTFixedMemoryPool, ChunksMayLieAnyDistanceApart) {
   }
 }
 
-// From some size on free elements carry hints, not all of them written: nothing may depend on them.
+// From some size on free elements may carry hints, not all of them written: nothing may depend on
+// them.
 TEST(QRTFixedMemoryPool, ALargePoolWithoutHeadersHandsOutWhatWasFreedLast) {
   const unsigned seed = testSeed();
   std::cout << "seed " << seed << "\n";
@@ -427,7 +474,7 @@ TEST(QRTFixedMemoryPool, ChoosesElementsLikeTheModelWithFewAndWithManyChunks) {
   }
 }
 
-// The bits of 4,096 chunks share one summary word; this passes that border in both directions.
+// 4,096 chunks share one word of the index; this passes that border in both directions.
 TEST(QRTFixedMemoryPool, FindsTheNewestFreeElementAmongThousandsOfChunks) {
   QRTFixedMemoryPool pool(32744, 1, 1);
   std::vector<void*> elements;
@@ -533,6 +580,24 @@ TEST_F(Detection, OffTheElementsOwnHeaderIsStillTested) {
   EXPECT_EQ(pool.alloc(), elements[1]);
 }
 
+TEST_F(Detection, DamageInFrontOfAnIntactFillerDoesNotLeadToAnotherChunk) {
+  pool.setDetectMemoryOverWrites(0);
+  for (const unsigned last : {3u, 4u, 5u, 6u}) {
+    overwrite(0, last);
+    pool.free(elements[1]);
+    EXPECT_EQ(pool.alloc(), elements[1]) << last;
+    // Damage to a free element is let pass as well.
+    pool.free(elements[1]);
+    overwrite(4, last > 4 ? last : 4);
+    EXPECT_EQ(pool.alloc(), elements[1]) << last;
+    pool.free(elements[1]);
+    EXPECT_EQ(pool.alloc(), elements[1]) << last;
+    for (unsigned byte = 0; byte < 4; ++byte) {
+      poke(elements[1] - 8 + byte, byte == 0 ? 20 : 0);
+    }
+  }
+}
+
 TEST_F(Detection, TheWholeCallersAreaMayBeWritten) {
   std::memset(elements[0], 0xFF, 24);
   pool.checkForMemoryOverWrite();
@@ -561,17 +626,109 @@ TEST(QRTFixedMemoryPoolMisuse, WhatAHeaderShowsIsReportedAndChangesNothing) {
   EXPECT_EQ(QRTFixedMemoryPool::allocSize(nullptr), 0u);
 }
 
-// A stray write can make the header of a free element one of an element in use. Then it can be
-// freed again, but no more often than the pool's bookkeeping has room for.
-TEST(QRTFixedMemoryPoolMisuse, AForgedHeaderDoesNotOverrunTheBookkeeping) {
+// An element whose link leads to itself, as after a second free behind a forged header, is handed
+// out once and no more.
+TEST(QRTFixedMemoryPoolMisuse, AListThatGoesInCirclesDoesNotHandAnElementOutTwice) {
   QRTFixedMemoryPool pool(1000, 1, 1);
-  void* const p = pool.alloc();
-  int accepted = 0;
-  for (int i = 0; i < 2 * infoOf(pool).perChunk; ++i) {
-    accepted += errorOf([&] { pool.free(p); }).type == "-" ? 1 : 0;
-    poke(static_cast<char*>(p) - 2, 1);
+  char* const p = static_cast<char*>(pool.alloc());
+  pool.free(p);
+  for (unsigned byte = 0; byte < sizeof(void*); ++byte) {
+    poke(p + byte, peek(reinterpret_cast<const char*>(&p) + byte));
   }
-  EXPECT_EQ(accepted, 1);
+  EXPECT_EQ(infoOf(pool).inUse, 1) << "elements that are not on the list";
+  EXPECT_EQ(pool.reclaim(0), nullptr);
+  EXPECT_EQ(pool.alloc(), p);
+  EXPECT_EQ(errorOf([&] { pool.alloc(); }).type, "QRTAssertError");
+}
+
+// Seven zero bytes past an element make the next header say that its element is free, behind an
+// intact filler.
+TEST(QRTFixedMemoryPoolMisuse, ZerosPastAnElementDoNotFreeTheChunkUnderAnother) {
+  QRTFixedMemoryPool pool(24, 1, 1);
+  char* const a = static_cast<char*>(pool.alloc());
+  char* const b = static_cast<char*>(pool.alloc());
+  std::memset(b, 'b', 24);
+  for (int i = 0; i < 7; ++i) {
+    poke(a + 24 + i, 0);
+  }
+  pool.free(a);
+  EXPECT_EQ(infoOf(pool).inUse, 1);
+  EXPECT_EQ(pool.reclaim(0), nullptr);
+  EXPECT_EQ(pool.trim(0), 0u);
+  EXPECT_EQ(std::count(b, b + 24, 'b'), 24);
+  EXPECT_EQ(pool.alloc(), a);
+
+  QRTMemoryArena arena(3, 2 * kChunkBytes, 0);
+  char* const first = static_cast<char*>(arena.alloc(24));
+  char* const second = static_cast<char*>(arena.alloc(24));
+  std::memset(second, 'b', 24);
+  for (int i = 0; i < 7; ++i) {
+    poke(first + 24 + i, 0);
+  }
+  arena.free(first);
+  EXPECT_EQ(arena.trim(), 0u);
+  EXPECT_EQ(arena.alloc(kChunkBytes + 100), nullptr) << "would need the chunk";
+  EXPECT_EQ(std::count(second, second + 24, 'b'), 24);
+}
+
+// Whatever is written over the link of a free element, alloc gives an element of the pool, nothing
+// or an error.
+TEST(QRTFixedMemoryPoolMisuse, AnOverwrittenLinkIsNotFollowedOutOfTheChunk) {
+  constexpr std::ptrdiff_t kElement = 8 + 64 * 5;
+  const struct {
+    std::uint64_t link;      // as it is, or where `isBehind`
+    bool isBehind;           // so far behind the chunk's start
+    std::ptrdiff_t element;  // what it leads to; 0 for an error
+  } cases[] = {{~std::uint64_t{0}, false, 0},
+               {0x4141414141414141, false, 0},
+               {1, false, 0},
+               {kElement, true, kElement},
+               {kElement + 4, true, 0},
+               {kElement + 8, true, 0},
+               {40000, true, 0},
+               {32752, true, 0}};
+  for (const auto& c : cases) {
+    QRTFixedMemoryPool pool(56, 0, 1);
+    char* const chunk = static_cast<char*>(::operator new(kChunkBytes));
+    std::memset(chunk, 0x0E, kChunkBytes);
+    pool.grow(chunk);
+    char* const p = static_cast<char*>(pool.alloc());
+    pool.free(p);
+    const std::uint64_t link = c.link + (c.isBehind ? reinterpret_cast<std::uintptr_t>(chunk) : 0);
+    for (unsigned byte = 0; byte < sizeof(void*); ++byte) {
+      poke(p + byte, static_cast<unsigned char>(link >> 8 * byte));
+    }
+    EXPECT_EQ(pool.reclaim(0), nullptr) << c.link;
+    EXPECT_EQ(pool.alloc(), p);
+    void* next = nullptr;
+    const SeenError seen = errorOf([&] { next = pool.alloc(); });
+    EXPECT_EQ(next, c.element != 0 ? chunk + c.element : nullptr) << c.link;
+    EXPECT_EQ(seen.type, c.element != 0 ? "-" : "QRTAssertError") << c.link;
+  }
+}
+
+TEST(QRTFixedMemoryPool, ResizesInPlaceOrNotAtAll) {
+  for (const int headers : {0, 1}) {
+    QRTFixedMemoryPool pool(20, 1, headers);
+    char* const p = static_cast<char*>(pool.realloc(nullptr, 20));
+    ASSERT_NE(p, nullptr);
+    std::memset(p, 'p', 20);
+    EXPECT_EQ(pool.realloc(p, 1), p);
+    EXPECT_EQ(pool.realloc(p, 24), p) << "the slot is larger than the element";
+    EXPECT_EQ(pool.realloc(p, 25), nullptr);
+    EXPECT_EQ(pool.realloc(p, 0xFFFFFFFF), nullptr);
+    EXPECT_EQ(pool.realloc(nullptr, 25), nullptr);
+    EXPECT_EQ(std::count(p, p + 20, 'p'), 20);
+    EXPECT_EQ(pool.realloc(p, 0), nullptr);
+    EXPECT_EQ(pool.alloc(), p);
+    if (headers != 0) {
+      pool.free(p);
+      EXPECT_EQ(errorOf([&] { pool.realloc(p, 8); }).type, "QRTAssertError") << "free";
+      QRTFixedMemoryPool other(20, 1, 1);
+      void* const foreign = other.alloc();
+      EXPECT_EQ(errorOf([&] { pool.realloc(foreign, 8); }).type, "QRTAssertError");
+    }
+  }
 }
 
 }  // namespace

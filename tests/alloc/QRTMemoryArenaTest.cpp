@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iomanip>
 #include <iostream>
 #include <limits>
 #include <sstream>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "AllocTestSupport.h"
+#include "FailingHeap.h"
 #include "support/FailingNew.h"
 
 namespace {
@@ -70,6 +72,25 @@ TEST(QRTMemoryArena, DumpsTheStatisticsByteForByte) {
   arena.free(large);
   EXPECT_EQ(usedBy(arena), kChunkBytes);
   EXPECT_NE(dumpOf(arena).find("Non Bin Allocs: 1 (108/108)"), std::string::npos);
+}
+
+TEST(QRTMemoryArena, DumpsDecimalNumbersAndEachBinBeforeItsFigures) {
+  QRTMemoryArena arena(3, 0, 0);
+  arena.alloc(5);
+  char* const p = static_cast<char*>(arena.alloc(16));
+  std::ostringstream os;
+  os << std::hex << std::showbase << std::uppercase;
+  arena.dumpStats(os);
+  EXPECT_EQ(os.str(), dumpOf(arena));
+  os.str("");
+  os << 255;
+  EXPECT_EQ(os.str(), "0XFF") << "the stream's format is the caller's again";
+  arena.free(p);
+  invert(p - 1);
+  os.str("");
+  EXPECT_EQ(errorOf([&] { arena.dumpStats(os); }).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_THAT(os.str(), testing::EndsWith("  Bin [2] - Size: 16\n"));
+  invert(p - 1);
 }
 
 TEST(QRTMemoryArena, BinsAndLargeBlocksMeetAtTheLastBinsSize) {
@@ -178,6 +199,146 @@ TEST(QRTMemoryArena, AFailedChunkOrRecordIsNotCharged) {
     EXPECT_EQ(usedBy(arena), 0u);
     EXPECT_NE(arena.alloc(8), nullptr);
     EXPECT_NE(arena.alloc(100), nullptr);
+  }
+}
+
+// Requests to the heap fail in turn: for chunks, for what is kept beside them, for large blocks and
+// for their record.
+TEST(QRTMemoryArena, AFailedRequestChangesNothingWhicheverItIs) {
+  QRTMemoryArena arena(4, 0xF0000000, 0);
+  std::vector<void*> blocks;
+  unsigned used = 0;
+  std::size_t refused = 0;
+  const auto allocWithEachRequestFailing = [&](unsigned size, unsigned charge) {
+    for (std::size_t nth = 1;; ++nth) {
+      void* p = nullptr;
+      SeenError seen;
+      {
+        const FailingHeap fails(nth);
+        seen = errorOf([&] { p = arena.alloc(size); });
+      }
+      if (p != nullptr) {
+        blocks.push_back(p);
+        used += charge;
+        ASSERT_EQ(usedBy(arena), used);
+        return;
+      }
+      ASSERT_TRUE(seen.type == "QRTOutOfMemoryError" || isLarge(arena, size)) << seen.type;
+      ASSERT_EQ(usedBy(arena), used);
+      ++refused;
+    }
+  };
+  for (int chunk = 0; chunk < 70; ++chunk) {
+    allocWithEachRequestFailing(32, kChunkBytes);
+    for (int i = 1; i < 818; ++i) {
+      blocks.push_back(arena.alloc(32));
+    }
+    allocWithEachRequestFailing(1000, 1008);
+  }
+  EXPECT_GE(refused, 140u);
+  for (void* p : blocks) {
+    arena.free(p);
+  }
+  EXPECT_EQ(usedBy(arena), 70 * kChunkBytes);
+  EXPECT_EQ(arena.trim(), 70 * kChunkBytes);
+  EXPECT_EQ(usedBy(arena), 0u);
+}
+
+TEST(QRTMemoryArena, ABinTakesAnothersChunkAlsoWhenTheHeapHasNothing) {
+  for (const unsigned budget : {3 * kChunkBytes, 100 * kChunkBytes}) {
+    QRTMemoryArena arena(3, budget, 0);
+    std::vector<void*> eights;
+    for (int i = 0; i < 3 * 2047; ++i) {
+      eights.push_back(arena.alloc(8));
+    }
+    for (void* p : eights) {
+      arena.free(p);
+    }
+    const FailingHeap fails(1, FailingHeap::eFromThenOn);
+    EXPECT_NE(arena.alloc(16), nullptr) << budget;
+    EXPECT_NE(arena.alloc(24), nullptr) << budget;
+    EXPECT_EQ(usedBy(arena), 3 * kChunkBytes);
+    EXPECT_EQ(chunksOf(arena, 0), 1);
+    EXPECT_NE(arena.alloc(8), nullptr) << "one chunk stays with its bin";
+  }
+}
+
+TEST(QRTMemoryArena, TrimGivesEveryWhollyFreeChunkBack) {
+  QRTMemoryArena arena(4, 0, 0);
+  EXPECT_EQ(arena.trim(), 0u);
+  void* const kept = arena.alloc(8);
+  for (const unsigned size : {16u, 24u, 32u}) {
+    arena.free(arena.alloc(size));
+  }
+  void* const large = arena.alloc(1000);
+  EXPECT_EQ(arena.getBytesHandedOut(), 1008u);
+  EXPECT_EQ(arena.trim(), 3 * kChunkBytes);
+  EXPECT_EQ(usedBy(arena), kChunkBytes + 1008);
+  EXPECT_EQ(chunksOf(arena, 0), 1);
+  // A damaged header stops it; what was released before it is credited.
+  void* const sixteen = arena.alloc(16);
+  arena.free(sixteen);
+  char* const last = static_cast<char*>(arena.alloc(32));
+  arena.free(last);
+  invert(last - 1);
+  EXPECT_EQ(errorOf([&] { arena.trim(); }).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_EQ(usedBy(arena), 2 * kChunkBytes + 1008);
+  invert(last - 1);
+  arena.free(kept);
+  arena.free(large);
+  EXPECT_EQ(arena.trim(), 2 * kChunkBytes);
+  EXPECT_EQ(usedBy(arena), 0u);
+  EXPECT_EQ(arena.getBytesHandedOut(), 0u);
+}
+
+TEST(QRTMemoryArena, ResizesLikeTheCRuntime) {
+  QRTMemoryArena arena(4, 5 * kChunkBytes, 0);
+  EXPECT_EQ(arena.realloc(nullptr, 0), nullptr);
+  const struct {
+    unsigned from, to;
+    bool moves;
+  } cases[] = {{5, 8, false},   {8, 3, false},    {8, 9, true},    {32, 17, false},
+               {32, 16, true},  {32, 33, true},   {100, 20, true}, {100, 51, false},
+               {100, 50, true}, {100, 101, true}, {40, 5000, true}};
+  for (const auto& c : cases) {
+    char* const p = static_cast<char*>(arena.realloc(nullptr, c.from));
+    for (unsigned i = 0; i < c.from; ++i) {
+      p[i] = static_cast<char>(i * 7);
+    }
+    char* const q = static_cast<char*>(arena.realloc(p, c.to));
+    ASSERT_NE(q, nullptr) << c.from << " to " << c.to;
+    EXPECT_EQ(q != p, c.moves) << c.from << " to " << c.to;
+    for (unsigned i = 0; i < std::min(c.from, c.to); ++i) {
+      ASSERT_EQ(q[i], static_cast<char>(i * 7)) << c.from << " to " << c.to;
+    }
+    EXPECT_EQ(arena.realloc(q, 0), nullptr);
+    EXPECT_EQ(arena.getBytesHandedOut(), 0u) << c.from << " to " << c.to;
+  }
+  // Without room the old block stays, also when it was to shrink.
+  arena.trim();
+  char* const large = static_cast<char*>(arena.alloc(5 * kChunkBytes - 8));
+  large[0] = 'l';
+  EXPECT_EQ(arena.realloc(large, 5 * kChunkBytes), nullptr);
+  EXPECT_EQ(arena.realloc(large, 0xFFFFFFFF), nullptr);
+  EXPECT_EQ(arena.realloc(large, 16), large);
+  EXPECT_EQ(large[0], 'l');
+  arena.free(large);
+  char* const small = static_cast<char*>(arena.alloc(16));
+  {
+    const FailingHeap fails(1, FailingHeap::eFromThenOn);
+    EXPECT_EQ(arena.realloc(small, 5), small);
+    EXPECT_EQ(arena.realloc(small, 4000), nullptr);
+  }
+  const SeenError seen = errorOf([&] {
+    const FailingHeap fails(1, FailingHeap::eFromThenOn);
+    arena.realloc(small, 32);
+  });
+  EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
+  EXPECT_EQ(QRTFixedMemoryPool::allocSize(small), 16u);
+  arena.free(small);
+  QRTMemoryArena other(4, 0, 0);
+  for (void* const foreign : {other.alloc(16), other.alloc(100), static_cast<void*>(small)}) {
+    EXPECT_EQ(errorOf([&] { arena.realloc(foreign, 200); }).type, "QRTAssertError");
   }
 }
 

@@ -72,7 +72,18 @@ void* QRTAlignedBlocks::allocate(QRTMemoryPool& pool, std::size_t bytes, std::si
 void* QRTAlignedBlocks::allocate(QRTMemoryArena& arena, std::size_t bytes, std::size_t alignment) {
   // The arena has no block of size 0.
   const unsigned wanted = bytesToAsk(bytes != 0 ? bytes : 1, alignment);
-  return aligned(orBadAlloc([&] { return arena.alloc(wanted); }), alignment);
+  const auto obtain = [&] {
+    return aligned(orBadAlloc([&] { return arena.alloc(wanted); }), alignment);
+  };
+  try {
+    return obtain();
+  } catch (const std::bad_alloc&) {
+    // Each bin keeps a wholly free chunk to itself until it is asked for all of them.
+    if (arena.trim() == 0) {
+      throw;
+    }
+  }
+  return obtain();
 }
 
 void* QRTAlignedBlocks::allocate(QRTFixedMemoryPool& pool, std::size_t bytes,

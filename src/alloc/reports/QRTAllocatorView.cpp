@@ -6,7 +6,6 @@
 
 #include "../QRTFixedMemoryPoolChunk.h"
 #include "../QRTHeapMap.h"
-#include "../QRTLargeBlocks.h"
 #include "../checkers/QRTMemoryChecker.h"
 
 std::size_t QRTAllocatorView::callerBytes(const QRTFixedMemoryPool& pool) {
@@ -20,10 +19,9 @@ QRTAllocatorView::Fixed QRTAllocatorView::figures(const QRTFixedMemoryPool& pool
 
 std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemoryPool& pool) {
   const QRTMemoryChecker::Pass pass(pool.m_watched != 0);
-  const std::size_t headerBytes =
-      pool.m_useHeaders != 0 ? sizeof(QRTFixedMemoryPool::ElementHeader) : 0;
+  const std::size_t headerBytes = pool.headerBytes();
   std::vector<Chunk> result;
-  for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next) {
+  for (const auto* chunk = pool.m_chunks; chunk != nullptr; chunk = chunk->next()) {
     result.push_back({chunk->data, {}, true});
     for (unsigned slot = 0; slot < pool.elementsPerChunk(); ++slot) {
       Slot seen{chunk->data + std::size_t{slot} * pool.m_esize + headerBytes, {}, false};
@@ -40,14 +38,15 @@ std::vector<QRTAllocatorView::Chunk> QRTAllocatorView::chunks(const QRTFixedMemo
     // One list leads through all chunks; damage to it cannot be laid to one of them.
     std::sort(sorted.begin(), sorted.end(),
               [](const Chunk* a, const Chunk* b) { return std::less<>()(a->start, b->start); });
-    const bool isIntact = markListed(pool, reinterpret_cast<const char*>(pool.freeList()), sorted);
+    const bool isIntact = markListed(pool, pool.m_freeList, sorted);
     for (Chunk& chunk : result) {
       chunk.isListIntact = isIntact;
     }
     return result;
   }
   for (Chunk*& seen : sorted) {
-    const unsigned head = pool.recordOf(seen->start)->head();
+    const auto* const chunk = reinterpret_cast<const QRTFixedMemoryPool::Chunk*>(seen->start);
+    const unsigned head = chunk->head();
     std::vector<Chunk*> own{seen};
     seen->isListIntact = markListed(pool, head != 0 ? seen->start + head : nullptr, own);
   }
@@ -135,7 +134,7 @@ const QRTStd::vector<QRTFixedMemoryPool*>& QRTAllocatorView::bins(const QRTMemor
 std::vector<QRTAllocatorView::Large> QRTAllocatorView::largeBlocks(const QRTMemoryArena& arena) {
   const QRTMemoryChecker::Pass pass(arena.m_watched != 0);
   std::vector<Large> result;
-  for (const void* block : arena.m_nonBinBlocks->sorted()) {
+  for (const void* block : *arena.m_nonBinBlocks) {
     Large large{static_cast<const char*>(block), {}};
     std::memcpy(&large.header, block, sizeof large.header);
     result.push_back(large);
