@@ -25,3 +25,9 @@ int QRTFmDir::getTempPath(I18NString& path) {
   const DWORD attributes = GetFileAttributesW(directory.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
+
+std::string QRTFmDir::getNarrowPath(const I18NString& path) {
+  int length = 0;
+  const char* const bytes = path.c_str(nullptr, &length, nullptr, nullptr);
+  return std::string(bytes, static_cast<std::size_t>(length) - 1);
+}

@@ -74,7 +74,7 @@ class QRT_EXPORT QRTFmFile {
   virtual int open(stdiotypes type);
 
   /// Opens a file; one that is open already is closed first. Directories are refused.
-  /// @param path      UTF-8
+  /// @param path      UTF-8; other bytes count as U+FFFD (see QRTFmDir for names that have them)
   /// @param mode      what to do about a file that exists or does not
   /// @param readOnly  0 for reading and writing; anything else for reading only, which does not go
   ///                  with the modes that empty the file

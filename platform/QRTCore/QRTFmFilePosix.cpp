@@ -6,9 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <string>
 #include <system_error>
 
+#include "QRTCore/QRTFmDir.h"
 #include "QRTCore/QRTFmFileSystem.h"
 
 static_assert(sizeof(off_t) == 8, "build with _FILE_OFFSET_BITS=64");
@@ -78,15 +79,14 @@ I18NString message(unsigned int error) {
 
 unsigned int open(const I18NString& path, QRTFmFile::createmode mode, bool readOnly,
                   Handle& handle) {
-  int length = 0;
-  const char* const name = path.c_str(nullptr, &length, nullptr, nullptr);
-  if (std::strlen(name) + 1 != static_cast<std::size_t>(length)) {
-    return EINVAL;  // a zero byte would cut the name short
+  const std::string name = QRTFmDir::getNarrowPath(path);
+  if (name.find('\0') != std::string::npos) {
+    return EINVAL;  // it would cut the name short
   }
   int descriptor = -1;
   do {
-    descriptor =
-        ::open(name, flagsOf(mode) | (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NOCTTY, 0666);
+    descriptor = ::open(
+        name.c_str(), flagsOf(mode) | (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NOCTTY, 0666);
   } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) {
     return lastError();

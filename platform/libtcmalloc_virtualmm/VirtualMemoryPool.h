@@ -71,7 +71,9 @@ class VirtualMemoryPool {
   /// Makes an engine. No file is made before the first page has to leave memory.
   /// @param memorySize  bytes of objects to hold in memory, at least 1; small values are raised to
   ///                    256 pages
-  /// @param directory   directory for the paging file, UTF-8; null means the current directory
+  /// @param directory   directory for the paging file, UTF-8, on POSIX systems any bytes; null
+  /// means
+  ///                    the current directory
   /// @throws std::bad_alloc when the engine's own structures cannot be allocated
   VirtualMemoryPool(unsigned int memorySize, const char* directory);
 

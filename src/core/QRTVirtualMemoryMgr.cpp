@@ -107,9 +107,8 @@ void QRTVirtualMemoryMgr::initialize(unsigned int memorySize) {
   QRTFmDir::getTempPath(directory);
 
   // Step 4
-  std::unique_ptr<tcmalloc::VirtualMemoryPool> engine(
-      QRT_GUARD_ALLOC(new tcmalloc::VirtualMemoryPool(
-          memorySize, directory.c_str(nullptr, nullptr, nullptr, nullptr))));
+  std::unique_ptr<tcmalloc::VirtualMemoryPool> engine(QRT_GUARD_ALLOC(
+      new tcmalloc::VirtualMemoryPool(memorySize, QRTFmDir::getNarrowPath(directory).c_str())));
 
   // Step 5
   m_pageItemPool = QRT_GUARD_ALLOC(new QRTVirtualPageItemPool(this));
