@@ -52,7 +52,7 @@ bool BackingStore::Open(const char* operation) noexcept {
   return true;
 }
 
-bool BackingStore::Reserve(std::uint64_t end) noexcept {
+bool BackingStore::Reserve(std::uint64_t begin, std::uint64_t end, bool ahead) noexcept {
   if (end <= m_reservedEnd) {
     return true;
   }
@@ -64,12 +64,14 @@ bool BackingStore::Reserve(std::uint64_t end) noexcept {
     m_reservedEnd = end;
     return true;
   }
-  LIBTCMALLOC_ASSERT(m_open && m_reservedEnd < end);
-  const std::uint64_t step = std::clamp(end / 8, kMinReserveStep, kMaxReserveStep);
+  LIBTCMALLOC_ASSERT(m_open && m_reservedEnd < end && begin < end);
+  begin = std::max(begin, m_reservedEnd);
+  const std::uint64_t step =
+      ahead ? std::clamp(end / 8, kMinReserveStep, kMaxReserveStep) : std::uint64_t{0};
   int error = 0;
   for (const std::uint64_t target : {end + step, end}) {
     do {
-      error = m_file->Reserve(m_reservedEnd, target);
+      error = m_file->Reserve(begin, target);
     } while (error == EINTR);
     if (error == 0 || error == EOPNOTSUPP) {
       m_canReserve = error == 0;
@@ -80,6 +82,13 @@ bool BackingStore::Reserve(std::uint64_t end) noexcept {
   }
   m_error.NoteSystem(kOperation, Path(), error);
   return false;
+}
+
+void BackingStore::Discard(std::uint64_t offset, std::size_t bytes) noexcept {
+  if (m_canDiscard && offset < m_fileBytes && !m_file->InForeignProcess()) {
+    // Where space cannot be had back the file keeps it; nothing depends on it.
+    m_canDiscard = m_file->Discard(offset, bytes) != EOPNOTSUPP;
+  }
 }
 
 bool BackingStore::Read(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept {

@@ -19,10 +19,19 @@ class BackingStore {
   /// @param error  receives failures; outlives the store
   BackingStore(std::unique_ptr<PagingFile> file, StoreError& error);
 
-  /// Makes sure that the first `end` bytes of the file have disk space. Asks for more than that in
-  /// growing steps, and for just that when the larger step fails.
+  /// Makes sure that the bytes from `begin` to `end` have disk space, and those before `begin` that
+  /// were not asked for so far never will be. Asks for just that, or first for more, in steps that
+  /// grow with the file.
+  /// @param ahead  whether to ask for more
   /// @return false when the file cannot be made or the disk is full
-  bool Reserve(std::uint64_t end) noexcept;
+  bool Reserve(std::uint64_t begin, std::uint64_t end, bool ahead) noexcept;
+
+  /// What lies below has disk space, or needs none.
+  std::uint64_t ReservedEnd() const { return m_reservedEnd; }
+
+  /// Gives the disk space of bytes back that are never read or written again, where the file system
+  /// can do without.
+  void Discard(std::uint64_t offset, std::size_t bytes) noexcept;
 
   /// Whether what leaves memory can be read again: not in a child of the file's owner, which is
   /// noted.
@@ -62,8 +71,9 @@ class BackingStore {
   StoreError& m_error;
   bool m_open = false;              // whether the file was made
   bool m_canReserve = true;         // whether the file system sets space aside
+  bool m_canDiscard = true;         // whether it takes space back from within a file
   std::uint64_t m_fileBytes = 0;    // length of the file
-  std::uint64_t m_reservedEnd = 0;  // the bytes below have disk space
+  std::uint64_t m_reservedEnd = 0;  // see ReservedEnd
 };
 
 }  // namespace tcmalloc

@@ -63,11 +63,13 @@ class BitRuns {
   std::uint32_t NextTaken(std::uint32_t from) const { return Next(from, ~0ULL); }
 
   /// The last taken place, or kNone.
-  std::uint32_t LastTaken() const {
+  /// @param but  null, or places to pass over: those that are free in it
+  std::uint32_t LastTaken(const BitRuns* but = nullptr) const {
     for (std::size_t word = m_words.size(); word-- > 0;) {
-      if (~m_words[word] != 0) {
+      const std::uint64_t taken = ~m_words[word] & ~(but != nullptr ? but->m_words[word] : 0);
+      if (taken != 0) {
         return static_cast<std::uint32_t>(word) * 64 + 63 -
-               static_cast<std::uint32_t>(std::countl_zero(~m_words[word]));
+               static_cast<std::uint32_t>(std::countl_zero(taken));
       }
     }
     return kNone;

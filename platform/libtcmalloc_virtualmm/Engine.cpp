@@ -78,7 +78,8 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
     : m_pageShift(static_cast<std::uint32_t>(std::countr_zero(ChoosePageSize(options)))),
       m_classes(ChoosePageSize(options)),
       m_tableStore(std::move(tableFile), m_error),
-      m_table(m_tableStore, m_error, ChooseTableLeaves(options)),
+      m_table(m_tableStore, m_error, ChooseTableLeaves(options),
+              options.firstGeneration ? *options.firstGeneration : DrawFirstGeneration()),
       m_arena(options.budgetBytes >= kHugePageBudget),
       m_slabs(m_classes, m_table, m_arena),
       m_store(std::move(file), m_error),
@@ -427,27 +428,33 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   const bool wasPinned = slot.header->IsPinned() && entry.live.pinned != 0;
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   SlabPage::GiveBack(entry.live, slot.header, handle.byte);
-  entry.generation = NextGeneration(entry.generation);
+  ++entry.generation;
   entry.live.touched |= PageEntry::kModified;
   --m_currentObjects;
   --state.liveObjects;
-  if (wasPinned || entry.live.freeSlots == ClassOf(entry).slots) [[unlikely]] {
+  if (wasPinned || IsPastLastGeneration(entry.generation) ||
+      entry.live.freeSlots == ClassOf(entry).slots) [[unlikely]] {
     EndSlot(handle.page, entry, wasPinned);
   } else if (!state.IsOpen(entry)) {
     m_slabs.OnSlotFreed(handle.page, entry);
   }
 }
 
-/// What follows when the object of a freed slot was pinned or its slab's last one.
+/// What follows when the object of a freed slot was pinned or its slab's last one, or when there is
+/// no generation left for further objects in the slab.
 void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
   LIBTCMALLOC_ASSERT(entry.live.pinned >= (wasPinned ? 1 : 0));
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
+  if (IsPastLastGeneration(entry.generation)) {
+    entry.generation = kNoGeneration;
+    m_slabs.Retire(page);
+  }
   const bool open = m_slabs[entry.state].IsOpen(entry);
   const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
   if (empty && !open) {
     m_pager.EndSpan(page);
   } else {
-    if (!open) {
+    if (!open && !entry.IsUsedUp()) {
       m_slabs.OnSlotFreed(page, entry);
     }
     if (wasPinned && entry.live.pinned == 0 && entry.Notifies()) {
@@ -465,7 +472,7 @@ void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
   --m_currentObjects;
   --m_largeObjects;
   m_largePages -= m_pager.SpanPages(handle.page);
-  entry.generation = NextGeneration(entry.generation);
+  ++entry.generation;
   m_pager.EndSpan(handle.page);
   m_pager.CutFile();
 }

@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
@@ -32,6 +33,7 @@ struct EngineOptions {
   std::uint32_t readAhead = 16;       ///< see PagerOptions
   std::uint32_t tableLeaves = 0;      ///< see PageTable; 0 chooses by budget
   bool moveOnUnpin = false;           ///< see PagerOptions
+  std::optional<std::uint16_t> firstGeneration;  ///< below kFirstGenerations; none draws one
 };
 
 /// The engine behind VirtualMemoryPool: finds, makes, pins and ends objects. What is in memory is

@@ -51,7 +51,13 @@ const Frame& EngineChecker::FrameAt(std::uint32_t frame) const {
 /// Whether a page number of the table is in use.
 bool EngineChecker::IsTaken(std::uint32_t page) const {
   const PageMap::Group& group = m_table.m_map.m_groups[page / PageMap::kGroupPages];
-  return !group.free.IsFree(page % PageMap::kGroupPages);
+  return !group.free.IsFree(page % PageMap::kGroupPages) && !IsRetired(page);
+}
+
+/// Whether a page number of the table is never used again.
+bool EngineChecker::IsRetired(std::uint32_t page) const {
+  const PageMap::Group& group = m_table.m_map.m_groups[page / PageMap::kGroupPages];
+  return group.retired != nullptr && group.retired->IsFree(page % PageMap::kGroupPages);
 }
 
 /// Whether a page of the table is described in memory: its leaf is there, or was never written and
@@ -186,9 +192,9 @@ void EngineChecker::CheckSlab(std::uint32_t page, const PageEntry& entry) {
     const std::uint32_t byte = kFirstObjectByte + slot * c.stride;
     const ObjectHeader& header = *slab->HeaderAt(byte);
     const bool isFree =
-        header.pins == kFreePins && ObjectHandle::GenerationOf(header.tag) == kFreeGeneration;
+        header.pins == kFreePins && ObjectHandle::GenerationOf(header.tag) == kNoGeneration;
     const bool isObject = header.pins <= kMaxPins &&
-                          ObjectHandle::GenerationOf(header.tag) != kFreeGeneration &&
+                          ObjectHandle::GenerationOf(header.tag) != kNoGeneration &&
                           (ObjectHandle::ByteOf(header.tag) & ~7U) == byte;
     Require(isFree || isObject, "page ", page, " has at byte ", byte,
             " a header of neither an object nor a free slot");
@@ -248,6 +254,9 @@ void EngineChecker::CheckLeaves() {
       m_seesAll = m_seesAll && IsSeen(number * PageTable::kLeafPages);
       continue;
     }
+    if (leaf == &m_table.m_retired) {
+      continue;
+    }
     ++leavesIn;
     Require(leaf->number == number, "leaf ", number, " takes itself for ", leaf->number);
     const auto spansIn = static_cast<std::uint32_t>(
@@ -262,6 +271,9 @@ void EngineChecker::CheckLeaves() {
   Require(std::none_of(std::begin(m_table.m_absent.entries), std::end(m_table.m_absent.entries),
                        [](const PageEntry& entry) { return entry.IsSpanHead(); }),
           "the leaf that stands for those that are out begins a span");
+  Require(std::all_of(std::begin(m_table.m_retired.entries), std::end(m_table.m_retired.entries),
+                      [](const PageEntry& e) { return e.IsUsedUp() && !e.IsSpanHead(); }),
+          "the leaf that stands for those of retired pages has a page that is not");
 
   std::uint32_t listed = 0;
   const PageTable::Leaf* older = nullptr;
@@ -302,8 +314,12 @@ void EngineChecker::CheckSpans() {
       }
       isKnown = true;
     } else if (IsTaken(page)) {
-      Require(!isKnown, "page ", page, " is in use and belongs to no span");
+      Require(!isKnown || (entry.IsUsedUp() && m_wasShortOfMemory), "page ", page,
+              " is in use and belongs to no span");
     } else {
+      Require(entry.IsUsedUp() == IsRetired(page), "page ", page,
+              IsRetired(page) ? " is retired and has generations left"
+                              : " has no generation left and can be used again");
       isKnown = true;
     }
   }
@@ -341,6 +357,7 @@ void EngineChecker::CheckSpan(std::uint32_t page, const PageEntry& entry, std::u
 void EngineChecker::CheckPageMap() {
   const PageMap& map = m_table.m_map;
   std::uint64_t used = 0;
+  std::uint64_t retired = 0;
   std::uint32_t usedEnd = 0;
   for (std::uint32_t i = 0; i < map.m_groups.size(); ++i) {
     const PageMap::Group& group = map.m_groups[i];
@@ -351,12 +368,18 @@ void EngineChecker::CheckPageMap() {
     Require(longest == 0 || i >= map.m_firstVacant, "group ", i,
             " has free page numbers and is passed over by the search");
     for (std::uint32_t page = 0; page < PageMap::kGroupPages; ++page) {
-      if (!group.free.IsFree(page)) {
+      const std::uint32_t number = i * PageMap::kGroupPages + page;
+      retired += IsRetired(number) ? 1 : 0;
+      Require(!IsRetired(number) || !group.free.IsFree(page), "page ", number,
+              " is retired and free");
+      if (IsTaken(number)) {
         ++used;
-        usedEnd = i * PageMap::kGroupPages + page + 1;
+        usedEnd = number + 1;
       }
     }
   }
+  Require(map.m_retiredPages == retired, map.m_retiredPages,
+          " page numbers are counted as retired, ", retired, " are");
   Require(map.m_usedPages == used, map.m_usedPages, " page numbers are counted, ", used,
           " are in use");
   Require(map.m_usedEnd == usedEnd, "page numbers end at ", map.m_usedEnd, " by the count, at ",
@@ -407,8 +430,11 @@ void EngineChecker::CheckClasses() {
     Require(!isListed || (!isOpen && entry.live.freeSlots > 0 &&
                           std::binary_search(list.begin(), list.end(), page)),
             "page ", page, " is flagged as listed and should not be, or is in no list");
-    Require(isListed || isOpen || entry.live.freeSlots == 0 || m_wasShortOfMemory, "page ", page,
-            " has free slots that its class cannot find");
+    Require(
+        isListed || isOpen || entry.live.freeSlots == 0 || entry.IsUsedUp() || m_wasShortOfMemory,
+        "page ", page, " has free slots that its class cannot find");
+    Require(!entry.IsUsedUp() || (!isListed && !isOpen), "page ", page,
+            " has no generation left and takes further objects");
   }
 }
 

@@ -58,6 +58,7 @@ class EngineChecker {
 
   const Frame& FrameAt(std::uint32_t frame) const;
   bool IsTaken(std::uint32_t page) const;
+  bool IsRetired(std::uint32_t page) const;
   bool IsSeen(std::uint32_t page) const;
   std::uint32_t PagesOf(std::uint32_t page, const PageEntry& entry) const;
 

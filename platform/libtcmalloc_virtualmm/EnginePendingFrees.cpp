@@ -69,7 +69,7 @@ void Engine::DeallocateLater(std::uint64_t offset) noexcept {
 bool Engine::IsInSlabThatIsOut(ObjectHandle handle) const noexcept {
   const PageEntry& entry = m_table[handle.page];
   return !entry.Resident() && m_classes.IsSlotStart(entry.Kind(), handle.byte) &&
-         handle.generation != kFreeGeneration;
+         handle.generation != kNoGeneration;
 }
 
 /// Has the pager bring a span in, and ends what was to be freed in it and in those that came along.

@@ -12,9 +12,12 @@ namespace tcmalloc {
 ///
 /// Objects start at multiples of 8; the low three bits of `byte` tell how much smaller than its
 /// slot the object is (see SlabPage). `byte` is never 0 and `generation` never 0xFFFF, so neither 0
-/// nor all-ones is ever an offset. A page counts its frees in the generation: a handle kept past
-/// its object's end does not fit the object that lives there now. Objects of a page's first life
-/// have generation 0, so the handles of a young store are small numbers.
+/// nor all-ones is ever an offset.
+///
+/// A page counts its frees in the generation: a handle kept past its object's end does not fit the
+/// object that lives there now. The count begins at a random number of the store's own, so another
+/// store's handle does not fit either, and never wraps around: a page that reaches 0xFFFF gets no
+/// more objects and is retired when its last one ends. So no offset ever names a second object.
 struct ObjectHandle {
   std::uint32_t page;        ///< first page of the object's span
   std::uint16_t byte;        ///< where the object starts in a slab span; kLargeByte in a large one
@@ -46,14 +49,20 @@ struct ObjectHandle {
 /// The byte of every large object's handle.
 constexpr std::uint16_t kLargeByte = 1;
 
-/// The generation of a free slot; no handle carries it.
-constexpr std::uint16_t kFreeGeneration = 0xFFFF;
+/// Not a generation: what stands in its place in a free slot, and in a page without any left.
+constexpr std::uint16_t kNoGeneration = 0xFFFF;
 
-/// The generation after `generation`, leaving out kFreeGeneration.
-constexpr std::uint16_t NextGeneration(std::uint16_t generation) {
-  return generation + 1 == kFreeGeneration ? std::uint16_t{0}
-                                           : static_cast<std::uint16_t>(generation + 1);
+/// Whether a page has no generation left once a free was counted up to `generation`. Pages that
+/// have none keep being counted; that is undone later, off the way of all others.
+constexpr bool IsPastLastGeneration(std::uint16_t generation) {
+  return static_cast<std::uint16_t>(generation + 1) <= 1;
 }
+
+/// Stores begin below this number, which leaves each page half of all generations at least.
+constexpr std::uint16_t kFirstGenerations = 0x8000;
+
+/// A random generation for a store to begin with, below kFirstGenerations.
+std::uint16_t DrawFirstGeneration() noexcept;
 
 }  // namespace tcmalloc
 

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "libtcmalloc_virtualmm/ObjectHandle.h"
+
 namespace tcmalloc {
 
 /// What the engine knows of one page. A span is described by the entry of its first page.
@@ -34,7 +36,7 @@ struct PageEntry {
   };
 
   std::uint32_t where;       ///< bytes 0..3   frame when resident, else eviction sequence number
-  std::uint16_t generation;  ///< bytes 4..5   generation of the next object made in the page
+  std::uint16_t generation;  ///< bytes 4..5   of the next object made in the page, or none left
   std::uint8_t state;        ///< byte  6      kind, with kOut unless it is a span in memory
   std::uint8_t flags;        ///< byte  7
   union {
@@ -73,6 +75,10 @@ struct PageEntry {
   std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kOut); }
   bool Resident() const { return (state & kOut) == 0; }
   bool IsSpanHead() const { return Kind() <= kLarge; }
+
+  /// Whether no generation is left for further objects: the page is retired, or will be when the
+  /// span that begins there ends.
+  bool IsUsedUp() const { return generation == kNoGeneration; }
 };
 
 static_assert(sizeof(PageEntry) == 16, "metadata is to stay at 0.4 % of 4 KiB pages");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 
 #include "libtcmalloc_virtualmm/EngineAssert.h"
 
@@ -46,17 +47,58 @@ void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
   m_firstVacant = std::min<std::size_t>(m_firstVacant, first / kGroupPages);
   Mark(first, count, true);
   if (first + count == m_usedEnd) {
-    std::size_t group = (m_usedEnd - 1) / kGroupPages + 1;
-    m_usedEnd = 0;
-    while (group-- > 0) {
-      const std::uint32_t last = m_groups[group].free.LastTaken();
-      if (last != BitRuns<kGroupPages>::kNone) {
-        m_usedEnd = static_cast<std::uint32_t>(group) * kGroupPages + last + 1;
-        break;
-      }
-    }
+    LowerUsedEnd();
   }
   LIBTCMALLOC_ASSERT(m_usedPages <= m_usedEnd);
+}
+
+void PageMap::Retire(std::uint32_t page) noexcept {
+  LIBTCMALLOC_ASSERT(page < m_usedEnd && m_usedPages > 0);
+  Group& group = m_groups[page / kGroupPages];
+  LIBTCMALLOC_ASSERT(!group.free.IsFree(page % kGroupPages));
+  if (group.retired == nullptr) {
+    group.retired.reset(new (std::nothrow) Pages);
+    if (group.retired == nullptr) {
+      return;
+    }
+  }
+  group.retired->Mark(page % kGroupPages, 1, true);
+  --m_usedPages;
+  ++m_retiredPages;
+  if (page + 1 == m_usedEnd) {
+    LowerUsedEnd();
+  }
+}
+
+void PageMap::LowerUsedEnd() {
+  std::size_t group = (m_usedEnd - 1) / kGroupPages + 1;
+  m_usedEnd = 0;
+  while (group-- > 0) {
+    const std::uint32_t last = m_groups[group].free.LastTaken(m_groups[group].retired.get());
+    if (last != Pages::kNone) {
+      m_usedEnd = static_cast<std::uint32_t>(group) * kGroupPages + last + 1;
+      return;
+    }
+  }
+}
+
+std::uint32_t PageMap::EndOfRun(std::uint32_t from, bool retired) const {
+  std::uint32_t page = from;
+  while (page < PageCount()) {
+    const Pages* bits = m_groups[page / kGroupPages].retired.get();
+    if (bits == nullptr && retired) {
+      return page;
+    }
+    const std::uint32_t place = page % kGroupPages;
+    const std::uint32_t end = bits == nullptr ? kGroupPages
+                              : retired       ? bits->NextTaken(place)
+                                              : bits->NextFree(place);
+    page += end - place;
+    if (end != kGroupPages) {
+      return page;
+    }
+  }
+  return page;
 }
 
 std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
@@ -70,7 +112,7 @@ std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
     }
     std::uint32_t longest = 0;
     const std::uint32_t at = group.free.Find(count, longest);
-    if (at != BitRuns<kGroupPages>::kNone) {
+    if (at != Pages::kNone) {
       return static_cast<std::uint32_t>(i) * kGroupPages + at;
     }
     group.longestRun = longest;
@@ -95,9 +137,7 @@ bool PageMap::AddGroups(std::size_t count) noexcept {
     return false;
   }
   try {
-    Group group;
-    group.free.Mark(0, kGroupPages, true);
-    m_groups.insert(m_groups.end(), count, group);
+    m_groups.resize(m_groups.size() + count);
     return true;
   } catch (const std::exception&) {
     return false;

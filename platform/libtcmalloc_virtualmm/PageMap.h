@@ -2,6 +2,7 @@
 #define LIBTCMALLOC_VIRTUALMM_PAGEMAP_H
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "libtcmalloc_virtualmm/BitRuns.h"
@@ -9,7 +10,8 @@
 namespace tcmalloc {
 
 /// Which page numbers are free. They are given out lowest first, which keeps the paging file short.
-/// A bit a page, in groups of 1,024 that the map grows by.
+/// A bit a page, in groups of 1,024 that the map grows by; groups with retired pages, which are
+/// neither taken nor ever free again, have a second one.
 class PageMap {
  public:
   static constexpr std::uint32_t kGroupPages = 1024;
@@ -23,20 +25,35 @@ class PageMap {
   /// Gives a run back. Cannot fail.
   void Release(std::uint32_t first, std::uint32_t count) noexcept;
 
+  /// Takes a page out of use for good instead. Cannot fail: without memory to note it, the page
+  /// counts as taken.
+  void Retire(std::uint32_t page) noexcept;
+
+  /// One past the run of pages from `from` on that are all retired, or all not.
+  std::uint32_t EndOfRun(std::uint32_t from, bool retired) const;
+
   /// Pages that the map knows, free ones included: all below this number.
   std::uint32_t PageCount() const {
     return static_cast<std::uint32_t>(m_groups.size()) * kGroupPages;
   }
   /// Pages taken.
   std::uint64_t UsedPages() const { return m_usedPages; }
+  /// Pages retired.
+  std::uint64_t RetiredPages() const { return m_retiredPages; }
   /// One past the highest page taken.
   std::uint32_t UsedEnd() const { return m_usedEnd; }
 
  private:
   friend class EngineChecker;
+
+  using Pages = BitRuns<kGroupPages>;
+
   struct Group {
-    BitRuns<kGroupPages> free;
+    Group() { free.Mark(0, kGroupPages, true); }
+
+    Pages free;
     std::uint32_t longestRun = kGroupPages;  // no run of free pages is longer
+    std::unique_ptr<Pages> retired;          // those that are; null while there are none
   };
 
   bool IsFree(const Group& group) const {
@@ -45,12 +62,14 @@ class PageMap {
   std::uint32_t FindInGroup(std::uint32_t count);
   std::uint32_t FindWholeGroups(std::uint32_t count);
   bool AddGroups(std::size_t count) noexcept;
+  void LowerUsedEnd();
   void Mark(std::uint32_t first, std::uint32_t count, bool free);
 
   std::vector<Group> m_groups;
   std::size_t m_firstVacant = 0;  // no group below has a free page
   std::uint32_t m_usedEnd = 0;    // one past the highest page taken
   std::uint64_t m_usedPages = 0;  // pages taken
+  std::uint64_t m_retiredPages = 0;
 };
 
 }  // namespace tcmalloc

@@ -10,9 +10,12 @@
 
 namespace tcmalloc {
 
-PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit)
-    : m_leafLimit(leafLimit), m_file(file), m_error(error) {
-  MakeNew(m_absent);
+PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit,
+                     std::uint16_t firstGeneration)
+    : m_leafLimit(leafLimit), m_firstGeneration(firstGeneration), m_file(file), m_error(error) {
+  LIBTCMALLOC_ASSERT(firstGeneration != kNoGeneration);
+  MakeNew(m_absent, firstGeneration);
+  MakeNew(m_retired, kNoGeneration);
 }
 
 // ---- pages --------------------------------------------------------------------------------------
@@ -49,7 +52,15 @@ void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(IsIn(first) && entry.IsSpanHead());
   entry.state = PageEntry::kNoHead | PageEntry::kOut;
   entry.flags = 0;
-  m_map.Release(first, count);
+  if (!entry.IsUsedUp()) {
+    m_map.Release(first, count);
+    return;
+  }
+  if (count > 1) {
+    m_map.Release(first + 1, count - 1);
+  }
+  m_map.Retire(first);
+  DropIfRetired(first / kLeafPages);
 }
 
 bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
@@ -140,7 +151,7 @@ PageTable::Outcome PageTable::BringIn(std::uint32_t page) noexcept {
 }
 
 PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
-  MakeNew(leaf);
+  MakeNew(leaf, m_firstGeneration);
   if (m_images[leaf.number] == kNoImage) {
     return Outcome::kIn;
   }
@@ -201,9 +212,22 @@ bool PageTable::SendOneOut() noexcept {
   return true;
 }
 
-void PageTable::MakeNew(Leaf& leaf) {
+/// Gives a leaf's memory back if all of its pages are retired.
+void PageTable::DropIfRetired(std::uint32_t number) {
+  Leaf* leaf = m_leaves[number];
+  if (std::all_of(std::begin(leaf->entries), std::end(leaf->entries),
+                  [](const PageEntry& entry) { return entry.IsUsedUp() && !entry.IsSpanHead(); })) {
+    m_leaves[number] = &m_retired;
+    --m_leavesIn;
+    RemoveIdle(leaf);
+    GiveUnused(leaf);
+  }
+}
+
+void PageTable::MakeNew(Leaf& leaf, std::uint16_t generation) {
   for (PageEntry& entry : leaf.entries) {
     entry = {};
+    entry.generation = generation;
     entry.state = PageEntry::kNoHead | PageEntry::kOut;
   }
 }

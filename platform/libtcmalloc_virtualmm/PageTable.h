@@ -20,7 +20,8 @@ namespace tcmalloc {
 /// leave for a file of their own, so that 4 GiB of pages cost some 400 KiB and not 16 MiB. A leaf
 /// with a span in memory stays, and its entries do not move. In the place of a leaf that is out
 /// stands one shared leaf whose entries begin no span; so the hot path need not ask, and everybody
-/// else calls Fetch first.
+/// else calls Fetch first. Another one stands for all leaves of nothing but retired pages, which
+/// need neither memory nor a place in the file.
 class PageTable {
  public:
   static constexpr std::uint32_t kLeafPages = 64;
@@ -29,7 +30,9 @@ class PageTable {
   /// @param file       where leaves go; outlives the table
   /// @param error      receives failures; outlives the table
   /// @param leafLimit  leaves to stay under as long as they may leave, at least 1
-  PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit);
+  /// @param firstGeneration  the generation of new pages, not kNoGeneration
+  PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit,
+            std::uint16_t firstGeneration);
 
   /// Whether the table has the page.
   bool Has(std::uint32_t page) const { return page < m_pageCount; }
@@ -62,7 +65,8 @@ class PageTable {
   /// @return the first page, or kNoPage when it cannot be had, which is noted
   std::uint32_t Acquire(std::uint32_t count, std::uint8_t kind) noexcept;
 
-  /// Gives a span's pages back; the leaf of the first is in memory. Cannot fail.
+  /// Gives a span's pages back; the leaf of the first is in memory. Cannot fail. A first page whose
+  /// generations are used up is retired: no run that Acquire takes has it again.
   void Release(std::uint32_t first, std::uint32_t count) noexcept;
 
   /// To be called when a span comes into memory and when it leaves or ends there.
@@ -81,6 +85,12 @@ class PageTable {
   /// Pages that belong to spans, and one past the highest of them.
   std::uint64_t UsedPages() const { return m_map.UsedPages(); }
   std::uint32_t UsedEnd() const { return m_map.UsedEnd(); }
+
+  /// Pages that are retired, and one past the run of pages from `from` on that all are, or all not.
+  std::uint64_t RetiredPages() const { return m_map.RetiredPages(); }
+  std::uint32_t EndOfRun(std::uint32_t from, bool retired) const {
+    return m_map.EndOfRun(from, retired);
+  }
 
   /// Leaves that did not come back as they were written.
   std::uint64_t DamagedReads() const { return m_damaged; }
@@ -116,19 +126,21 @@ class PageTable {
   bool SendOneOut() noexcept;
   Leaf* TakeUnused() noexcept;
   void GiveUnused(Leaf* leaf) noexcept;
+  void DropIfRetired(std::uint32_t number);
   void AppendIdle(Leaf* leaf);
   void RemoveIdle(Leaf* leaf);
-  static void MakeNew(Leaf& leaf);
+  static void MakeNew(Leaf& leaf, std::uint16_t generation);
   static std::uint64_t HashOf(const Image& image, std::uint32_t number);
   bool NoteNoMemory() noexcept;
 
   PageMap m_map;
-  std::unique_ptr<Leaf*[]> m_leaves;          // by number; &m_absent for a leaf that is out
+  std::unique_ptr<Leaf*[]> m_leaves;          // by number; or one of the shared ones below
   std::unique_ptr<std::uint64_t[]> m_images;  // by number: hash of the image in the file
   std::uint32_t m_leafCapacity = 0;           // room in the two arrays
   std::uint32_t m_pageCount = 0;              // pages of the leaves that the arrays know
   std::uint32_t m_leavesIn = 0;               // leaves in memory
   std::uint32_t m_leafLimit;
+  std::uint16_t m_firstGeneration;  // of new pages
   std::uint64_t m_damaged = 0;
   Leaf* m_oldestIdle = nullptr;  // list of the leaves in memory without a span in memory
   Leaf* m_newestIdle = nullptr;
@@ -136,7 +148,8 @@ class PageTable {
   std::vector<std::unique_ptr<Leaf[]>> m_blocks;  // that memory
   BackingStore& m_file;
   StoreError& m_error;
-  Leaf m_absent;  // stands for every leaf that is out; never written to
+  Leaf m_absent;   // stands for every leaf that is out; never written to
+  Leaf m_retired;  // stands for every leaf whose pages are all retired; never written to
 };
 
 }  // namespace tcmalloc

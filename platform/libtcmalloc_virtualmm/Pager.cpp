@@ -500,7 +500,11 @@ void Pager::RemoveSpan(std::uint32_t page) noexcept {
     m_arena.Release(entry.where);
     m_table.OnSpanOut(page);
   }
+  const bool isRetired = entry.IsUsedUp();
   m_table.Release(page, pages);
+  if (isRetired) {
+    m_store.Discard(FileOffset(page), SpanBytes(1));
+  }
 }
 
 // ---- the budget and the file --------------------------------------------------------------------
@@ -539,13 +543,25 @@ void Pager::TrimExcess() noexcept {
 }
 
 bool Pager::ReserveDiskSpace() noexcept {
-  return m_table.UsedPages() << m_frameShift <= m_options.budgetFrames ||
-         m_store.Reserve(FileOffset(m_table.UsedEnd()));
+  if (m_table.UsedPages() << m_frameShift <= m_options.budgetFrames) {
+    return true;
+  }
+  // Retired pages need no space: what lies between them is set aside run by run.
+  const std::uint32_t end = m_table.UsedEnd();
+  auto page = static_cast<std::uint32_t>(m_store.ReservedEnd() >> m_options.pageShift);
+  while (page < end) {
+    const std::uint32_t first = m_table.EndOfRun(page, true);
+    page = std::min(end, m_table.EndOfRun(first, false));
+    if (!m_store.Reserve(FileOffset(first), FileOffset(page), page == end)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 void Pager::CutFile() noexcept {
   // The empty slab that a class keeps open must not hold the end of a file that is mostly free.
-  const auto used = static_cast<std::uint32_t>(m_table.UsedPages());
+  const auto used = static_cast<std::uint32_t>(m_table.UsedPages() + m_table.RetiredPages());
   if (m_store.WorthCutting(FileOffset(used)) &&
       !m_store.WorthCutting(FileOffset(m_table.UsedEnd()))) {
     for (std::uint32_t i = 0; i < m_classes.Count(); ++i) {

@@ -1,6 +1,7 @@
 #ifndef LIBTCMALLOC_VIRTUALMM_PAGINGFILE_H
 #define LIBTCMALLOC_VIRTUALMM_PAGINGFILE_H
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -47,6 +48,10 @@ class PagingFile {
   /// Sets disk space aside for the bytes [begin, end) and extends the file to `end`.
   /// @return 0, EOPNOTSUPP where the file system cannot, or another error
   virtual int Reserve(std::uint64_t begin, std::uint64_t end) = 0;
+
+  /// Gives the disk space of `bytes` at `offset` back; the file stays as long as it is.
+  /// @return 0, EOPNOTSUPP where the file system cannot, or another error
+  virtual int Discard(std::uint64_t /*offset*/, std::size_t /*bytes*/) { return EOPNOTSUPP; }
 
   /// Cuts the file off at `size` bytes. @return 0 or an error
   virtual int Truncate(std::uint64_t size) = 0;

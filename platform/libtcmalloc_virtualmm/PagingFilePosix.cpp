@@ -164,6 +164,14 @@ class PosixPagingFile final : public PagingFile {
 #endif
   }
 
+#ifdef FALLOC_FL_PUNCH_HOLE
+  int Discard(std::uint64_t offset, std::size_t bytes) override {
+    const int result = fallocate(m_descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                                 static_cast<off_t>(offset), static_cast<off_t>(bytes));
+    return result == 0 ? 0 : errno;
+  }
+#endif
+
   int Truncate(std::uint64_t size) override {
     return ftruncate(m_descriptor, static_cast<off_t>(size)) == 0 ? 0 : errno;
   }

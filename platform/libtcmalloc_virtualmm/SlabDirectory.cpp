@@ -9,6 +9,7 @@ void SlabDirectory::Open(std::uint32_t page) {
   PageEntry& entry = m_table[page];
   LIBTCMALLOC_ASSERT(entry.Resident() && entry.Kind() < m_classes.Count());
   LIBTCMALLOC_ASSERT(entry.live.freeSlots > 0 && entry.live.firstFree != 0);
+  LIBTCMALLOC_ASSERT(!entry.IsUsedUp());
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
   ClassState& state = m_states[entry.Kind()];
   LIBTCMALLOC_ASSERT(!state.HasFreeSlot());
@@ -44,13 +45,19 @@ std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
   return PageTable::kNoPage;
 }
 
+void SlabDirectory::Retire(std::uint32_t page) {
+  LIBTCMALLOC_ASSERT(m_table[page].Resident() && m_table[page].IsUsedUp());
+  CloseIfOpen(page);
+  m_table[page].flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
+}
+
 void SlabDirectory::OnPageIn(std::uint32_t frame) {
   PageEntry& entry = EntryAt(frame);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
   SlabAt(frame)->Load(entry.live);
   LIBTCMALLOC_ASSERT(entry.live.freeSlots < m_classes[entry.Kind()].slots);
   LIBTCMALLOC_ASSERT((entry.live.firstFree == 0) == (entry.live.freeSlots == 0));
-  if (entry.live.freeSlots > 0) {
+  if (entry.live.freeSlots > 0 && !entry.IsUsedUp()) {
     NoteVacant(m_arena[frame].page, entry);
   }
 }
@@ -61,7 +68,8 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
   LIBTCMALLOC_ASSERT(!entry.Resident() && entry.where == frame && entry.live.pinned == 0);
   CloseIfOpen(page);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
-  if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots) {
+  if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots &&
+      !entry.IsUsedUp()) {
     entry.flags |= PageEntry::kVacant;
     // Without memory for the list its free slots wait until the slab is in memory again. What a
     // leaf that is out describes is taken for usable.

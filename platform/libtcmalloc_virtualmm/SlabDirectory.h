@@ -60,6 +60,9 @@ class SlabDirectory {
     }
   }
 
+  /// Lets no more objects into a slab in memory whose generations are used up.
+  void Retire(std::uint32_t page);
+
   /// Notes that a slab came into memory, is about to leave it, is about to end, or moved from one
   /// frame to another (whose descriptor is already a copy of the old one's).
   void OnPageIn(std::uint32_t frame);

@@ -23,8 +23,7 @@ constexpr std::uint32_t kMaxPins = kFreePins - 1;
 /// the tag tells whether a handle names the object: the tag holds the handle's byte and generation.
 struct ObjectHeader {
   std::uint32_t pins;  ///< bytes 0..3  pin count, up to kMaxPins; kFreePins in a free slot
-  std::uint32_t
-      tag;  ///< bytes 4..7  see ObjectHandle::TagOf; free: next free byte, kFreeGeneration
+  std::uint32_t tag;   ///< bytes 4..7  see ObjectHandle::TagOf; free: next free byte, kNoGeneration
 
   bool IsPinned() const { return pins - 1 < kMaxPins; }
 
@@ -75,7 +74,7 @@ class SlabPage {
   /// Whether a header may be what the engine wrote there: that of an object at its `byte`, whose
   /// low three bits do not matter, or of a free slot. Anything else was written by somebody else.
   static bool IsIntact(ObjectHeader header, std::uint32_t byte) {
-    const bool isFree = ObjectHandle::GenerationOf(header.tag) == kFreeGeneration;
+    const bool isFree = ObjectHandle::GenerationOf(header.tag) == kNoGeneration;
     return isFree ? header.pins == kFreePins && (ObjectHandle::ByteOf(header.tag) & 7) == 0
                   : header.pins <= kMaxPins &&
                         (ObjectHandle::ByteOf(header.tag) & ~7U) == (byte & ~7U);
@@ -98,7 +97,7 @@ class SlabPage {
   ObjectHeader* Take(PageEntry::Live& live, std::uint16_t generation, std::uint32_t size,
                      const SizeClass& sizeClass) {
     LIBTCMALLOC_ASSERT(live.freeSlots > 0 && live.freeSlots <= sizeClass.slots);
-    LIBTCMALLOC_ASSERT(size > 0 && size <= sizeClass.capacity && generation != kFreeGeneration);
+    LIBTCMALLOC_ASSERT(size > 0 && size <= sizeClass.capacity && generation != kNoGeneration);
     const std::uint32_t byte = live.firstFree;
     LIBTCMALLOC_ASSERT(byte >= kFirstObjectByte && byte % 8 == 0);
     ObjectHeader* header = HeaderAt(byte);
@@ -158,7 +157,7 @@ class SlabPage {
 
   SlabPage() = default;
 
-  static std::uint32_t FreeTag(std::uint32_t nextFree) { return nextFree << 16 | kFreeGeneration; }
+  static std::uint32_t FreeTag(std::uint32_t nextFree) { return nextFree << 16 | kNoGeneration; }
   static char* SlackPlace(ObjectHeader* header, const SizeClass& sizeClass) {
     return reinterpret_cast<char*>(header + 1) + sizeClass.capacity - sizeof(std::uint16_t);
   }

@@ -15,7 +15,8 @@ class Engine;
 
 /// The handle of one object, as exchanged with the engine.
 struct PageItem {
-  std::uint64_t offset;  ///< the object's offset; 0 and all-ones never name an object
+  std::uint64_t offset;  ///< the object's offset; 0 and all-ones never name an object, and no
+                         ///< offset names a second one of its engine after the first was freed
 };
 
 /// The figures of one size class ("fixed-size pool") in VirtualMemoryStats.

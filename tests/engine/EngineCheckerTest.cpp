@@ -129,7 +129,7 @@ std::vector<EngineChecker::Damage::Case> EngineChecker::Damage::Cases() {
       {"twice",
        [](Damage& d) {
          const PageEntry& slab = d.Slab();
-         d.Set(d.FirstFree(slab).tag, std::uint32_t{slab.live.firstFree} << 16 | kFreeGeneration);
+         d.Set(d.FirstFree(slab).tag, std::uint32_t{slab.live.firstFree} << 16 | kNoGeneration);
        }},
       {"neither an object nor", [](Damage& d) { d.Set(d.FirstFree(d.Slab()).pins, 0); }},
       {"neither an object nor", [](Damage& d) { d.Set(d.AnyObject(d.Slab()).pins, kFreePins); }},
@@ -137,7 +137,7 @@ std::vector<EngineChecker::Damage::Case> EngineChecker::Damage::Cases() {
       {"is not chained",
        [](Damage& d) {
          const PageEntry& slab = d.Slab();
-         d.Set(d.FirstFree(slab).tag, std::uint32_t{kFreeGeneration});
+         d.Set(d.FirstFree(slab).tag, std::uint32_t{kNoGeneration});
        }},
       {"pinned objects and has", [](Damage& d) { d.Add(d.Slab().live.pinned, 1); }},
       {"pinned objects and has", [](Damage& d) { d.Add(d.AnyObject(d.Slab()).pins, 1); }},

@@ -75,6 +75,7 @@ class EngineFixture : public testing::Test {
     options.pageSize = pageSize;
     options.moveOnUnpin = moveOnUnpin;
     options.tableLeaves = tableLeaves;
+    options.firstGeneration = firstGeneration;
     auto owned = std::make_unique<ScriptedPagingFile>();
     auto ownedTable = std::make_unique<ScriptedPagingFile>();
     file = owned.get();
@@ -196,6 +197,7 @@ class EngineFixture : public testing::Test {
     return static_cast<std::uint32_t>(offset >> 16);
   }
 
+  std::uint16_t firstGeneration = 0x1234;  // of the engine that Make makes
   std::unique_ptr<Engine> engine;
   bool wasShortOfMemory = false;            // whether an allocation of the engine's own failed
   ScriptedPagingFile* file = nullptr;       // the engine's

@@ -30,34 +30,155 @@ class HandleTest : public EngineFixture {
   }
 };
 
-TEST_F(HandleTest, HandlesOfAYoungStoreAreSmallAndDiffer) {
+TEST_F(HandleTest, HandlesOfLivingObjectsDiffer) {
   Make(8);
   std::set<std::uint64_t> seen;
   for (std::uint32_t i = 0; i < 3000; ++i) {
     const Object object = Add(i % 3 == 0 ? 20000 : i % 700, i);
     ASSERT_NE(object.offset, 0U);
-    ASSERT_LT(object.offset, std::uint64_t{3000 * 5} << 16) << "a page number and a byte in it";
+    ASSERT_LT(PageOf(object.offset), 3000U * 5);
     ASSERT_TRUE(seen.insert(object.offset).second);
   }
 }
 
-// 70,000 lives of one place go once around the generations.
-TEST_F(HandleTest, NoHandleReturnsBeforeAllGenerationsOfItsPageAreUsed) {
-  for (const std::uint32_t size : {100U, 9000U}) {
+// Stores that did the same things give the same handles out, but for the generation they began
+// with. Two that drew theirs have the same one once in 32,768 times.
+TEST_F(HandleTest, HandlesOfAnotherStoreWithTheSameHistoryNameNothing) {
+  const auto live = [&](std::uint16_t first) {
+    firstGeneration = first;
     Make(8);
-    std::set<std::uint64_t> seen;
-    std::uint64_t last = 0;
-    for (std::uint32_t life = 0; life < 70000; ++life) {
-      std::uint64_t offset = 0;
-      ASSERT_NE(engine->Allocate(size, offset), nullptr);
-      ASSERT_NE(offset >> 48, 0xFFFFU);
-      ASSERT_TRUE(seen.insert(offset).second || seen.size() >= 65535) << "life " << life;
-      ASSERT_TRUE(life == 0 || engine->GetAddress(last, true) == nullptr);
-      engine->Deallocate(offset);
-      last = offset;
+    std::vector<Object> objects;
+    for (std::uint32_t i = 0; i < 500; ++i) {
+      objects.push_back(Add(i % 10 == 0 ? 9000 : 1 + i % 700, i));
+      if (i % 3 == 0) {
+        std::swap(objects[objects.size() / 2], objects.back());
+        engine->Deallocate(objects.back().offset);
+        objects.pop_back();
+      }
     }
+    return objects;
+  };
+  const std::vector<Object> others = live(0x1111);
+  const std::vector<Object> own = live(0x1115);
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    ASSERT_EQ(own[i].offset - others[i].offset, std::uint64_t{4} << 48) << "the same history";
+  }
+  ExpectIntact(own);
+  for (const Object& object : others) {
+    ASSERT_NO_FATAL_FAILURE(ExpectIgnored(object.offset));
+  }
+  ExpectIntact(own);
+
+  // What stores draw is spread over its range: of 100 few are equal, and all bits of it change.
+  std::set<std::uint16_t> drawn;
+  std::uint16_t ones = 0;
+  std::uint16_t zeros = 0;
+  for (int i = 0; i < 100; ++i) {
+    const std::uint16_t generation = tcmalloc::DrawFirstGeneration();
+    ASSERT_LT(generation, tcmalloc::kFirstGenerations);
+    drawn.insert(generation);
+    ones |= generation;
+    zeros |= static_cast<std::uint16_t>(~generation);
+  }
+  EXPECT_GE(drawn.size(), 95U);
+  EXPECT_EQ(ones & zeros & (tcmalloc::kFirstGenerations - 1), tcmalloc::kFirstGenerations - 1);
+}
+
+// 70,000 lives in one place use the generations of pages up, from the first to the last one and
+// from one in the middle on. The oldest handles, and many others, are tried all the time.
+TEST_F(HandleTest, NoHandleReturnsHoweverOftenItsPageIsUsedAgain) {
+  for (const std::uint16_t first : {std::uint16_t{0}, std::uint16_t{0x7FFF}}) {
+    for (const std::uint32_t size : {100U, 9000U}) {
+      firstGeneration = first;
+      Make(8);
+      const Object kept = Add(size, 1);  // in the first page while the size is a small one
+      std::set<std::uint64_t> seen = {kept.offset};
+      std::vector<std::uint64_t> stale;
+      for (std::uint32_t life = 0; life < 70000; ++life) {
+        std::uint64_t offset = 0;
+        ASSERT_NE(engine->Allocate(size, offset), nullptr);
+        ASSERT_NE(offset >> 48, 0xFFFFU);
+        ASSERT_TRUE(seen.insert(offset).second) << "life " << life;
+        engine->Deallocate(offset);
+        stale.push_back(offset);
+        for (const std::uint64_t old : {offset, stale.front(), stale[stale.size() / 2]}) {
+          ASSERT_EQ(engine->GetAddress(old, true), nullptr) << "life " << life;
+        }
+      }
+      const std::uint32_t lives = 0xFFFFU - first;
+      EXPECT_EQ(PageOf(stale.back()), (size > 4096 ? 3 : 0) + 70000 / lives);
+      ExpectIntact({kept});
+      EXPECT_EQ(GetStats().currentObjects, 1U);
+    }
+  }
+}
+
+// Pages live 15 times here, so that nearly all of the store's are retired in the end: those of
+// every kind, in memory and out. What they held of the file is given back where that is possible.
+TEST_F(HandleTest, RetiredPagesAreNeverUsedAgainAndGiveTheirPlaceInTheFileBack) {
+  for (const bool canDiscard : {true, false}) {
+    SCOPED_TRACE(canDiscard);
+    firstGeneration = 0xFFF0;
+    Make(8, 4096, false, 2);
+    file->discardSupported = canDiscard;
+    std::mt19937 random(1);
+    std::vector<Object> objects;
+    std::vector<std::uint64_t> stale;
+    std::set<std::uint64_t> seen;
+    for (std::uint32_t step = 0; step < 60000; ++step) {
+      if (objects.size() < 60 || (objects.size() < 300 && random() % 2 == 0)) {
+        objects.push_back(
+            Add(1 + static_cast<std::uint32_t>(random() % (step % 9 == 0 ? 9000 : 900)), step));
+        ASSERT_TRUE(seen.insert(objects.back().offset).second) << "step " << step;
+        ASSERT_NE(objects.back().offset >> 48, 0xFFFFU);
+      } else {
+        std::swap(objects[random() % objects.size()], objects.back());
+        ASSERT_EQ(Look(objects.back()), Read::kIntact);
+        stale.push_back(objects.back().offset);
+        engine->Deallocate(stale.back());
+        objects.pop_back();
+      }
+      if (!stale.empty()) {
+        ASSERT_EQ(engine->GetAddress(stale[random() % stale.size()], true), nullptr);
+      }
+      if (step % 5000 == 0) {
+        ASSERT_EQ(engine->Check(), "") << "step " << step;
+      }
+    }
+    ExpectIntact(objects);
+    for (std::size_t i = 0; i < stale.size(); i += 50) {
+      ASSERT_NO_FATAL_FAILURE(ExpectIgnored(stale[i]));
+    }
+    std::uint32_t highest = 0;
+    for (const std::uint64_t offset : seen) {
+      highest = std::max(highest, PageOf(offset));
+    }
+    EXPECT_GT(highest, 1000U) << "most of the pages are retired";
+    EXPECT_EQ(file->discarded.size() > 900, canDiscard);
+    EXPECT_EQ(file->writtenPastReserved, 0U);
+    Free(objects);
     EXPECT_EQ(GetStats().currentObjects, 0U);
   }
+}
+
+// Small at first, it retires many pages and keeps one on either side; when it outgrows the budget
+// it asks for disk space for the pages that are in use, not for those that were.
+TEST_F(HandleTest, RetiredPagesNeedNoDiskSpace) {
+  firstGeneration = 0xFFFE;  // one life a page
+  Make(256);
+  const Object first = Add(4096, 1);
+  for (std::uint32_t i = 0; i < 30000; ++i) {
+    const Object object = Add(4096, i);
+    ASSERT_NE(object.offset, 0U);
+    engine->Deallocate(object.offset);
+  }
+  file->diskBytes = UINT64_MAX;
+  const std::vector<Object> objects = AddMany(1000, 4096);
+  EXPECT_GT(PageOf(objects.front().offset), 30000U - 1);
+  EXPECT_LE(file->reservedBytes, (1000 + 2) * 4096 + (32U << 20)) << "what is in use and a step";
+  EXPECT_EQ(file->writtenPastReserved, 0U);
+  ExpectIntact(objects);
+  ExpectIntact({first});
 }
 
 TEST_F(HandleTest, AHandleKeptPastItsObjectsEndNamesNothing) {

@@ -104,6 +104,10 @@ std::uint32_t ExpectedPlace(const std::vector<bool>& free, std::uint32_t count) 
   return size;
 }
 
+// Pages are retired after this many spans that begin there.
+constexpr std::uint16_t kLives = 8;
+constexpr std::uint16_t kFirstGeneration = tcmalloc::kNoGeneration - kLives;
+
 TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
   constexpr std::uint32_t kLengths[] = {1, 1, 1, 2, 4, 4, 30, 300, 1023, 1024, 1025, 3000};
   constexpr std::uint32_t kLeafLimits[] = {1, 20, 1000};
@@ -114,11 +118,13 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
     auto ownedFile = std::make_unique<ScriptedPagingFile>();
     const ScriptedPagingFile& file = *ownedFile;
     tcmalloc::BackingStore store(std::move(ownedFile), error);
-    PageTable table(store, error, kLeafLimits[seed % std::size(kLeafLimits)]);
+    PageTable table(store, error, kLeafLimits[seed % std::size(kLeafLimits)], kFirstGeneration);
     std::vector<bool> free;                              // the model: all pages there are
+    std::vector<bool> retired;                           // and which of them are retired
     std::map<std::uint32_t, std::uint32_t> runs;         // first page, pages
     std::map<std::uint32_t, std::uint16_t> generations;  // noted in pages, free or not
     std::uint64_t used = 0;
+    std::uint64_t retiredPages = 0;
     for (int step = 0; step < 2000; ++step) {
       // Grows and shrinks in turns, so that runs meet tables nearly full and nearly empty.
       const bool grow = (step / 400 % 2 == 0) == (random() % 4 != 0);
@@ -129,6 +135,7 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         ASSERT_EQ(first, expected) << "of " << count << " pages";
         while (first + count > free.size()) {
           free.resize(free.size() + PageMap::kGroupPages, true);
+          retired.resize(free.size());
         }
         std::fill_n(At(free, first), count, false);
         runs[first] = count;
@@ -138,7 +145,9 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         const PageEntry* last = table.Find(first + count - 1);
         ASSERT_TRUE(count == 1 || !last->IsSpanHead());
         const auto noted = generations.find(first);
-        ASSERT_EQ(table[first].generation, noted == generations.end() ? 0 : noted->second);
+        ASSERT_EQ(table[first].generation,
+                  noted == generations.end() ? kFirstGeneration : noted->second);
+        ASSERT_FALSE(table[first].IsUsedUp());
         generations[first] = ++table[first].generation;
         ASSERT_TRUE(table.PrepareLargeBytes(first));
         table.LargeBytes(first) = count;
@@ -150,18 +159,53 @@ TEST(PageTableTest, AgreesWithAModelThatLooksAtEveryPage) {
         table.Release(run->first, run->second);
         ASSERT_FALSE(table[run->first].IsSpanHead());
         std::fill_n(At(free, run->first), run->second, true);
+        if (generations[run->first] == tcmalloc::kNoGeneration) {
+          free[run->first] = false;
+          retired[run->first] = true;
+          ++retiredPages;
+        }
         used -= run->second;
         runs.erase(run);
       }
       ASSERT_EQ(table.UsedPages(), used);
       const std::uint32_t end = runs.empty() ? 0 : runs.rbegin()->first + runs.rbegin()->second;
       ASSERT_EQ(table.UsedEnd(), end);
+      ASSERT_EQ(table.RetiredPages(), retiredPages);
+      if (step % 20 == 0) {
+        const auto from = static_cast<std::uint32_t>(random() % (free.size() + 1));
+        ASSERT_EQ(table.EndOfRun(from, true), FirstThatIs(retired, from, false));
+        ASSERT_EQ(table.EndOfRun(from, false), FirstThatIs(retired, from, true));
+      }
       ASSERT_TRUE(free.empty() || table.Has(static_cast<std::uint32_t>(free.size() - 1)));
       ASSERT_FALSE(table.Has(static_cast<std::uint32_t>(free.size())));
       ASSERT_EQ(table.Fetch(static_cast<std::uint32_t>(free.size())), nullptr);
     }
     ASSERT_EQ(file.reads.made > 0, seed % std::size(kLeafLimits) != 2);
+    ASSERT_GT(table.RetiredPages(), 5U) << free.size();
   }
+}
+
+TEST(PageTableTest, LeavesOfRetiredPagesTakeNeitherMemoryNorFile) {
+  tcmalloc::StoreError error;
+  auto ownedFile = std::make_unique<ScriptedPagingFile>();
+  const ScriptedPagingFile& file = *ownedFile;
+  tcmalloc::BackingStore store(std::move(ownedFile), error);
+  PageTable table(store, error, 1, kFirstGeneration);
+  constexpr std::uint32_t kPages = 20 * PageTable::kLeafPages;
+  for (std::uint32_t page = 0; page < kPages; ++page) {
+    for (std::uint16_t life = 0; life < kLives; ++life) {
+      ASSERT_EQ(table.Acquire(1, PageEntry::kLarge), page);
+      ++table[page].generation;
+      table.Release(page, 1);
+    }
+  }
+  EXPECT_EQ(table.RetiredPages(), kPages);
+  EXPECT_EQ(table.UsedEnd(), 0U);
+  for (std::uint32_t page = 0; page < kPages; ++page) {
+    const PageEntry* entry = table.Fetch(page);
+    ASSERT_TRUE(entry != nullptr && entry->IsUsedUp() && !entry->IsSpanHead()) << page;
+  }
+  EXPECT_EQ(file.writes.made + file.reads.made, 0U);
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ class RealFileTest : public EngineFixture {
     tcmalloc::EngineOptions options;
     options.budgetBytes = frames * kPage;
     options.minimumFrames = 1;
+    options.firstGeneration = firstGeneration;
     engine = std::make_unique<Engine>(options, tcmalloc::MakePagingFile(path.c_str()),
                                       tcmalloc::MakePagingFile(path.c_str()));
   }
@@ -93,6 +94,31 @@ TEST_F(RealFileTest, IsSeenAndReachedByNobodyElse) {
   engine.reset();
   EXPECT_TRUE(DescriptorsIn(directory.path()).empty());
   EXPECT_TRUE(fs::is_empty(directory.path()));
+}
+
+TEST_F(RealFileTest, PagesThatAreNeverUsedAgainTakeNoDiskSpace) {
+  const int probe = open((directory.path() / "probe").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(probe, 0);
+  const bool canPunch = ftruncate(probe, kPage) == 0 &&
+                        fallocate(probe, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, kPage) == 0;
+  close(probe);
+  if (!canPunch) {
+    GTEST_SKIP() << "the file system takes no space back from within a file";
+  }
+  fs::remove(directory.path() / "probe");
+  firstGeneration = 0xFFFE;  // one life a page
+  MakeReal(8, directory.path().string());
+  const std::vector<Object> objects = AddMany(100, kPage);
+  for (std::uint32_t i = 0; i < 1500; ++i) {  // too few for the end of the file to be cut off
+    engine->Deallocate(Add(kPage, i).offset);
+  }
+  const Object last = Add(kPage, 1);
+  EXPECT_EQ(PageOf(last.offset), 1600U);
+  ExpectIntact(objects);
+  struct stat status {};
+  ASSERT_EQ(fstat(DescriptorsIn(directory.path()).at(0), &status), 0);
+  EXPECT_GE(status.st_size, 1500 * kPage);
+  EXPECT_LE(status.st_blocks * 512, 101 * kPage + (3 << 20)) << "and what is set aside ahead";
 }
 
 TEST_F(RealFileTest, NothingIsLeftOfAKilledProcess) {

@@ -107,11 +107,23 @@ int ScriptedPagingFile::Reserve(std::uint64_t begin, std::uint64_t end) {
   if (!reserveSupported) {
     return EOPNOTSUPP;
   }
-  if (end > diskBytes || begin > m_reserved) {
+  if (end > diskBytes || begin < m_reserved || begin >= end) {
     return end > diskBytes ? ENOSPC : EINVAL;
   }
+  reservedBytes += end - begin;
   m_reserved = std::max(m_reserved, end);
   m_size = std::max(m_size, end);
+  return 0;
+}
+
+int ScriptedPagingFile::Discard(std::uint64_t offset, std::size_t bytes) {
+  if (!discardSupported) {
+    return EOPNOTSUPP;
+  }
+  const FailingNew::Pause pause;
+  discarded.emplace_back(offset, bytes);
+  m_blocks.erase(m_blocks.lower_bound(offset / kBlock),
+                 m_blocks.lower_bound((offset + bytes) / kBlock));
   return 0;
 }
 

@@ -51,7 +51,10 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
   bool reserveSupported = true;          // whether disk space can be set aside
   bool loseWrites = false;               // writes succeed, but reach the file with DeliverLost
   bool foreign = false;                  // the process is a child of the file's owner
-  std::vector<std::pair<std::uint64_t, std::size_t>> expected;  // offset and bytes announced
+  std::vector<std::pair<std::uint64_t, std::size_t>> expected;   // offset and bytes announced
+  std::vector<std::pair<std::uint64_t, std::size_t>> discarded;  // offset and bytes given back
+  bool discardSupported = true;                                  // whether they can be
+  std::uint64_t reservedBytes = 0;                               // disk space set aside, in all
   std::uint64_t writtenPastReserved = 0;  // writes that met no disk space set aside
 
   // What a failing disk does to the file.
@@ -84,6 +87,7 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
                          std::size_t count) override;
   void Expect(std::uint64_t offset, std::size_t bytes) override;
   int Reserve(std::uint64_t begin, std::uint64_t end) override;
+  int Discard(std::uint64_t offset, std::size_t bytes) override;
   int Truncate(std::uint64_t size) override;
 
  private:
