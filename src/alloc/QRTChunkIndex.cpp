@@ -27,6 +27,9 @@ QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   index->m_capacity = capacity;
   index->m_mask = slots - 1;
   index->m_summaryWords = summaryWords;
+  std::fill_n(index->m_recent, kAhead, nullptr);
+  index->m_noted = 0;
+  index->m_lastFreed = nullptr;
   index->m_places = reinterpret_cast<Chunk**>(index + 1);
   index->m_has = reinterpret_cast<std::size_t*>(index->m_places + capacity);
   index->m_summary = index->m_has + words;

@@ -17,8 +17,11 @@ using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
 
-/// With so many chunks an index is worth its memory.
+/// With so many chunks an index is worth its memory. Without headers it serves to prefetch, which
+/// is worth its instructions where the elements do not fit into a second-level cache.
 constexpr std::size_t kFewestIndexed = 4;
+constexpr std::size_t kFewestWithoutHeaders = 64;
+constexpr unsigned kLeastHinted = 16;  // bytes of an element with room for a hint behind the link
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
 std::uint32_t strideFor(unsigned size, int useHeaders) {
@@ -74,6 +77,9 @@ void* QRTFixedMemoryPool::alloc() {
       return allocSlow();
     }
     m_freeList = qrtLoadLink(p);
+    if (m_index != nullptr && m_esize >= kLeastHinted) {
+      m_index->prefetchBehind(p);
+    }
     return p;
   }
   void* const p = takeFree();
@@ -84,8 +90,12 @@ void QRTFixedMemoryPool::free(void* p) {
   if (p == nullptr || !isQuick()) {
     freeSlow(p);
   } else if (m_useHeaders == 0) {
-    qrtStoreLink(static_cast<char*>(p), m_freeList);
-    m_freeList = static_cast<char*>(p);
+    char* const area = static_cast<char*>(p);
+    if (m_index != nullptr && m_esize >= kLeastHinted) {
+      m_index->noteFreed(area, m_freeList);
+    }
+    qrtStoreLink(area, m_freeList);
+    m_freeList = area;
   } else if (!putBack(p)) {
     freeSlow(p);
   }
@@ -333,7 +343,8 @@ void QRTFixedMemoryPool::format(Chunk* chunk) {
 void QRTFixedMemoryPool::updateIndex(Chunk* added) noexcept {
   if (m_index == nullptr || !m_index->add(added)) {
     QRTChunkIndex::release(m_index);
-    m_index = QRTChunkIndex::make(m_chunks, m_watched != 0 ? 1 : kFewestIndexed);
+    const std::size_t fewest = m_useHeaders != 0 ? kFewestIndexed : kFewestWithoutHeaders;
+    m_index = QRTChunkIndex::make(m_chunks, m_watched != 0 ? 1 : fewest);
   }
 }
 

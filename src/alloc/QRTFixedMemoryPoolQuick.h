@@ -21,6 +21,14 @@ inline void* QRTFixedMemoryPool::takeFree() {
 /// @return false, with nothing changed, when the header is not that of an element in use
 inline bool QRTFixedMemoryPool::putBack(void* p) {
   char* const area = static_cast<char*>(p);
+  // Both the header and the trailer, to which only the header leads, are cache misses in a large
+  // pool. Where the heap gave the chunks in a row the trailer lies a multiple of 32 KiB from that
+  // of another chunk; a prefetch of the wrong place does no harm.
+  constexpr std::uintptr_t kApart = 32768;
+  const auto first = reinterpret_cast<std::uintptr_t>(m_chunks) + Chunk::size;
+  const auto at = reinterpret_cast<std::uintptr_t>(p);
+  const std::uintptr_t trailer = at + (first - at) % kApart;
+  __builtin_prefetch(reinterpret_cast<const void*>(trailer), 1);
   std::uint32_t size;
   std::memcpy(&size, area - Chunk::kHeaderBytes, sizeof size);
   const std::uint32_t mark = Chunk::markOf(area);

@@ -5,20 +5,20 @@
 
 namespace {
 
-std::optional<FailingNew> fails;
+std::optional<FailingNew> g_failing;
 
 }  // namespace
 
 FailingHeap::FailingHeap(std::size_t nth, Mode mode) {
-  fails.emplace(nth, mode == eOnce ? FailingNew::eOnce : FailingNew::eFromThenOn);
+  g_failing.emplace(nth, mode == eOnce ? FailingNew::eOnce : FailingNew::eFromThenOn);
 }
 
 FailingHeap::~FailingHeap() {
-  fails.reset();
+  g_failing.reset();
 }
 
 std::size_t FailingHeap::count() const {
-  return fails->count();
+  return g_failing->count();
 }
 
 bool FailingHeap::hasMalloc() {

@@ -1,10 +1,13 @@
 // The allocators beside malloc and its like: processor time for one allocation and one free in
 // patterns of use, and the memory that what is live then takes. "growth" makes a large memory pool
 // of small heap blocks, which come in another order from another malloc: run it once as it is and
-// once with LD_PRELOAD=libjemalloc.so.2.
+// once with LD_PRELOAD=libjemalloc.so.2. "beside" tells what fixed pools take beside their chunks.
+
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "Patterns.h"
@@ -36,6 +39,26 @@ void measureGrowth(const char* workload, unsigned block, const Options& options)
   pool.getStats(heapBlocks, increment, remaining);
   suite::print({workload, "pool", "heap block", options.grown.text, "ns",
                 meter.cpuSeconds() * 1e9 / heapBlocks});
+}
+
+/// Fills a pool with elements up to 2,000 chunks and prints what the heap counts in use beside
+/// them, its own headers included, as a part of the chunks: when they are all there, and the most
+/// there was at four chunks or more.
+void measureBeside(const char* peer, unsigned size, int headers) {
+  constexpr double kChunk = 32760;
+  const auto inUse = [] { return static_cast<double>(::mallinfo2().uordblks); };
+  const double before = inUse();
+  QRTFixedMemoryPool pool(size, 0, headers);
+  double beside = 0;
+  double most = 0;
+  for (int chunks = 1; chunks <= 2000; ++chunks) {
+    pool.grow(nullptr);
+    beside = (inUse() - before - chunks * kChunk) / (chunks * kChunk);
+    most = chunks < 4 ? 0 : std::max(most, beside);
+  }
+  const std::string bytes = std::to_string(size);
+  suite::print({"beside", peer, "at 2,000 chunks", bytes, "bytes/byte", beside});
+  suite::print({"beside", peer, "the most", bytes, "bytes/byte", most});
 }
 
 template <class Pattern, class Allocator>
@@ -107,5 +130,12 @@ int main(int argc, char** argv) {
   // Blocks that take a whole heap block, and blocks that leave a little of each over.
   program.add("growth", "pool", [&options] { measureGrowth("growth", 4096, options); });
   program.add("growth small", "pool", [&options] { measureGrowth("growth small", 100, options); });
+  for (const char* peer : {"fixed pool", "fixed pool, no header"}) {
+    program.add("beside", peer, [peer] {
+      for (const unsigned size : {8U, 16U, 64U, 256U, 1024U, 8192U, 32744U}) {
+        measureBeside(peer, size, std::string(peer) == "fixed pool" ? 1 : 0);
+      }
+    });
+  }
   return program.main(argc, argv);
 }
