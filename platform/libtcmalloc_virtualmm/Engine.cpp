@@ -175,7 +175,11 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
   std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
   bool found = page != PageTable::kNoPage;
   while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
-    found = BringIn(page) && m_table[page].state == sizeClass;
+    if (!BringIn(page)) {
+      m_slabs.PutBackOut(sizeClass, page);
+      break;  // one failed read is enough
+    }
+    found = m_table[page].state == sizeClass;
     if (m_slabs[sizeClass].HasFreeSlot()) {
       return true;
     }

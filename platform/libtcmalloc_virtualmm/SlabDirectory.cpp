@@ -71,13 +71,24 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
   if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots &&
       !entry.IsUsedUp()) {
     entry.flags |= PageEntry::kVacant;
-    // Without memory for the list its free slots wait until the slab is in memory again. What a
-    // leaf that is out describes is taken for usable.
-    ClassState& state = m_states[entry.Kind()];
-    Note(state.outVacant, page, state.spans, [&](std::uint32_t noted) {
-      return !m_table.IsIn(noted) || IsUsableOut(entry.Kind(), m_table[noted]);
-    });
+    NoteOut(entry.Kind(), page);
   }
+}
+
+void SlabDirectory::PutBackOut(std::uint8_t sizeClass, std::uint32_t page) {
+  if (NoteOut(sizeClass, page)) {
+    std::vector<std::uint32_t>& out = m_states[sizeClass].outVacant;
+    std::swap(out.front(), out.back());
+  }
+}
+
+/// Lists a slab that is out and has free slots. Without memory for that they wait until it is in
+/// memory again. What a leaf that is out describes is taken for usable.
+bool SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {
+  ClassState& state = m_states[sizeClass];
+  return Note(state.outVacant, page, state.spans, [&](std::uint32_t noted) {
+    return !m_table.IsIn(noted) || IsUsableOut(sizeClass, m_table[noted]);
+  });
 }
 
 void SlabDirectory::OnRelease(std::uint32_t frame) {

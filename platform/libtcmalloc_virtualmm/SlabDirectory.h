@@ -48,6 +48,10 @@ class SlabDirectory {
   /// there is none.
   std::uint32_t TakeOut(std::uint8_t sizeClass);
 
+  /// Lists a page again that TakeOut gave and that could not be brought in, so that the next ones
+  /// to be taken are others.
+  void PutBackOut(std::uint8_t sizeClass, std::uint32_t page);
+
   /// Notes that a slot of a slab in memory that is not open became free: opens the slab if its
   /// class has no other free slot at hand, else lists it.
   void OnSlotFreed(std::uint32_t page, PageEntry& entry) {
@@ -76,6 +80,7 @@ class SlabDirectory {
   [[gnu::noinline]] void NoteVacant(std::uint32_t page, PageEntry& entry);
   bool IsUsable(std::uint8_t sizeClass, std::uint32_t page);
   static bool IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry);
+  bool NoteOut(std::uint8_t sizeClass, std::uint32_t page);
   template <typename Predicate>
   bool Note(std::vector<std::uint32_t>& list, std::uint32_t page, std::uint32_t spans,
             Predicate isUsable);

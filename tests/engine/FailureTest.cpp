@@ -247,6 +247,23 @@ TEST_F(FailureTest, WhatIsFreedWhileItsPageCannotBeReadEndsWhenItCan) {
   }
 }
 
+// New objects go elsewhere while slabs with free slots cannot be read, and there when they can.
+TEST_F(FailureTest, FreeSlotsOfUnreadableSlabsAreNotForgotten) {
+  Make(4);
+  std::vector<Object> objects = AddMany(400, 200);
+  for (std::size_t i = 0; i < objects.size(); i += 2) {
+    engine->Deallocate(objects[i].offset);
+  }
+  PushOut();
+  const std::uint64_t spans = SpansOf(GetStats());
+  file->reads.Fail(EIO);
+  AddMany(30, 200);
+  EXPECT_LE(file->reads.failed, 4U) << "a failed read for each new slab";
+  file->reads.Mend();
+  AddMany(180, 200);
+  EXPECT_LE(SpansOf(GetStats()), spans + 3);
+}
+
 // A stale handle cannot be told while its page cannot be read: it counts until it can.
 TEST_F(FailureTest, AStaleFreeOfAnUnreadablePageEndsNothing) {
   Make(8);
