@@ -28,8 +28,8 @@ constexpr const char* kFooter =
     "and\n"
     "[@name] an attribute, [3] the third match of its parent. Names are compared as written.\n"
     "\nThe paging file goes to the directory that TMPDIR names, else to /tmp.\n"
-    "\nExit status: 0 all went well, 1 a file could not be loaded, differs, or nothing was found,\n"
-    "2 wrong arguments.";
+    "\nExit status: 0 all went well, 1 a file could not be loaded, compared or written, differs,\n"
+    "or nothing was found, 2 wrong arguments.";
 
 constexpr int kWrongArguments = 2;
 

@@ -11,7 +11,7 @@ namespace example {
 /// made to exhaust memory meets this bound instead.
 namespace parser_memory {
 
-constexpr std::size_t kDefaultLimit = std::size_t{4} << 20;  ///< enough for 20,000 levels
+constexpr std::size_t kDefaultLimit = std::size_t{3} << 20;  ///< enough for 15,000 levels
 
 /// @param bytes  the bound from now on; not below what is in use
 void setLimit(std::size_t bytes);

@@ -21,6 +21,12 @@ class XmlError : public std::runtime_error {
                            ": " + what) {}
 };
 
+/// A parser would need more memory than it may have.
+class ParserMemoryError : public XmlError {
+ public:
+  using XmlError::XmlError;
+};
+
 }  // namespace example
 
 #endif  // EXAMPLES_XMLTREE_XMLERROR_H

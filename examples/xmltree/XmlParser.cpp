@@ -175,12 +175,13 @@ void XmlParser::raise() const {
   if (m_failure && !outOfMemory) {
     std::rethrow_exception(m_failure);
   }
-  std::string what = XML_ErrorString(XML_GetErrorCode(m_parser));
   if (outOfMemory) {
-    what = "the parser would need more than " + formatBytes(parser_memory::limit()) +
-           " here, see --parser-memory";
+    throw ParserMemoryError(m_source, XML_GetCurrentLineNumber(m_parser),
+                            XML_GetCurrentColumnNumber(m_parser) + 1,
+                            "the parser would need more than " +
+                                formatBytes(parser_memory::limit()) + " here, see --parser-memory");
   }
-  raiseHere(what);
+  raiseHere(XML_ErrorString(XML_GetErrorCode(m_parser)));
 }
 
 void XmlParser::raiseHere(const std::string& what) const {

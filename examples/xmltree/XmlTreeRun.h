@@ -40,6 +40,7 @@ class XmlTreeRun {
   std::vector<std::size_t> m_loaded;  // numbers of the files that became documents, in order
   Stopwatch m_loading;                // runs while files are loaded
   ProblemLog m_failed;                // files that could not be loaded
+  ProblemLog m_uncompared;            // documents that there was no memory to compare
   ProblemLog m_different;             // documents that differ from their files
   std::uint64_t m_compared = 0;       // documents compared with their files
 };

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -119,13 +121,17 @@ TEST_F(OutputFileTest, a_progress_bar_fits_the_terminal_it_is_drawn_on) {
     bar.advance(2);
   }
   ::dup2(before, STDERR_FILENO);
-  std::array<char, 256> drawn{};
-  const ssize_t length = ::read(master, drawn.data(), drawn.size());
+  std::string drawn;
+  pollfd ready{master, POLLIN, 0};
+  while (!drawn.ends_with("\033[K") && ::poll(&ready, 1, 5'000) == 1) {
+    std::array<char, 256> part{};
+    drawn.append(part.data(), static_cast<std::size_t>(
+                                  std::max<ssize_t>(0, ::read(master, part.data(), part.size()))));
+  }
   for (const int descriptor : {master, terminal, before}) {
     ::close(descriptor);
   }
-  EXPECT_EQ(std::string(drawn.data(), static_cast<std::size_t>(length)),
-            "\rverify   [#####.................]  25 %\r\033[K");
+  EXPECT_EQ(drawn, "\rverify   [#####.................]  25 %\r\033[K");
   for (const unsigned int columns : {1U, 12U, 20U, 39U, 80U, 200U}) {
     for (const std::uint64_t total : {0U, 100U}) {
       EXPECT_LT(example::progressLine("a long title", 57, total, columns).size(), columns);

@@ -99,8 +99,8 @@ TEST_F(XmlDocumentTest, a_file_that_fails_is_named_with_line_and_column_and_leav
       {"<!DOCTYPE a [<!ENTITY x '" + std::string(100'000, 'x') + "'>]><a>" +
            repeated("&x;", 1'000) + "</a>",
        "amplification factor"},
-      {"<a b='" + std::string(5'000'000, 'x') + "'/>", "the parser would need more than 4.0 MiB"},
-      {repeated("<a>", 100'000), "the parser would need more than 4.0 MiB"},
+      {"<a b='" + std::string(5'000'000, 'x') + "'/>", "the parser would need more than 3.0 MiB"},
+      {repeated("<a>", 100'000), "the parser would need more than 3.0 MiB"},
   };
   for (const Case& each : cases) {
     EXPECT_THAT(loadError(each.xml),
