@@ -179,7 +179,8 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
       m_slabs.PutBackOut(sizeClass, page);
       break;  // one failed read is enough
     }
-    found = m_table[page].state == sizeClass;
+    // Pending frees may have ended the slab, or used up its generations.
+    found = m_table[page].state == sizeClass && !m_table[page].IsUsedUp();
     if (m_slabs[sizeClass].HasFreeSlot()) {
       return true;
     }

@@ -247,6 +247,33 @@ TEST_F(FailureTest, WhatIsFreedWhileItsPageCannotBeReadEndsWhenItCan) {
   }
 }
 
+// A slab comes in for new objects, and what was to be freed there takes its last generations.
+TEST_F(FailureTest, APendingFreeMayUseUpTheGenerationsOfASlab) {
+  constexpr std::uint32_t kSize = 200;
+  firstGeneration = 0xFFF0;
+  Make(8);
+  std::vector<Object> objects = AddMany(12, kSize);
+  const std::uint32_t page = PageOf(objects[0].offset);
+  std::uint64_t last = objects[0].offset;
+  while (!tcmalloc::IsPastLastGeneration(static_cast<std::uint16_t>((last >> 48) + 2))) {
+    engine->Deallocate(last);
+    ASSERT_NE(engine->Allocate(kSize, last), nullptr);
+    ASSERT_EQ(PageOf(last), page);
+    engine->Dismiss(last);
+  }
+  PushOut();
+  file->reads.Fail(EIO);
+  Free({objects.begin() + 1, objects.begin() + 5});
+  file->reads.Mend();
+  const std::vector<Object> more = AddMany(30, kSize);
+  for (const Object& object : more) {
+    EXPECT_NE(PageOf(object.offset), page);
+  }
+  ExpectIntact(more);
+  ExpectIntact({objects.begin() + 5, objects.end()});
+  EXPECT_EQ(GetStats().currentObjects, 38U);
+}
+
 // New objects go elsewhere while slabs with free slots cannot be read, and there when they can.
 TEST_F(FailureTest, FreeSlotsOfUnreadableSlabsAreNotForgotten) {
   Make(4);
