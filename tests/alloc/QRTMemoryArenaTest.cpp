@@ -278,8 +278,15 @@ TEST(QRTMemoryArena, TrimGivesEveryWhollyFreeChunkBack) {
   // A damaged header stops it; what was released before it is credited.
   void* const sixteen = arena.alloc(16);
   arena.free(sixteen);
-  char* const last = static_cast<char*>(arena.alloc(32));
-  arena.free(last);
+  std::vector<void*> twoChunks;
+  for (int i = 0; i < 819; ++i) {
+    twoChunks.push_back(arena.alloc(32));
+  }
+  for (void* p : twoChunks) {
+    arena.free(p);
+  }
+  EXPECT_EQ(chunksOf(arena, 3), 2);
+  char* const last = static_cast<char*>(twoChunks[0]);
   invert(last - 1);
   EXPECT_EQ(errorOf([&] { arena.trim(); }).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
   EXPECT_EQ(usedBy(arena), 2 * kChunkBytes + 1008);
