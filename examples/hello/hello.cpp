@@ -5,7 +5,7 @@
 
 int main() {
   QRTVirtualMemoryMgr store(16U << 20);  // keeps at most 16 MiB in memory
-  QRTVirtualPageItem item;                     // a 16-byte handle, yours to keep
+  QRTVirtualPageItem item;               // a 16-byte handle, yours to keep
 
   const char greeting[] = "hello from the store";
   std::memcpy(store.alloc(sizeof greeting, item), greeting, sizeof greeting);

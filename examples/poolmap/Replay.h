@@ -21,8 +21,9 @@ struct ReplayResult {
   std::string map;                    ///< picture of the arena at the trace's peak; else empty
 };
 
-/// Plays a trace through malloc and the three allocators, one after the other, the arena last: `rounds` times on
-/// the clock, and once more for the figures over time. What the trace leaves allocated is freed.
+/// Plays a trace through malloc and the three allocators, one after the other, the arena last:
+/// `rounds` times on the clock, and once more for the figures over time. What the trace leaves
+/// allocated is freed.
 /// @param samples  how many figures over time
 /// @param drawMap  whether to draw the arena at the trace's peak, as SVG
 std::vector<ReplayResult> replayAll(const Trace& trace, unsigned rounds, std::size_t samples,
