@@ -64,7 +64,7 @@ def _options() -> argparse.Namespace:
         prog="scripts/bench.sh",
         description="Compares the library with others: builds the suite, runs every peer in "
         "interleaved rounds on one processor and reports medians, ratios and the figures to reach.",
-        epilog="Writes results.json, results.md and drawings, and prints the Markdown.",
+        epilog="Writes results.json, the tables and drawings, and prints the tables.",
     )
     scales = parser.add_mutually_exclusive_group()
     scales.add_argument(
@@ -137,16 +137,16 @@ def _write(
     results: Results, scale: plan.Scale, described: dict[str, str], output: Path
 ) -> None:
     """Writes everything that came of a run and prints the Markdown."""
-    pictures = output / tables.PLOTS
-    pictures.mkdir(exist_ok=True)
+    folder = output / tables.FOLDER
+    folder.mkdir(exist_ok=True)
     drawn = set()
     for name, workload in plan.WORKLOADS.items():
         figures = [figure for key, figure in results.figures.items() if key.workload == name]
         if figures:
-            plots.draw(workload, figures, pictures / f"{name}.svg")
+            plots.draw(workload, figures, folder / f"{name}.svg")
             drawn.add(name)
     report = tables.markdown(results, scale, described, drawn)
-    (output / "results.md").write_text(report)
+    (folder / "tables.md").write_text(report)
     record = {
         "scale": scale.name,
         "rounds": scale.rounds,

@@ -1,4 +1,4 @@
-"""The results as Markdown, to be pasted whole into docs/performance.md."""
+"""The results as Markdown: with its drawings, the run's part of docs/performance."""
 
 from .figures import Figure, Key, is_bytes, ratio
 from .machine import complaints
@@ -6,8 +6,8 @@ from .plan import MIB, WORKLOADS, Scale
 from .run import Results
 from .targets import REFERENCES, judge, unmeasured
 
-# The folder of the drawings, beside the Markdown.
-PLOTS = "performance"
+# The folder of the Markdown and the drawings that it shows.
+FOLDER = "performance"
 
 
 def brief(value: float) -> str:
@@ -29,7 +29,7 @@ def _digits(value: float) -> str:
 
 def markdown(results: Results, scale: Scale, described: dict[str, str], drawn: set[str]) -> str:
     """The whole report; `drawn` has the workloads of which there are drawings."""
-    lines = ["## Results", ""]
+    lines = ["# Tables", ""]
     lines += [" · ".join(f"{name}: {value}" for name, value in described.items()) + ".", ""]
     lines += _standing(results, scale)
     for name, workload in WORKLOADS.items():
@@ -37,9 +37,9 @@ def markdown(results: Results, scale: Scale, described: dict[str, str], drawn: s
         failures = [failure for failure in results.failures if failure.case.workload.name == name]
         if not keys and not failures:
             continue
-        lines += [f"### {workload.title}", ""]
+        lines += [f"## {workload.title}", ""]
         if name in drawn:
-            lines += [f"![{workload.title}]({PLOTS}/{name}.svg)", ""]
+            lines += [f"![{workload.title}]({name}.svg)", ""]
         lines += _tables(name, keys, results)
         lines += _failures(failures)
         remarks = [remark for remark in results.remarks if remark.split()[0].rstrip(":") == name]

@@ -140,12 +140,13 @@ class TablesTest(unittest.TestCase):
         results.figures = keyed(figure("store", 5, 9), figure("pointer table", 4, 4))
         case = plan.Case(plan.WORKLOADS["hotpin"], ("--objects", "1e6"))
         results.failures = [Failure(case, "sqlite", "status 1: disk | full")]
-        report = tables.markdown(results, plan.QUICK, {"kernel": "1"}, set())
+        report = tables.markdown(results, plan.QUICK, {"kernel": "1"}, {"hotpin"})
         for part in (
             "This was a quick run",
             "Median of 2 interleaved rounds",
             "too noisy",
             "paging: no room",
+            "## Pin, read, dismiss\n\n![Pin, read, dismiss](hotpin.svg)",
             "| **store** | ~7.00 (5.00–9.00) ∣ 1.75 |",
             "| sqlite | hotpin --objects 1e6 | status 1: disk \\| full |",
             "at most 1.5 times pointer table",
