@@ -150,9 +150,9 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
   return true;
 }
 
-void BackingStore::Expect(std::uint64_t offset, std::size_t bytes) noexcept {
+void BackingStore::Prefetch(std::uint64_t offset, std::size_t bytes) noexcept {
   if (m_open && !m_file->InForeignProcess()) {
-    m_file->Expect(offset, bytes);
+    m_file->Prefetch(offset, bytes);
   }
 }
 

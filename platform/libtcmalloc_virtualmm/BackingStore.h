@@ -44,7 +44,7 @@ class BackingStore {
   bool Write(std::uint64_t offset, const IoSlice* slices, std::size_t count) noexcept;
 
   /// Tells the system that bytes will be read soon; ignored while there is no file.
-  void Expect(std::uint64_t offset, std::size_t bytes) noexcept;
+  void Prefetch(std::uint64_t offset, std::size_t bytes) noexcept;
 
   /// Whether what lies past `usedEnd` is worth the system call that cuts the file off.
   bool WorthCutting(std::uint64_t usedEnd) const;

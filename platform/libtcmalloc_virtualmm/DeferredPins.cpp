@@ -15,7 +15,7 @@ void DeferredPins::Flush() noexcept {
   }
 }
 
-void DeferredPins::Drop(std::uint64_t offset) noexcept {
+void DeferredPins::Forget(std::uint64_t offset) noexcept {
   for (std::uint32_t place = 0; place < kPlaces; ++place) {
     if (Holds(place, offset)) {
       Remove(place);

@@ -69,7 +69,7 @@ class DeferredPins {
   void Flush() noexcept;
 
   /// Ends all pins of an object that is freed.
-  void Drop(std::uint64_t offset) noexcept;
+  void Forget(std::uint64_t offset) noexcept;
 
  private:
   friend class EngineChecker;

@@ -120,14 +120,14 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
   size = std::max(size, 1U);
   const std::uint8_t sizeClass = m_classes.ClassFor(size);
   if (sizeClass == SizeClasses::kLarge || !m_slabs[sizeClass].HasFreeSlot()) [[unlikely]] {
-    return AllocateElsewhere(size, sizeClass, offset);
+    return AllocateInOtherSpan(size, sizeClass, offset);
   }
   return TakeSlot(sizeClass, size, offset);
 }
 
 /// A large object, or an object of a class whose open slab is full.
-void* Engine::AllocateElsewhere(std::uint32_t size, std::uint8_t sizeClass,
-                                std::uint64_t& offset) noexcept {
+void* Engine::AllocateInOtherSpan(std::uint32_t size, std::uint8_t sizeClass,
+                                  std::uint64_t& offset) noexcept {
   RetryPendingFrees();
   void* address = nullptr;
   if (sizeClass == SizeClasses::kLarge) {
@@ -172,11 +172,11 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
   if (m_slabs[sizeClass].HasFreeSlot()) {
     return true;  // thanks to pending frees
   }
-  std::uint32_t page = m_slabs.TakeInMemory(sizeClass);
+  std::uint32_t page = m_slabs.TakeResident(sizeClass);
   bool found = page != PageTable::kNoPage;
-  while (!found && (page = m_slabs.TakeOut(sizeClass)) != PageTable::kNoPage) {
-    if (!BringIn(page)) {
-      m_slabs.PutBackOut(sizeClass, page);
+  while (!found && (page = m_slabs.TakePagedOut(sizeClass)) != PageTable::kNoPage) {
+    if (!PageIn(page)) {
+      m_slabs.ReturnPagedOut(sizeClass, page);
       break;  // one failed read is enough
     }
     // Pending frees may have ended the slab, or used up its generations.
@@ -249,7 +249,7 @@ std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
 // ---- pin and unpin ------------------------------------------------------------------------------
 
 /// Makes sure that the entry of a handle's page can be looked at.
-bool Engine::Reach(std::uint64_t offset) noexcept {
+bool Engine::FetchEntry(std::uint64_t offset) noexcept {
   const std::uint32_t page = ObjectHandle::Decode(offset).page;
   if (m_table.Fetch(page) != nullptr) {
     return true;
@@ -275,12 +275,12 @@ PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
   return found ? &m_table[handle.page] : nullptr;
 }
 
-void* Engine::GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept {
+void* Engine::PinResident(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr ||
       (!IsTouched(*slot.entry) && (forWriting || slot.entry->TouchedEpoch() != m_pager.Epoch())))
       [[unlikely]] {
-    return GetAddressElsewhere(offset, forWriting);
+    return PinOnFault(offset, forWriting);
   }
   return PinSlot(slot, offset);
 }
@@ -304,7 +304,7 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   return slot.header + 1;
 }
 
-void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcept {
+void* Engine::PinOnFault(std::uint64_t offset, bool forWriting) noexcept {
   if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
     slot.entry->Touch(m_pager.Epoch(), forWriting);
     return PinSlot(slot, offset);
@@ -313,11 +313,11 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
   if (m_pendingFrees.Has(offset)) {
     return Refuse(offset);
   }
-  if (!Reach(offset)) {
+  if (!FetchEntry(offset)) {
     return nullptr;
   }
   if (PageEntry* entry = FindLarge(handle)) {
-    if (!entry->Resident() && !BringIn(handle.page)) {
+    if (!entry->Resident() && !PageIn(handle.page)) {
       return Fail(m_table.LargeBytes(handle.page));
     }
     Frame& frame = m_arena[entry->where];
@@ -333,8 +333,8 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
     }
     return address;
   }
-  if (IsInSlabThatIsOut(handle)) {
-    if (!BringIn(handle.page)) {
+  if (IsInPagedOutSlab(handle)) {
+    if (!PageIn(handle.page)) {
       return Fail(ClassOf(m_table[handle.page]).capacity);
     }
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
@@ -342,20 +342,20 @@ void* Engine::GetAddressElsewhere(std::uint64_t offset, bool forWriting) noexcep
       return PinSlot(slot, offset);
     }
     void* none = Refuse(offset);
-    OnBroughtIn(handle.page);
+    OnPagedInUnpinned(handle.page);
     return none;
   }
   return Refuse(offset);
 }
 
-void Engine::DismissOther(std::uint64_t offset) noexcept {
+void Engine::UnpinResident(std::uint64_t offset) noexcept {
   if (const std::uint32_t place = m_deferred.Find(offset); place != DeferredPins::kPlaces) {
     UnpinDeferred(place, offset);
     return;
   }
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr || !slot.header->IsPinned()) {
-    DismissElsewhere(offset);
+    UnpinLarge(offset);
     return;
   }
   if (--slot.header->pins == 0) {
@@ -367,7 +367,7 @@ void Engine::DismissOther(std::uint64_t offset) noexcept {
   }
 }
 
-void* Engine::MovePinOther(std::uint64_t from, std::uint64_t to) noexcept {
+void* Engine::MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept {
   if (const std::uint32_t place = m_deferred.Find(from); place != DeferredPins::kPlaces) {
     return MoveDeferredPin(place, from, to);
   }
@@ -375,7 +375,7 @@ void* Engine::MovePinOther(std::uint64_t from, std::uint64_t to) noexcept {
   return GetAddress(to, true);
 }
 
-void Engine::DismissElsewhere(std::uint64_t offset) noexcept {
+void Engine::UnpinLarge(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   PageEntry* entry = FindLarge(handle);
   if (entry == nullptr || !entry->Resident() || m_arena[entry->where].pins == 0) {
@@ -427,7 +427,7 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.state];
   ObjectGuard::Hide(slot.header + 1, ClassOf(entry).capacity);
-  m_deferred.Drop(offset);
+  m_deferred.Forget(offset);
   LIBTCMALLOC_ASSERT(m_deferred.Find(offset) == DeferredPins::kPlaces);
   LIBTCMALLOC_ASSERT(state.liveObjects > 0);
   const bool wasPinned = slot.header->IsPinned() && entry.live.pinned != 0;
@@ -439,7 +439,7 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   --state.liveObjects;
   if (wasPinned || IsPastLastGeneration(entry.generation) ||
       entry.live.freeSlots == ClassOf(entry).slots) [[unlikely]] {
-    EndSlot(handle.page, entry, wasPinned);
+    FinishFree(handle.page, entry, wasPinned);
   } else if (!state.IsOpen(entry)) {
     m_slabs.OnSlotFreed(handle.page, entry);
   }
@@ -447,7 +447,7 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
 
 /// What follows when the object of a freed slot was pinned or its slab's last one, or when there is
 /// no generation left for further objects in the slab.
-void Engine::EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
+void Engine::FinishFree(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
   LIBTCMALLOC_ASSERT(entry.live.pinned >= (wasPinned ? 1 : 0));
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
   if (IsPastLastGeneration(entry.generation)) {

@@ -84,11 +84,11 @@ class Engine {
 
   Slot Locate(std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
-  bool Reach(std::uint64_t offset) noexcept;
+  bool FetchEntry(std::uint64_t offset) noexcept;
   bool IsLarge(ObjectHandle handle) const noexcept;
   PageEntry* FindLarge(ObjectHandle handle) noexcept;
-  bool BringIn(std::uint32_t page) noexcept;
-  void OnBroughtIn(std::uint32_t page) noexcept;
+  bool PageIn(std::uint32_t page) noexcept;
+  void OnPagedInUnpinned(std::uint32_t page) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void* PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept;
   void UnpinDeferred(std::uint32_t place, std::uint64_t offset) noexcept;
@@ -100,29 +100,28 @@ class Engine {
   // The second stages of the operations, kept out of the way of the first, which then needs no
   // stack: second and further pins at a time; first touches of an epoch, large objects, spans that
   // are out, and handles that name nothing.
-  [[gnu::noinline]] void* GetAddressAgain(std::uint64_t offset, bool forWriting) noexcept;
-  [[gnu::noinline]] void DismissOther(std::uint64_t offset) noexcept;
-  [[gnu::noinline]] void* MovePinOther(std::uint64_t from, std::uint64_t to) noexcept;
-  [[gnu::noinline, gnu::cold]] void* GetAddressElsewhere(std::uint64_t offset,
-                                                         bool forWriting) noexcept;
-  [[gnu::noinline, gnu::cold]] void DismissElsewhere(std::uint64_t offset) noexcept;
+  [[gnu::noinline]] void* PinResident(std::uint64_t offset, bool forWriting) noexcept;
+  [[gnu::noinline]] void UnpinResident(std::uint64_t offset) noexcept;
+  [[gnu::noinline]] void* MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept;
+  [[gnu::noinline, gnu::cold]] void* PinOnFault(std::uint64_t offset, bool forWriting) noexcept;
+  [[gnu::noinline, gnu::cold]] void UnpinLarge(std::uint64_t offset) noexcept;
 
   void* TakeSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
-  [[gnu::noinline]] void* AllocateElsewhere(std::uint32_t size, std::uint8_t sizeClass,
-                                            std::uint64_t& offset) noexcept;
+  [[gnu::noinline]] void* AllocateInOtherSpan(std::uint32_t size, std::uint8_t sizeClass,
+                                              std::uint64_t& offset) noexcept;
   void CountObject() noexcept;
   void* AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept;
   bool OpenSlab(std::uint8_t sizeClass) noexcept;
   std::uint32_t MakeSpan(std::uint32_t pages, std::uint8_t kind, std::uint32_t largeBytes) noexcept;
   void DeallocateSlot(std::uint64_t offset, Slot slot) noexcept;
-  [[gnu::noinline]] void EndSlot(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept;
+  [[gnu::noinline]] void FinishFree(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept;
   void DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept;
   [[gnu::noinline, gnu::cold]] void DeallocatePagedOut(std::uint64_t offset) noexcept;
   void DeallocateLater(std::uint64_t offset) noexcept;
-  bool IsInSlabThatIsOut(ObjectHandle handle) const noexcept;
+  bool IsInPagedOutSlab(ObjectHandle handle) const noexcept;
   void RetryPendingFrees() noexcept;
-  void SettlePendingFrees(std::uint32_t page) noexcept;
-  bool SettlePendingFree(std::uint64_t offset) noexcept;
+  void ApplyPendingFrees(std::uint32_t page) noexcept;
+  bool ApplyPendingFree(std::uint64_t offset) noexcept;
   void* Fail(std::uint64_t askedBytes) noexcept;
   [[gnu::noinline, gnu::cold]] void* Refuse(std::uint64_t offset) noexcept;
   [[gnu::noinline, gnu::cold]] void* RefusePin(std::uint64_t offset, std::uint32_t pins) noexcept;
@@ -202,21 +201,21 @@ inline void Engine::UnpinDeferred(std::uint32_t place,
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
   if (!m_deferred.IsFree(0)) {
-    return GetAddressAgain(offset, forWriting);
+    return PinResident(offset, forWriting);
   }
   const Slot slot = Locate(offset);
   // One comparison tells that the handle names the object and that no pin of it is counted.
   if (slot.entry == nullptr ||
       ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
       !IsTouched(*slot.entry)) [[unlikely]] {
-    return GetAddressAgain(offset, forWriting);
+    return PinResident(offset, forWriting);
   }
   return PinDeferred(0, slot, offset);
 }
 
 inline void Engine::Dismiss(std::uint64_t offset) noexcept {
   if (!m_deferred.Holds(0, offset)) {
-    DismissOther(offset);
+    UnpinResident(offset);
     return;
   }
   UnpinDeferred(0, offset);
@@ -224,7 +223,7 @@ inline void Engine::Dismiss(std::uint64_t offset) noexcept {
 
 inline void* Engine::MovePin(std::uint64_t from, std::uint64_t to) noexcept {
   if (!m_deferred.Holds(0, from)) {
-    return MovePinOther(from, to);
+    return MoveResidentPin(from, to);
   }
   return MoveDeferredPin(0, from, to);
 }
@@ -261,7 +260,7 @@ inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
 inline void Engine::Prefetch(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) [[unlikely]] {
-    m_pager.Expect(handle.page);
+    m_pager.Prefetch(handle.page);
     return;
   }
   // A forged handle may name any place near the span: a prefetch harms nowhere.

@@ -38,9 +38,9 @@ void Engine::DeallocatePagedOut(std::uint64_t offset) noexcept {
     return;
   }
   // Steps 3 and 4.
-  if (!IsInSlabThatIsOut(handle)) {
+  if (!IsInPagedOutSlab(handle)) {
     Refuse(offset);
-  } else if (!BringIn(handle.page)) {
+  } else if (!PageIn(handle.page)) {
     DeallocateLater(offset);
   } else {
     if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
@@ -48,7 +48,7 @@ void Engine::DeallocatePagedOut(std::uint64_t offset) noexcept {
     } else {
       Refuse(offset);
     }
-    OnBroughtIn(handle.page);
+    OnPagedInUnpinned(handle.page);
   }
 }
 
@@ -66,7 +66,7 @@ void Engine::DeallocateLater(std::uint64_t offset) noexcept {
 }
 
 /// Whether a handle may name an object of a slab that is out, whose leaf of the page table is in.
-bool Engine::IsInSlabThatIsOut(ObjectHandle handle) const noexcept {
+bool Engine::IsInPagedOutSlab(ObjectHandle handle) const noexcept {
   const PageEntry& entry = m_table[handle.page];
   return !entry.Resident() && m_classes.IsSlotStart(entry.Kind(), handle.byte) &&
          handle.generation != kNoGeneration;
@@ -74,19 +74,19 @@ bool Engine::IsInSlabThatIsOut(ObjectHandle handle) const noexcept {
 
 /// Has the pager bring a span in, and ends what was to be freed in it and in those that came along.
 /// A slab may be gone with that.
-bool Engine::BringIn(std::uint32_t page) noexcept {
+bool Engine::PageIn(std::uint32_t page) noexcept {
   if (!m_pager.PageIn(page)) {
     return false;
   }
   if (!m_pendingFrees.Empty()) {
     m_pendingFrees.OnRead();
-    SettlePendingFrees(page);
+    ApplyPendingFrees(page);
   }
   return true;
 }
 
 /// What follows when a span was brought in, but no object of it pinned: no unpin will come.
-void Engine::OnBroughtIn(std::uint32_t page) noexcept {
+void Engine::OnPagedInUnpinned(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
   if (entry.Resident() && entry.live.pinned == 0 && entry.Notifies()) {
     m_pager.OnLastUnpin(page);
@@ -107,30 +107,30 @@ void Engine::RetryPendingFrees() noexcept {
     return;
   }
   m_pendingFrees.OnRead();
-  SettlePendingFrees(page);
+  ApplyPendingFrees(page);
   if (isOut) {
-    OnBroughtIn(page);
+    OnPagedInUnpinned(page);
   }
 }
 
 /// Ends what was to be freed in the spans that one read from `page` on can have brought in. The
 /// first of them stays in memory meanwhile, though that may give back what exceeds the budget: the
 /// caller is about to pin it.
-void Engine::SettlePendingFrees(std::uint32_t page) noexcept {
-  const auto settle = [this](std::uint64_t offset) { return SettlePendingFree(offset); };
-  m_pendingFrees.Settle(page, 1, settle);
+void Engine::ApplyPendingFrees(std::uint32_t page) noexcept {
+  const auto apply = [this](std::uint64_t offset) { return ApplyPendingFree(offset); };
+  m_pendingFrees.Apply(page, 1, apply);
   if (PageEntry& entry = m_table[page]; entry.Resident()) {
     ++entry.live.pinned;
-    m_pendingFrees.Settle(page + 1, kReadPages - 1, settle);
+    m_pendingFrees.Apply(page + 1, kReadPages - 1, apply);
     --entry.live.pinned;
   }
 }
 
 /// Ends what was to be freed if that can be done now. A handle that names nothing was stale when it
 /// was freed, and its count is taken back. @return false when its page is not in memory
-bool Engine::SettlePendingFree(std::uint64_t offset) noexcept {
+bool Engine::ApplyPendingFree(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
-  if (!m_table.IsIn(handle.page) || IsInSlabThatIsOut(handle)) {
+  if (!m_table.IsIn(handle.page) || IsInPagedOutSlab(handle)) {
     return false;
   }
   ++m_currentObjects;

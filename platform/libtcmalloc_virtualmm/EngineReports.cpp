@@ -44,7 +44,7 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
     if (entry != nullptr && IsLarge(handle)) {
       record.largePages -= m_pager.SpanPages(handle.page);
       --record.largeSpans;
-    } else if (entry != nullptr && IsInSlabThatIsOut(handle)) {
+    } else if (entry != nullptr && IsInPagedOutSlab(handle)) {
       std::uint64_t& count = freed[entry->Kind()];
       count = std::min(count + 1, m_slabs[entry->Kind()].liveObjects);
     }

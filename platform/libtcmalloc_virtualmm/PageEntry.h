@@ -13,7 +13,7 @@ struct PageEntry {
                                                  ///< a further one of a span
   static constexpr std::uint8_t kLarge = 0x7D;   ///< kind: a large object; below: a size class
 
-  static constexpr std::uint8_t kOut = 0x80;  ///< in `state`: the span is not in memory
+  static constexpr std::uint8_t kPagedOut = 0x80;  ///< in `state`: the span is not in memory
 
   static constexpr std::uint8_t kHasCopy = 1;  ///< flag: the paging file holds an image of it
   static constexpr std::uint8_t kVacant = 4;   ///< flag: it left memory with a quarter free
@@ -37,7 +37,7 @@ struct PageEntry {
 
   std::uint32_t where;       ///< bytes 0..3   frame when resident, else eviction sequence number
   std::uint16_t generation;  ///< bytes 4..5   of the next object made in the page, or none left
-  std::uint8_t state;        ///< byte  6      kind, with kOut unless it is a span in memory
+  std::uint8_t state;        ///< byte  6      kind, with kPagedOut unless it is a span in memory
   std::uint8_t flags;        ///< byte  7
   union {
     Live live;           ///< bytes 8..15  while resident
@@ -72,8 +72,8 @@ struct PageEntry {
   }
 
   /// The size class, or one of the kinds above.
-  std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kOut); }
-  bool Resident() const { return (state & kOut) == 0; }
+  std::uint8_t Kind() const { return static_cast<std::uint8_t>(state & ~kPagedOut); }
+  bool Resident() const { return (state & kPagedOut) == 0; }
   bool IsSpanHead() const { return Kind() <= kLarge; }
 
   /// Whether no generation is left for further objects: the page is retired, or will be when the

@@ -21,7 +21,7 @@ PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLi
 // ---- pages --------------------------------------------------------------------------------------
 
 std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcept {
-  SendOutDownTo(m_leafLimit);
+  PageOutDownTo(m_leafLimit);
   for (;;) {
     const std::uint32_t first = m_map.Acquire(count);
     if (first == kNoPage) {
@@ -30,11 +30,11 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
     }
     const Outcome outcome = !Grow()       ? Outcome::kUnreadable
                             : IsIn(first) ? Outcome::kIn
-                                          : BringIn(first);
+                                          : PageInLeaf(first);
     if (outcome == Outcome::kIn) {
       PageEntry& entry = (*this)[first];
       LIBTCMALLOC_ASSERT(kind <= PageEntry::kLarge && !entry.IsSpanHead());
-      entry.state = kind | PageEntry::kOut;
+      entry.state = kind | PageEntry::kPagedOut;
       entry.flags = 0;
       return first;
     }
@@ -50,7 +50,7 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
 void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   PageEntry& entry = (*this)[first];
   LIBTCMALLOC_ASSERT(IsIn(first) && entry.IsSpanHead());
-  entry.state = PageEntry::kNoHead | PageEntry::kOut;
+  entry.state = PageEntry::kNoHead | PageEntry::kPagedOut;
   entry.flags = 0;
   if (!entry.IsUsedUp()) {
     m_map.Release(first, count);
@@ -121,8 +121,8 @@ void PageTable::OnSpanOut(std::uint32_t page) noexcept {
 
 /// Makes idle leaves leave until at most `count` are in memory. What cannot be written stays: the
 /// table grows beyond its limit rather than that something is lost.
-void PageTable::SendOutDownTo(std::uint32_t count) noexcept {
-  while (m_leavesIn > count && SendOneOut()) {
+void PageTable::PageOutDownTo(std::uint32_t count) noexcept {
+  while (m_leavesIn > count && PageOutOldestLeaf()) {
   }
 }
 
@@ -130,9 +130,9 @@ void PageTable::SendOutDownTo(std::uint32_t count) noexcept {
 ///  1. Make room for it under the limit.
 ///  2. Take memory.
 ///  3. Read it and compare it with its hash; one that was never written is made as new.
-PageTable::Outcome PageTable::BringIn(std::uint32_t page) noexcept {
+PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
   LIBTCMALLOC_ASSERT(!IsIn(page));
-  SendOutDownTo(m_leafLimit - 1);
+  PageOutDownTo(m_leafLimit - 1);
   Leaf* leaf = TakeUnused();
   if (leaf == nullptr) {
     NoteNoMemory();
@@ -181,7 +181,7 @@ PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
 
 /// Makes the leaf that has been idle for longest leave, without a write if the file has it as it
 /// is. @return false when there is none or it cannot be written
-bool PageTable::SendOneOut() noexcept {
+bool PageTable::PageOutOldestLeaf() noexcept {
   Leaf* leaf = m_oldestIdle;
   if (leaf == nullptr) {
     return false;
@@ -228,7 +228,7 @@ void PageTable::MakeNew(Leaf& leaf, std::uint16_t generation) {
   for (PageEntry& entry : leaf.entries) {
     entry = {};
     entry.generation = generation;
-    entry.state = PageEntry::kNoHead | PageEntry::kOut;
+    entry.state = PageEntry::kNoHead | PageEntry::kPagedOut;
   }
 }
 

@@ -57,7 +57,7 @@ class PageTable {
   /// entries of pages that are out are good until the next call.
   /// @return null for a page beyond the table, and when the leaf cannot be had, which is noted
   PageEntry* Fetch(std::uint32_t page) noexcept {
-    return Has(page) && (IsIn(page) || BringIn(page) == Outcome::kIn) ? &(*this)[page] : nullptr;
+    return Has(page) && (IsIn(page) || PageInLeaf(page) == Outcome::kIn) ? &(*this)[page] : nullptr;
   }
 
   /// Takes the lowest run of `count` free pages (see PageMap) for a span of kind `kind` that is
@@ -120,10 +120,10 @@ class PageTable {
   static constexpr std::uint32_t kBlockLeaves = 64;
 
   bool Grow() noexcept;
-  Outcome BringIn(std::uint32_t page) noexcept;
+  Outcome PageInLeaf(std::uint32_t page) noexcept;
   Outcome Read(Leaf& leaf) noexcept;
-  void SendOutDownTo(std::uint32_t count) noexcept;
-  bool SendOneOut() noexcept;
+  void PageOutDownTo(std::uint32_t count) noexcept;
+  bool PageOutOldestLeaf() noexcept;
   Leaf* TakeUnused() noexcept;
   void GiveUnused(Leaf* leaf) noexcept;
   void DropIfRetired(std::uint32_t number);

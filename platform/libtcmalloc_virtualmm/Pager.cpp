@@ -90,7 +90,7 @@ std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept 
   m_deferred.Flush();
   const std::uint32_t frame = ObtainFrames(FramesOf(pages), Purpose::kNewSpan);
   if (frame != kNoFrame) {
-    Enter(frame, page, ReplacementPolicy::kNeverEvicted, 0);
+    MapSpan(frame, page, ReplacementPolicy::kNeverEvicted, 0);
     m_table[page].live.touched |= PageEntry::kModified;
   }
   return frame;
@@ -127,9 +127,9 @@ bool Pager::PageIn(std::uint32_t page) noexcept {
   }
   // Steps 4 and 5; the span asked for comes last, as the newest.
   for (std::size_t i = count; i-- > 1;) {
-    Arrive(spans[i]);
+    Install(spans[i]);
   }
-  if (!Arrive(spans[0])) {
+  if (!Install(spans[0])) {
     ++m_counts.damaged;
     m_error.NoteReason("read the paging file", m_store.Path(),
                        "the page is not what was written to it");
@@ -138,11 +138,11 @@ bool Pager::PageIn(std::uint32_t page) noexcept {
   return true;
 }
 
-void Pager::Expect(std::uint32_t page) noexcept {
+void Pager::Prefetch(std::uint32_t page) noexcept {
   const PageEntry* entry = m_table.Find(page);
   if (entry != nullptr && entry->IsSpanHead() && !entry->Resident() &&
       (entry->flags & PageEntry::kHasCopy) != 0) {
-    m_store.Expect(FileOffset(page), SpanBytes(SpanPages(page)));
+    m_store.Prefetch(FileOffset(page), SpanBytes(SpanPages(page)));
   }
 }
 
@@ -191,12 +191,12 @@ bool Pager::ReadSpans(const Moving* spans, std::size_t count) noexcept {
   return true;
 }
 
-bool Pager::Arrive(const Moving& span) noexcept {
+bool Pager::Install(const Moving& span) noexcept {
   if (Hash(span) != span.hash) {
     m_arena.Release(span.frame);
     return false;
   }
-  Enter(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
+  MapSpan(span.frame, span.page, m_table[span.page].where, PageEntry::kHasCopy);
   m_arena[span.frame].hash = span.hash;
   LIBTCMALLOC_ASSERT(SpanPages(span.page) == span.pages);
   if (m_table[span.page].Kind() != PageEntry::kLarge) {
@@ -206,8 +206,8 @@ bool Pager::Arrive(const Moving& span) noexcept {
   return true;
 }
 
-void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
-                  std::uint8_t flags) noexcept {
+void Pager::MapSpan(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
+                    std::uint8_t flags) noexcept {
   if (++m_epochMisses >= m_epochLength) {
     m_epochMisses = 0;
     m_epoch += PageEntry::kEpochStep;
@@ -232,7 +232,7 @@ void Pager::Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evicted
 // ---- frames -------------------------------------------------------------------------------------
 
 std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept {
-  if (MakeRoom(count) == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
+  if (EvictToFit(count) == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
     return kNoFrame;  // stored spans are read all the same: what is stored stays readable
   }
   std::uint32_t frame = m_arena.Allocate(count);
@@ -240,7 +240,7 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
   const std::uint64_t chunk = std::max(count, FrameArena::kChunkFrames);
   while (frame == kNoFrame &&
          m_arena.MappedFrames() + chunk > m_options.budgetFrames + kSlackFrames &&
-         GiveChunkBack()) {
+         ReleaseOneChunk()) {
     frame = m_arena.Allocate(count);
   }
   if (frame == kNoFrame) {
@@ -258,7 +258,7 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
   return frame;
 }
 
-Pager::Outcome Pager::MakeRoom(std::uint64_t count) noexcept {
+Pager::Outcome Pager::EvictToFit(std::uint64_t count) noexcept {
   std::uint32_t failures = 0;
   while (m_arena.UsedFrames() + count > m_options.budgetFrames) {
     const Outcome outcome = EvictBatch();
@@ -273,7 +273,7 @@ Pager::Outcome Pager::MakeRoom(std::uint64_t count) noexcept {
   return Outcome::kFreed;
 }
 
-bool Pager::GiveChunkBack() noexcept {
+bool Pager::ReleaseOneChunk() noexcept {
   // An empty chunk first: spans moved into it would only change places with it.
   return m_arena.ReleaseEmptyChunk() || CompactOneChunk();
 }
@@ -323,7 +323,7 @@ bool Pager::EvictOne(std::uint32_t frame) noexcept {
   if (!IsUnchanged(span)) {
     return WriteBatch(&span, 1);
   }
-  Leave(span);
+  Drop(span);
   return true;
 }
 
@@ -382,7 +382,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
   std::array<Moving, kMaxBatch> batch;
   batch[0] = {victim, m_arena[victim].page, PagesAt(victim), 0};
   if (IsUnchanged(batch[0])) {
-    Leave(batch[0]);
+    Drop(batch[0]);
     return Outcome::kFreed;
   }
   // Step 2.
@@ -396,7 +396,7 @@ Pager::Outcome Pager::EvictBatch() noexcept {
     m_policy.Remove(frame);
     batch[count] = {frame, page, PagesAt(frame), 0};
     if (IsUnchanged(batch[count])) {
-      Leave(batch[count]);
+      Drop(batch[count]);
       freed = true;
       break;
     }
@@ -448,17 +448,17 @@ bool Pager::WriteBatch(const Moving* spans, std::size_t count) noexcept {
   const bool written = m_store.Write(FileOffset(spans[0].page), slices.data(), count);
   m_counts.writes += written ? pages : 0;
   for (std::size_t i = 0; i < count; ++i) {
-    written ? Leave(spans[i]) : Stay(spans[i]);
+    written ? Drop(spans[i]) : Requeue(spans[i]);
   }
   return written;
 }
 
-void Pager::Leave(const Moving& span) noexcept {
+void Pager::Drop(const Moving& span) noexcept {
   PageEntry& entry = m_table[span.page];
   LIBTCMALLOC_ASSERT(entry.Resident() && entry.where == span.frame && entry.live.pinned == 0);
   LIBTCMALLOC_ASSERT(m_arena[span.frame].queue == Frame::Queue::kNone);
   LIBTCMALLOC_ASSERT(FileOffset(span.page + span.pages) <= m_store.FileBytes());
-  entry.state |= PageEntry::kOut;
+  entry.state |= PageEntry::kPagedOut;
   entry.flags = PageEntry::kHasCopy;
   if (entry.Kind() != PageEntry::kLarge) {
     m_slabs.OnPageOut(span.frame);
@@ -470,7 +470,7 @@ void Pager::Leave(const Moving& span) noexcept {
   m_arena.Release(span.frame);
 }
 
-void Pager::Stay(const Moving& span) noexcept {
+void Pager::Requeue(const Moving& span) noexcept {
   LIBTCMALLOC_ASSERT(m_table[span.page].Resident());
   // The image in the file may be torn now: until a write succeeds there is no copy.
   m_table[span.page].flags &= static_cast<std::uint8_t>(~PageEntry::kHasCopy);
@@ -530,12 +530,12 @@ void Pager::OnLastUnpin(std::uint32_t page) noexcept {
 }
 
 void Pager::TrimExcess() noexcept {
-  MakeRoom(0);
+  EvictToFit(0);
   const auto wasted = [this] {
     return m_arena.MappedFrames() > m_options.budgetFrames + kSlackFrames &&
            m_arena.MappedFrames() - m_arena.UsedFrames() >= 2 * kSlackFrames;
   };
-  while (wasted() && GiveChunkBack()) {
+  while (wasted() && ReleaseOneChunk()) {
   }
   if (!wasted()) {
     m_compactPause = 0;  // what was in vain before says nothing about the next need

@@ -56,7 +56,7 @@ class Pager {
 
   /// Tells the system that a span will be brought in soon; ignored for anything but a page that
   /// begins a span that is out, and while that span's leaf of the page table is out as well.
-  [[gnu::cold]] void Expect(std::uint32_t page) noexcept;
+  [[gnu::cold]] void Prefetch(std::uint32_t page) noexcept;
 
   /// Ends a span without objects, or a large object's: it leaves memory, without a write, and its
   /// pages are free. If the pager waited for its last unpin, this is it.
@@ -98,7 +98,7 @@ class Pager {
   static constexpr std::uint32_t kMaxBatch = 16;
 
   std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
-  Outcome MakeRoom(std::uint64_t count) noexcept;
+  Outcome EvictToFit(std::uint64_t count) noexcept;
   Outcome EvictBatch() noexcept;
   bool EvictOne(std::uint32_t frame) noexcept;
   bool IsColdSpan(std::uint32_t page) noexcept;
@@ -106,17 +106,17 @@ class Pager {
   bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
   bool IsUnchanged(Moving& span) noexcept;
   void RemoveSpan(std::uint32_t page) noexcept;
-  void Leave(const Moving& span) noexcept;
-  void Stay(const Moving& span) noexcept;
+  void Drop(const Moving& span) noexcept;
+  void Requeue(const Moving& span) noexcept;
 
   std::size_t CollectReads(std::uint32_t page, std::array<Moving, PagingFile::kMaxSlices>& spans,
                            std::uint32_t wanted) noexcept;
   bool ReadSpans(const Moving* spans, std::size_t count) noexcept;
-  bool Arrive(const Moving& span) noexcept;
-  void Enter(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
-             std::uint8_t flags) noexcept;
+  bool Install(const Moving& span) noexcept;
+  void MapSpan(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
+               std::uint8_t flags) noexcept;
 
-  bool GiveChunkBack() noexcept;
+  bool ReleaseOneChunk() noexcept;
   bool CompactOneChunk() noexcept;
   void MoveSpan(std::uint32_t from, std::uint32_t to) noexcept;
   void HideObjects(std::uint32_t frame) noexcept;

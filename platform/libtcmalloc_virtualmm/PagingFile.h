@@ -43,7 +43,7 @@ class PagingFile {
 
   /// Tells that `bytes` at `offset` will be read soon, so that the system may begin with it.
   /// Nothing comes of it where the system cannot be told.
-  virtual void Expect(std::uint64_t /*offset*/, std::size_t /*bytes*/) {}
+  virtual void Prefetch(std::uint64_t /*offset*/, std::size_t /*bytes*/) {}
 
   /// Sets disk space aside for the bytes [begin, end) and extends the file to `end`.
   /// @return 0, EOPNOTSUPP where the file system cannot, or another error

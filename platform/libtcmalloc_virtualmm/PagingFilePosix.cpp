@@ -143,7 +143,7 @@ class PosixPagingFile final : public PagingFile {
   }
 
 #ifdef POSIX_FADV_WILLNEED
-  void Expect(std::uint64_t offset, std::size_t bytes) override {
+  void Prefetch(std::uint64_t offset, std::size_t bytes) override {
     posix_fadvise(m_descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes),
                   POSIX_FADV_WILLNEED);
   }

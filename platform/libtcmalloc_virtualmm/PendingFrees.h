@@ -56,15 +56,15 @@ class PendingFrees {
     }
   }
 
-  /// Calls settle(offset), which changes nothing here, for the frees of the pages [from, from +
+  /// Calls apply(offset), which changes nothing here, for the frees of the pages [from, from +
   /// count) and forgets those for which it returns true.
   template <typename Visitor>
-  void Settle(std::uint32_t from, std::uint64_t count, Visitor settle) {
+  void Apply(std::uint32_t from, std::uint64_t count, Visitor apply) {
     const auto first = FirstOf(from);
     auto last = first;
     auto kept = first;
     for (; last != m_keys.end() && PageOf(*last) - from < count; ++last) {
-      if (!settle(OffsetOf(*last))) {
+      if (!apply(OffsetOf(*last))) {
         *kept++ = *last;
       }
     }

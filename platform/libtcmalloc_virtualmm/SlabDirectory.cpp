@@ -18,7 +18,7 @@ void SlabDirectory::Open(std::uint32_t page) {
   state.openPage = page;
 }
 
-std::uint32_t SlabDirectory::TakeInMemory(std::uint8_t sizeClass) {
+std::uint32_t SlabDirectory::TakeResident(std::uint8_t sizeClass) {
   std::vector<std::uint32_t>& vacant = m_states[sizeClass].vacant;
   while (!vacant.empty()) {
     const std::uint32_t page = vacant.back();
@@ -32,13 +32,13 @@ std::uint32_t SlabDirectory::TakeInMemory(std::uint8_t sizeClass) {
   return PageTable::kNoPage;
 }
 
-std::uint32_t SlabDirectory::TakeOut(std::uint8_t sizeClass) {
-  std::vector<std::uint32_t>& out = m_states[sizeClass].outVacant;
+std::uint32_t SlabDirectory::TakePagedOut(std::uint8_t sizeClass) {
+  std::vector<std::uint32_t>& out = m_states[sizeClass].pagedOutVacant;
   while (!out.empty()) {
     const std::uint32_t page = out.back();
     out.pop_back();
     if (const PageEntry* entry = m_table.Fetch(page);
-        entry != nullptr && IsUsableOut(sizeClass, *entry)) {
+        entry != nullptr && IsUsablePagedOut(sizeClass, *entry)) {
       return page;
     }
   }
@@ -71,23 +71,23 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
   if (std::uint32_t{entry.live.freeSlots} * 4 >= m_classes[entry.Kind()].slots &&
       !entry.IsUsedUp()) {
     entry.flags |= PageEntry::kVacant;
-    NoteOut(entry.Kind(), page);
+    NotePagedOut(entry.Kind(), page);
   }
 }
 
-void SlabDirectory::PutBackOut(std::uint8_t sizeClass, std::uint32_t page) {
-  if (NoteOut(sizeClass, page)) {
-    std::vector<std::uint32_t>& out = m_states[sizeClass].outVacant;
+void SlabDirectory::ReturnPagedOut(std::uint8_t sizeClass, std::uint32_t page) {
+  if (NotePagedOut(sizeClass, page)) {
+    std::vector<std::uint32_t>& out = m_states[sizeClass].pagedOutVacant;
     std::swap(out.front(), out.back());
   }
 }
 
 /// Lists a slab that is out and has free slots. Without memory for that they wait until it is in
 /// memory again. What a leaf that is out describes is taken for usable.
-bool SlabDirectory::NoteOut(std::uint8_t sizeClass, std::uint32_t page) {
+bool SlabDirectory::NotePagedOut(std::uint8_t sizeClass, std::uint32_t page) {
   ClassState& state = m_states[sizeClass];
-  return Note(state.outVacant, page, state.spans, [&](std::uint32_t noted) {
-    return !m_table.IsIn(noted) || IsUsableOut(sizeClass, m_table[noted]);
+  return Note(state.pagedOutVacant, page, state.spans, [&](std::uint32_t noted) {
+    return !m_table.IsIn(noted) || IsUsablePagedOut(sizeClass, m_table[noted]);
   });
 }
 
@@ -130,7 +130,7 @@ bool SlabDirectory::IsUsable(std::uint8_t sizeClass, std::uint32_t page) {
   return entry.state == sizeClass && (entry.flags & PageEntry::kListed) != 0;
 }
 
-bool SlabDirectory::IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry) {
+bool SlabDirectory::IsUsablePagedOut(std::uint8_t sizeClass, const PageEntry& entry) {
   return entry.Kind() == sizeClass && !entry.Resident() && (entry.flags & PageEntry::kVacant) != 0;
 }
 

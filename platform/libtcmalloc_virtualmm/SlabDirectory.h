@@ -19,13 +19,14 @@ class SlabDirectory {
  public:
   /// One class's slabs and counts. What every allocation looks at comes first, in one cache line.
   struct alignas(64) ClassState {
-    SlabPage* openSlab = nullptr;          // the open slab, in memory; null when there is none
-    PageEntry* openEntry = nullptr;        // its page table entry
-    std::uint32_t openPage = 0;            // its page; meaningful with an open slab
-    std::uint32_t spans = 0;               // slabs in all
-    std::uint64_t liveObjects = 0;         // objects allocated
-    std::vector<std::uint32_t> vacant;     // pages in memory with free slots; checked when taken
-    std::vector<std::uint32_t> outVacant;  // pages that left with free slots; checked when taken
+    SlabPage* openSlab = nullptr;       // the open slab, in memory; null when there is none
+    PageEntry* openEntry = nullptr;     // its page table entry
+    std::uint32_t openPage = 0;         // its page; meaningful with an open slab
+    std::uint32_t spans = 0;            // slabs in all
+    std::uint64_t liveObjects = 0;      // objects allocated
+    std::vector<std::uint32_t> vacant;  // pages in memory with free slots; checked when taken
+    std::vector<std::uint32_t>
+        pagedOutVacant;  // pages that left with free slots; checked when taken
 
     bool HasFreeSlot() const { return openSlab != nullptr && openEntry->live.freeSlots != 0; }
     bool IsOpen(const PageEntry& entry) const { return openEntry == &entry && openSlab != nullptr; }
@@ -42,15 +43,15 @@ class SlabDirectory {
 
   /// Takes the page of a slab in memory with free slots off the class's list; kNoPage when there is
   /// none. Slots freed last are found first: they are in the processor's caches.
-  std::uint32_t TakeInMemory(std::uint8_t sizeClass);
+  std::uint32_t TakeResident(std::uint8_t sizeClass);
 
   /// Takes the page of a slab that is out and has free slots off the class's list; kNoPage when
   /// there is none.
-  std::uint32_t TakeOut(std::uint8_t sizeClass);
+  std::uint32_t TakePagedOut(std::uint8_t sizeClass);
 
-  /// Lists a page again that TakeOut gave and that could not be brought in, so that the next ones
-  /// to be taken are others.
-  void PutBackOut(std::uint8_t sizeClass, std::uint32_t page);
+  /// Lists a page again that TakePagedOut gave and that could not be brought in, so that the next
+  /// ones to be taken are others.
+  void ReturnPagedOut(std::uint8_t sizeClass, std::uint32_t page);
 
   /// Notes that a slot of a slab in memory that is not open became free: opens the slab if its
   /// class has no other free slot at hand, else lists it.
@@ -79,8 +80,8 @@ class SlabDirectory {
   void CloseIfOpen(std::uint32_t page);
   [[gnu::noinline]] void NoteVacant(std::uint32_t page, PageEntry& entry);
   bool IsUsable(std::uint8_t sizeClass, std::uint32_t page);
-  static bool IsUsableOut(std::uint8_t sizeClass, const PageEntry& entry);
-  bool NoteOut(std::uint8_t sizeClass, std::uint32_t page);
+  static bool IsUsablePagedOut(std::uint8_t sizeClass, const PageEntry& entry);
+  bool NotePagedOut(std::uint8_t sizeClass, std::uint32_t page);
   template <typename Predicate>
   bool Note(std::vector<std::uint32_t>& list, std::uint32_t page, std::uint32_t spans,
             Predicate isUsable);

@@ -171,7 +171,7 @@ std::vector<EngineChecker::Damage::Case> EngineChecker::Damage::Cases() {
       {"spans are in memory by the table",
        [](Damage& d) {
          d.Set(d.table[d.LargePage()].state,
-               static_cast<std::uint8_t>(PageEntry::kLarge | PageEntry::kOut));
+               static_cast<std::uint8_t>(PageEntry::kLarge | PageEntry::kPagedOut));
        }},
       {"of a span is not in use", [](Damage& d) { d.SetTaken(d.LargePage() + 1, false); }},
       {"begins a span and is not in use", [](Damage& d) { d.SetTaken(d.LargePage(), false); }},

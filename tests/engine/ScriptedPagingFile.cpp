@@ -17,11 +17,11 @@ int ScriptedPagingFile::Calls::Next() {
 
 namespace {
 
-/// Calls move(data, offset, bytes) for stretches that lie in one slice and one block.
+/// Calls move(data, offset, bytes) for pieces that lie in one slice and one block.
 /// @return bytes moved, at most `limit`
 template <typename Move>
-std::int64_t ForEachStretch(std::uint64_t offset, const IoSlice* slices, std::size_t count,
-                            std::uint64_t limit, Move move) {
+std::int64_t ForEachPiece(std::uint64_t offset, const IoSlice* slices, std::size_t count,
+                          std::uint64_t limit, Move move) {
   std::uint64_t left = limit;
   for (const IoSlice* slice = slices; slice != slices + count; ++slice) {
     for (std::size_t done = 0; done < slice->size && left > 0;) {
@@ -48,15 +48,15 @@ std::int64_t ScriptedPagingFile::ReadSome(std::uint64_t offset, const IoSlice* s
     return -error;
   }
   const std::uint64_t toEnd = m_size - std::min(m_size, offset);
-  return ForEachStretch(offset, slices, count, std::min<std::uint64_t>(toEnd, transferLimit),
-                        [&](char* data, std::uint64_t at, std::size_t bytes) {
-                          const auto block = m_blocks.find(at / kBlock);
-                          if (block == m_blocks.end()) {
-                            std::memset(data, 0, bytes);
-                          } else {
-                            std::memcpy(data, block->second.data() + at % kBlock, bytes);
-                          }
-                        });
+  return ForEachPiece(offset, slices, count, std::min<std::uint64_t>(toEnd, transferLimit),
+                      [&](char* data, std::uint64_t at, std::size_t bytes) {
+                        const auto block = m_blocks.find(at / kBlock);
+                        if (block == m_blocks.end()) {
+                          std::memset(data, 0, bytes);
+                        } else {
+                          std::memcpy(data, block->second.data() + at % kBlock, bytes);
+                        }
+                      });
 }
 
 std::int64_t ScriptedPagingFile::WriteSome(std::uint64_t offset, const IoSlice* slices,
@@ -73,12 +73,12 @@ std::int64_t ScriptedPagingFile::WriteSome(std::uint64_t offset, const IoSlice* 
   }
   const FailingNew::Pause pause;
   const std::int64_t written =
-      ForEachStretch(offset, slices, count, std::min<std::uint64_t>(room, transferLimit),
-                     [&](const char* data, std::uint64_t at, std::size_t bytes) {
-                       std::vector<char>& block = (loseWrites ? m_lost : m_blocks)[at / kBlock];
-                       block.resize(kBlock);
-                       std::memcpy(block.data() + at % kBlock, data, bytes);
-                     });
+      ForEachPiece(offset, slices, count, std::min<std::uint64_t>(room, transferLimit),
+                   [&](const char* data, std::uint64_t at, std::size_t bytes) {
+                     std::vector<char>& block = (loseWrites ? m_lost : m_blocks)[at / kBlock];
+                     block.resize(kBlock);
+                     std::memcpy(block.data() + at % kBlock, data, bytes);
+                   });
   const std::uint64_t end = offset + static_cast<std::uint64_t>(written);
   m_size = std::max(m_size, end);
   writtenPastReserved += end > m_reserved ? 1 : 0;
@@ -92,7 +92,7 @@ void ScriptedPagingFile::DeliverLost() {
   m_lost.clear();
 }
 
-void ScriptedPagingFile::Expect(std::uint64_t offset, std::size_t bytes) {
+void ScriptedPagingFile::Prefetch(std::uint64_t offset, std::size_t bytes) {
   const FailingNew::Pause pause;
   expected.emplace_back(offset, bytes);
 }

@@ -85,7 +85,7 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
                         std::size_t count) override;
   std::int64_t WriteSome(std::uint64_t offset, const tcmalloc::IoSlice* slices,
                          std::size_t count) override;
-  void Expect(std::uint64_t offset, std::size_t bytes) override;
+  void Prefetch(std::uint64_t offset, std::size_t bytes) override;
   int Reserve(std::uint64_t begin, std::uint64_t end) override;
   int Discard(std::uint64_t offset, std::size_t bytes) override;
   int Truncate(std::uint64_t size) override;
