@@ -6,9 +6,8 @@
 
 #include "QRTCore/QRTExport.h"
 #include "QRTCore/QRTThreadCriticalSection.h"
+#include "QRTVirtualContainer.h"
 #include "QRTVirtualPageItem.h"
-
-class QRTVirtualContainer;
 
 /// The base of objects that live in the store instead of the process heap. A node stands in a
 /// stored block, virtual-table pointer included, and knows its own page offset and container; it

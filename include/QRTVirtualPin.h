@@ -1,14 +1,13 @@
 #ifndef QRTVIRTUALPIN_H
 #define QRTVIRTUALPIN_H
 
+#include <cstddef>
 #include <type_traits>
 #include <utility>
 
 #include "QRTCore/QRTAssert.h"
-#include "QRTVirtualContainer.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "QRTVirtualPageItem.h"
-#include "QRTVirtualPersistNode.h"
 
 /// A stored object, pinned while this stands: the dismiss that a pin owes happens by itself, also
 /// when an error passes through. Moves like a unique_ptr and can be empty. Header-only, C++17.
@@ -16,6 +15,7 @@
 ///     QRTVirtualPin<QRTVirtualTreeNode> child(parent->getFirstChild());  // takes the pin over
 ///     QRTVirtualPin<Record> record(manager, item);                       // pins an object
 ///     QRTVirtualPin<const Record> constant(manager, item);               // pins it for reading
+///     QRTVirtualPin<Record> byOffset(manager, item.getOffset());         // of a size you know
 ///
 /// @tparam T  what lives at the object's address: a node class, or any type that may be kept as
 ///            bytes. With a const type the object is pinned for reading only.
@@ -25,11 +25,14 @@ class QRTVirtualPin {
   /// Makes an empty pin.
   QRTVirtualPin() noexcept = default;
 
+  explicit QRTVirtualPin(std::nullptr_t) noexcept {}
+
   /// Takes over the pin of a node, as `createNode`, `getNode` and the navigation of a tree give it.
-  /// @param node  a pinned node of class T, which is not checked; null makes an empty pin
+  /// @tparam Node  T, or a node class that T derives from
+  /// @param node   a pinned node of class T, which is not checked; null makes an empty pin
   /// @throws QRTAssertError, with the pin left to the caller, when the node has no container
-  explicit QRTVirtualPin(QRTVirtualPersistNode* node) : m_object(static_cast<T*>(node)) {
-    static_assert(std::is_base_of<QRTVirtualPersistNode, T>::value, "T has to be a node class");
+  template <class Node>
+  explicit QRTVirtualPin(Node* node) : m_object(static_cast<T*>(node)) {
     if (node != nullptr) {
       QRT_ASSERT(node->getContainer());
       m_memMgr = node->getContainer()->getMemoryMgr();
@@ -43,8 +46,23 @@ class QRTVirtualPin {
   /// The pin is empty when the item names nothing or the object cannot be read back. Cost: as
   /// QRTVirtualMemoryMgr::getAddress.
   QRTVirtualPin(QRTVirtualMemoryMgr& memMgr, const QRTVirtualPageItem& item)
-      : QRTVirtualPin(memMgr, item.getOffset(),
-                      memMgr.getAddress(item.getOffset(), std::is_const<T>::value ? 0 : 1)) {}
+      : QRTVirtualPin(memMgr, item.getOffset()) {}
+
+  /// Pins the object at a bare offset, as above.
+  QRTVirtualPin(QRTVirtualMemoryMgr& memMgr, unsigned long long offset)
+      : QRTVirtualPin(memMgr, offset, memMgr.getAddress(offset, std::is_const<T>::value ? 0 : 1)) {}
+
+  /// Pins an object that may not be the one its item was made for, since the item was used with
+  /// another manager than its own: the pin is empty as well when the object is smaller than the
+  /// item says, so that nobody reaches past its end. Cost: as above, and
+  /// QRTVirtualMemoryMgr::getObjectSize.
+  static QRTVirtualPin whole(QRTVirtualMemoryMgr& memMgr, const QRTVirtualPageItem& item) {
+    QRTVirtualPin pin(memMgr, item);
+    if (pin && memMgr.getObjectSize(item.getOffset()) < item.getSize()) {
+      pin.reset();
+    }
+    return pin;
+  }
 
   /// Makes an item name an object of `size` bytes and pins it; see QRTVirtualMemoryMgr::alloc.
   /// @return a pin that is not empty
@@ -69,8 +87,13 @@ class QRTVirtualPin {
 
   /// @return the object's address, good while the pin stands; null for an empty pin
   T* get() const noexcept { return m_object; }
-  T* operator->() const noexcept { return m_object; }
-  T& operator*() const noexcept { return *m_object; }
+
+  /// @return the object. @throws QRTAssertError when nothing is pinned
+  T* operator->() const { return &**this; }
+  T& operator*() const {
+    QRT_ASSERT_NAMED(m_object, "an empty pin has no object");
+    return *m_object;
+  }
 
   /// @return whether an object is pinned
   explicit operator bool() const noexcept { return m_object != nullptr; }

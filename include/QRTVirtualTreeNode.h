@@ -5,6 +5,9 @@
 #include "QRTVirtualPageItem.h"
 #include "QRTVirtualPersistNode.h"
 
+template <class T>
+class QRTVirtualPin;
+
 /// A stored node that can sit in a tree: it knows its parent, first and last child, neighbours and
 /// how many children it has. Links are page offsets, so a tree of any size takes process memory
 /// only for what is pinned. A parent in process memory, such as a QRTVirtualTree's root, has no
@@ -123,14 +126,17 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
   void destroy() override;
 
  private:
-  friend class QRTPinnedNeighbour;
-  friend class QRTTreeNeighbours;
+  class Neighbours;
 
-  QRTVirtualTreeNode* fetch(unsigned long long offset);
+  QRTVirtualPin<QRTVirtualTreeNode> pinNeighbour(unsigned long long link);
+  QRTVirtualTreeNode* lookUp(unsigned long long link) const;
+  unsigned long long linkToParent() const { return m_parentIsAddress != 0 ? 0 : m_parent; }
+  [[gnu::noinline]] QRTVirtualTreeNode* fetch(unsigned long long offset);
   QRTVirtualTreeNode* moveTo(unsigned long long offset);
   QRTVirtualTreeNode* parentInProcessMemory() const;
   bool isStored() const;
   bool hasInStore(const QRTVirtualTreeNode& other) const;
+  [[gnu::noinline, gnu::cold]] bool findsInStore(const QRTVirtualTreeNode& other) const;
   bool isEndChildOf(const QRTVirtualTreeNode& parent) const;
   bool isBeside(const QRTVirtualTreeNode& other) const;
   bool isParentOf(const QRTVirtualTreeNode& child) const;

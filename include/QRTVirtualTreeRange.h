@@ -182,7 +182,7 @@ class QRTVirtualChildren {
       m_node.reset();
       if (m_next != 0) {
         QRT_ASSERT(m_container && m_container->getMemoryMgr());
-        m_node = QRTVirtualPin<Node>(*m_container->getMemoryMgr(), QRTVirtualPageItem(m_next, 0));
+        m_node = QRTVirtualPin<Node>(*m_container->getMemoryMgr(), m_next);
         QRT_ASSERT_NAMED(m_node, "a node cannot be read back");
         m_next = m_node->getNextSiblingPageItem().getOffset();
       }

@@ -2,10 +2,10 @@
 #define QRTVIRTUALUTF8READER_H
 
 #include <string_view>
-#include <utility>
 
 #include "QRTVirtualContainer.h"
 #include "QRTVirtualMemoryMgr.h"
+#include "QRTVirtualPin.h"
 #include "QRTVirtualUTF8String.h"
 
 /// The bytes of a stored UTF-8 string, pinned for reading while this stands: the way to look at a
@@ -23,12 +23,9 @@ class QRTVirtualUTF8Reader {
   /// @param memMgr  the string's manager; null reads nothing
   /// Cost: a few nanoseconds when the string is in memory; otherwise one read
   QRTVirtualUTF8Reader(const QRTVirtualUTF8String& string, QRTVirtualMemoryMgr* memMgr)
-      : m_item(string), m_memMgr(memMgr) {
-    if (m_memMgr != nullptr) {
-      m_bytes = static_cast<const char*>(m_memMgr->getAddress(m_item, 0));
-      if (m_memMgr->getObjectSize(m_item.getOffset()) < m_item.getSize()) {
-        release();
-      }
+      : m_size(string.getSize()) {
+    if (memMgr != nullptr) {
+      m_bytes = QRTVirtualPin<const char>::whole(*memMgr, string);
     }
   }
 
@@ -36,50 +33,21 @@ class QRTVirtualUTF8Reader {
   QRTVirtualUTF8Reader(const QRTVirtualUTF8String& string, QRTVirtualContainer* container)
       : QRTVirtualUTF8Reader(string, container == nullptr ? nullptr : container->getMemoryMgr()) {}
 
-  QRTVirtualUTF8Reader(QRTVirtualUTF8Reader&& other) noexcept
-      : m_item(other.m_item), m_memMgr(other.m_memMgr), m_bytes(other.m_bytes) {
-    other.m_bytes = nullptr;
-  }
-
-  QRTVirtualUTF8Reader& operator=(QRTVirtualUTF8Reader&& other) noexcept {
-    if (this != &other) {
-      release();
-      m_item = other.m_item;
-      m_memMgr = other.m_memMgr;
-      m_bytes = std::exchange(other.m_bytes, nullptr);
-    }
-    return *this;
-  }
-
-  ~QRTVirtualUTF8Reader() { release(); }
-
-  QRTVirtualUTF8Reader(const QRTVirtualUTF8Reader&) = delete;
-  QRTVirtualUTF8Reader& operator=(const QRTVirtualUTF8Reader&) = delete;
-
   /// @return whether a string is pinned; false for an empty handle and for one that the manager
   ///         does not know or cannot read back
-  bool isPinned() const noexcept { return m_bytes != nullptr; }
+  bool isPinned() const noexcept { return bool(m_bytes); }
 
   /// @return the string's bytes, valid until the reader ends; empty when nothing is pinned
   std::string_view view() const noexcept {
-    return m_bytes == nullptr ? std::string_view() : std::string_view(m_bytes, m_item.getSize());
+    return isPinned() ? std::string_view(m_bytes.get(), m_size) : std::string_view();
   }
 
-  /// Unpins the string early; `view` is empty from then on. Lets no error out.
-  void release() noexcept {
-    if (m_bytes != nullptr) {
-      m_bytes = nullptr;
-      try {
-        m_memMgr->dismiss(m_item);
-      } catch (...) {  // NOLINT(bugprone-empty-catch): there is nothing left to undo
-      }
-    }
-  }
+  /// Unpins the string early; `view` is empty from then on.
+  void release() noexcept { m_bytes.reset(); }
 
  private:
-  QRTVirtualPageItem m_item;                // names the pinned object
-  QRTVirtualMemoryMgr* m_memMgr = nullptr;  // not owned
-  const char* m_bytes = nullptr;            // the pinned bytes; null when nothing is pinned
+  QRTVirtualPin<const char> m_bytes;  // the string's bytes; empty when nothing is pinned
+  unsigned int m_size = 0;            // how many
 };
 
 #endif  // QRTVIRTUALUTF8READER_H

@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include "QRTVirtualMemoryMgr.h"
-#include "StorePin.h"
+#include "StoredValue.h"
 
 namespace example {
 
@@ -32,13 +32,11 @@ class StoredArray {
   }
 
   T read(std::size_t index) const {
-    return StorePin(m_manager, m_chunks[index / kPerChunk], StorePin::eRead)
-        .template as<Chunk>()[index % kPerChunk];
+    return (*pinValue<const Chunk>(m_manager, m_chunks[index / kPerChunk]))[index % kPerChunk];
   }
 
   void write(std::size_t index, const T& record) {
-    StorePin(m_manager, m_chunks[index / kPerChunk], StorePin::eWrite)
-        .template as<Chunk>()[index % kPerChunk] = record;
+    (*pinValue<Chunk>(m_manager, m_chunks[index / kPerChunk]))[index % kPerChunk] = record;
   }
 
   std::size_t size() const { return m_size; }

@@ -60,13 +60,14 @@ std::uint32_t WordIndex::find(std::string_view word) const {
 }
 
 std::uint32_t WordIndex::findHashed(std::string_view word, std::uint32_t hash) const {
-  const StorePin pin(m_manager, m_directory[hash & (m_directory.size() - 1)], StorePin::eRead);
-  const auto& bucket = pin.as<const Bucket>();
-  for (std::uint32_t i = 0; i < bucket.used; ++i) {
-    if (bucket.entries[i].hash == hash) {
-      const QRTVirtualUTF8String text(m_records.read(bucket.entries[i].word).text);
+  const auto bucket =
+      pinValue<const Bucket>(m_manager, m_directory[hash & (m_directory.size() - 1)]);
+  for (std::uint32_t i = 0; i < bucket->used; ++i) {
+    const Entry& entry = bucket->entries[i];
+    if (entry.hash == hash) {
+      const QRTVirtualUTF8String text(m_records.read(entry.word).text);
       if (text.isEqual(word, &m_manager) != 0) {
-        return bucket.entries[i].word;
+        return entry.word;
       }
     }
   }
@@ -79,8 +80,7 @@ std::uint32_t WordIndex::findHashed(std::string_view word, std::uint32_t hash) c
 std::uint32_t WordIndex::insert(std::string_view word, std::uint32_t hash) {
   // Step 1
   const auto isFull = [&] {
-    return StorePin(m_manager, bucketOf(hash), StorePin::eRead).as<Bucket>().used ==
-           Bucket().entries.size();
+    return pinValue<const Bucket>(m_manager, bucketOf(hash))->used == Bucket().entries.size();
   };
   while (isFull()) {
     split(hash);
@@ -93,9 +93,8 @@ std::uint32_t WordIndex::insert(std::string_view word, std::uint32_t hash) {
   const std::uint32_t number = size();
   m_records.append(record);
   // Step 3
-  const StorePin pin(m_manager, bucketOf(hash), StorePin::eWrite);
-  auto& bucket = pin.as<Bucket>();
-  bucket.entries[bucket.used++] = {hash, number};
+  const auto bucket = pinValue<Bucket>(m_manager, bucketOf(hash));
+  bucket->entries[bucket->used++] = {hash, number};
   return number;
 }
 
@@ -103,8 +102,8 @@ std::uint32_t WordIndex::insert(std::string_view word, std::uint32_t hash) {
 // 2. Sort the bucket's entries by the next bit into it and a new bucket.
 // 3. Lead every second of the directory's entries for the bucket to the new one.
 void WordIndex::split(std::uint32_t hash) {
-  const StorePin pin(m_manager, bucketOf(hash), StorePin::eWrite);
-  auto& bucket = pin.as<Bucket>();
+  const auto pin = pinValue<Bucket>(m_manager, bucketOf(hash));
+  Bucket& bucket = *pin;
   // Step 1
   if (bucket.depth == m_depth) {
     if (m_depth == kLargestDepth) {
@@ -137,10 +136,9 @@ std::uint64_t WordIndex::makeChunk(std::uint32_t capacity, std::uint32_t line) {
   QRTVirtualPageItem item;
   const auto bytes =
       static_cast<unsigned int>(sizeof(LineChunk) + capacity * sizeof(std::uint32_t));
-  auto* const chunk = static_cast<LineChunk*>(m_manager.alloc(bytes, item));
+  const auto chunk = QRTVirtualPin<LineChunk>::alloc(m_manager, bytes, item);
   *chunk = {0, 1, capacity};
   chunk->lines()[0] = line;
-  m_manager.dismiss(item);
   return item.getOffset();
 }
 
@@ -149,14 +147,13 @@ void WordIndex::appendLine(WordRecord& record, std::uint32_t line) {
     record.firstChunk = record.lastChunk = makeChunk(kFirstCapacity, line);
     return;
   }
-  const StorePin pin(m_manager, record.lastChunk, StorePin::eWrite);
-  auto& chunk = pin.as<LineChunk>();
-  if (chunk.used < chunk.capacity) {
-    chunk.lines()[chunk.used++] = line;
+  const auto chunk = pinValue<LineChunk>(m_manager, record.lastChunk);
+  if (chunk->used < chunk->capacity) {
+    chunk->lines()[chunk->used++] = line;
   } else {
     // 16 bytes of a chunk are not line numbers: 4, 12, 28 ... double the bytes.
-    chunk.next = makeChunk(std::min(kLargestCapacity, 2 * chunk.capacity + 4), line);
-    record.lastChunk = chunk.next;
+    chunk->next = makeChunk(std::min(kLargestCapacity, 2 * chunk->capacity + 4), line);
+    record.lastChunk = chunk->next;
   }
 }
 
@@ -172,14 +169,13 @@ void WordIndex::forEachLine(std::uint32_t word,
     return;
   }
   for (std::uint64_t offset = found.firstChunk; offset != 0;) {
-    const StorePin pin(m_manager, offset, StorePin::eRead);
-    auto& chunk = pin.as<LineChunk>();
-    for (std::uint32_t i = 0; i < chunk.used; ++i) {
-      if (!visit(chunk.lines()[i])) {
+    const auto chunk = pinValue<const LineChunk>(m_manager, offset);
+    for (std::uint32_t i = 0; i < chunk->used; ++i) {
+      if (!visit(chunk->lines()[i])) {
         return;
       }
     }
-    offset = chunk.next;
+    offset = chunk->next;
   }
 }
 

@@ -78,6 +78,7 @@ class WordIndex {
     std::uint32_t used;      // line numbers
     std::uint32_t capacity;  // line numbers that there is room for; they follow
     std::uint32_t* lines() { return reinterpret_cast<std::uint32_t*>(this + 1); }
+    const std::uint32_t* lines() const { return reinterpret_cast<const std::uint32_t*>(this + 1); }
   };
 
   std::uint64_t& bucketOf(std::uint32_t hash);

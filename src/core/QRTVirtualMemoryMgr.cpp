@@ -11,6 +11,7 @@
 #include "QRTCore/QRTDecimalFormat.h"
 #include "QRTCore/QRTFmDir.h"
 #include "QRTVirtualPageItemPool.h"
+#include "QRTVirtualPin.h"
 #include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
 
 namespace {
@@ -160,15 +161,16 @@ void* QRTVirtualMemoryMgr::allocAgain(unsigned int size, QRTVirtualPageItem& ite
   if (size < item.getSize()) {
     // Step 1
     item.setSize(size);
-    return pinWhole(item);
+    return QRTVirtualPin<char>::whole(*this, item).release();
   }
   // Step 2
   tcmalloc::PageItem newItem{0};
   void* const address = m_pool->Allocate(size, newItem);
   if (address != nullptr) {
     // Step 3.1
-    const void* const old_ptr = pinWhole(item);
+    auto old = QRTVirtualPin<char>::whole(*this, item);
     // Step 3.2
+    const void* const old_ptr = old.get();
     if (old_ptr == nullptr) {
       m_pool->Dismiss(newItem);
       m_pool->Deallocate(newItem);
@@ -177,20 +179,9 @@ void* QRTVirtualMemoryMgr::allocAgain(unsigned int size, QRTVirtualPageItem& ite
     // Step 3.3
     std::memcpy(address, old_ptr, item.getSize());
     // Step 3.4
-    dismiss(item);
+    old.reset();
     free(item);
     item = QRTVirtualPageItem(newItem.offset, size);
-  }
-  return address;
-}
-
-// Pins the object that an item names; null when it is smaller than the item says. Then the item
-// belongs to another manager, and using it would reach past the object's end.
-void* QRTVirtualMemoryMgr::pinWhole(QRTVirtualPageItem& item) {
-  void* const address = getAddress(item, 1);
-  if (address != nullptr && getObjectSize(item.getOffset()) < item.getSize()) {
-    dismiss(item);
-    return nullptr;
   }
   return address;
 }
@@ -251,6 +242,7 @@ void* QRTVirtualMemoryMgr::movePin(unsigned long long from, unsigned long long t
   return m_pool->MovePin(fromHandle, toHandle);
 }
 
+// The engine itself finds nothing at offsets that name nothing.
 void* QRTVirtualMemoryMgr::getUnpinned(unsigned long long offset) {
   tcmalloc::PageItem handle{offset};
   return m_pool->GetUnpinned(handle);

@@ -1,10 +1,12 @@
 #include "QRTVirtualTreeNode.h"
 
 #include <cstdint>
+#include <optional>
 
 #include "NodePlacement.h"
 #include "QRTCore/QRTAssert.h"
 #include "QRTVirtualContainer.h"
+#include "QRTVirtualPin.h"
 #include "QRTVirtualTree.h"
 
 // Editing. Each operation first gets hold of the neighbours it is going to relink and checks what
@@ -17,119 +19,48 @@ namespace {
 // A count of children has 31 bits and wraps.
 constexpr unsigned int kChildCountMask = 0x7FFFFFFFU;
 
+using NodePin = QRTVirtualPin<QRTVirtualTreeNode>;
+
 }  // namespace
 
 unsigned int QRTVirtualTreeNode::m_classId = 0;
 QRTThreadCriticalSection QRTVirtualTreeNode::m_classIdLock(0);
 
-// A neighbour, pinned while this stands.
-class QRTPinnedNeighbour {
- public:
-  // Pins the node behind a link of `of`; null behind link 0.
-  QRTPinnedNeighbour(QRTVirtualTreeNode& of, unsigned long long link)
-      : m_container(of.getContainer()), m_offset(link), m_node(of.fetch(link)) {
-    QRT_ASSERT_NAMED(m_node || m_offset == 0, "the neighbour cannot be read back");
-  }
-
-  ~QRTPinnedNeighbour() { dismiss(); }
-
-  // Takes over the pin of another; this one's goes first.
-  QRTPinnedNeighbour& operator=(QRTPinnedNeighbour&& other) noexcept {
-    dismiss();
-    m_container = other.m_container;
-    m_offset = other.m_offset;
-    m_node = other.release();
-    return *this;
-  }
-  QRTPinnedNeighbour(const QRTPinnedNeighbour&) = delete;
-  QRTPinnedNeighbour& operator=(const QRTPinnedNeighbour&) = delete;
-
-  QRTVirtualTreeNode* operator->() const { return m_node; }
-  QRTVirtualTreeNode* get() const { return m_node; }
-  explicit operator bool() const { return m_node != nullptr; }
-
-  // Leaves the pin to the caller.
-  QRTVirtualTreeNode* release() {
-    QRTVirtualTreeNode* const node = m_node;
-    m_node = nullptr;
-    return node;
-  }
-
- private:
-  void dismiss() noexcept {
-    if (m_node != nullptr) {
-      m_container->dismiss(m_offset);
-    }
-  }
-
-  QRTVirtualContainer* m_container;  // whose store the pin is in
-  unsigned long long m_offset;       // offset of the node
-  QRTVirtualTreeNode* m_node;        // the node; null for none
-};
-
 // Two neighbours, in their places while this stands, for as long as nothing else is asked of the
 // store. Those in memory are only looked up, since nothing can move them then; when one is not,
 // both are pinned. An edit spends most of its time waiting for its neighbours, and the fewer
 // instructions there are between them the earlier the processor begins with the next one.
-class QRTTreeNeighbours {
+class QRTVirtualTreeNode::Neighbours {
  public:
   // Gets the nodes behind two links of `of`; null behind link 0.
-  QRTTreeNeighbours(QRTVirtualTreeNode& of, unsigned long long first, unsigned long long second)
-      : m_first(lookUp(of, first)), m_second(lookUp(of, second)) {
+  Neighbours(QRTVirtualTreeNode& of, unsigned long long first, unsigned long long second)
+      : m_first(of.lookUp(first)), m_second(of.lookUp(second)) {
     if ((m_first == nullptr && first != 0) || (m_second == nullptr && second != 0)) [[unlikely]] {
       pinBoth(of, first, second);
     }
   }
 
-  ~QRTTreeNeighbours() {
-    if (m_container != nullptr) [[unlikely]] {
-      dismissBoth();
-    }
-  }
-  QRTTreeNeighbours(const QRTTreeNeighbours&) = delete;
-  QRTTreeNeighbours& operator=(const QRTTreeNeighbours&) = delete;
-
   QRTVirtualTreeNode* first() const { return m_first; }
   QRTVirtualTreeNode* second() const { return m_second; }
 
-  // The link behind which `of` has a stored parent; 0 when it has none. A parent in process memory
-  // is there without being looked up.
-  static unsigned long long linkToParent(const QRTVirtualTreeNode& of) {
-    return of.m_parentIsAddress != 0 ? 0 : of.m_parent;
-  }
-
  private:
-  static QRTVirtualTreeNode* lookUp(QRTVirtualTreeNode& of, unsigned long long link) {
-    QRTVirtualContainer* const container = of.getContainer();
-    if (link == 0 || container == nullptr || container->getMemoryMgr() == nullptr) {
-      return nullptr;
-    }
-    return static_cast<QRTVirtualTreeNode*>(
-        static_cast<QRTVirtualPersistNode*>(container->getMemoryMgr()->getUnpinned(link)));
-  }
-
   [[gnu::noinline, gnu::cold]] void pinBoth(QRTVirtualTreeNode& of, unsigned long long first,
                                             unsigned long long second) {
-    QRTPinnedNeighbour one(of, first);
-    QRTPinnedNeighbour other(of, second);
-    m_first = one.release();
-    m_second = other.release();
-    m_container = of.getContainer();
-    m_firstOffset = first;
-    m_secondOffset = second;
+    Pins& pins = m_pins.emplace();
+    pins.first = of.pinNeighbour(first);
+    pins.second = of.pinNeighbour(second);
+    m_first = pins.first.get();
+    m_second = pins.second.get();
   }
 
-  [[gnu::noinline, gnu::cold]] void dismissBoth() noexcept {
-    m_container->dismiss(m_firstOffset);
-    m_container->dismiss(m_secondOffset);
-  }
+  struct Pins {
+    NodePin second;
+    NodePin first;  // the one that is dismissed first
+  };
 
-  QRTVirtualContainer* m_container =
-      nullptr;                            // whose store they are pinned in; null if they aren't
-  QRTVirtualTreeNode* m_first;            // the first neighbour; null for none
-  QRTVirtualTreeNode* m_second;           // the second neighbour; null for none
-  unsigned long long m_firstOffset = 0;   // offset of the first, when they are pinned
-  unsigned long long m_secondOffset = 0;  // offset of the second, likewise
+  QRTVirtualTreeNode* m_first;   // the first neighbour; null for none
+  QRTVirtualTreeNode* m_second;  // the second neighbour; null for none
+  std::optional<Pins> m_pins;    // their pins, if they had to be pinned
 };
 
 QRTVirtualTreeNode::QRTVirtualTreeNode() noexcept
@@ -211,7 +142,7 @@ void QRTVirtualTreeNode::appendChild(QRTVirtualTreeNode* child) {
   QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkChild(*child);
   // Step 2
-  const QRTTreeNeighbours neighbours(*this, m_lastChild, 0);
+  const Neighbours neighbours(*this, m_lastChild, 0);
   QRTVirtualTreeNode* const last = neighbours.first();
   if (last != nullptr) {
     // Step 3
@@ -246,13 +177,13 @@ void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
   QRT_ASSERT(child != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkChild(*child);
   // Step 2
-  const QRTPinnedNeighbour last(*this, m_lastChild);
+  const NodePin last = pinNeighbour(m_lastChild);
   QRT_ASSERT_NAMED(last || child->m_previousSibling == 0, "the chain has to begin at its head");
   // Step 3
   unsigned int count = 1;
   unsigned long long end = child->getPageOffset();
   child->setParentLink(*this);
-  QRTPinnedNeighbour node(*this, child->m_nextSibling);
+  NodePin node = pinNeighbour(child->m_nextSibling);
   while (node) {
     checkChild(*node.get());
     QRT_ASSERT_NAMED(node->m_previousSibling == end && node.get() != child,
@@ -260,7 +191,7 @@ void QRTVirtualTreeNode::appendChildren(QRTVirtualTreeNode* child) {
     ++count;
     end = node->getPageOffset();
     node->setParentLink(*this);
-    node = QRTPinnedNeighbour(*this, node->m_nextSibling);
+    node = pinNeighbour(node->m_nextSibling);
   }
   // Step 4
   if (last) {
@@ -283,7 +214,7 @@ void QRTVirtualTreeNode::insertAfter(QRTVirtualTreeNode* sibling) {
   QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkSibling(*sibling);
   // Step 2
-  const QRTTreeNeighbours neighbours(*this, m_nextSibling, QRTTreeNeighbours::linkToParent(*this));
+  const Neighbours neighbours(*this, m_nextSibling, linkToParent());
   QRTVirtualTreeNode* const next = neighbours.first();
   QRTVirtualTreeNode* const parent =
       m_parentIsAddress != 0 ? parentInProcessMemory() : neighbours.second();
@@ -323,8 +254,7 @@ void QRTVirtualTreeNode::insertBefore(QRTVirtualTreeNode* sibling) {
   QRT_ASSERT(sibling != NULL);  // NOLINT(modernize-use-nullptr): the error quotes this line
   checkSibling(*sibling);
   // Step 2
-  const QRTTreeNeighbours neighbours(*this, m_previousSibling,
-                                     QRTTreeNeighbours::linkToParent(*this));
+  const Neighbours neighbours(*this, m_previousSibling, linkToParent());
   QRTVirtualTreeNode* const previous = neighbours.first();
   QRTVirtualTreeNode* const parent =
       m_parentIsAddress != 0 ? parentInProcessMemory() : neighbours.second();
@@ -372,7 +302,7 @@ void QRTVirtualTreeNode::replaceChild(QRTVirtualTreeNode* oldChild, QRTVirtualTr
   QRT_ASSERT_NAMED(!oldChild->isBeside(*newChild), "the new child is a child already");
   // Step 2
   const unsigned long long place = oldChild->getPageOffset();
-  const QRTTreeNeighbours neighbours(*this, oldChild->m_previousSibling, oldChild->m_nextSibling);
+  const Neighbours neighbours(*this, oldChild->m_previousSibling, oldChild->m_nextSibling);
   QRTVirtualTreeNode* const previous = neighbours.first();
   QRTVirtualTreeNode* const next = neighbours.second();
   QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
@@ -399,7 +329,7 @@ void QRTVirtualTreeNode::removeChild(QRTVirtualTreeNode* child) {
   QRT_ASSERT_NAMED(isParentOf(*child), "not a child of this node");
   // Step 2
   const unsigned long long place = child->getPageOffset();
-  const QRTTreeNeighbours neighbours(*this, child->m_previousSibling, child->m_nextSibling);
+  const Neighbours neighbours(*this, child->m_previousSibling, child->m_nextSibling);
   QRTVirtualTreeNode* const previous = neighbours.first();
   QRTVirtualTreeNode* const next = neighbours.second();
   QRT_ASSERT_NAMED((previous != nullptr ? previous->m_nextSibling : m_firstChild) == place,
@@ -430,8 +360,8 @@ void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTre
     return;
   }
   // Step 2
-  const QRTPinnedNeighbour ownFirst(*this, first == nullptr ? m_firstChild : 0);
-  const QRTPinnedNeighbour ownLast(*this, last == nullptr ? m_lastChild : 0);
+  const NodePin ownFirst = pinNeighbour(first == nullptr ? m_firstChild : 0);
+  const NodePin ownLast = pinNeighbour(last == nullptr ? m_lastChild : 0);
   first = first == nullptr ? ownFirst.get() : first;
   last = last == nullptr ? ownLast.get() : last;
   // Step 3
@@ -452,19 +382,19 @@ void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTre
   unsigned int count = 2;
   {
     unsigned long long before = first->getPageOffset();
-    QRTPinnedNeighbour node(*this, first->m_nextSibling);
+    NodePin node = pinNeighbour(first->m_nextSibling);
     for (; node && node.get() != last; ++count) {
       QRT_ASSERT_NAMED(node->m_previousSibling == before && node.get() != first,
                        "the run must be linked both ways and end");
       before = node->getPageOffset();
-      node = QRTPinnedNeighbour(*this, node->m_nextSibling);
+      node = pinNeighbour(node->m_nextSibling);
     }
     QRT_ASSERT_NAMED(node, "the run has to end at its last node");
     QRT_ASSERT_NAMED(last->m_previousSibling == before, "the run must be linked both ways");
   }
   // Step 6
-  const QRTPinnedNeighbour previous(*this, first->m_previousSibling);
-  const QRTPinnedNeighbour next(*this, last->m_nextSibling);
+  const NodePin previous = pinNeighbour(first->m_previousSibling);
+  const NodePin next = pinNeighbour(last->m_nextSibling);
   QRT_ASSERT_NAMED((previous ? previous->m_nextSibling : m_firstChild) == first->getPageOffset(),
                    "the run has been taken out before");
   QRT_ASSERT_NAMED((next ? next->m_previousSibling : m_lastChild) == last->getPageOffset(),
@@ -475,7 +405,32 @@ void QRTVirtualTreeNode::removeChildren(QRTVirtualTreeNode* first, QRTVirtualTre
   m_childCount = (m_childCount - count) & kChildCountMask;
 }
 
-// Pins the node at an offset through this node's container; null for offset 0.
+// Pins the node behind a link of this one; empty behind link 0.
+NodePin QRTVirtualTreeNode::pinNeighbour(unsigned long long link) {
+  if (link == 0) {
+    return NodePin();
+  }
+  QRTVirtualContainer* const container = getContainer();
+  QRT_ASSERT(container);
+  QRTVirtualMemoryMgr* const memMgr = container->getMemoryMgr();
+  QRT_ASSERT(memMgr);
+  NodePin node(*memMgr, link);
+  QRT_ASSERT_NAMED(node, "the neighbour cannot be read back");
+  return node;
+}
+
+// The node behind a link of this one, unpinned; null when it has to be pinned to be had.
+QRTVirtualTreeNode* QRTVirtualTreeNode::lookUp(unsigned long long link) const {
+  QRTVirtualContainer* const container = getContainer();
+  if (link == 0 || container == nullptr || container->getMemoryMgr() == nullptr) {
+    return nullptr;
+  }
+  return static_cast<QRTVirtualTreeNode*>(
+      static_cast<QRTVirtualPersistNode*>(container->getMemoryMgr()->getUnpinned(link)));
+}
+
+// Pins the node at an offset through this node's container; null for offset 0. Kept apart from the
+// steps along a chain, which then need no stack.
 QRTVirtualTreeNode* QRTVirtualTreeNode::fetch(unsigned long long offset) {
   if (offset == 0) {
     return nullptr;
@@ -508,13 +463,16 @@ bool QRTVirtualTreeNode::isStored() const {
   return getPageOffset() != 0 && getPageOffset() != QRTVirtualPageItem::getInvalidOffset();
 }
 
-// Whether a stored node that the caller has pinned lives in this node's store. One that belongs to
-// another container may do so as well: then it stands where this store has an object of its offset.
+// Whether a stored node that the caller has pinned lives in this node's store.
 bool QRTVirtualTreeNode::hasInStore(const QRTVirtualTreeNode& other) const {
   QRTVirtualContainer* const container = getContainer();
-  if (container == nullptr || other.getContainer() == container) {
-    return container != nullptr;
-  }
+  return container != nullptr && (other.getContainer() == container || findsInStore(other));
+}
+
+// Whether a node that belongs to another container lives in this node's store all the same: it
+// stands where this store has an object of its offset.
+bool QRTVirtualTreeNode::findsInStore(const QRTVirtualTreeNode& other) const {
+  QRTVirtualContainer* const container = getContainer();
   const QRTVirtualPersistNode* const found = container->getNode(other.getPageOffset());
   if (found != nullptr) {
     container->dismiss(other.getPageOffset());

@@ -5,7 +5,8 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTManagerOf.h"
-#include "QRTPinnedBytes.h"
+#include "QRTSameBytes.h"
+#include "QRTVirtualPin.h"
 
 QRTVirtualI18NString::~QRTVirtualI18NString() = default;
 
@@ -22,10 +23,9 @@ I18NString QRTVirtualI18NString::getString(QRTVirtualMemoryMgr* memMgr) {
   I18NString text;
   // No string is longer than an int can tell; a size above that is not from here.
   if (memMgr != nullptr && empty() == 0 && getSize() <= INT_MAX) {
-    QRTPinnedBytes pinned(*this, *memMgr);
+    const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
     text = I18NString(static_cast<const void*>(pinned.get()), static_cast<int>(getSize()), nullptr,
                       nullptr);
-    pinned.dismiss();
   }
   return text;
 }
@@ -37,18 +37,15 @@ int QRTVirtualI18NString::isEqual(QRTVirtualI18NString& other, QRTVirtualMemoryM
 
 int QRTVirtualI18NString::isEqual(const QRTVirtualI18NString& other,
                                   QRTVirtualMemoryMgr* memMgr) const {
-  return memMgr != nullptr && QRTPinnedBytes::equal(*this, other, *memMgr) ? 1 : 0;
+  return memMgr != nullptr && qrtHoldSameBytes(*this, other, *memMgr) ? 1 : 0;
 }
 
 int QRTVirtualI18NString::isEqual(const I18NString& s, QRTVirtualMemoryMgr* memMgr) {
   if (memMgr == nullptr || getSize() != static_cast<unsigned int>(s.size())) {
     return 0;
   }
-  QRTPinnedBytes pinned(*this, *memMgr);
-  const bool same =
-      pinned.get() != nullptr && std::memcmp(pinned.get(), s.getExternalBuffer(), getSize()) == 0;
-  pinned.dismiss();
-  return same ? 1 : 0;
+  const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
+  return pinned && std::memcmp(pinned.get(), s.getExternalBuffer(), getSize()) == 0 ? 1 : 0;
 }
 
 I18NString QRTVirtualI18NString::getString(QRTVirtualContainer* container) {

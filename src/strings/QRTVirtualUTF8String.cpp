@@ -7,7 +7,8 @@
 #include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTUtUtf8.h"
 #include "QRTManagerOf.h"
-#include "QRTPinnedBytes.h"
+#include "QRTSameBytes.h"
+#include "QRTVirtualPin.h"
 
 namespace {
 
@@ -68,11 +69,10 @@ void QRTVirtualUTF8String::setString(const char* utf8, QRTVirtualMemoryMgr* memM
 I18NString QRTVirtualUTF8String::getString(QRTVirtualMemoryMgr* memMgr) {
   I18NString text;
   if (memMgr != nullptr && empty() == 0) {
-    QRTPinnedBytes pinned(*this, *memMgr);
-    if (pinned.get() != nullptr) {
+    const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
+    if (pinned) {
       text = I18NString(std::string_view(pinned.get(), getSize()));
     }
-    pinned.dismiss();
   }
   return text;
 }
@@ -91,7 +91,7 @@ void* QRTVirtualUTF8String::getObjectPtr(QRTVirtualMemoryMgr* memMgr) {
 
 int QRTVirtualUTF8String::isEqual(const QRTVirtualUTF8String& other,
                                   QRTVirtualMemoryMgr* memMgr) const {
-  return memMgr != nullptr && QRTPinnedBytes::equal(*this, other, *memMgr) ? 1 : 0;
+  return memMgr != nullptr && qrtHoldSameBytes(*this, other, *memMgr) ? 1 : 0;
 }
 
 int QRTVirtualUTF8String::isEqual(const I18NString& s, QRTVirtualMemoryMgr* memMgr) const {
@@ -104,10 +104,8 @@ int QRTVirtualUTF8String::isEqual(const I18NString& s, QRTVirtualMemoryMgr* memM
   if (!s.hasUtf8Length(getSize())) {
     return 0;
   }
-  QRTPinnedBytes pinned(*this, *memMgr);
-  const bool same = pinned.get() != nullptr && s.equalsUtf8(pinned.get());
-  pinned.dismiss();
-  return same ? 1 : 0;
+  const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
+  return pinned && s.equalsUtf8(pinned.get()) ? 1 : 0;
 }
 
 int QRTVirtualUTF8String::isEqual(std::string_view utf8, QRTVirtualMemoryMgr* memMgr) const {
@@ -118,11 +116,8 @@ int QRTVirtualUTF8String::isEqual(std::string_view utf8, QRTVirtualMemoryMgr* me
     return 1;
   }
   if (utf8.size() == getSize()) {
-    QRTPinnedBytes pinned(*this, *memMgr);
-    const bool same =
-        pinned.get() != nullptr && std::memcmp(pinned.get(), utf8.data(), utf8.size()) == 0;
-    pinned.dismiss();
-    if (same) {
+    const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
+    if (pinned && std::memcmp(pinned.get(), utf8.data(), utf8.size()) == 0) {
       return 1;
     }
   }
@@ -130,10 +125,8 @@ int QRTVirtualUTF8String::isEqual(std::string_view utf8, QRTVirtualMemoryMgr* me
   if (QRTUtUtf8::findInvalid(utf8) == utf8.size() || QRTUtUtf8::repairedLength(utf8) != getSize()) {
     return 0;
   }
-  QRTPinnedBytes pinned(*this, *memMgr);
-  const bool same = pinned.get() != nullptr && QRTUtUtf8::equalsRepaired(utf8, pinned.get());
-  pinned.dismiss();
-  return same ? 1 : 0;
+  const auto pinned = QRTVirtualPin<char>::whole(*memMgr, *this);
+  return pinned && QRTUtUtf8::equalsRepaired(utf8, pinned.get()) ? 1 : 0;
 }
 
 int QRTVirtualUTF8String::isEqual(const char* utf8, QRTVirtualMemoryMgr* memMgr) const {

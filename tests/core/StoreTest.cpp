@@ -141,6 +141,7 @@ TEST_F(StoreTest, HandlesOfNoStoreAreIgnored) {
     }
     QRTVirtualPageItem foreign(offset, 4);
     ASSERT_EQ(manager.getAddress(offset, 1), nullptr) << offset;
+    ASSERT_EQ(manager.getUnpinned(offset), nullptr) << offset;
     manager.prefetch(offset);
     manager.dismiss(offset);
     manager.dirty(foreign);
@@ -170,6 +171,22 @@ TEST_F(StoreTest, AnnouncedPinsTakeNoPinAndReadNothing) {
   EXPECT_EQ(figure("Paging Statistics - Reads: "), reads);
   EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
   EXPECT_EQ(text(item), "near");
+}
+
+TEST_F(StoreTest, AnObjectIsWhereItIsFoundWithoutAPin) {
+  QRTVirtualPageItem item = stored("near");
+  const void* const address = manager.getAddress(item, 1);
+  // Where every access is watched, unpinned objects are not to be had.
+  const void* const found = manager.getUnpinned(item.getOffset());
+  EXPECT_THAT(found, testing::AnyOf(address, nullptr));
+  manager.dismiss(item);
+  EXPECT_EQ(manager.getUnpinned(item.getOffset()), found);
+  EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
+  pushOut();
+  EXPECT_EQ(manager.getUnpinned(item.getOffset()), nullptr);
+  for (const unsigned long long nothing : {0ULL, QRTVirtualPageItem::getInvalidOffset()}) {
+    EXPECT_EQ(manager.getUnpinned(nothing), nullptr);
+  }
 }
 
 TEST_F(StoreTest, ChangesThroughAWritingPinSurviveBeingPagedOut) {
