@@ -65,13 +65,6 @@ void Engine::DeallocateLater(std::uint64_t offset) noexcept {
                      "theirs can; it stays allocated and can be freed later");
 }
 
-/// Whether a handle may name an object of a slab that is out, whose leaf of the page table is in.
-bool Engine::IsInPagedOutSlab(ObjectHandle handle) const noexcept {
-  const PageEntry& entry = m_table[handle.page];
-  return !entry.Resident() && m_classes.IsSlotStart(entry.Kind(), handle.byte) &&
-         handle.generation != kNoGeneration;
-}
-
 /// Has the pager bring a span in, and ends what was to be freed in it and in those that came along.
 /// A slab may be gone with that.
 bool Engine::PageIn(std::uint32_t page) noexcept {

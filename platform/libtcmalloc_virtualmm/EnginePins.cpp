@@ -1,0 +1,142 @@
+// The second stages of pin, unpin and move.
+
+#include "libtcmalloc_virtualmm/Engine.h"
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+
+namespace tcmalloc {
+
+void* Engine::PinResident(std::uint64_t offset, bool forWriting) noexcept {
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr ||
+      (!IsTouched(*slot.entry) && (forWriting || slot.entry->TouchedEpoch() != m_pager.Epoch())))
+      [[unlikely]] {
+    return PinOnFault(offset, forWriting);
+  }
+  return PinSlot(slot, offset);
+}
+
+/// Pins an object in memory: deferred if that is possible, or counted.
+void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
+  LIBTCMALLOC_ASSERT(slot.entry->Resident() && slot.header->pins != kFreePins);
+  if (slot.header->pins == 0 && !slot.entry->Notifies()) {
+    if (const std::uint32_t place = m_deferred.FindFree(); place != DeferredPins::kPlaces) {
+      return PinDeferred(place, slot, offset);
+    }
+    m_deferred.Flush();
+  }
+  if (slot.header->pins == 0) {
+    ++slot.entry->live.pinned;
+    ShowObject(slot);
+  } else if (slot.header->pins >= kMaxPins || slot.entry->live.pinned == 0) [[unlikely]] {
+    return RefusePin(offset, slot.header->pins);
+  }
+  ++slot.header->pins;
+  return slot.header + 1;
+}
+
+/// Pins an object that the hot path cannot: its span has a touch to count, or has to be read, or it
+/// is large, or there is no such object.
+///  1. In a slab in memory: count the touch, and pin.
+///  2. Freed while its page could not be read: there is no such object any more.
+///  3. Large: the frame counts its pins.
+///  4. In a slab that is out: page it in. Only then can be told whether the object is there; where
+///  it
+///     is not, nobody will unpin anything in that span, which is made up for.
+void* Engine::PinOnFault(std::uint64_t offset, bool forWriting) noexcept {
+  // Step 1.
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+    slot.entry->Touch(m_pager.Epoch(), forWriting);
+    return PinSlot(slot, offset);
+  }
+  // Step 2.
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (m_pendingFrees.Has(offset)) {
+    return Refuse(offset);
+  }
+  if (!FetchEntry(offset)) {
+    return nullptr;
+  }
+  // Step 3.
+  if (PageEntry* entry = FindLarge(handle)) {
+    return PinLarge(handle, *entry, forWriting);
+  }
+  // Step 4.
+  if (!IsInPagedOutSlab(handle)) {
+    return Refuse(offset);
+  }
+  if (!PageIn(handle.page)) {
+    return Fail(ClassOf(m_table[handle.page]).capacity);
+  }
+  if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
+    slot.entry->Touch(m_pager.Epoch(), forWriting);
+    return PinSlot(slot, offset);
+  }
+  void* none = Refuse(offset);
+  OnPagedInUnpinned(handle.page);
+  return none;
+}
+
+/// Pins a large object. Its pins are counted in the frame, since it has no header, and its entry
+/// counts it as the span's one pinned object.
+void* Engine::PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) noexcept {
+  if (!entry.Resident() && !PageIn(handle.page)) {
+    return Fail(m_table.LargeBytes(handle.page));
+  }
+  Frame& frame = m_arena[entry.where];
+  LIBTCMALLOC_ASSERT(frame.page == handle.page && (frame.pins > 0) == (entry.live.pinned > 0));
+  if (frame.pins == kMaxPins) {
+    return RefusePin(handle.Encode(), kMaxPins);
+  }
+  entry.Touch(m_pager.Epoch(), forWriting);
+  char* address = m_arena.Address(entry.where);
+  if (frame.pins++ == 0) {
+    entry.live.pinned = 1;
+    ObjectGuard::Show(address, m_table.LargeBytes(handle.page));
+  }
+  return address;
+}
+
+void Engine::UnpinResident(std::uint64_t offset) noexcept {
+  if (const std::uint32_t place = m_deferred.Find(offset); place != DeferredPins::kPlaces) {
+    UnpinDeferred(place, offset);
+    return;
+  }
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !slot.header->IsPinned()) {
+    UnpinLarge(offset);
+    return;
+  }
+  if (--slot.header->pins == 0) {
+    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    LIBTCMALLOC_ASSERT(slot.entry->live.pinned > 0);
+    if (--slot.entry->live.pinned == 0 && slot.entry->Notifies()) {
+      m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
+    }
+  }
+}
+
+void* Engine::MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept {
+  if (const std::uint32_t place = m_deferred.Find(from); place != DeferredPins::kPlaces) {
+    return MoveDeferredPin(place, from, to);
+  }
+  Dismiss(from);
+  return GetAddress(to, true);
+}
+
+void Engine::UnpinLarge(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  PageEntry* entry = FindLarge(handle);
+  if (entry == nullptr || !entry->Resident() || m_arena[entry->where].pins == 0) {
+    ++m_staleHandles;
+    return;
+  }
+  if (--m_arena[entry->where].pins == 0) {
+    entry->live.pinned = 0;
+    ObjectGuard::Hide(m_arena.Address(entry->where), m_table.LargeBytes(handle.page));
+    if (entry->Notifies()) {
+      m_pager.OnLastUnpin(handle.page);
+    }
+  }
+}
+
+}  // namespace tcmalloc

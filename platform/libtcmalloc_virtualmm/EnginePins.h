@@ -1,0 +1,149 @@
+#ifndef LIBTCMALLOC_VIRTUALMM_ENGINEPINS_H
+#define LIBTCMALLOC_VIRTUALMM_ENGINEPINS_H
+
+// The engine's hot path: pin, unpin, move and prefetch of objects in memory. Engine.h ends with it.
+//
+// Pin and unpin of an object in memory read its page table entry and the line of its header, write
+// neither, and touch nothing else that is not always in the first cache level. The fewer
+// instructions they take, the more objects a program that goes through many has on their way from
+// memory at a time.
+//
+// How one comparison tells so much: a header is pins and tag in one word. The tag holds the
+// handle's byte and generation, pins are 0 as long as none is counted. What is equal to {0, tag} is
+// therefore an object (a free slot has kFreePins), the one that the handle names, in no need of
+// counting.
+
+#include <bit>
+
+#include "libtcmalloc_virtualmm/Engine.h"
+#include "libtcmalloc_virtualmm/EngineAssert.h"
+#include "libtcmalloc_virtualmm/ObjectGuard.h"
+
+namespace tcmalloc {
+
+/// Where the object at `offset` is if there is one: its header is not looked at.
+inline Slot Engine::Locate(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page)) [[unlikely]] {
+    return {};
+  }
+  PageEntry& entry = m_table[handle.page];
+  if (!m_classes.IsSlotStart(entry.state, handle.byte)) [[unlikely]] {
+    return {};
+  }
+  return {&entry, SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte)};
+}
+
+inline Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
+  const Slot slot = Locate(offset);
+  if (slot.entry == nullptr || std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)).tag !=
+                                   ObjectHandle::TagOf(offset)) [[unlikely]] {
+    return {};
+  }
+  return slot;
+}
+
+/// Whether a pin, for writing or for reading, has nothing to note in the entry, and its unpin
+/// neither. Nearly all pins are for writing, of spans that count as modified since their first one.
+inline bool Engine::IsTouched(const PageEntry& entry) const noexcept {
+  return entry.live.touched == m_pager.ModifiedEpoch();
+}
+
+inline void* Engine::PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
+  ShowObject(slot);
+  m_deferred.Put(place, slot, offset);
+  return slot.header + 1;
+}
+
+inline void Engine::UnpinDeferred(std::uint32_t place,
+                                  [[maybe_unused]] std::uint64_t offset) noexcept {
+  m_deferred.Remove(place);
+  if constexpr (ObjectGuard::kActive) {
+    if (m_deferred.Find(offset) == DeferredPins::kPlaces) {
+      const Slot slot = m_deferred.At(place);
+      ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
+    }
+  }
+}
+
+inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
+  if (!m_deferred.IsFree(0)) {
+    return PinResident(offset, forWriting);
+  }
+  const Slot slot = Locate(offset);
+  // One comparison tells that the handle names the object and that no pin of it is counted.
+  if (slot.entry == nullptr ||
+      ObjectGuard::Peek(*slot.header) != ObjectHeader{0, ObjectHandle::TagOf(offset)}.Word() ||
+      !IsTouched(*slot.entry)) [[unlikely]] {
+    return PinResident(offset, forWriting);
+  }
+  return PinDeferred(0, slot, offset);
+}
+
+inline void Engine::Dismiss(std::uint64_t offset) noexcept {
+  if (!m_deferred.Holds(0, offset)) {
+    UnpinResident(offset);
+    return;
+  }
+  UnpinDeferred(0, offset);
+}
+
+inline void* Engine::MovePin(std::uint64_t from, std::uint64_t to) noexcept {
+  if (!m_deferred.Holds(0, from)) {
+    return MoveResidentPin(from, to);
+  }
+  return MoveDeferredPin(0, from, to);
+}
+
+/// Between neighbours of one page nothing has to be found, and what let the one pin be deferred
+/// holds for the other.
+inline void* Engine::MoveDeferredPin(std::uint32_t place, std::uint64_t from,
+                                     std::uint64_t to) noexcept {
+  const Slot old = m_deferred.At(place);
+  const ObjectHandle handle = ObjectHandle::Decode(to);
+  UnpinDeferred(place, from);
+  if (ObjectHandle::Decode(from ^ to).page == 0 &&
+      m_classes.IsSlotStart(old.entry->state, handle.byte) && IsTouched(*old.entry)) {
+    ObjectHeader* header =
+        SlabPage::NeighbourOf(old.header, ObjectHandle::Decode(from).byte, handle.byte);
+    if (ObjectGuard::Peek(*header) == ObjectHeader{0, ObjectHandle::TagOf(to)}.Word()) {
+      return PinDeferred(place, {old.entry, header}, to);
+    }
+  }
+  return GetAddress(to, true);
+}
+
+inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
+  if constexpr (ObjectGuard::kActive) {
+    return nullptr;  // only pinned objects are to be seen
+  }
+  const Slot slot = FindInMemory(offset);
+  if (slot.entry == nullptr || !IsTouched(*slot.entry)) [[unlikely]] {
+    return nullptr;
+  }
+  return slot.header + 1;
+}
+
+inline void Engine::Prefetch(std::uint64_t offset) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) [[unlikely]] {
+    m_pager.Prefetch(handle.page);
+    return;
+  }
+  // A forged handle may name any place near the span: a prefetch harms nowhere.
+  const char* object = m_arena.Address(m_table[handle.page].where) + (handle.byte & ~7U);
+  __builtin_prefetch(object - kObjectHeaderBytes, 1);
+  __builtin_prefetch(object + kPrefetchAhead, 1);
+  // To compilers a function that only prefetches has no effect, and they leave calls of it out.
+  asm volatile("" : : "r"(object));
+}
+
+inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {
+  if constexpr (ObjectGuard::kActive) {
+    ObjectGuard::Show(slot.header + 1, SlabPage::SizeOf(slot.header, ClassOf(*slot.entry)));
+  }
+}
+
+}  // namespace tcmalloc
+
+#endif  // LIBTCMALLOC_VIRTUALMM_ENGINEPINS_H
