@@ -89,14 +89,18 @@ void* QRTFixedMemoryPool::alloc() {
 void QRTFixedMemoryPool::free(void* p) {
   if (p == nullptr || !isQuick()) {
     freeSlow(p);
-  } else if (m_useHeaders == 0) {
+    return;
+  }
+  if (m_useHeaders == 0) {
     char* const area = static_cast<char*>(p);
     if (m_index != nullptr && m_esize >= kLeastHinted) {
       m_index->noteFreed(area, m_freeList);
     }
     qrtStoreLink(area, m_freeList);
     m_freeList = area;
-  } else if (!putBack(p)) {
+    return;
+  }
+  if (!putBack(p)) {
     freeSlow(p);
   }
 }
@@ -425,7 +429,8 @@ bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
   }
   const unsigned count = elementsPerChunk();
   for (unsigned slot = 0; slot < count; ++slot) {
-    const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+    const auto* rh =
+        reinterpret_cast<const ElementHeader*>(chunk->data + std::size_t{slot} * m_esize);
     testHeader(rh);
     if (rh->m_inUse != 0) {
       return false;
@@ -436,7 +441,7 @@ bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
   unsigned listed = 0;
   for (const char* area = chunk->data + chunk->head(); area != nullptr; area = qrtLoadLink(area)) {
     const std::uintptr_t offset = chunk->distanceOf(area) - kHeaderBytes;
-    if (listed == count || offset >= count * m_esize || offset % m_esize != 0) {
+    if (listed == count || offset >= std::uintptr_t{count} * m_esize || offset % m_esize != 0) {
       return false;
     }
     ++listed;
@@ -477,7 +482,8 @@ std::uint64_t QRTFixedMemoryPool::countInUse() const {
   std::uint64_t inUse = 0;
   for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
     for (unsigned slot = 0; slot < count; ++slot) {
-      const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+      const auto* rh =
+          reinterpret_cast<const ElementHeader*>(chunk->data + std::size_t{slot} * m_esize);
       inUse += rh->m_inUse != 0 ? 1 : 0;
     }
   }
@@ -501,7 +507,8 @@ void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
   const unsigned count = elementsPerChunk();
   for (const Chunk* chunk = m_chunks; chunk != nullptr; chunk = chunk->next()) {
     for (unsigned slot = 0; slot < count; ++slot) {
-      const auto* rh = reinterpret_cast<const ElementHeader*>(chunk->data + slot * m_esize);
+      const auto* rh =
+          reinterpret_cast<const ElementHeader*>(chunk->data + std::size_t{slot} * m_esize);
       if (rh->m_size != m_size && m_abortOnOverWrites != 0) {
         std::abort();
       }

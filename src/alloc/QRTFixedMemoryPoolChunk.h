@@ -30,6 +30,7 @@ class QRTWideChunkTrailer {
 
   void* next() const {
     const std::uint64_t address = std::uint64_t{m_nextHigh} << 32 | m_nextLow;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the address is kept in 6 of its 8 bytes
     return reinterpret_cast<void*>(static_cast<std::uintptr_t>(address));
   }
   void setNext(const void* chunk) {

@@ -441,12 +441,13 @@ QRTVirtualTreeNode* QRTVirtualTreeNode::fetch(unsigned long long offset) {
 }
 
 // Dismisses this node and pins the one at an offset; null for offset 0. Without a store it is the
-// dismiss that fails.
+// dismiss that fails, and a node class whose own dismiss does not has no neighbour.
 QRTVirtualTreeNode* QRTVirtualTreeNode::moveTo(unsigned long long offset) {
   QRTVirtualContainer* const container = getContainer();
   QRTVirtualMemoryMgr* const memMgr = container == nullptr ? nullptr : container->getMemoryMgr();
   if (memMgr == nullptr) [[unlikely]] {
     dismiss();
+    return nullptr;
   }
   return static_cast<QRTVirtualTreeNode*>(
       static_cast<QRTVirtualPersistNode*>(memMgr->movePin(getPageOffset(), offset)));
