@@ -9,14 +9,14 @@ namespace example {
 
 namespace {
 
-constexpr std::size_t kWords = 1250;
-constexpr int kRecordBytes = kWords * 4;
+constexpr std::size_t kWordsPerRecord = 1250;
+constexpr int kRecordBytes = kWordsPerRecord * 4;
 constexpr std::uint32_t kFileRecords = 536'870;  // 2.5 GiB, beyond what an int can say
-constexpr std::uint32_t kEditStep = 8;
+constexpr std::uint32_t kRecordEditStep = 8;
 
-void write(QRTVirtualFile& file, std::uint32_t number, std::uint32_t version) {
-  std::uint32_t words[kWords];
-  Pattern(number, version).fill(words, kWords);
+void writeRecord(QRTVirtualFile& file, std::uint32_t number, std::uint32_t version) {
+  std::uint32_t words[kWordsPerRecord];
+  Pattern(number, version).fill(words, kWordsPerRecord);
   file.write(words, kRecordBytes);
 }
 
@@ -36,7 +36,7 @@ void Files::build(std::uint64_t bytes) {
       m_files.push_back(std::make_unique<QRTVirtualFile>());
       m_files.back()->open(&m_manager, 0, 0, false);
     }
-    write(*m_files.back(), m_count++, 0);
+    writeRecord(*m_files.back(), m_count++, 0);
   }
 }
 
@@ -45,11 +45,11 @@ void Files::edit() {
   for (const auto& file : m_files) {
     const std::uint32_t end = std::min(begin + kFileRecords, m_count);
     rewind(*file);
-    for (std::uint32_t number = begin; number < end; number += kEditStep) {
+    for (std::uint32_t number = begin; number < end; number += kRecordEditStep) {
       if (number != begin) {
-        file->seek((kEditStep - 1) * kRecordBytes, QRTFmFile::eSeekCurrent);
+        file->seek((kRecordEditStep - 1) * kRecordBytes, QRTFmFile::eSeekCurrent);
       }
-      write(*file, number, 1);
+      writeRecord(*file, number, 1);
     }
     begin = end;
   }
@@ -57,13 +57,13 @@ void Files::edit() {
 }
 
 void Files::verify() {
-  std::uint32_t words[kWords];
+  std::uint32_t words[kWordsPerRecord];
   std::uint32_t number = 0;
   for (const auto& file : m_files) {
     rewind(*file);
     for (std::uint32_t record = 0; file->read(words, kRecordBytes) == kRecordBytes; ++record) {
-      const std::uint32_t version = m_edited && record % kEditStep == 0 ? 1 : 0;
-      if (!Pattern(number, version).matches(words, kWords)) {
+      const std::uint32_t version = m_edited && record % kRecordEditStep == 0 ? 1 : 0;
+      if (!Pattern(number, version).matches(words, kWordsPerRecord)) {
         throw Mismatch("record " + std::to_string(number) + " is not what was written");
       }
       ++number;

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::uint32_t kLeaves = 100;  // of a chapter
 
-struct Record : QRTVirtualNodeClass<Record> {
-  static constexpr const char* kClassName = "Record";
+struct NumberedNode : QRTVirtualNodeClass<NumberedNode> {
+  static constexpr const char* kClassName = "NumberedNode";
   static constexpr std::size_t kWords = 112;
 
   void set(std::uint32_t number, std::uint32_t version) {
@@ -29,27 +29,27 @@ struct Record : QRTVirtualNodeClass<Record> {
   std::uint32_t words[kWords];
 };
 
-using Pin = QRTVirtualPin<Record>;
+using NodePin = QRTVirtualPin<NumberedNode>;
 
 }  // namespace
 
 NodeTree::NodeTree(QRTVirtualMemoryMgr& manager) : m_tree(&manager) {
-  m_tree.registerNodeCreator(Record::getClassId(), Record::create);
+  m_tree.registerNodeCreator(NumberedNode::getClassId(), NumberedNode::create);
 }
 
 std::uint64_t NodeTree::bytes() const {
-  return std::uint64_t{m_count} * sizeof(Record);
+  return std::uint64_t{m_count} * sizeof(NumberedNode);
 }
 
 void NodeTree::build(std::uint64_t bytes) {
   const auto make = [this](QRTVirtualTreeNode& parent) {
-    Pin node(m_tree.createNode(Record::getClassId()));
+    NodePin node(m_tree.createNode(NumberedNode::getClassId()));
     node->set(m_count++, 0);
     parent.appendChild(node.get());
     return node;
   };
   while (this->bytes() < bytes) {
-    const Pin chapter = make(*m_tree.getRootNode());
+    const NodePin chapter = make(*m_tree.getRootNode());
     for (std::uint32_t leaf = 0; leaf < kLeaves; ++leaf) {
       make(*chapter);
     }
@@ -58,8 +58,8 @@ void NodeTree::build(std::uint64_t bytes) {
 
 void NodeTree::edit() {
   std::uint32_t number = 0;
-  for (Record& chapter : QRTVirtualChildren<Record>(*m_tree.getRootNode())) {
-    const Pin first(chapter.getFirstChild());
+  for (NumberedNode& chapter : QRTVirtualChildren<NumberedNode>(*m_tree.getRootNode())) {
+    const NodePin first(chapter.getFirstChild());
     first->expect(number + 1, 0);
     first->set(number + 1, 1);
     chapter.removeChild(first.get());
@@ -71,10 +71,10 @@ void NodeTree::edit() {
 
 void NodeTree::verify() {
   std::uint32_t number = 0;
-  for (Record& chapter : QRTVirtualChildren<Record>(*m_tree.getRootNode())) {
+  for (NumberedNode& chapter : QRTVirtualChildren<NumberedNode>(*m_tree.getRootNode())) {
     chapter.expect(number, 0);
     std::uint32_t leaf = m_edited ? 1 : 0;
-    for (const Record& record : QRTVirtualChildren<Record>(chapter)) {
+    for (const NumberedNode& record : QRTVirtualChildren<NumberedNode>(chapter)) {
       const bool isMoved = m_edited && leaf == kLeaves;
       record.expect(number + 1 + (isMoved ? 0 : leaf), isMoved ? 1 : 0);
       ++leaf;

@@ -10,10 +10,10 @@ namespace example {
 namespace {
 
 // Every eighth object is written anew by an edit, every 64th is moved into a new object as well.
-constexpr std::uint32_t kEditStep = 8;
-constexpr std::uint32_t kMoveStep = 64;
+constexpr std::uint32_t kObjectEditStep = 8;
+constexpr std::uint32_t kObjectMoveStep = 64;
 
-constexpr std::uint64_t kAverageBytes = 4400;
+constexpr std::uint64_t kAverageObjectBytes = 4400;
 
 }  // namespace
 
@@ -23,11 +23,11 @@ std::uint32_t PlainObjects::wordsOf(std::uint32_t number) {
 }
 
 bool PlainObjects::isEdited(std::uint32_t number) const {
-  return m_edited && number % kEditStep == 0;
+  return m_edited && number % kObjectEditStep == 0;
 }
 
 void PlainObjects::build(std::uint64_t bytes) {
-  m_offsets.reserve(static_cast<std::size_t>(bytes / kAverageBytes));
+  m_offsets.reserve(static_cast<std::size_t>(bytes / kAverageObjectBytes));
   while (m_bytes < bytes) {
     const auto number = static_cast<std::uint32_t>(m_offsets.size());
     const std::uint32_t words = wordsOf(number);
@@ -40,11 +40,11 @@ void PlainObjects::build(std::uint64_t bytes) {
 }
 
 void PlainObjects::edit() {
-  for (std::uint32_t number = 0; number < m_offsets.size(); number += kEditStep) {
+  for (std::uint32_t number = 0; number < m_offsets.size(); number += kObjectEditStep) {
     const std::uint32_t words = wordsOf(number);
     QRTVirtualPageItem item(m_offsets[number], words * 4);
-    void* const address =
-        number % kMoveStep == 0 ? m_manager.alloc(words * 4, item) : m_manager.getAddress(item, 1);
+    void* const address = number % kObjectMoveStep == 0 ? m_manager.alloc(words * 4, item)
+                                                        : m_manager.getAddress(item, 1);
     if (address == nullptr) {
       throw Mismatch("object " + std::to_string(number) + " cannot be read");
     }

@@ -10,8 +10,8 @@ namespace example {
 
 namespace {
 
-constexpr std::uint32_t kEditStep = 8;
-constexpr std::uint64_t kAverageBytes = 2080;
+constexpr std::uint32_t kTextEditStep = 8;
+constexpr std::uint64_t kAverageTextBytes = 2080;
 
 /// Turns four bytes into text: two bytes of ASCII and a character of two bytes.
 std::uint32_t toUtf8(std::uint32_t word) {
@@ -21,13 +21,13 @@ std::uint32_t toUtf8(std::uint32_t word) {
 }  // namespace
 
 bool Texts::isEdited(std::uint32_t number) const {
-  return m_edited && number % kEditStep == 0;
+  return m_edited && number % kTextEditStep == 0;
 }
 
 const std::string& Texts::textOf(std::uint32_t number) {
   std::uint32_t words = 16 + number * 2654435761U % 1009;
   if (isEdited(number)) {
-    words = number % (2 * kEditStep) == 0 ? words * 9 / 8 : words * 7 / 8;
+    words = number % (2 * kTextEditStep) == 0 ? words * 9 / 8 : words * 7 / 8;
   }
   m_words.resize(words);
   Pattern(number, isEdited(number) ? 1 : 0).fill(m_words.data(), words);
@@ -40,7 +40,8 @@ const std::string& Texts::textOf(std::uint32_t number) {
 }
 
 void Texts::build(std::uint64_t bytes) {
-  m_strings.reserve(static_cast<std::size_t>(bytes / kAverageBytes + bytes / kAverageBytes / 32));
+  m_strings.reserve(
+      static_cast<std::size_t>(bytes / kAverageTextBytes + bytes / kAverageTextBytes / 32));
   while (m_bytes < bytes) {
     const std::string& text = textOf(static_cast<std::uint32_t>(m_strings.size()));
     m_strings.emplace_back().setString(text, &m_manager);
@@ -50,7 +51,7 @@ void Texts::build(std::uint64_t bytes) {
 
 void Texts::edit() {
   m_edited = true;
-  for (std::uint32_t number = 0; number < m_strings.size(); number += kEditStep) {
+  for (std::uint32_t number = 0; number < m_strings.size(); number += kTextEditStep) {
     m_bytes -= m_strings[number].getSize();
     m_strings[number].setString(textOf(number), &m_manager);
     m_bytes += m_text.size();

@@ -59,7 +59,7 @@ std::string inflated(const std::string& gzip, int* members = nullptr) {
   return text;
 }
 
-/// Text that compresses, with stretches that do not.
+/// Text that compresses, with runs that do not.
 std::string someText(std::size_t size, unsigned int seed) {
   std::mt19937 random(seed);
   std::string text;

@@ -25,22 +25,13 @@
 
 namespace {
 
-template <class Pool>
-std::string faultsIn(const Pool& pool) {
-  std::ostringstream os;
-  QRTAllocatorChecker::check(pool, os);
-  return os.str();
-}
-
 bool isAligned(const void* p, std::size_t alignment) {
   return reinterpret_cast<std::uintptr_t>(p) % alignment == 0;
 }
 
 /// Random blocks of all alignments through a resource: aligned, apart from each other, given back.
 void useAtRandom(std::pmr::memory_resource& resource, std::size_t largest) {
-  const unsigned seed = testSeed();
-  SCOPED_TRACE(seed);
-  TestRandom random(seed);
+  TestRandom random(testSeed());
   struct Live {
     unsigned char* p;
     std::size_t bytes, alignment;

@@ -1,46 +1,24 @@
 #ifndef ALLOCTESTSUPPORT_H
 #define ALLOCTESTSUPPORT_H
 
-#include <cstdlib>
 #include <random>
+#include <sstream>
 #include <string>
-#include <typeinfo>
-#include <vector>
 
-#include "QRTCore/QRTThrowable.h"
+#include "QRTAllocatorChecker.h"
+
 #include "QRTMemoryArena.h"
+#include "support/ErrorMatchers.h"
 #include "support/TestSeed.h"
 
 constexpr unsigned kChunkBytes = 32760;
 
-/// What a caller can see of an error. `text` is "-" when the call raised nothing.
-struct SeenError {
-  std::string type = "-";
-  std::string text = "-";
-  std::string file;
-  std::vector<std::string> macros;
-};
-
-template <class Call>
-SeenError errorOf(Call&& call) {
-  SeenError seen;
-  try {
-    call();
-  } catch (const QRTThrowable& error) {
-    seen.type = error.getClassName();
-    seen.text = error.getText() != nullptr ? error.getText() : "(none)";
-    for (const QRTBackTraceEntry& entry : error.getBackTrace()) {
-      seen.file = entry.where.file;
-      seen.macros.emplace_back(entry.macro);
-      if (entry.function != nullptr) {
-        seen.text += " with a function name";
-      }
-    }
-  } catch (const std::exception& error) {
-    seen.type = typeid(error).name();
-    seen.text = error.what();
-  }
-  return seen;
+/// What the checker of the allocators says of a pool; nothing of a sound one.
+template <class Pool>
+std::string faultsIn(const Pool& pool) {
+  std::ostringstream os;
+  QRTAllocatorChecker::check(pool, os);
+  return os.str();
 }
 
 /// The bytes an arena has obtained and not returned.

@@ -88,7 +88,8 @@ TEST(QRTMemoryArena, DumpsDecimalNumbersAndEachBinBeforeItsFigures) {
   arena.free(p);
   invert(p - 1);
   os.str("");
-  EXPECT_EQ(errorOf([&] { arena.dumpStats(os); }).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { arena.dumpStats(os); })),
+            "QRT_ASSERT(rh->m_filler3 == 0xE);");
   EXPECT_THAT(os.str(), testing::EndsWith("  Bin [2] - Size: 16\n"));
   invert(p - 1);
 }
@@ -185,12 +186,11 @@ TEST(QRTMemoryArena, ALargeRequestTrimsBinsInOrderUntilItFits) {
 TEST(QRTMemoryArena, AFailedChunkOrRecordIsNotCharged) {
   {
     QRTMemoryArena arena(2, 0, 0);
-    const SeenError seen = errorOf([&] {
+    const auto error = expectRaised<QRTOutOfMemoryError>([&] {
       const FailingNew fails(1, FailingNew::eFromThenOn);
       arena.alloc(8);
     });
-    EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
-    EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+    EXPECT_EQ(traceOf(error).back().file, "QRTFixedMemoryPool.cpp");
     EXPECT_EQ(usedBy(arena), 0u);
     {
       const FailingNew fails(1, FailingNew::eFromThenOn);  // the entry in the set of large blocks
@@ -212,10 +212,14 @@ TEST(QRTMemoryArena, AFailedRequestChangesNothingWhicheverItIs) {
   const auto allocWithEachRequestFailing = [&](unsigned size, unsigned charge) {
     for (std::size_t nth = 1;; ++nth) {
       void* p = nullptr;
-      SeenError seen;
+      bool raised = false;
       {
         const FailingHeap fails(nth);
-        seen = errorOf([&] { p = arena.alloc(size); });
+        try {
+          p = arena.alloc(size);
+        } catch (const QRTOutOfMemoryError&) {
+          raised = true;
+        }
       }
       if (p != nullptr) {
         blocks.push_back(p);
@@ -223,7 +227,7 @@ TEST(QRTMemoryArena, AFailedRequestChangesNothingWhicheverItIs) {
         ASSERT_EQ(usedBy(arena), used);
         return;
       }
-      ASSERT_TRUE(seen.type == "QRTOutOfMemoryError" || isLarge(arena, size)) << seen.type;
+      ASSERT_TRUE(raised || isLarge(arena, size));
       ASSERT_EQ(usedBy(arena), used);
       ++refused;
     }
@@ -288,7 +292,8 @@ TEST(QRTMemoryArena, TrimGivesEveryWhollyFreeChunkBack) {
   EXPECT_EQ(chunksOf(arena, 3), 2);
   char* const last = static_cast<char*>(twoChunks[0]);
   invert(last - 1);
-  EXPECT_EQ(errorOf([&] { arena.trim(); }).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { arena.trim(); })),
+            "QRT_ASSERT(rh->m_filler3 == 0xE);");
   EXPECT_EQ(usedBy(arena), 2 * kChunkBytes + 1008);
   invert(last - 1);
   arena.free(kept);
@@ -336,16 +341,15 @@ TEST(QRTMemoryArena, ResizesLikeTheCRuntime) {
     EXPECT_EQ(arena.realloc(small, 5), small);
     EXPECT_EQ(arena.realloc(small, 4000), nullptr);
   }
-  const SeenError seen = errorOf([&] {
+  expectRaised<QRTOutOfMemoryError>([&] {
     const FailingHeap fails(1, FailingHeap::eFromThenOn);
     arena.realloc(small, 32);
   });
-  EXPECT_EQ(seen.type, "QRTOutOfMemoryError");
   EXPECT_EQ(QRTFixedMemoryPool::allocSize(small), 16u);
   arena.free(small);
   QRTMemoryArena other(4, 0, 0);
   for (void* const foreign : {other.alloc(16), other.alloc(100), static_cast<void*>(small)}) {
-    EXPECT_EQ(errorOf([&] { arena.realloc(foreign, 200); }).type, "QRTAssertError");
+    expectRaised<QRTAssertError>([&] { arena.realloc(foreign, 200); });
   }
 }
 
@@ -353,19 +357,21 @@ TEST(QRTMemoryArena, AConstructorThatFailsLeavesNothingBehind) {
   EXPECT_THROW(QRTMemoryArena(-1, 0, 0), std::length_error);
   EXPECT_THROW(QRTMemoryArena(std::numeric_limits<int>::min(), 0, 0), std::length_error);
   for (const int count : {4094, std::numeric_limits<int>::max()}) {
-    const SeenError seen = errorOf([&] { const QRTMemoryArena arena(count, 0, 0); });
-    EXPECT_THAT(seen.text, testing::HasSubstr("Specified size for QRTFixedMemoryPool"));
-    EXPECT_EQ(seen.file, "QRTMemoryArena.cpp") << "where it passed on";
-    EXPECT_EQ(seen.macros, (std::vector<std::string>{"QRT_THROW", "QRT_RETHROW"}));
+    const auto error =
+        expectRaised<QRTAssertError>([&] { const QRTMemoryArena arena(count, 0, 0); });
+    EXPECT_THAT(textOf(error), testing::HasSubstr("Specified size for QRTFixedMemoryPool"));
+    EXPECT_THAT(traceOf(error),
+                testing::ElementsAre(TraceEntry{"QRTFixedMemoryPool.cpp", "", "QRT_THROW"},
+                                     TraceEntry{"QRTMemoryArena.cpp", "", "QRT_RETHROW"}));
   }
   // 10 bins: the vector, the bins, the set. Whichever fails, the ones before it are given back.
   for (std::size_t nth = 2; nth <= 12; ++nth) {
-    const SeenError seen = errorOf([&] {
+    const auto construct = [&] {
       const FailingNew fails(nth, FailingNew::eFromThenOn);
       const QRTMemoryArena arena(10, 0, 0);
-    });
-    EXPECT_EQ(seen.type, "QRTOutOfMemoryError") << nth;
-    EXPECT_EQ(seen.file, "QRTMemoryArena.cpp");
+    };
+    const auto error = expectRaised<QRTOutOfMemoryError>(construct, std::to_string(nth));
+    EXPECT_EQ(traceOf(error).back().file, "QRTMemoryArena.cpp");
   }
   QRTMemoryArena most(4093, 0, 0);
   EXPECT_EQ(QRTFixedMemoryPool::allocSize(most.alloc(32740)), 32744u);
@@ -373,26 +379,26 @@ TEST(QRTMemoryArena, AConstructorThatFailsLeavesNothingBehind) {
 
 TEST(QRTMemoryArena, MisuseIsReported) {
   QRTMemoryArena arena(2, 0, 0);
-  EXPECT_EQ(errorOf([&] { arena.free(nullptr); }).text, "QRT_ASSERT(mem);");
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { arena.free(nullptr); })), "QRT_ASSERT(mem);");
   void* const a = arena.alloc(16);
   arena.alloc(16);
   arena.free(a);
-  EXPECT_EQ(errorOf([&] { arena.free(a); }).type, "QRTAssertError") << "freed twice";
+  expectRaised<QRTAssertError>([&] { arena.free(a); }, "freed twice");
 
   struct {
     QRTFixedMemoryPool::ElementHeader header;
     char area[64];
   } foreign = {{40, 0, 1, 0x0E}, {}};
   const unsigned used = usedBy(arena);
-  EXPECT_EQ(errorOf([&] { arena.free(foreign.area); }).text,
+  EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { arena.free(foreign.area); })),
             "QRT_ASSERT_NAMED(eraseCount == 1, \"Invalid memory chunk in QRTMemoryArena::free\");");
   EXPECT_EQ(usedBy(arena), used - 48) << "the credit was given before the check";
   foreign.header.m_size = 0;
-  EXPECT_EQ(errorOf([&] { arena.free(foreign.area); }).type, "QRTAssertError");
+  expectRaised<QRTAssertError>([&] { arena.free(foreign.area); });
   foreign.header.m_filler3 = 0;
-  const SeenError seen = errorOf([&] { arena.free(foreign.area); });
-  EXPECT_EQ(seen.text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
-  EXPECT_EQ(seen.file, "QRTFixedMemoryPool.cpp");
+  const auto error = expectRaised<QRTAssertError>([&] { arena.free(foreign.area); });
+  EXPECT_EQ(textOf(error), "QRT_ASSERT(rh->m_filler3 == 0xE);");
+  EXPECT_EQ(traceOf(error).back().file, "QRTFixedMemoryPool.cpp");
 }
 
 TEST(QRTMemoryArena, DetectionWatchesAllBins) {
@@ -417,7 +423,7 @@ TEST(QRTMemoryArena, DetectionWatchesAllBins) {
       [&] { dumpOf(arena); },
       [&] { arena.checkForMemoryOverWrite(); }};
   for (const auto& operation : operations) {
-    EXPECT_EQ(errorOf(operation).text, "QRT_ASSERT(rh->m_filler3 == 0xE);");
+    EXPECT_EQ(textOf(expectRaised<QRTAssertError>(operation)), "QRT_ASSERT(rh->m_filler3 == 0xE);");
   }
   EXPECT_EQ(arena.alloc(0), nullptr) << "before any check";
   arena.setAbortProcessOnMemoryOverWrites(1);
@@ -427,9 +433,7 @@ TEST(QRTMemoryArena, DetectionWatchesAllBins) {
 }
 
 TEST(QRTMemoryArena, KnowsEachOfThousandsOfLargeBlocks) {
-  const unsigned seed = testSeed();
-  std::cout << "seed " << seed << "\n";
-  TestRandom random(seed);
+  TestRandom random(testSeed());
   QRTMemoryArena arena(0, 1u << 30, 0);
   std::vector<void*> live;
   for (int step = 0; step < 40000; ++step) {
@@ -446,9 +450,7 @@ TEST(QRTMemoryArena, KnowsEachOfThousandsOfLargeBlocks) {
 }
 
 TEST(QRTMemoryArena, RandomUseKeepsContentsAndTheBudgetExact) {
-  const unsigned seed = testSeed();
-  std::cout << "seed " << seed << "\n";
-  TestRandom random(seed);
+  TestRandom random(testSeed());
   for (const int detect : {0, 1}) {
     QRTMemoryArena arena(32, 20 * kChunkBytes, 0);
     arena.setDetectMemoryOverWrites(detect);

@@ -107,21 +107,6 @@ TEST_F(QRTVirtualMemoryMgrTest, AnEngineThatCannotBeMadeIsReportedByTheGuard) {
             (std::vector<TraceEntry>{{"engine.cpp", "", "QRT_THROW"}, kPassedOn}));
 }
 
-// Reaches a private member function: explicit instantiation may name it.
-template <void (QRTVirtualMemoryMgr::*member)(unsigned int)>
-struct PrivateInitialize {
-  friend void initializeAgain(QRTVirtualMemoryMgr& manager) { (manager.*member)(1); }
-};
-void initializeAgain(QRTVirtualMemoryMgr& manager);
-template struct PrivateInitialize<&QRTVirtualMemoryMgr::initialize>;
-
-TEST_F(QRTVirtualMemoryMgrTest, IsInitialisedOnlyOnce) {
-  const auto error = expectRaised<QRTAssertError>([this] { initializeAgain(*manager); });
-  EXPECT_EQ(textOf(error), "QRT_ASSERT(m_pool == NULL);");
-  EXPECT_EQ(traceOf(error), std::vector<TraceEntry>{kThrown});
-  EXPECT_THAT(record.take(), IsEmpty());
-}
-
 // alloc
 
 TEST_F(QRTVirtualMemoryMgrTest, AnEmptyItemGetsANewObject) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -78,6 +79,10 @@ TEST_F(StoreTest, KeepsEveryByteWhateverHappensToTheObjects) {
   };
   std::vector<Twin> twins(6000);
   const unsigned long long before = figure("(Current/Max/Cumulative): ");
+  const auto live = [&] {
+    return static_cast<unsigned long long>(std::count_if(
+        twins.begin(), twins.end(), [](const Twin& twin) { return twin.item.empty() == 0; }));
+  };
   for (int step = 0; step < 60000; ++step) {
     Twin& twin = twins[random() % twins.size()];
     const auto action = random() % 10;
@@ -97,6 +102,9 @@ TEST_F(StoreTest, KeepsEveryByteWhateverHappensToTheObjects) {
     } else {
       manager.free(twin.item);
       twin = Twin();
+    }
+    if (step % 300 == 0) {
+      ASSERT_EQ(figure("(Current/Max/Cumulative): "), before + live()) << "step " << step;
     }
   }
   EXPECT_GT(figure("Page Outs: "), 0U) << "the test is to reach beyond the budget";
@@ -133,7 +141,7 @@ TEST_F(StoreTest, AStaleHandleReachesNobodyElse) {
 
 TEST_F(StoreTest, HandlesOfNoStoreAreIgnored) {
   QRTVirtualPageItem real = stored("here");
-  std::mt19937_64 random(1);
+  std::mt19937_64 random(testSeed());
   for (int i = 0; i < 20000; ++i) {
     const unsigned long long offset = random() >> (random() % 64);
     if (offset == real.getOffset()) {

@@ -20,7 +20,7 @@ struct Numbered : QRTVirtualNodeClass<Numbered> {
 
 class TreeRandomEditingTest : public TreeFixture {
  protected:
-  static constexpr std::size_t kNodes = 20000;  // 5.4 MB of nodes over a budget of 1 MiB
+  static constexpr std::size_t kNodes = 10000;  // 2.7 MB of nodes over a budget of 1 MiB
   static constexpr std::size_t kRoot = kNodes;
 
   using Pin = QRTVirtualPin<Numbered>;
@@ -153,7 +153,7 @@ TEST_F(TreeRandomEditingTest, AgreesWithAModel) {
     model[parents[i]].push_back(i);
   }
   expectModel();
-  for (int step = 0; step < 20000; ++step) {
+  for (int step = 0; step < 12000; ++step) {
     const std::size_t node = pick(kNodes);
     const std::size_t beside = pick(kNodes);
     if (isBelow(beside, node)) {
@@ -164,6 +164,10 @@ TEST_F(TreeRandomEditingTest, AgreesWithAModel) {
     } else {
       detach(node);
       attach(node, beside);
+    }
+    if (step % 500 == 0) {
+      expectModel();
+      ASSERT_FALSE(HasFatalFailure()) << "step " << step;
     }
   }
   expectModel();

@@ -51,21 +51,7 @@ TEST_F(StringStoreTest, EveryWayInAgreesWithEveryWayOut) {
     std::string given;
   };
   std::vector<Twin> twins(4000);
-  for (int step = 0; step < 16000; ++step) {
-    Twin& twin = twins[random() % twins.size()];
-    twin.given = randomBytes(random, 1 + random() % (random() % 50 == 0 ? 20000 : 400));
-    const I18NString text(twin.given);
-    if (step % 2 == 0) {
-      twin.utf8.setString(twin.given, &manager);
-    } else {
-      twin.utf8.setString(text, &manager);
-    }
-    twin.units.setString(text, &manager);
-  }
-  for (Twin& twin : twins) {
-    if (twin.given.empty()) {
-      continue;
-    }
+  const auto compare = [&](Twin& twin) {
     const I18NString text(twin.given);
     const std::string_view utf8(text.c_str(nullptr, nullptr, nullptr, nullptr),
                                 static_cast<std::size_t>(text.getUtf8Length()));
@@ -79,6 +65,25 @@ TEST_F(StringStoreTest, EveryWayInAgreesWithEveryWayOut) {
     const bool same = I18NString(other.given) == text;
     ASSERT_EQ(twin.utf8.isEqual(other.utf8, &manager), same ? 1 : 0);
     ASSERT_EQ(twin.utf8.isEqual(other.given, &manager), same ? 1 : 0);
+  };
+  for (int step = 0; step < 16000; ++step) {
+    Twin& twin = twins[random() % twins.size()];
+    if (!twin.given.empty()) {
+      ASSERT_NO_FATAL_FAILURE(compare(twin)) << "step " << step;
+    }
+    twin.given = randomBytes(random, 1 + random() % (random() % 50 == 0 ? 20000 : 400));
+    const I18NString text(twin.given);
+    if (step % 2 == 0) {
+      twin.utf8.setString(twin.given, &manager);
+    } else {
+      twin.utf8.setString(text, &manager);
+    }
+    twin.units.setString(text, &manager);
+  }
+  for (Twin& twin : twins) {
+    if (!twin.given.empty()) {
+      ASSERT_NO_FATAL_FAILURE(compare(twin));
+    }
   }
 }
 

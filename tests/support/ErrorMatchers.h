@@ -41,18 +41,19 @@ inline std::string textOf(const QRTThrowable& error) {
 }
 
 /// Runs a call and gives the error that it must raise, exactly of class `Error`.
+/// @param when  what a failure of the test says beside it, such as the case of a table
 template <class Error, class Call>
-Error expectRaised(Call&& call) {
+Error expectRaised(Call&& call, const std::string& when = {}) {
   try {
     call();
   } catch (const QRTThrowable& error) {
     if (typeid(error) == typeid(Error)) {
       return static_cast<const Error&>(error);
     }
-    ADD_FAILURE() << "raised " << error.getClassName() << ": " << error.what();
+    ADD_FAILURE() << "raised " << error.getClassName() << ": " << error.what() << ' ' << when;
     throw;
   }
-  ADD_FAILURE() << "nothing was raised";
+  ADD_FAILURE() << "nothing was raised " << when;
   throw std::logic_error("nothing was raised");
 }
 
