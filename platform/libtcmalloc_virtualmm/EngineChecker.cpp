@@ -331,8 +331,8 @@ void EngineChecker::CheckSpans() {
 void EngineChecker::CheckSpan(std::uint32_t page, const PageEntry& entry, std::uint32_t pages) {
   const bool hasCopy = (entry.flags & PageEntry::kHasCopy) != 0;
   Require(entry.Resident() || hasCopy, "page ", page, " is out and has no copy in the file");
-  Require(!hasCopy ||
-              m_pager.FileOffset(page) + m_pager.SpanBytes(pages) <= m_engine.m_store.FileBytes(),
+  Require(!hasCopy || m_pager.m_file.Offset(page) + m_pager.m_file.Bytes(pages) <=
+                          m_engine.m_store.FileBytes(),
           "page ", page, "'s copy lies past the end of the file");
   Require(entry.Resident() || (entry.flags & PageEntry::kListed) == 0, "page ", page,
           " is out and listed as in memory");
@@ -503,9 +503,9 @@ void EngineChecker::CheckCounts() {
   Require(
       m_engine.m_largePages == m_largePages || (!m_seesAll && m_largePages < m_engine.m_largePages),
       m_engine.m_largePages, " pages of large objects are counted, ", m_largePages, " are there");
-  Require(m_pager.m_modifiedEpoch == (m_pager.m_epoch | PageEntry::kModified) &&
-              m_pager.m_epoch % PageEntry::kEpochStep == 0,
-          "the pager's epoch is ", m_pager.m_epoch, " and ", m_pager.m_modifiedEpoch);
+  Require(m_pager.m_clock.m_modified == (m_pager.m_clock.m_now | PageEntry::kModified) &&
+              m_pager.m_clock.m_now % PageEntry::kEpochStep == 0,
+          "the pager's epoch is ", m_pager.m_clock.m_now, " and ", m_pager.m_clock.m_modified);
 }
 
 /// Length and reserved space of both files.
@@ -517,7 +517,7 @@ void EngineChecker::CheckFiles() {
             " bytes are reserved of a file of ", file->m_fileBytes);
   }
   // A damaged leaf's pages stay in use, whatever space could be had for the rest.
-  const std::uint64_t end = m_pager.FileOffset(m_table.UsedEnd());
+  const std::uint64_t end = m_pager.m_file.Offset(m_table.UsedEnd());
   const bool fits = m_table.UsedPages() << m_pager.m_frameShift <= m_pager.BudgetFrames();
   Require(fits || m_table.m_damaged > 0 || m_engine.m_store.m_reservedEnd >= end,
           m_engine.m_store.m_reservedEnd, " bytes are reserved for pages that end at ", end);

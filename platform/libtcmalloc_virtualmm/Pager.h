@@ -6,12 +6,14 @@
 
 #include "libtcmalloc_virtualmm/BackingStore.h"
 #include "libtcmalloc_virtualmm/DeferredPins.h"
+#include "libtcmalloc_virtualmm/EpochClock.h"
 #include "libtcmalloc_virtualmm/FrameArena.h"
 #include "libtcmalloc_virtualmm/PageTable.h"
 #include "libtcmalloc_virtualmm/ReadAhead.h"
 #include "libtcmalloc_virtualmm/ReplacementPolicy.h"
 #include "libtcmalloc_virtualmm/SizeClasses.h"
 #include "libtcmalloc_virtualmm/SlabDirectory.h"
+#include "libtcmalloc_virtualmm/SpanFile.h"
 #include "libtcmalloc_virtualmm/StoreError.h"
 
 namespace tcmalloc {
@@ -76,10 +78,10 @@ class Pager {
   /// Pages of the span at `page`.
   std::uint32_t SpanPages(std::uint32_t page) noexcept;
 
-  /// The current epoch (see ReplacementPolicy), times 2.
-  std::uint16_t Epoch() const { return m_epoch; }
+  /// The current epoch (see EpochClock).
+  std::uint16_t Epoch() const { return m_clock.Now(); }
   /// What PageEntry::Live::touched says of a modified span touched in the current epoch.
-  std::uint16_t ModifiedEpoch() const { return m_modifiedEpoch; }
+  std::uint16_t ModifiedEpoch() const { return m_clock.Modified(); }
   const PagerCounts& Counts() const { return m_counts; }
   std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
 
@@ -87,48 +89,38 @@ class Pager {
   friend class EngineChecker;
   enum class Purpose { kNewSpan, kStoredSpan };
   enum class Outcome { kFreed, kNothingToFree, kWriteFailed };
-
-  /// A span on its way in or out.
-  struct Moving {
-    std::uint32_t frame;
-    std::uint32_t page;
-    std::uint32_t pages;
-    std::uint64_t hash;  // of its image
-  };
   static constexpr std::uint32_t kMaxBatch = 16;
 
-  std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
-  Outcome EvictToFit(std::uint64_t count) noexcept;
-  Outcome EvictBatch() noexcept;
-  bool EvictOne(std::uint32_t frame) noexcept;
-  bool IsColdSpan(std::uint32_t page) noexcept;
-  bool IsEmptySlab(const PageEntry& entry) const noexcept;
-  bool WriteBatch(const Moving* spans, std::size_t count) noexcept;
-  bool IsUnchanged(Moving& span) noexcept;
-  void RemoveSpan(std::uint32_t page) noexcept;
-  void Drop(const Moving& span) noexcept;
-  void Requeue(const Moving& span) noexcept;
-
-  std::size_t CollectReads(std::uint32_t page, std::array<Moving, PagingFile::kMaxSlices>& spans,
+  // Coming in: PagerIn.cpp.
+  std::size_t CollectReads(std::uint32_t page,
+                           std::array<MovingSpan, PagingFile::kMaxSlices>& spans,
                            std::uint32_t wanted) noexcept;
-  bool ReadSpans(const Moving* spans, std::size_t count) noexcept;
-  bool Install(const Moving& span) noexcept;
+  bool Read(const MovingSpan* spans, std::size_t count) noexcept;
+  bool Install(const MovingSpan& span) noexcept;
   void MapSpan(std::uint32_t frame, std::uint32_t page, std::uint32_t evictedAt,
                std::uint8_t flags) noexcept;
 
+  // Going out: PagerOut.cpp.
+  Outcome EvictBatch() noexcept;
+  bool EvictOne(std::uint32_t frame) noexcept;
+  bool IsColdSpan(std::uint32_t page) noexcept;
+  bool IsUnchanged(MovingSpan& span) noexcept;
+  bool WriteBatch(const MovingSpan* spans, std::size_t count) noexcept;
+  void Drop(const MovingSpan& span) noexcept;
+  void Requeue(const MovingSpan& span) noexcept;
+
+  // Frames and the budget: PagerFrames.cpp.
+  std::uint32_t ObtainFrames(std::uint32_t count, Purpose purpose) noexcept;
+  Outcome EvictToFit(std::uint64_t count) noexcept;
   bool ReleaseOneChunk() noexcept;
   bool CompactOneChunk() noexcept;
   void MoveSpan(std::uint32_t from, std::uint32_t to) noexcept;
   void HideObjects(std::uint32_t frame) noexcept;
   void TrimExcess() noexcept;
 
-  std::uint64_t Hash(const Moving& span) const noexcept;
-  std::uint64_t FileOffset(std::uint32_t page) const {
-    return static_cast<std::uint64_t>(page) << m_options.pageShift;
-  }
-  std::size_t SpanBytes(std::uint32_t pages) const {
-    return static_cast<std::size_t>(pages) << m_options.pageShift;
-  }
+  // The end of spans, and what several of the above need: Pager.cpp.
+  void RemoveSpan(std::uint32_t page) noexcept;
+  bool IsEmptySlab(const PageEntry& entry) const noexcept;
   std::uint32_t FramesOf(std::uint32_t pages) const { return pages << m_frameShift; }
   std::uint32_t PagesAt(std::uint32_t frame) { return m_arena[frame].count >> m_frameShift; }
 
@@ -140,15 +132,13 @@ class Pager {
   SlabDirectory& m_slabs;
   DeferredPins& m_deferred;
   BackingStore& m_store;
+  SpanFile m_file;
   StoreError& m_error;
   ReplacementPolicy m_policy;
   ReadAhead m_readAhead;
+  EpochClock m_clock;
   PagerCounts m_counts;
-  std::uint64_t m_epochLength;      // misses in an epoch
-  std::uint64_t m_epochMisses = 0;  // misses of this epoch so far
-  std::uint16_t m_epoch = 0;
-  std::uint16_t m_modifiedEpoch = PageEntry::kModified;  // kept beside m_epoch
-  std::uint32_t m_compactPause = 0;                      // wishes for a compaction to pass over
+  std::uint32_t m_compactPause = 0;  // requests for a compaction to pass over
 };
 
 }  // namespace tcmalloc

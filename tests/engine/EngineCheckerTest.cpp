@@ -220,7 +220,7 @@ std::vector<EngineChecker::Damage::Case> EngineChecker::Damage::Cases() {
       {"were there at a time", [](Damage& d) { d.Set(d.e.m_maxObjects, 1); }},
       {"large objects are counted", [](Damage& d) { d.Add(d.e.m_largeObjects, 1); }},
       {"pages of large objects are counted", [](Damage& d) { d.Add(d.e.m_largePages, 1); }},
-      {"the pager's epoch", [](Damage& d) { d.Add(d.e.m_pager.m_modifiedEpoch, 1); }},
+      {"the pager's epoch", [](Damage& d) { d.Add(d.e.m_pager.m_clock.m_modified, 1); }},
   };
 }
 
