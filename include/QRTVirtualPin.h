@@ -24,7 +24,6 @@ class QRTVirtualPin {
  public:
   /// Makes an empty pin.
   QRTVirtualPin() noexcept = default;
-
   explicit QRTVirtualPin(std::nullptr_t) noexcept {}
 
   /// Takes over the pin of a node, as `createNode`, `getNode` and the navigation of a tree give it.

@@ -130,6 +130,7 @@ class QRT_EXPORT QRTVirtualTreeNode : public QRTVirtualPersistNode {
 
   QRTVirtualPin<QRTVirtualTreeNode> pinNeighbour(unsigned long long link);
   QRTVirtualTreeNode* lookUp(unsigned long long link) const;
+  // 0 as well for a parent in process memory, which is there without being looked up.
   unsigned long long linkToParent() const { return m_parentIsAddress != 0 ? 0 : m_parent; }
   [[gnu::noinline]] QRTVirtualTreeNode* fetch(unsigned long long offset);
   QRTVirtualTreeNode* moveTo(unsigned long long offset);
