@@ -11,7 +11,7 @@ class QRTMemoryPool;
 
 /// Blocks of any alignment from the three allocators, whose own blocks are aligned to 8 bytes. A
 /// larger alignment is served by a block that is larger by that much; the address it really has is
-/// recorded in the word in front of what the caller gets. The standard adaptors stand on this.
+/// recorded in the word in front of what the caller gets. The standard adaptors are built on this.
 class QRT_EXPORT QRTAlignedBlocks {
  public:
   /// The largest alignment that costs nothing.
@@ -22,9 +22,8 @@ class QRT_EXPORT QRTAlignedBlocks {
   /// @param bytes      usable bytes wanted, 0 and above
   /// @param alignment  a power of two
   /// @return the block, never null, to be given back with `deallocate` and the same alignment
-  /// @throws std::bad_alloc  the allocator has no such block; it stays as usable as it was. An
-  /// arena
-  ///                         is trimmed and asked once more before that.
+  /// @throws std::bad_alloc  the allocator has no such block; it stays as usable as it was.
+  ///                         An arena is trimmed and asked once more before that.
   static void* allocate(QRTMemoryPool& pool, std::size_t bytes, std::size_t alignment);
   static void* allocate(QRTMemoryArena& arena, std::size_t bytes, std::size_t alignment);
   static void* allocate(QRTFixedMemoryPool& pool, std::size_t bytes, std::size_t alignment);

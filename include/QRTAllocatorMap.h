@@ -14,8 +14,8 @@ class QRTMemoryArena;
 class QRTMemoryPool;
 
 /// A picture of an allocator's memory at one moment: one row per chunk of a fixed-size pool or a
-/// bin, newest first, or per stretch of heap memory of a variable-size pool, and for an
-/// arena one row for every 64 large blocks. Drawn as text or as SVG.
+/// bin, newest first, or per extent of heap memory of a variable-size pool, and for an arena
+/// one row for every 64 large blocks. Drawn as text or as SVG.
 class QRT_EXPORT QRTAllocatorMap {
  public:
   /// Cells of a row of the text map.

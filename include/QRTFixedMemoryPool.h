@@ -16,7 +16,7 @@ class QRTChunkIndex;
 /// Elements are aligned to 8 bytes. A pool is used by one thread at a time.
 class QRT_EXPORT QRTFixedMemoryPool {
  public:
-  /// Stands in the 8 bytes in front of every element of a pool with headers, and of every large
+  /// The 8 bytes in front of every element of a pool with headers, and of every large
   /// block of a QRTMemoryArena. Programs that AddressSanitizer or Valgrind watches may not read it
   /// by themselves: these bytes are closed to them. `allocSize` reads it for them.
   struct ElementHeader {
@@ -128,18 +128,19 @@ class QRT_EXPORT QRTFixedMemoryPool {
 
   struct Chunk;
 
-  // What alloc and free do when nothing is out of the ordinary.
-  void* takeFree();
-  void* allocElsewhere();
-  void* takeElsewhere();
-  bool putBack(void* p);
-  bool isQuick() const { return m_detectOverWrites == 0 && m_watched == 0; }
+  // The fast paths of alloc and free. They are for a pool that is unchecked: without detection and
+  // without a memory checker.
+  void* takeFromCurrent();
+  void* allocFromIndex();
+  void* takeFromIndex();
+  bool putIfIntact(void* p);
+  bool isUnchecked() const { return m_detectOverWrites == 0 && m_watched == 0; }
 
-  // What is left of them: growth, checks, memory checkers, errors.
-  void* allocSlow();
-  void freeSlow(void* p);
+  // The checked paths of alloc and free: growth, detection, memory checkers, errors.
+  void* allocChecked();
+  void freeChecked(void* p);
   char* firstFree(Chunk*& chunk);
-  void giveBack(char* area);
+  void putChecked(char* area);
   Chunk* chunkOf(const char* area) const;
 
   bool has(const void* chunk) const;

@@ -137,13 +137,13 @@ class QRT_EXPORT QRTMemoryArena {
   static unsigned index2Size(int bin);
   static int size2Index(unsigned size);
 
-  void* allocElsewhere(unsigned bin);
-  void* allocFromBin(unsigned bin);
-  void* allocFromOtherBin(QRTFixedMemoryPool* pool);
+  void* allocFromIndex(unsigned bin);
+  void* allocGrowing(unsigned bin);
+  void* allocFromReclaimedChunk(QRTFixedMemoryPool* pool);
   void* allocLarge(unsigned size);
-  void freeSlow(void* mem);
+  void freeChecked(void* mem);
   void freeLarge(void* mem, unsigned size);
-  unsigned roomOf(void* mem) const;
+  unsigned capacityOf(void* mem) const;
   bool makeRoom(std::uint64_t total);
   unsigned trimBin(QRTFixedMemoryPool* pool);
   void release() noexcept;

@@ -14,7 +14,7 @@ class QRTHeapMap;
 /// gives everything back when it is destroyed, including blocks that are still handed out.
 ///
 /// The search for a free block starts where the last one ended (next fit) and takes from the high
-/// end of the block it finds. What the pool may obtain in total is limited by an allowance.
+/// end of the block it finds. What the pool may allocUnits in total is limited by an allowance.
 ///
 /// Blocks are aligned to 8 bytes. A pool is used by one thread at a time.
 class QRT_EXPORT QRTMemoryPool {
@@ -26,7 +26,7 @@ class QRT_EXPORT QRTMemoryPool {
   ///     free, 32-bit   bytes 0-3  address of the next free block
   ///                    bytes 4-7  size of the block in units
   ///     free, 64-bit   bytes 0-7  address of the next free block plus the tags below; the size
-  ///                               in units stands in the block's second word when it has one
+  ///                               in units is in the block's second word when it has one
   ///
   /// Bytes 0-3 tell free from handed out on both widths: the list is circular, so a link is never
   /// null, and on 64-bit the free tag is always set.
@@ -43,7 +43,7 @@ class QRT_EXPORT QRTMemoryPool {
     /// Makes this the header of a block of `units` units that is handed out.
     void setHandedOut(unsigned units) { word = std::uint64_t{units} << 32; }
 
-    /// The free block behind this one on the list; only for free blocks.
+    /// The free block after this one on the list; only for free blocks.
     memheader* next() const {
       // NOLINTNEXTLINE(performance-no-int-to-ptr): the word holds tags beside the address.
       return reinterpret_cast<memheader*>(kPacked ? static_cast<std::uintptr_t>(word & ~kTags)
@@ -132,7 +132,7 @@ class QRT_EXPORT QRTMemoryPool {
   /// @param memBlock  a block that `alloc` of this pool handed out
   /// @throws QRTAssertError  memBlock is null, is free already or is not a block of this pool; the
   ///                         pool is unchanged. A pointer into the middle of a block is found when
-  ///                         what stands in front of it is no header.
+  ///                         the 8 bytes in front of it do not read as a header.
   /// Cost: O(log size of the pool); asks the heap for nothing.
   void free(void* memBlock);
 
@@ -168,18 +168,18 @@ class QRT_EXPORT QRTMemoryPool {
  private:
   friend class QRTAllocatorView;
 
-  void* obtain(unsigned units);
+  void* allocUnits(unsigned units);
   memheader* find(unsigned units);
-  memheader* findFar(memheader* prev, unsigned units);
+  memheader* findInMap(memheader* prev, unsigned units);
   void* take(memheader* prev, unsigned units);
   memheader* moreCore(unsigned units);
-  unsigned giveBack(memheader* bp);
-  void linkFree(memheader* bp, unsigned units);
-  memheader* placeOf(const memheader* bp) const;
-  void linkBehind(memheader* p, memheader* bp, unsigned units);
+  unsigned freeBlock(memheader* bp);
+  void insertFree(memheader* bp, unsigned units);
+  memheader* predecessorOf(const memheader* bp) const;
+  void insertAfter(memheader* p, memheader* bp, unsigned units);
   bool resize(memheader* bp, unsigned units);
   bool isMine(const memheader* bp) const;
-  memheader* behindBase(memheader* block) const;
+  memheader* pastSentinel(memheader* block) const;
 
   unsigned m_remaining;            // bytes that may still be obtained from the heap
   memheader m_base;                // free block of no units that keeps the list from being empty

@@ -27,22 +27,22 @@ QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   index->m_capacity = capacity;
   index->m_mask = slots - 1;
   index->m_summaryWords = summaryWords;
-  std::fill_n(index->m_recent, kAhead, nullptr);
-  index->m_noted = 0;
+  std::fill_n(index->m_lastFreedRing, kHintAhead, nullptr);
+  index->m_hintsStored = 0;
   index->m_lastFreed = nullptr;
   index->m_places = reinterpret_cast<Chunk**>(index + 1);
-  index->m_has = reinterpret_cast<std::size_t*>(index->m_places + capacity);
-  index->m_summary = index->m_has + words;
-  index->m_table = reinterpret_cast<std::uint32_t*>(index->m_summary + summaryWords);
+  index->m_hasFree = reinterpret_cast<std::size_t*>(index->m_places + capacity);
+  index->m_summary = index->m_hasFree + words;
+  index->m_slots = reinterpret_cast<std::uint32_t*>(index->m_summary + summaryWords);
   std::fill_n(index->m_places, capacity, nullptr);
-  std::fill_n(index->m_has, words + summaryWords, 0);
-  std::fill_n(index->m_table, slots, static_cast<std::uint32_t>(capacity));
+  std::fill_n(index->m_hasFree, words + summaryWords, 0);
+  std::fill_n(index->m_slots, slots, static_cast<std::uint32_t>(capacity));
   index->m_first = capacity - count;
   index->m_newest = capacity;
   index->m_lone = capacity;
   std::size_t place = index->m_first;
   for (Chunk* chunk = list; chunk != nullptr; chunk = chunk->next()) {
-    index->enter(chunk, place++);
+    index->insert(chunk, place++);
   }
   return index;
 }
@@ -55,18 +55,18 @@ bool QRTChunkIndex::add(Chunk* chunk) noexcept {
   if (m_first == 0) {
     return false;
   }
-  noteBehind(m_lone);
-  enter(chunk, --m_first);
+  flushLone(m_lone);
+  insert(chunk, --m_first);
   return true;
 }
 
-/// Enters a chunk at an empty place.
-void QRTChunkIndex::enter(Chunk* chunk, std::size_t place) noexcept {
-  std::size_t slot = slotOf(chunk);
-  while (m_table[slot] != m_capacity) {
-    slot = (slot + stepOf(chunk)) & m_mask;
+/// Enters a chunk at an empty place. At least half of the slots are empty, so the probe ends.
+void QRTChunkIndex::insert(Chunk* chunk, std::size_t place) noexcept {
+  std::size_t slot = firstSlotOf(chunk);
+  while (m_slots[slot] != m_capacity) {
+    slot = (slot + probeStepOf(chunk)) & m_mask;
   }
-  m_table[slot] = static_cast<std::uint32_t>(place);
+  m_slots[slot] = static_cast<std::uint32_t>(place);
   m_places[place] = chunk;
   if (chunk->head() != 0) {
     setBit(place);
@@ -79,12 +79,15 @@ void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
   m_places[place] = nullptr;
 }
 
-/// Does what findNewest does where no chunk is the lone one.
+/// Finds the newest chunk with a free element by the bits, clearing those that are out of date:
+///   1. the lowest word of the summary that is not zero, from m_newest on;
+///   2. the lowest bit of the word of m_hasFree that it names;
+///   3. the chunk's own trailer, which decides.
 QRTChunkIndex::Found QRTChunkIndex::findByBits() noexcept {
   for (std::size_t top = m_newest / kBits / kBits; top < m_summaryWords; ++top) {
     while (m_summary[top] != 0) {
       const std::size_t word = top * kBits + lowestIn(m_summary[top]);
-      const std::size_t place = word * kBits + lowestIn(m_has[word]);
+      const std::size_t place = word * kBits + lowestIn(m_hasFree[word]);
       if (m_places[place]->head() != 0) {
         m_newest = place;
         return {m_places[place], place};
@@ -96,8 +99,9 @@ QRTChunkIndex::Found QRTChunkIndex::findByBits() noexcept {
   return {nullptr, m_capacity};
 }
 
-/// Gives its bit to the lone chunk, and to another one that got a free element.
-void QRTChunkIndex::noteBehind(std::size_t place) noexcept {
+/// Sets the bit of the lone chunk, which is none afterwards, and of another one; m_capacity for
+/// neither.
+void QRTChunkIndex::flushLone(std::size_t place) noexcept {
   for (const std::size_t noted : {m_lone, place}) {
     if (noted != m_capacity) {
       setBit(noted);
@@ -107,35 +111,36 @@ void QRTChunkIndex::noteBehind(std::size_t place) noexcept {
 }
 
 void QRTChunkIndex::setBit(std::size_t place) noexcept {
-  m_has[place / kBits] |= bitOf(place);
+  m_hasFree[place / kBits] |= bitOf(place);
   m_summary[place / kBits / kBits] |= bitOf(place / kBits);
   m_newest = std::min(m_newest, place);
 }
 
-/// There is no branch: whether another chunk of the same word has a free element is anybody's guess
-/// where they are freed at random.
+/// Clears a bit, and that of its word when it was the last. Without a branch: where elements are
+/// freed in random order a branch on the rest of the word could not be predicted.
 void QRTChunkIndex::clearBit(std::size_t place) noexcept {
   const std::size_t word = place / kBits;
-  const std::size_t others = m_has[word] & ~bitOf(place);
-  m_has[word] = others;
+  const std::size_t others = m_hasFree[word] & ~bitOf(place);
+  m_hasFree[word] = others;
   m_summary[word / kBits] &= ~(std::size_t{others == 0} << word % kBits);
 }
 
-/// Looks for a chunk behind the slot where its search begins.
-std::size_t QRTChunkIndex::placeBehind(const void* chunk, std::size_t slot) const noexcept {
-  std::size_t place = m_table[slot];
+/// Follows the probe sequence of a chunk from its first slot on.
+std::size_t QRTChunkIndex::probe(const void* chunk, std::size_t slot) const noexcept {
+  std::size_t place = m_slots[slot];
   while (place != m_capacity && m_places[place] != chunk) {
-    slot = (slot + stepOf(chunk)) & m_mask;
-    place = m_table[slot];
+    slot = (slot + probeStepOf(chunk)) & m_mask;
+    place = m_slots[slot];
   }
   return place;
 }
 
-/// How far it is to the next slot that is looked at. Chunks side by side in memory are so in the
-/// table; where two regions of memory meet there, steps of one would lead through all of the other.
-/// Fibonacci hashing: the multiplier is 2^64 divided by the golden ratio. The step is odd, so that
-/// it leads to every slot.
-std::size_t QRTChunkIndex::stepOf(const void* chunk) noexcept {
+/// The step of a chunk's probe sequence. Neighbours in memory are neighbours in the table, so where
+/// the slots of two memory regions overlap, steps of one slot would walk through all of the other
+/// region; each chunk has a step of its own instead. Fibonacci hashing: the multiplier is 2^64
+/// divided by the golden ratio. The step is odd and the number of slots a power of two, so the
+/// sequence visits every slot.
+std::size_t QRTChunkIndex::probeStepOf(const void* chunk) noexcept {
   const std::uint64_t address = reinterpret_cast<std::uintptr_t>(chunk);
   return static_cast<std::size_t>(address * 0x9E3779B97F4A7C15U >> 40) | 1;
 }

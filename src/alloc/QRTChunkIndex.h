@@ -7,20 +7,29 @@
 #include "QRTFixedMemoryPoolChunk.h"
 
 /// The chunks of one pool in the order of its list, the newest first, with a bit for each that has
-/// a free element: so the first of these is found without going through the list, whose links are a
-/// cache miss each. All that it says can be read from the list as well, so a pool that has no
-/// memory for an index goes on without one, slower and otherwise the same.
+/// a free element. It finds the newest of these without a walk along the list, whose links are a
+/// cache miss each. It is a cache of the list and of the chunks' trailers: a pool that gets no
+/// memory for an index works without one, slower and with the same results.
 ///
-/// It is touched when a chunk without free elements gets one, when the current chunk has none left,
-/// and when chunks come and go. It is one block of memory of the C runtime: 24 to 36 bytes a chunk
-/// when it is made, which happens again when a third of the chunks is new.
+/// It is updated when a chunk without free elements gets one, when the current chunk has none left,
+/// and when chunks are added and removed. It is one block of memory of the C runtime: 24 to 36
+/// bytes a chunk when it is made, which happens again when a third of the chunks is new.
 ///
 ///     places   chunks, filled from the last place to the first: the order of the list; null where
 ///              one was removed
-///     has      a bit for every place whose chunk has a free element. A bit may be set for a chunk
-///              that has none any more, never the other way round.
-///     summary  a bit for every word of `has` that is not zero
-///     table    the place of a chunk by its address
+///     hasFree  a bit for every place
+///     summary  a bit for every word of `hasFree` that is not zero
+///     slots    a hash table of chunk addresses, open addressing with double hashing; each slot
+///              holds a place
+///
+/// Invariants:
+///
+///   - a chunk with a free element has its bit set or is at m_lone. A set bit of a chunk without
+///     one is allowed; findByBits clears it when it sees it.
+///   - no bit is set for a place below m_newest.
+///   - m_lone is below m_newest, so that it is the answer of findNewest when it has a free element.
+///   - a removed chunk keeps its slot of the table, whose place holds null from then on, so that no
+///     probe sequence is cut short. Places are not used again before the index is made anew.
 class QRTChunkIndex {
  public:
   using Chunk = QRTFixedMemoryPool::Chunk;
@@ -47,41 +56,45 @@ class QRTChunkIndex {
   /// Whether a chunk is here.
   bool has(const void* chunk) const noexcept { return placeOf(chunk) != m_capacity; }
 
-  /// In a large pool without headers that was freed in random order, each free element lies on a
-  /// cache line of its own, whose address stands on the one before. So each also holds, in its
-  /// second word, the address of the element that was freed kAhead frees before it, which alloc
-  /// prefetches. It is a hint and nothing else: what is written over it does no harm. Where frees
-  /// and allocs alternate there is no need: then the next element is the last one freed when it is
-  /// handed out, and is not when another one is freed.
+  /// Stores a prefetch hint in a free element. In a large pool without headers that was freed in
+  /// random order every step along the free list is a cache miss, and the next one cannot begin
+  /// before it ends. So the second word of an element holds the address of the one that was freed
+  /// kHintAhead frees before it, which alloc prefetches. Nothing but the prefetch depends on it.
+  ///
+  /// Hints are stored for runs of frees only. Where frees and allocs alternate, the element on top
+  /// of the list was used a moment ago and is in the cache.
   /// @param area  an element that is freed now, of 16 bytes at least
-  /// @param next  the one that is first on the free list
-  void noteFreed(char* area, const char* next) noexcept {
+  /// @param next  the first one on the free list
+  void storeHint(char* area, const char* next) noexcept {
     if (next == m_lastFreed) {
-      char*& recent = m_recent[m_noted++ % kAhead];
+      char*& recent = m_lastFreedRing[m_hintsStored++ % kHintAhead];
       qrtStoreLink(area + sizeof recent, recent);
       recent = area;
     }
     m_lastFreed = area;
   }
+  /// Prefetches the element that the hint in another one names.
   /// @param area  an element that is handed out now
-  void prefetchBehind(const char* area) const noexcept {
+  void prefetchHinted(const char* area) const noexcept {
     if (area != m_lastFreed) {
       __builtin_prefetch(qrtLoadLink(area + sizeof area), 1);
     }
   }
 
-  /// Notes that a chunk has a free element now. A chunk that is not here, to which a damaged header
-  /// may lead, is ignored.
+  /// Records that a chunk got its first free element. It becomes m_lone, without a bit, when it
+  /// can: frees and allocs that alternate then set and clear no bit. A chunk that is not here, to
+  /// which a damaged header may lead, is ignored: its place is m_capacity, which is not below
+  /// m_newest.
   void noteFree(const Chunk* chunk) noexcept {
     const std::size_t place = placeOf(chunk);
     if (place < m_newest && m_lone == m_capacity) {
       m_lone = place;
     } else {
-      noteBehind(place);
+      flushLone(place);
     }
   }
 
-  /// Notes that the chunk that was found last has no free element any more.
+  /// Records that a chunk has no free element any more.
   void noteFull(std::size_t place) noexcept {
     if (place == m_lone) {
       m_lone = m_capacity;
@@ -107,10 +120,14 @@ class QRTChunkIndex {
 
  private:
   static constexpr std::size_t kBits = sizeof(std::size_t) * 8;
-  static constexpr unsigned kChunkBits = 15;  // addresses that differ in higher bits lie in chunks
-                                              // of their own, mostly
 
-  static constexpr unsigned kAhead = 8;
+  // Chunks are 32,760 bytes: addresses without their lowest 15 bits differ from chunk to chunk, and
+  // those of chunks that the heap gave in a row ascend by one, which fills the table densely and
+  // without collisions.
+  static constexpr unsigned kChunkBits = 15;
+
+  // Elements that alloc prefetches ahead: enough of them for a cache miss to end in the meantime.
+  static constexpr unsigned kHintAhead = 8;
 
   static std::size_t bitOf(std::size_t i) { return std::size_t{1} << i % kBits; }
   static unsigned lowestIn(std::size_t word) {
@@ -122,39 +139,39 @@ class QRTChunkIndex {
   }
 
   /// The slot of the table where the search for a chunk begins.
-  std::size_t slotOf(const void* chunk) const noexcept {
+  std::size_t firstSlotOf(const void* chunk) const noexcept {
     return reinterpret_cast<std::uintptr_t>(chunk) >> kChunkBits & m_mask;
   }
 
   /// The place of a chunk; m_capacity when it is not here.
   std::size_t placeOf(const void* chunk) const noexcept {
-    const std::size_t slot = slotOf(chunk);
-    const std::size_t place = m_table[slot];
-    return place != m_capacity && m_places[place] == chunk ? place : placeBehind(chunk, slot);
+    const std::size_t slot = firstSlotOf(chunk);
+    const std::size_t place = m_slots[slot];
+    return place != m_capacity && m_places[place] == chunk ? place : probe(chunk, slot);
   }
 
   Found findByBits() noexcept;
-  void noteBehind(std::size_t place) noexcept;
+  void flushLone(std::size_t place) noexcept;
   void setBit(std::size_t place) noexcept;
   void clearBit(std::size_t place) noexcept;
-  std::size_t placeBehind(const void* chunk, std::size_t slot) const noexcept;
-  void enter(Chunk* chunk, std::size_t place) noexcept;
-  static std::size_t stepOf(const void* chunk) noexcept;
+  std::size_t probe(const void* chunk, std::size_t slot) const noexcept;
+  void insert(Chunk* chunk, std::size_t place) noexcept;
+  static std::size_t probeStepOf(const void* chunk) noexcept;
 
   std::size_t m_capacity;      // places
-  std::size_t m_first;         // the place filled last
-  std::size_t m_newest;        // no newer place than this has a bit
-  std::size_t m_lone;          // a place newer than m_newest whose chunk got a free element and no
-                               // bit, as it is the next to be handed out; m_capacity for none
-  std::size_t m_mask;          // slots of the table less one
+  std::size_t m_first;         // the lowest place filled, that of the newest chunk
+  std::size_t m_newest;        // no place below this has a bit
+  std::size_t m_lone;          // a place below m_newest whose chunk got a free element and no bit,
+                               // as it is the next to be handed out; m_capacity for none
+  std::size_t m_mask;          // number of slots less one
   std::size_t m_summaryWords;  // words of m_summary
-  char* m_recent[kAhead];      // the last elements freed in a row, by m_noted
-  unsigned m_noted;            // elements that were put into m_recent
-  const char* m_lastFreed;     // the last of them freed
-  Chunk** m_places;            // these are in the same block of memory
-  std::size_t* m_has;
+  char* m_lastFreedRing[kHintAhead];  // the last elements freed in a run; a ring
+  unsigned m_hintsStored;             // elements ever put into the ring
+  const char* m_lastFreed;            // the element freed last
+  Chunk** m_places;                   // this and the next three are in the same block
+  std::size_t* m_hasFree;
   std::size_t* m_summary;
-  std::uint32_t* m_table;  // the place in each slot; m_capacity for none
+  std::uint32_t* m_slots;  // the place in each slot; m_capacity for none
 };
 
 #endif  // QRTCHUNKINDEX_H

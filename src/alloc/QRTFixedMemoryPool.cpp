@@ -7,7 +7,7 @@
 #include <new>
 
 #include "QRTCore/QRTAssert.h"
-#include "QRTFixedMemoryPoolQuick.h"
+#include "QRTFixedMemoryPoolFastPath.h"
 #include "checkers/QRTMemoryChecker.h"
 
 namespace {
@@ -17,11 +17,11 @@ using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
 constexpr unsigned kLeastSize = 8;  // room for the link of a free element
 
-/// With so many chunks an index is worth its memory. Without headers it serves to prefetch, which
-/// is worth its instructions where the elements do not fit into a second-level cache.
+/// Chunks from which on an index is worth its memory. Without headers it is there for its prefetch
+/// hints, which are worth their instructions where a second-level cache does not hold the elements.
 constexpr std::size_t kFewestIndexed = 4;
 constexpr std::size_t kFewestWithoutHeaders = 64;
-constexpr unsigned kLeastHinted = 16;  // bytes of an element with room for a hint behind the link
+constexpr unsigned kLeastHinted = 16;  // bytes of an element with room for a hint after the link
 
 /// Bytes from slot to slot. A sum beyond 32 bits is as much too large as the largest one.
 std::uint32_t strideFor(unsigned size, int useHeaders) {
@@ -73,49 +73,51 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
 void* QRTFixedMemoryPool::alloc() {
   if (m_useHeaders == 0) {
     char* const p = m_freeList;
-    if (p == nullptr || !isQuick()) {
-      return allocSlow();
+    if (p == nullptr || !isUnchecked()) {
+      return allocChecked();
     }
     m_freeList = qrtLoadLink(p);
     if (m_index != nullptr && m_esize >= kLeastHinted) {
-      m_index->prefetchBehind(p);
+      m_index->prefetchHinted(p);
     }
     return p;
   }
-  void* const p = takeFree();
-  return p != nullptr ? p : allocElsewhere();
+  void* const p = takeFromCurrent();
+  return p != nullptr ? p : allocFromIndex();
 }
 
 void QRTFixedMemoryPool::free(void* p) {
-  if (p == nullptr || !isQuick()) {
-    freeSlow(p);
+  if (p == nullptr || !isUnchecked()) {
+    freeChecked(p);
     return;
   }
   if (m_useHeaders == 0) {
     char* const area = static_cast<char*>(p);
     if (m_index != nullptr && m_esize >= kLeastHinted) {
-      m_index->noteFreed(area, m_freeList);
+      m_index->storeHint(area, m_freeList);
     }
     qrtStoreLink(area, m_freeList);
     m_freeList = area;
     return;
   }
-  if (!putBack(p)) {
-    freeSlow(p);
+  if (!putIfIntact(p)) {
+    freeChecked(p);
   }
 }
 
-/// alloc when the current chunk has no element to give. Set apart so that alloc has no frame.
-[[gnu::noinline]] void* QRTFixedMemoryPool::allocElsewhere() {
-  void* const p = takeElsewhere();
-  return p != nullptr ? p : allocSlow();
+/// alloc when the current chunk has no free element. Never inlined, so that alloc, which jumps here
+/// last, sets up no stack frame.
+[[gnu::noinline]] void* QRTFixedMemoryPool::allocFromIndex() {
+  void* const p = takeFromIndex();
+  return p != nullptr ? p : allocChecked();
 }
 
-/// Takes an element of the newest chunk that has one, which becomes current if it has more.
-/// @return null when there is none, when the index is not there to find it, or when something has
-///         to be looked at on the way
-void* QRTFixedMemoryPool::takeElsewhere() {
-  if (m_index == nullptr || !isQuick() || (m_current != nullptr && m_current->head() != 0)) {
+/// Takes an element of the newest chunk that has one, which becomes current if it has more. Leaves
+/// every chunk as the checked path would: which element comes next never depends on the path.
+/// @return null when there is none, no index to find it, damage on the way, or the pool is checked
+///         at every operation; then the checked path finds out
+void* QRTFixedMemoryPool::takeFromIndex() {
+  if (m_index == nullptr || !isUnchecked() || (m_current != nullptr && m_current->head() != 0)) {
     return nullptr;
   }
   m_current = nullptr;
@@ -132,12 +134,12 @@ void* QRTFixedMemoryPool::takeElsewhere() {
   return p;
 }
 
-/// The long way of alloc:
+/// The checked path of alloc:
 ///   1. verify everything, with detection on;
 ///   2. find a free element, growing the pool if it may grow;
 ///   3. verify everything once more, before the element is changed;
 ///   4. take the element.
-void* QRTFixedMemoryPool::allocSlow() {
+void* QRTFixedMemoryPool::allocChecked() {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   // Step 1
   if (m_detectOverWrites != 0) {
@@ -161,14 +163,16 @@ void* QRTFixedMemoryPool::allocSlow() {
   if (m_useHeaders == 0) {
     m_freeList = qrtLoadLink(area);
   } else {
-    QRT_ASSERT_NAMED(Chunk::isArea(chunk->head()) && Chunk::offsetAt(chunk->head()) % m_esize == 0,
-                     "QRTFixedMemoryPool::alloc: the free list leads to where no element is.");
+    QRT_ASSERT_NAMED(
+        Chunk::isAreaOffset(chunk->head()) && Chunk::headerOffset(chunk->head()) % m_esize == 0,
+        "QRTFixedMemoryPool::alloc: the free list leads to where no element is.");
     const ElementHeader* rh = headerOf(area);
     testHeader(rh);
     QRT_ASSERT_NAMED(rh->m_inUse != 1,
                      "QRTFixedMemoryPool::alloc: the free list leads to an element in use.");
-    // A size or an offset that is not right is damage that is let pass.
-    Chunk::setMark(area, Chunk::kUsedMark | Chunk::offsetAt(chunk->head()));
+    // Damage to the size and the offset alone is repaired or kept, not reported: the filler is what
+    // a write past the end of the slot before reaches last.
+    Chunk::setMark(area, Chunk::kUsedMark | Chunk::headerOffset(chunk->head()));
     chunk->advance(area);
     if (chunk->head() != 0) {
       m_current = chunk;
@@ -202,8 +206,8 @@ char* QRTFixedMemoryPool::firstFree(Chunk*& chunk) {
   return chunk != nullptr ? chunk->data + chunk->head() : nullptr;
 }
 
-/// The long way of free.
-void QRTFixedMemoryPool::freeSlow(void* p) {
+/// The checked path of free.
+void QRTFixedMemoryPool::freeChecked(void* p) {
   if (m_detectOverWrites != 0) {
     checkForMemoryOverWrite();
   }
@@ -214,7 +218,7 @@ void QRTFixedMemoryPool::freeSlow(void* p) {
   {
     const QRTMemoryChecker::Pass pass(m_watched != 0);
     if (m_useHeaders != 0) {
-      giveBack(area);
+      putChecked(area);
     } else {
       qrtStoreLink(area, m_freeList);
       m_freeList = area;
@@ -225,25 +229,26 @@ void QRTFixedMemoryPool::freeSlow(void* p) {
   }
 }
 
-/// Puts an element on its chunk's list, if it is one of this pool that is handed out. A size or an
-/// offset in the header that is not right is damage that is let pass.
-void QRTFixedMemoryPool::giveBack(char* area) {
+/// Puts an element on its chunk's list, if it is one of this pool that is handed out. A damaged
+/// size or offset in its header is no error; the chunk is then found by address.
+void QRTFixedMemoryPool::putChecked(char* area) {
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
   QRT_ASSERT_NAMED(rh->m_inUse != 0, "QRTFixedMemoryPool::free: the element is free already.");
   Chunk* const chunk = chunkOf(area);
   QRT_ASSERT_NAMED(chunk != nullptr,
                    "QRTFixedMemoryPool::free: the element belongs to another pool.");
-  const auto distance = static_cast<unsigned>(chunk->distanceOf(area));
-  QRT_ASSERT_NAMED((distance - kHeaderBytes) % m_esize == 0,
+  const auto areaOffset = static_cast<unsigned>(chunk->offsetOf(area));
+  QRT_ASSERT_NAMED((areaOffset - kHeaderBytes) % m_esize == 0,
                    "QRTFixedMemoryPool::free: the address is not an element's.");
-  if (chunk->put(area, distance) && m_index != nullptr) {
+  if (chunk->put(area, areaOffset) && m_index != nullptr) {
     m_index->noteFree(chunk);
   }
 }
 
-/// The chunk that an element with a header belongs to, null for a foreign one. A header that looks
-/// right is believed, but not with detection on: then the chunks are searched.
+/// The chunk that an element with a header belongs to, null for a foreign one. The header's offset
+/// leads to it when the header is intact and that address is a chunk of the pool. Otherwise, and
+/// always with detection on, the chunks are searched for the address.
 QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::chunkOf(const char* area) const {
   ElementHeader header;
   std::memcpy(&header, area - kHeaderBytes, kHeaderBytes);
@@ -254,7 +259,7 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::chunkOf(const char* area) const {
     }
   }
   Chunk* chunk = m_chunks;
-  while (chunk != nullptr && chunk->distanceOf(area - kHeaderBytes) >= Chunk::size) {
+  while (chunk != nullptr && chunk->offsetOf(area - kHeaderBytes) >= Chunk::size) {
     chunk = chunk->next();
   }
   return chunk;
@@ -320,7 +325,7 @@ bool QRTFixedMemoryPool::has(const void* chunk) const {
 }
 
 /// Makes every slot of a new chunk a free element, so that it hands them out in ascending order,
-/// and makes it current. Without headers the elements that were free before come behind those.
+/// and makes it current. Without headers the elements that were free before follow those.
 void QRTFixedMemoryPool::format(Chunk* chunk) {
   const unsigned count = elementsPerChunk();
   const unsigned first = headerBytes();
@@ -341,9 +346,9 @@ void QRTFixedMemoryPool::format(Chunk* chunk) {
   }
 }
 
-/// Enters a chunk into the index, for which a larger one may have to be made. When a memory checker
-/// watches there is one from the first chunk on: a leak check looks for the chunks' addresses
-/// there, it passes over the closed trailers.
+/// Enters a chunk into the index, which is made anew, larger, when it is full. Under a memory
+/// checker there is an index from the first chunk on: a leak check finds the chunks' addresses in
+/// it, and would not in the trailers, which are closed to the checker.
 void QRTFixedMemoryPool::updateIndex(Chunk* added) noexcept {
   if (m_index == nullptr || !m_index->add(added)) {
     QRTChunkIndex::release(m_index);
@@ -366,10 +371,10 @@ unsigned QRTFixedMemoryPool::trim(int maxChunks) {
   return released;
 }
 
-/// Does what trim does.
+/// Releases wholly free chunks, as `trim` says.
 /// @param released  receives the bytes released, also when an error ends it early
 void QRTFixedMemoryPool::trimInto(int maxChunks, unsigned& released) {
-  // Each chunk is searched for where the last one was: chunks before that are in use.
+  // The search goes on where the last chunk was found: those in front of it are in use.
   Chunk* previous = nullptr;
   for (int count = 0; m_useHeaders != 0 && (maxChunks == 0 || count < maxChunks); ++count) {
     if (m_detectOverWrites != 0) {
@@ -385,7 +390,7 @@ void QRTFixedMemoryPool::trimInto(int maxChunks, unsigned& released) {
   }
 }
 
-/// Takes the first wholly free chunk out of the pool that stands behind `previous` on the list.
+/// Takes the first wholly free chunk after `previous` on the list out of the pool.
 /// @param previous  null for the head of the list; receives the chunk in front of the one taken
 /// @param keep      how many to pass over; counted down
 QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, int& keep) {
@@ -420,13 +425,15 @@ QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, 
   return nullptr;
 }
 
-/// Whether no element of a chunk is handed out. Tests the headers that it visits; the first element
-/// in use ends the visit. A header alone is not believed, as zeros that were written past the end
-/// of an element say that the next one is free: the free list has to hold all elements, too.
+/// Whether no element of a chunk is handed out. That takes two witnesses, since zeros written past
+/// the end of an element make the next header say "free":
+///   1. every header says so; each is tested for damage, up to the first one in use;
+///   2. the free list holds every element.
 bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
   if (chunk->head() == 0) {
     return false;
   }
+  // Step 1
   const unsigned count = elementsPerChunk();
   for (unsigned slot = 0; slot < count; ++slot) {
     const auto* rh =
@@ -436,11 +443,11 @@ bool QRTFixedMemoryPool::isWhollyFree(const Chunk* chunk) const {
       return false;
     }
   }
-  // A list of so many different elements is one that ends after so many: with one of them twice it
-  // would have no end.
+  // Step 2. No element is there twice in a list that ends after `count` of them: a link back makes
+  // a cycle, which has no end. So `count` links that lead to slots, and then the end, are all.
   unsigned listed = 0;
   for (const char* area = chunk->data + chunk->head(); area != nullptr; area = qrtLoadLink(area)) {
-    const std::uintptr_t offset = chunk->distanceOf(area) - kHeaderBytes;
+    const std::uintptr_t offset = chunk->offsetOf(area) - kHeaderBytes;
     if (listed == count || offset >= std::uintptr_t{count} * m_esize || offset % m_esize != 0) {
       return false;
     }
@@ -475,7 +482,7 @@ void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInC
   }
 }
 
-/// How many elements are handed out, as their headers say.
+/// How many elements are handed out, by their headers.
 std::uint64_t QRTFixedMemoryPool::countInUse() const {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   const unsigned count = elementsPerChunk();
@@ -517,7 +524,8 @@ void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
   }
 }
 
-/// Tests the last byte of a header, where a write past the end of the slot before it arrives last.
+/// Tests the filler, the last byte of a header, which a write past the end of the slot before
+/// reaches last.
 void QRTFixedMemoryPool::testHeader(const ElementHeader* rh) const {
   if (rh->m_filler3 != 0xE && m_abortOnOverWrites != 0) {
     std::abort();

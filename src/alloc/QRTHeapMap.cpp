@@ -39,7 +39,7 @@ std::size_t firstNotBelow(const std::uint8_t* bounds, std::size_t from, std::siz
 
 /// Makes room for more elements, by half as many again at least.
 template <class Vector>
-void makeRoomIn(Vector& elements, std::size_t more) {
+void reserveIn(Vector& elements, std::size_t more) {
   if (elements.capacity() - elements.size() < more) {
     elements.reserve(elements.size() + std::max(more, elements.size() / 2));
   }
@@ -63,11 +63,11 @@ void QRTHeapMap::add(Header* begin, Header* end) {
       made.back().region->firsts.fill(kNone);
       made.back().region->spans.reserve(1);
     } else {
-      makeRoomIn(m_regions[index].region->spans, 1);
+      reserveIn(m_regions[index].region->spans, 1);
     }
   }
-  makeRoomIn(m_regions, made.size());
-  makeRoomIn(m_bounds, made.size());
+  reserveIn(m_regions, made.size());
+  reserveIn(m_bounds, made.size());
   // Step 2
   for (Entry& entry : made) {
     const auto index = static_cast<std::ptrdiff_t>(countUpTo(entry.base));
@@ -118,7 +118,8 @@ QRTHeapMap::Header* QRTHeapMap::freeBelow(const Header* place) const {
 /// The steps of a search:
 ///   1. the rest of the card that `after` lies in, then of its region;
 ///   2. the regions above;
-///   3. the regions from the lowest up to its own, with what step 1 saw, which is too small still.
+///   3. the regions from the lowest up to its own. That tries the cards of step 1 once more;
+///      those that were searched whole have a lowered bound by then.
 QRTHeapMap::Header* QRTHeapMap::find(Header* after, unsigned units, Header*& before) {
   const std::size_t own = indexOf(baseOf(after));
   const std::size_t card = cardOf(after);
@@ -179,7 +180,8 @@ QRTHeapMap::Header* QRTHeapMap::findInCard(std::size_t index, std::size_t card, 
   return nullptr;
 }
 
-/// findInCard for the cards of a region from `from` on; lowers the region's bound when it saw all.
+/// Searches the cards of a region from `from` on; lowers the region's bound when it went through
+/// all of them in vain.
 QRTHeapMap::Header* QRTHeapMap::findInRegion(std::size_t index, std::size_t from, unsigned units,
                                              Header*& before) {
   const std::uint8_t wanted = sizeClass(units);
@@ -200,7 +202,7 @@ QRTHeapMap::Header* QRTHeapMap::findInRegion(std::size_t index, std::size_t from
   return nullptr;
 }
 
-/// findInRegion for the regions from `from` up to `to`.
+/// Searches the regions from `from` up to `to`.
 QRTHeapMap::Header* QRTHeapMap::findInRegions(std::size_t from, std::size_t to, unsigned units,
                                               Header*& before) {
   const std::uint8_t wanted = sizeClass(units);
@@ -238,9 +240,9 @@ std::size_t QRTHeapMap::countUpTo(std::uintptr_t base) const {
   return static_cast<std::size_t>(above - m_regions.begin());
 }
 
-/// Makes a region the one that was looked up last.
+/// Looks a region up by its address and keeps it in m_last, m_lastBase and m_lastRegion.
 /// @return false when there is none at this address
-bool QRTHeapMap::lookUpRegion(std::uintptr_t base) const {
+bool QRTHeapMap::cacheRegionAt(std::uintptr_t base) const {
   // Where the memory has no hole in between, it is as many regions away as it is in bytes.
   std::size_t index = m_last + base / kRegionBytes - m_lastBase / kRegionBytes;
   if (index >= m_regions.size() || m_regions[index].base != base) {
@@ -255,9 +257,9 @@ bool QRTHeapMap::lookUpRegion(std::uintptr_t base) const {
   return true;
 }
 
-/// Makes the span that an address lies in the one that was looked up last.
+/// Looks up the span that an address lies in and keeps it in m_lastBegin and m_lastEnd.
 /// @return false when the address is not the pool's
-bool QRTHeapMap::lookUpSpan(const Header* at) const {
+bool QRTHeapMap::cacheSpanOf(const Header* at) const {
   const std::size_t index = indexOf(baseOf(at));
   if (index == kNowhere) {
     return false;
@@ -274,7 +276,8 @@ bool QRTHeapMap::lookUpSpan(const Header* at) const {
   return true;
 }
 
-/// Notes that the first free block of a card left the free list.
+/// Records that the first free block of a card left the free list. The next one is the first now,
+/// unless it lies outside of the card: then no free block starts in the card any more.
 void QRTHeapMap::replaceFirst(std::size_t index, std::size_t card, const Header* block,
                               const Header* next) {
   Region& region = *m_regions[index].region;

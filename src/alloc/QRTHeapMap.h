@@ -24,8 +24,17 @@
 ///     filled   one bit for each card: a free block starts in it
 ///
 /// A bound is raised when a block is freed or grows, and lowered when a search went through the
-/// whole card. Regions have a bound as well, which is 0 where no free block starts, in a row of its
-/// own, so that a search through a large pool runs over a few bytes.
+/// whole card. Regions have a bound as well, which is 0 where no free block starts, in an array of
+/// its own, so that a search through a large pool reads one byte for 128 KiB.
+///
+/// Invariants, with "the first of a card" for the first free block that starts in it:
+///
+///   - filled has a card's bit exactly when firsts names its first, and firsts is kNone otherwise;
+///   - no free block is above the bound of its card, no bound of a card above that of its region;
+///   - a region's bound is 0 exactly when none of its cards is filled;
+///   - the list ascends by address within a card, so that from its first on it passes all free
+///     blocks of the card before it leaves it;
+///   - m_last, m_lastBase and m_lastRegion name one region, or m_lastBase is kNoBase.
 ///
 /// All operations but `add` and `extents` need no memory. Takes 0.3 % of the memory it describes
 /// and at least 0.4 KiB.
@@ -46,7 +55,7 @@ class QRTHeapMap {
   /// @return the units from an address on that are the pool's without a hole, as far as its region
   ///         goes; 0 when it is not the pool's or not a place for a header
   std::size_t unitsFrom(const Header* at) const {
-    if ((at < m_lastBegin || m_lastEnd <= at) && !lookUpSpan(at)) {
+    if ((at < m_lastBegin || m_lastEnd <= at) && !cacheSpanOf(at)) {
       return 0;
     }
     return reinterpret_cast<std::uintptr_t>(at) % sizeof(Header) == 0
@@ -75,7 +84,7 @@ class QRTHeapMap {
   }
 
   /// Notes that a block left the free list.
-  /// @param next  the block behind it on the list, but for the sentinel
+  /// @param next  the block after it on the list, or after the sentinel when that follows it
   void noteTaken(const Header* block, const Header* next) {
     const std::size_t index = indexOf(baseOf(block));
     if (m_lastRegion->firsts[cardOf(block)] == inCard(block)) {
@@ -83,17 +92,18 @@ class QRTHeapMap {
     }
   }
 
-  /// @return a free block from which it is not far along the free list to an address in the pool:
-  ///         the first of the nearest card below, or of the highest one when there is none below;
-  ///         null when there is no free block
+  /// Finds where to enter the free list for an address in the pool.
+  /// @return the first free block of the address's own card when that is below it, else of the
+  ///         nearest filled card below, or of the highest one when there is none below; null when
+  ///         there is no free block
   Header* freeBelow(const Header* place) const;
 
   /// Finds the first free block that is large enough, going upwards from a free block, through the
   /// lowest and around to it.
-  /// @param after   the free block, which is the last that is looked at
+  /// @param after   the free block to start from, which is tried last
   /// @param units   size wanted, 1 and above
-  /// @param before  receives the block in front of the result on the free list, or null when that
-  ///                was not seen
+  /// @param before  receives the block in front of the result on the free list, or null when the
+  ///                search did not pass it
   /// @return null when there is none
   Header* find(Header* after, unsigned units, Header*& before);
 
@@ -169,17 +179,17 @@ class QRTHeapMap {
   static std::size_t filledBelow(const Region& region, std::size_t end);
   std::size_t countUpTo(std::uintptr_t base) const;
   void replaceFirst(std::size_t index, std::size_t card, const Header* block, const Header* next);
-  bool lookUpSpan(const Header* at) const;
-  bool lookUpRegion(std::uintptr_t base) const;
+  bool cacheSpanOf(const Header* at) const;
+  bool cacheRegionAt(std::uintptr_t base) const;
   /// The number of the region that begins at an address, or kNowhere; m_lastRegion is that region.
   std::size_t indexOf(std::uintptr_t base) const {
-    return base == m_lastBase || lookUpRegion(base) ? m_last : kNowhere;
+    return base == m_lastBase || cacheRegionAt(base) ? m_last : kNowhere;
   }
 
   std::vector<Entry> m_regions;        // ascending by address
   std::vector<std::uint8_t> m_bounds;  // for each region the highest of its cards' bounds
 
-  // The region and the span that were looked up last, which are mostly the next ones too.
+  // The region and the span looked up last, which most calls ask for again.
   mutable std::uintptr_t m_lastBase = kNoBase;
   mutable Region* m_lastRegion = nullptr;
   mutable std::size_t m_last = 0;

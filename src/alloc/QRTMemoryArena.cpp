@@ -11,7 +11,7 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTDecimalFormat.h"
-#include "QRTFixedMemoryPoolQuick.h"
+#include "QRTFixedMemoryPoolFastPath.h"
 #include "checkers/QRTMemoryChecker.h"
 
 namespace {
@@ -23,8 +23,8 @@ constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ b
 constexpr unsigned kDefaultBudget = 262144;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
-// One more than there can be, so that a larger count fails at the bin that is too large and not
-// for want of room for all of them.
+// Bins to reserve pointers for at most: one more than there can be. A larger count then fails at
+// the first bin whose elements are too large, with that error, and not for want of memory.
 constexpr std::size_t kMostReserved = 4094;
 
 }  // namespace
@@ -41,7 +41,7 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_maxNonBin(0),
       m_nonBinBlocks(nullptr),
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0) {
-  // A negative count is a length no vector can have.
+  // A negative count becomes a length that no vector can have, which reserve reports.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
   m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
   try {
@@ -89,8 +89,8 @@ void* QRTMemoryArena::alloc(unsigned size) {
   const auto bin = static_cast<unsigned>(size2Index(size));
   if (bin < static_cast<unsigned>(m_numVarBins)) {
     // Detection is on or off in all bins alike.
-    void* const p = m_pools[bin]->takeFree();
-    return p != nullptr ? p : allocElsewhere(bin);
+    void* const p = m_pools[bin]->takeFromCurrent();
+    return p != nullptr ? p : allocFromIndex(bin);
   }
   return size != 0 ? allocLarge(size) : nullptr;
 }
@@ -103,27 +103,27 @@ void QRTMemoryArena::free(void* mem) {
     const auto bin = static_cast<unsigned>(size2Index(size));
     if (bin < static_cast<unsigned>(m_numVarBins)) {
       QRTFixedMemoryPool* const pool = m_pools[bin];
-      if (pool->isQuick() && pool->putBack(mem)) {
+      if (pool->isUnchecked() && pool->putIfIntact(mem)) {
         return;
       }
     }
   }
-  freeSlow(mem);
+  freeChecked(mem);
 }
 
-/// Serves a bin request when the bin's current chunk does not. Set apart so that alloc has no
-/// frame.
-[[gnu::noinline]] void* QRTMemoryArena::allocElsewhere(unsigned bin) {
-  void* const p = m_pools[bin]->takeElsewhere();
-  return p != nullptr ? p : allocFromBin(bin);
+/// Serves a bin request when the bin's current chunk has no free element. Never inlined, so that
+/// alloc, which jumps here last, sets up no stack frame.
+[[gnu::noinline]] void* QRTMemoryArena::allocFromIndex(unsigned bin) {
+  void* const p = m_pools[bin]->takeFromIndex();
+  return p != nullptr ? p : allocGrowing(bin);
 }
 
-/// Serves a bin request when the common case does not:
-///   1. from the bin itself;
+/// Serves a bin request that may need a chunk:
+///   1. from the bin itself, by its checked path;
 ///   2. from a new chunk, when the budget pays it;
 ///   3. from a wholly free chunk of another bin, each of which keeps one for itself. This is also
 ///      tried when the heap has no new chunk.
-void* QRTMemoryArena::allocFromBin(unsigned bin) {
+void* QRTMemoryArena::allocGrowing(unsigned bin) {
   checkForMemoryOverWrite();
   // Step 1
   QRTFixedMemoryPool* const pool = m_pools[bin];
@@ -140,7 +140,7 @@ void* QRTMemoryArena::allocFromBin(unsigned bin) {
       throw;
     } catch (...) {
       m_remaining += m_chunkSize;
-      if (void* const p = allocFromOtherBin(pool)) {
+      if (void* const p = allocFromReclaimedChunk(pool)) {
         return p;
       }
       throw;
@@ -148,12 +148,13 @@ void* QRTMemoryArena::allocFromBin(unsigned bin) {
     return pool->alloc();
   }
   // Step 3
-  return allocFromOtherBin(pool);
+  return allocFromReclaimedChunk(pool);
 }
 
-/// Moves a chunk of another bin to a bin and serves a request from it.
-/// @return null when no bin gives one up
-void* QRTMemoryArena::allocFromOtherBin(QRTFixedMemoryPool* pool) {
+/// Moves a wholly free chunk of another bin to a bin and serves a request from it. The budget is
+/// the same before and after: the chunk was charged when it was obtained.
+/// @return null when no bin has one to give up
+void* QRTMemoryArena::allocFromReclaimedChunk(QRTFixedMemoryPool* pool) {
   for (QRTFixedMemoryPool* other : m_pools) {
     void* const chunk = other != pool ? other->reclaim(1) : nullptr;
     if (chunk != nullptr) {
@@ -224,8 +225,8 @@ bool QRTMemoryArena::makeRoom(std::uint64_t total) {
   return total <= m_remaining;
 }
 
-/// Releases all wholly free chunks of a bin and credits them, also those in front of a damaged
-/// header.
+/// Releases all wholly free chunks of a bin and credits them. When a damaged header ends that
+/// early, those released before it are credited all the same.
 unsigned QRTMemoryArena::trimBin(QRTFixedMemoryPool* pool) {
   unsigned released = 0;
   try {
@@ -247,7 +248,7 @@ unsigned QRTMemoryArena::trim() {
   return released;
 }
 
-void QRTMemoryArena::freeSlow(void* mem) {
+void QRTMemoryArena::freeChecked(void* mem) {
   QRT_ASSERT(mem);
   checkForMemoryOverWrite();
   unsigned size = 0;
@@ -285,7 +286,7 @@ void* QRTMemoryArena::realloc(void* mem, unsigned size) {
     return nullptr;
   }
   checkForMemoryOverWrite();
-  const unsigned room = roomOf(mem);
+  const unsigned room = capacityOf(mem);
   if (size <= room && (size > room / 2 || size2Index(size) == size2Index(room))) {
     return mem;
   }
@@ -307,7 +308,7 @@ void* QRTMemoryArena::realloc(void* mem, unsigned size) {
 
 /// The bytes that a block of this arena has room for.
 /// @throws QRTAssertError  its header is damaged, says that it is free or belongs elsewhere
-unsigned QRTMemoryArena::roomOf(void* mem) const {
+unsigned QRTMemoryArena::capacityOf(void* mem) const {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   const unsigned size = QRTFixedMemoryPool::allocSize(mem);
   auto* const header = static_cast<ElementHeader*>(mem) - 1;

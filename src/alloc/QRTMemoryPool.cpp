@@ -16,7 +16,7 @@ namespace {
 using Header = QRTMemoryPool::memheader;
 
 constexpr unsigned kUnit = sizeof(Header);
-constexpr unsigned kWalked = 2;  // blocks to look at before the map is; most searches end there
+constexpr unsigned kListSteps = 2;  // free blocks to try before the map; most searches end there
 constexpr unsigned kDefaultIncrement = 131072;
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
@@ -88,17 +88,18 @@ void* QRTMemoryPool::alloc(unsigned size) {
   const unsigned units = unitsFor(size);
   if (m_watched != 0) {
     const QRTMemoryChecker::Pass pass(true);
-    void* const memBlock = obtain(units);
+    void* const memBlock = allocUnits(units);
     if (memBlock != nullptr) {
       QRTMemoryChecker::handedOut(this, memBlock, std::size_t{units - 1} * kUnit);
     }
     return memBlock;
   }
-  return obtain(units);
+  return allocUnits(units);
 }
 
-/// alloc for so many units.
-inline void* QRTMemoryPool::obtain(unsigned units) {
+/// alloc by units: searches, and grows once when the search finds nothing. After a growth the
+/// second search cannot fail, as the new block alone is large enough.
+inline void* QRTMemoryPool::allocUnits(unsigned units) {
   if (m_rover == nullptr) {
     m_base.setFree(&m_base, 0);
     m_rover = &m_base;
@@ -114,11 +115,12 @@ inline void* QRTMemoryPool::obtain(unsigned units) {
   }
 }
 
-/// Finds the first block that is large enough, from the one behind the rover on.
+/// Finds the first block that is large enough, from the one after the rover on. The sentinel has no
+/// units, so that it is never large enough and needs no test of its own.
 /// @return the block in front of it on the list; null when there is none
 inline QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
   Header* prev = m_rover;
-  for (unsigned step = 0; step < kWalked; ++step) {
+  for (unsigned step = 0; step < kListSteps; ++step) {
     Header* const p = prev->next();
     if (p->units() >= units) {
       return prev;
@@ -128,11 +130,12 @@ inline QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
     }
     prev = p;
   }
-  return findFar(prev, units);
+  return findInMap(prev, units);
 }
 
-/// find from the block behind `prev` on, by the map of the heap.
-QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units) {
+/// find from the block after `prev` on, by the map of the heap. The map knows the order of
+/// addresses, which is the order of the list but for the sentinel: that is stepped over first.
+QRTMemoryPool::memheader* QRTMemoryPool::findInMap(memheader* prev, unsigned units) {
   if (prev == &m_base) {
     prev = prev->next();
     if (prev->units() >= units) {
@@ -150,14 +153,14 @@ QRTMemoryPool::memheader* QRTMemoryPool::findFar(memheader* prev, unsigned units
   return found != nullptr ? before : nullptr;
 }
 
-/// Takes `units` units from the block behind `prev`.
+/// Takes `units` units from the block after `prev`.
 inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   Header* const p = prev->next();
   const unsigned have = p->units();
   Header* block = p;
   if (have == units) {
     prev->setNext(p->next());
-    m_heap->noteTaken(p, behindBase(p->next()));
+    m_heap->noteTaken(p, pastSentinel(p->next()));
   } else {
     // Cut from the high end: the free block stays where it is on the list.
     p->setUnits(have - units);
@@ -169,7 +172,7 @@ inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
 }
 
 /// Obtains a heap block that can hold a request and puts it on the free list.
-/// @return the rover, behind which the search goes on; null, with nothing changed, when the
+/// @return the rover, after which the search goes on; null, with nothing changed, when the
 ///         allowance is spent or the heap gives nothing
 QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
   if (m_remaining == 0) {
@@ -195,7 +198,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
     return nullptr;
   }
   m_remaining = m_remaining > bytes ? m_remaining - static_cast<unsigned>(bytes) : 0;
-  linkFree(block, static_cast<unsigned>(count));
+  insertFree(block, static_cast<unsigned>(count));
   if (m_watched != 0) {
     QRTMemoryChecker::close(block, static_cast<std::size_t>(bytes));
   }
@@ -207,32 +210,33 @@ void QRTMemoryPool::free(void* memBlock) {
   Header* const bp = static_cast<Header*>(memBlock) - 1;
   if (m_watched != 0) {
     const QRTMemoryChecker::Pass pass(true);
-    const unsigned units = giveBack(bp);
+    const unsigned units = freeBlock(bp);
     QRTMemoryChecker::givenBack(this, memBlock, std::size_t{units - 1} * kUnit);
   } else {
-    giveBack(bp);
+    freeBlock(bp);
   }
 }
 
-/// free for a block's header.
+/// Takes back a block by its header.
 /// @return the units of the block
-inline unsigned QRTMemoryPool::giveBack(memheader* bp) {
+inline unsigned QRTMemoryPool::freeBlock(memheader* bp) {
   QRT_ASSERT_NAMED(isMine(bp), "QRTMemoryPool::free: not a block that this pool handed out.");
   const unsigned units = bp->handedOutUnits();
-  linkFree(bp, units);
+  insertFree(bp, units);
   return units;
 }
 
 /// Puts a block that is not on the free list on it, merging it with the free blocks it touches.
-inline void QRTMemoryPool::linkFree(memheader* bp, unsigned units) {
-  Header* const p = placeOf(bp);
+inline void QRTMemoryPool::insertFree(memheader* bp, unsigned units) {
+  Header* const p = predecessorOf(bp);
   QRT_ASSERT_NAMED(isApart(p, bp, units), "QRTMemoryPool::free: the block is free already.");
-  linkBehind(p, bp, units);
+  insertAfter(p, bp, units);
 }
 
-/// The free block behind which another block belongs on the list: mostly the rover, else a few
-/// steps from the one that the map knows below.
-inline QRTMemoryPool::memheader* QRTMemoryPool::placeOf(const memheader* bp) const {
+/// The free block after which another block belongs on the list. That is the rover when blocks are
+/// freed next to each other, and otherwise a few steps from the nearest block below that the map
+/// has: the first one of its card.
+inline QRTMemoryPool::memheader* QRTMemoryPool::predecessorOf(const memheader* bp) const {
   Header* p = m_rover;
   if (!isPlace(p, bp)) {
     Header* const below = m_heap->freeBelow(bp);
@@ -244,8 +248,12 @@ inline QRTMemoryPool::memheader* QRTMemoryPool::placeOf(const memheader* bp) con
   return p;
 }
 
-/// linkFree when the place on the list is known.
-inline void QRTMemoryPool::linkBehind(memheader* p, memheader* bp, unsigned units) {
+/// Puts a block on the free list after `p`, merging it with the free blocks it touches. The map is
+/// told of what changed only:
+///   - merged into `p`: p's size, unless its size class stays as it was;
+///   - else: a block at bp;
+///   - merged with the block after: that one is no block any more.
+inline void QRTMemoryPool::insertAfter(memheader* p, memheader* bp, unsigned units) {
   Header* const next = p->next();
   const bool mergesUp = bp + units == next;
   const unsigned sum = mergesUp ? units + next->units() : units;
@@ -262,7 +270,7 @@ inline void QRTMemoryPool::linkBehind(memheader* p, memheader* bp, unsigned unit
     m_heap->noteFree(bp, sum);
   }
   if (mergesUp) {
-    m_heap->noteTaken(next, behindBase(after));
+    m_heap->noteTaken(next, pastSentinel(after));
   }
   m_rover = p;
 }
@@ -298,16 +306,16 @@ void* QRTMemoryPool::realloc(void* memBlock, unsigned size) {
   return moved;
 }
 
-/// Gives a block that is handed out another size where it is: what it has too much becomes a free
-/// block, what it lacks comes from the low end of a free block that it touches.
-/// @return false, with nothing changed, when there is no such block or it is too small
+/// Gives a block that is handed out another size in its place. What it loses becomes a free block;
+/// what it gains comes from the low end of the free block right after it.
+/// @return false, with nothing changed, when that is no free block or is too small
 bool QRTMemoryPool::resize(memheader* bp, unsigned units) {
   const unsigned had = bp->handedOutUnits();
-  Header* const p = placeOf(bp);
+  Header* const p = predecessorOf(bp);
   QRT_ASSERT_NAMED(isApart(p, bp, had), "QRTMemoryPool::realloc: the block is free already.");
   if (units < had) {
     bp->setHandedOut(units);
-    linkBehind(p, bp + units, had - units);
+    insertAfter(p, bp + units, had - units);
   } else if (units > had) {
     Header* const next = p->next();
     if (bp + had != next || next->units() < units - had) {
@@ -323,7 +331,7 @@ bool QRTMemoryPool::resize(memheader* bp, unsigned units) {
       m_heap->noteFree(cut, rest);
     } else {
       p->setNext(after);
-      m_heap->noteTaken(next, behindBase(after));
+      m_heap->noteTaken(next, pastSentinel(after));
     }
     bp->setHandedOut(units);
     m_rover = p;
@@ -361,8 +369,8 @@ inline bool QRTMemoryPool::isMine(const memheader* bp) const {
   return bp->handedOutUnits() <= room || m_heap->contains(bp, bp->handedOutUnits());
 }
 
-/// A block of the free list, or the one behind it when it is the sentinel, which the map leaves
+/// A block of the free list, or the one after it when it is the sentinel, which the map leaves
 /// out.
-inline QRTMemoryPool::memheader* QRTMemoryPool::behindBase(memheader* block) const {
+inline QRTMemoryPool::memheader* QRTMemoryPool::pastSentinel(memheader* block) const {
   return block != &m_base ? block : m_base.next();
 }

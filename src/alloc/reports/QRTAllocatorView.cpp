@@ -66,9 +66,9 @@ bool QRTAllocatorView::markListed(const QRTFixedMemoryPool& pool, const char* he
       return false;
     }
     Chunk& chunk = **--at;
-    const auto distance = static_cast<std::size_t>(head - chunk.slots.front().area);
-    const std::size_t slot = distance / pool.m_esize;
-    if (std::less<>()(head, chunk.slots.front().area) || distance % pool.m_esize != 0 ||
+    const auto offset = static_cast<std::size_t>(head - chunk.slots.front().area);
+    const std::size_t slot = offset / pool.m_esize;
+    if (std::less<>()(head, chunk.slots.front().area) || offset % pool.m_esize != 0 ||
         slot >= chunk.slots.size() || chunk.slots[slot].isListed) {
       return false;
     }

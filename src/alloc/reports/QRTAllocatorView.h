@@ -24,7 +24,7 @@ class QRTAllocatorView {
     const void* current;  // current chunk; null when there is none
   };
 
-  /// One slot as it stands in memory.
+  /// One slot and the bytes of its header.
   struct Slot {
     const char* area;                    // the caller's area
     std::array<std::uint8_t, 8> header;  // its header's bytes; zero without headers
@@ -45,7 +45,7 @@ class QRTAllocatorView {
     bool isFree;
   };
 
-  /// A stretch of heap memory of a QRTMemoryPool, cut into its blocks.
+  /// An extent of heap memory of a QRTMemoryPool, without a hole, cut into its blocks.
   struct Extent {
     const char* start;
     std::size_t bytes;
