@@ -38,6 +38,7 @@ bool BackingStore::IsOurs(const char* operation) noexcept {
   return true;
 }
 
+/// Makes the file when it is first needed. A try that fails is made again at the next need.
 bool BackingStore::Open(const char* operation) noexcept {
   if (!IsOurs(operation)) {
     return false;
@@ -52,6 +53,10 @@ bool BackingStore::Open(const char* operation) noexcept {
   return true;
 }
 
+/// Asks for a step more than needed first, then for just what is needed: a disk that is nearly full
+/// serves the store up to its last byte. Where the file system sets nothing aside (EOPNOTSUPP,
+/// which it says at the first call), everything counts as reserved, and a full disk shows when a
+/// page is written.
 bool BackingStore::Reserve(std::uint64_t begin, std::uint64_t end, bool ahead) noexcept {
   if (end <= m_reservedEnd) {
     return true;
@@ -99,6 +104,8 @@ bool BackingStore::Write(std::uint64_t offset, const IoSlice* slices, std::size_
   return Transfer(Direction::kWrite, offset, slices, count);
 }
 
+/// Moves all bytes or fails; the system may move some of them at a time, and be interrupted
+/// (EINTR). A write of no byte is a failure: to try again would not end on a full disk.
 bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
                             std::size_t count) noexcept {
   const bool reading = direction == Direction::kRead;
@@ -128,8 +135,7 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
       }
       return false;
     }
-    // A transfer may stop anywhere: drop the slices that are done and shorten the one it stopped
-    // in.
+    // It may stop anywhere: drop the slices that are done and shorten the one it stopped in.
     offset += static_cast<std::uint64_t>(moved);
     if (!reading) {
       m_fileBytes = std::max(m_fileBytes, offset);

@@ -76,7 +76,7 @@ class EngineChecker {
   std::vector<std::uint32_t> m_runs;  // first frames of the runs in use
   std::vector<ClassSeen> m_seen;      // by size class
   std::uint64_t m_largeObjects = 0;   // large objects seen
-  std::uint64_t m_largePages = 0;     // their pages
+  std::uint64_t m_largePages = 0;     // pages of large objects seen
   std::uint32_t m_findings = 0;       // contradictions so far
   std::ostringstream m_report;        // the lines about them
 };

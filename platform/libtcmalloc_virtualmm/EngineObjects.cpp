@@ -28,7 +28,8 @@ void* Engine::Allocate(std::uint32_t size, std::uint64_t& offset) noexcept {
   return TakeSlot(sizeClass, size, offset);
 }
 
-/// A large object, or an object of a class whose open slab is full.
+/// Makes a large object, or one of a class whose open slab is full. All that takes further memory
+/// comes this way, so it is here that pending frees get another chance to give theirs back.
 void* Engine::AllocateInOtherSpan(std::uint32_t size, std::uint8_t sizeClass,
                                   std::uint64_t& offset) noexcept {
   RetryPendingFrees();
@@ -41,7 +42,10 @@ void* Engine::AllocateInOtherSpan(std::uint32_t size, std::uint8_t sizeClass,
   return address != nullptr ? address : Fail(size);
 }
 
-/// Makes an object, pinned, in a free slot of the class's open slab.
+/// Makes an object, pinned, in a free slot of the class's open slab. The open slab is in memory and
+/// the directory knows its entry, so neither page table nor frame is looked up. A new object counts
+/// as written: its span is touched as modified, after which its pin has nothing to note and is
+/// deferred.
 inline void* Engine::TakeSlot(std::uint8_t sizeClass, std::uint32_t size,
                               std::uint64_t& offset) noexcept {
   SlabDirectory::ClassState& state = m_slabs[sizeClass];
@@ -69,25 +73,30 @@ inline void Engine::CountObject() noexcept {
   m_maxObjects = std::max(m_maxObjects, ++m_currentObjects);
 }
 
-/// Finds the slab that the class's next objects come from: one in memory with free slots, one that
-/// is out, or a new one.
+/// Finds the slab that the class's next objects come from, the cheapest first:
+///  1. One in memory with free slots.
+///  2. One that is out with at least a quarter of its slots free. Pending frees that its read
+///     applies may end it, use its generations up, or open another one.
+///  3. A new one.
 bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
   if (m_slabs[sizeClass].HasFreeSlot()) {
-    return true;  // thanks to pending frees
+    return true;  // pending frees opened one
   }
+  // Step 1.
   std::uint32_t page = m_slabs.TakeResident(sizeClass);
   bool found = page != PageTable::kNoPage;
+  // Step 2.
   while (!found && (page = m_slabs.TakePagedOut(sizeClass)) != PageTable::kNoPage) {
     if (!PageIn(page)) {
       m_slabs.ReturnPagedOut(sizeClass, page);
       break;  // one failed read is enough
     }
-    // Pending frees may have ended the slab, or used up its generations.
     found = m_table[page].state == sizeClass && !m_table[page].IsUsedUp();
     if (m_slabs[sizeClass].HasFreeSlot()) {
       return true;
     }
   }
+  // Step 3.
   if (!found) {
     const SizeClass& c = m_classes[sizeClass];
     page = MakeSpan(c.pages, sizeClass, 0);
@@ -103,6 +112,8 @@ bool Engine::OpenSlab(std::uint8_t sizeClass) noexcept {
   return true;
 }
 
+/// Makes a large object, pinned: one object in a span of its own. Its pins are counted in its
+/// frame, its bytes in the table.
 void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept {
   const auto pages =
       static_cast<std::uint32_t>((std::uint64_t{size} + (1U << m_pageShift) - 1) >> m_pageShift);
@@ -126,7 +137,7 @@ void* Engine::AllocateLarge(std::uint32_t size, std::uint64_t& offset) noexcept 
 /// Makes a span in memory:
 ///  1. Take page numbers.
 ///  2. Set disk space aside for them once the store is larger than the budget.
-///  3. Take frames, making room.
+///  3. Take frames, which may evict other spans.
 /// What was done is undone when a step fails.
 std::uint32_t Engine::MakeSpan(std::uint32_t pages, std::uint8_t kind,
                                std::uint32_t largeBytes) noexcept {
@@ -159,6 +170,8 @@ void Engine::Deallocate(std::uint64_t offset) noexcept {
   DeallocatePagedOut(offset);
 }
 
+/// Frees an object of a slab in memory, pinned or not; its pins end with it. The slab's generation
+/// goes on, so that the freed handle and all older ones fit nothing that is made there later.
 void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   PageEntry& entry = *slot.entry;
   SlabDirectory::ClassState& state = m_slabs[entry.state];
@@ -181,15 +194,22 @@ void Engine::DeallocateSlot(std::uint64_t offset, Slot slot) noexcept {
   }
 }
 
-/// What follows when the object of a freed slot was pinned or its slab's last one, or when there is
-/// no generation left for further objects in the slab.
+/// Does what few frees need, after the object's slot was given back:
+///  1. The object was pinned: the slab has a pinned object less.
+///  2. No generation is left: no further object is made in the slab.
+///  3. The slab is empty: it ends, unless its class takes objects from it. Else it is listed as one
+///     with free slots, and if the pager waited for this last pin to go, it is told so.
+///  4. The slab is empty, ended or not: the file may be cut off.
 void Engine::FinishFree(std::uint32_t page, PageEntry& entry, bool wasPinned) noexcept {
+  // Step 1.
   LIBTCMALLOC_ASSERT(entry.live.pinned >= (wasPinned ? 1 : 0));
   entry.live.pinned = static_cast<std::uint16_t>(entry.live.pinned - (wasPinned ? 1 : 0));
+  // Step 2.
   if (IsPastLastGeneration(entry.generation)) {
     entry.generation = kNoGeneration;
     m_slabs.Retire(page);
   }
+  // Step 3.
   const bool open = m_slabs[entry.state].IsOpen(entry);
   const bool empty = entry.live.freeSlots == ClassOf(entry).slots;
   if (empty && !open) {
@@ -202,11 +222,13 @@ void Engine::FinishFree(std::uint32_t page, PageEntry& entry, bool wasPinned) no
       m_pager.OnLastUnpin(page);
     }
   }
+  // Step 4, the last: it may end this slab, if it is the one that objects are taken from.
   if (empty) {
     m_pager.CutFile();
   }
 }
 
+/// Frees a large object, in memory or not: nothing of it has to be read.
 void Engine::DeallocateLarge(ObjectHandle handle, PageEntry& entry) noexcept {
   LIBTCMALLOC_ASSERT(m_largeObjects > 0);
   LIBTCMALLOC_ASSERT(m_largePages >= m_pager.SpanPages(handle.page));

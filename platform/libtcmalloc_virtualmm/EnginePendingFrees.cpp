@@ -12,7 +12,7 @@ constexpr std::uint32_t kReadPages = PagingFile::kMaxSlices;
 }  // namespace
 
 /// Frees an object that is large, or whose slab is out, or that there is not:
-///  1. Make up for earlier frees if their page can be read now.
+///  1. Apply earlier frees whose page can be read now.
 ///  2. A large object ends without a read.
 ///  3. Only its slab proves that a handle names an object, so the slab is read.
 ///  4. What cannot be read now is freed later.

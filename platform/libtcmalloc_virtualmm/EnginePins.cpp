@@ -5,6 +5,8 @@
 
 namespace tcmalloc {
 
+/// Pins an object of a slab in memory when the first deferred place is taken or the object has
+/// counted pins; whatever has a touch to count, or is not in memory, faults.
 void* Engine::PinResident(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
   if (slot.entry == nullptr ||
@@ -15,7 +17,9 @@ void* Engine::PinResident(std::uint64_t offset, bool forWriting) noexcept {
   return PinSlot(slot, offset);
 }
 
-/// Pins an object in memory: deferred if that is possible, or counted.
+/// Pins an object in memory: deferred if that is possible, else counted. Deferred pins are of
+/// objects without counted ones, so that the headers of all objects with deferred pins say 0: a
+/// second pin is deferred as well while there is a place, and the flush adds them up.
 void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
   LIBTCMALLOC_ASSERT(slot.entry->Resident() && slot.header->pins != kFreePins);
   if (slot.header->pins == 0 && !slot.entry->Notifies()) {
@@ -40,8 +44,7 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
 ///  2. Freed while its page could not be read: there is no such object any more.
 ///  3. Large: the frame counts its pins.
 ///  4. In a slab that is out: page it in. Only then can be told whether the object is there; where
-///  it
-///     is not, nobody will unpin anything in that span, which is made up for.
+///     it is not, nobody will unpin anything in that span, which is made up for.
 void* Engine::PinOnFault(std::uint64_t offset, bool forWriting) noexcept {
   // Step 1.
   if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
@@ -96,6 +99,8 @@ void* Engine::PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) n
   return address;
 }
 
+/// Ends a pin of an object in memory: a deferred one of it if there is one, for it came last, or a
+/// counted one. Large objects have no header, and neither have handles that name nothing.
 void Engine::UnpinResident(std::uint64_t offset) noexcept {
   if (const std::uint32_t place = m_deferred.Find(offset); place != DeferredPins::kPlaces) {
     UnpinDeferred(place, offset);
@@ -115,6 +120,8 @@ void Engine::UnpinResident(std::uint64_t offset) noexcept {
   }
 }
 
+/// Moves a pin that is not in the first deferred place: in its place if it is deferred, else as
+/// what it means, an unpin and a pin for writing.
 void* Engine::MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept {
   if (const std::uint32_t place = m_deferred.Find(from); place != DeferredPins::kPlaces) {
     return MoveDeferredPin(place, from, to);
@@ -123,6 +130,7 @@ void* Engine::MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept {
   return GetAddress(to, true);
 }
 
+/// Ends a pin of a large object; anything else is counted as a stale handle and changes nothing.
 void Engine::UnpinLarge(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   PageEntry* entry = FindLarge(handle);

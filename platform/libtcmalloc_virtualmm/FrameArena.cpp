@@ -12,6 +12,7 @@ namespace tcmalloc {
 
 namespace {
 
+// So that no frame number reaches kNoFrame.
 constexpr std::uint32_t kMaxChunks = kNoFrame / FrameArena::kChunkFrames;
 
 }  // namespace
@@ -25,6 +26,10 @@ FrameArena::~FrameArena() {
   LIBTCMALLOC_ASSERT(m_mappedFrames == 0);
 }
 
+/// Single frames: the lowest chunk with a free one, found from m_firstVacant on, below which there
+/// is none. Runs: the highest chunk whose bits have one long enough; m_freeCounts spares the look
+/// at the bits of chunks that cannot. A chunk of one long run counts no free frames there and is
+/// passed over.
 std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChunk) noexcept {
   LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
   if (count == 1) {
@@ -53,6 +58,8 @@ std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChun
   return kNoFrame;
 }
 
+/// Marks a run as in use and resets its descriptor. Only the first frame of a run has a count,
+/// which is how the runs of a chunk are found one after the other.
 std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std::uint32_t count) {
   Chunk& c = *m_chunks[chunk];
   LIBTCMALLOC_ASSERT(count <= c.freeCount && place + count <= c.frameCount);
@@ -74,6 +81,8 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   return frame;
 }
 
+/// The lowest chunk number without a chunk is used again, so that numbers stay small. Nothing is
+/// changed before all memory is there: descriptors, then the frames themselves.
 std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
   std::uint32_t chunk = 0;
@@ -103,6 +112,8 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   made->frameCount = frameCount;
   made->freeCount = frameCount;
   made->free.Mark(0, kChunkFrames, true);
+  // Frame numbers go through all chunks: the origin lies so far before the chunk's memory that
+  // frame << kFrameShift can be added without taking the place in the chunk out first.
   m_origins[chunk] = reinterpret_cast<std::uintptr_t>(made->base) -
                      (static_cast<std::uintptr_t>(chunk) * kChunkFrames << kFrameShift);
   m_chunks[chunk] = std::move(made);
@@ -113,6 +124,8 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   return TakeFrom(chunk, 0, count);
 }
 
+/// One empty chunk is kept: a store that goes to and fro over the end of a chunk does not ask the
+/// system each time. A second one goes back, and so does a chunk of one long run.
 void FrameArena::Release(std::uint32_t frame) noexcept {
   LIBTCMALLOC_ASSERT(IsMapped(frame));
   const std::uint32_t chunk = frame / kChunkFrames;
@@ -151,6 +164,7 @@ bool FrameArena::ReleaseEmptyChunk() noexcept {
   return false;
 }
 
+/// Gives a chunk's memory back and leaves a gap in the numbers. m_emptyChunks is the caller's.
 void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   const Chunk& c = *m_chunks[chunk];
   LIBTCMALLOC_ASSERT(c.frameCount <= m_mappedFrames);
@@ -162,6 +176,7 @@ void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   m_freeCounts[chunk] = 0;
 }
 
+/// Doubles the three tables by chunk, all of them or none. @return false without memory
 bool FrameArena::GrowTable() noexcept {
   const std::uint32_t capacity = std::max(2 * m_chunkCapacity, 16U);
   if (capacity > kMaxChunks) {

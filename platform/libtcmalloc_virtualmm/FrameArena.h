@@ -43,8 +43,7 @@ class FrameArena {
   static constexpr std::uint32_t kChunkFrames = 512;
   static constexpr std::uint32_t kFrameShift = 12;  // log2 of a frame's bytes
 
-  /// @param hugePages  whether chunks are to be huge pages: faster, but a chunk takes its memory
-  /// whole
+  /// @param hugePages  whether chunks are to be huge pages: faster, but none is there in part
   explicit FrameArena(bool hugePages) : m_hugePages(hugePages) {}
   ~FrameArena();
   FrameArena(const FrameArena&) = delete;
@@ -96,7 +95,7 @@ class FrameArena {
     char* base = nullptr;             // memory of the frames
     std::uint32_t frameCount = 0;     // frames mapped: kChunkFrames, or those of one long run
     std::uint32_t freeCount = 0;      // frames not in use
-    BitRuns<kChunkFrames> free;       // which; not used for one long run
+    BitRuns<kChunkFrames> free;       // the frames not in use; not kept for one long run
     std::unique_ptr<Frame[]> frames;  // descriptors; a single one for one long run
     bool Shared() const { return frameCount == kChunkFrames; }
   };
@@ -110,10 +109,10 @@ class FrameArena {
 
   bool m_hugePages;                                    // whether chunks are to be huge pages
   std::unique_ptr<std::uintptr_t[]> m_origins;         // per chunk: where frame 0 would be, Address
-  std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: the rest; null in a gap
+  std::unique_ptr<std::unique_ptr<Chunk>[]> m_chunks;  // per chunk: all else of it; null in a gap
   std::unique_ptr<std::uint32_t[]> m_freeCounts;       // per chunk: free frames, for the search
   std::uint32_t m_chunkEnd = 0;                        // chunk numbers given out
-  std::uint32_t m_chunkCapacity = 0;                   // room in the tables
+  std::uint32_t m_chunkCapacity = 0;                   // chunks that the tables can hold
   std::uint32_t m_firstVacant = 0;                     // no chunk below has a free frame
   std::uint32_t m_emptyChunks = 0;   // chunks of shared use without a frame in use
   std::uint64_t m_usedFrames = 0;    // frames in runs

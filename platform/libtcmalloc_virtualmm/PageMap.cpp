@@ -16,6 +16,8 @@ constexpr std::size_t kMaxGroups = (1U << 22) - 1;
 
 }  // namespace
 
+/// A run up to a group's length lies in one group, which bounds the search to one bit set at a
+/// time. A longer one begins with a group; what is left of its last group is free for shorter ones.
 std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(count > 0);
   const bool inGroup = count <= kGroupPages;
@@ -52,6 +54,9 @@ void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(m_usedPages <= m_usedEnd);
 }
 
+/// A retired page is neither taken nor free: its bit in `free` says taken and its bit in `retired`
+/// tells it from pages in use. The caller had it as part of a run and gives the rest of that back
+/// itself.
 void PageMap::Retire(std::uint32_t page) noexcept {
   LIBTCMALLOC_ASSERT(page < m_usedEnd && m_usedPages > 0);
   Group& group = m_groups[page / kGroupPages];
@@ -70,6 +75,8 @@ void PageMap::Retire(std::uint32_t page) noexcept {
   }
 }
 
+/// Finds m_usedEnd anew after the highest used page was given back: searches down from there,
+/// passing over retired pages, which need no place in the file.
 void PageMap::LowerUsedEnd() {
   std::size_t group = (m_usedEnd - 1) / kGroupPages + 1;
   m_usedEnd = 0;
@@ -101,6 +108,9 @@ std::uint32_t PageMap::EndOfRun(std::uint32_t from, bool retired) const {
   return page;
 }
 
+/// longestRun is a bound, not a count: a release sets it back to a whole group, and a search in
+/// vain lowers it to the longest run met, so that the next one for as long a run passes the group
+/// by.
 std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
   while (m_firstVacant < m_groups.size() && m_groups[m_firstVacant].longestRun == 0) {
     ++m_firstVacant;
@@ -120,6 +130,7 @@ std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
   return kNoPage;
 }
 
+/// The lowest run of free groups that holds `count` pages; cost: O(groups).
 std::uint32_t PageMap::FindWholeGroups(std::uint32_t count) {
   const std::uint32_t wanted = (count + kGroupPages - 1) / kGroupPages;
   std::uint32_t found = 0;
@@ -144,6 +155,8 @@ bool PageMap::AddGroups(std::size_t count) noexcept {
   }
 }
 
+/// Marks a run, group by group, and keeps the bounds true: a release may have made any run, and a
+/// group without a free page has none.
 void PageMap::Mark(std::uint32_t first, std::uint32_t count, bool free) {
   while (count > 0) {
     Group& group = m_groups[first / kGroupPages];

@@ -53,7 +53,7 @@ class PageMap {
 
     Pages free;
     std::uint32_t longestRun = kGroupPages;  // no run of free pages is longer
-    std::unique_ptr<Pages> retired;          // those that are; null while there are none
+    std::unique_ptr<Pages> retired;          // retired pages; null while there are none
   };
 
   bool IsFree(const Group& group) const {
@@ -66,10 +66,10 @@ class PageMap {
   void Mark(std::uint32_t first, std::uint32_t count, bool free);
 
   std::vector<Group> m_groups;
-  std::size_t m_firstVacant = 0;  // no group below has a free page
-  std::uint32_t m_usedEnd = 0;    // one past the highest page taken
-  std::uint64_t m_usedPages = 0;  // pages taken
-  std::uint64_t m_retiredPages = 0;
+  std::size_t m_firstVacant = 0;     // no group below has a free page
+  std::uint32_t m_usedEnd = 0;       // one past the highest page taken
+  std::uint64_t m_usedPages = 0;     // pages taken
+  std::uint64_t m_retiredPages = 0;  // pages retired
 };
 
 }  // namespace tcmalloc

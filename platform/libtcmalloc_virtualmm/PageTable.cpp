@@ -20,9 +20,17 @@ PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLi
 
 // ---- pages --------------------------------------------------------------------------------------
 
+/// A page that was used before goes on with the generation that its leaf holds, so the leaf has to
+/// be in memory before the number is given out:
+///  1. Keep to the limit of leaves: idle ones leave.
+///  2. Take the lowest free page numbers.
+///  3. Bring the first one's leaf in. If it cannot be read now, the numbers are given back. If it
+///     is damaged, they are lost and others are tried; that ends, since a new leaf needs no read.
+///  4. Begin a span there, out of memory and without a copy.
 std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcept {
-  PageOutDownTo(m_leafLimit);
+  PageOutDownTo(m_leafLimit);  // step 1
   for (;;) {
+    // Steps 2 and 3.
     const std::uint32_t first = m_map.Acquire(count);
     if (first == kNoPage) {
       NoteNoMemory();
@@ -31,6 +39,7 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
     const Outcome outcome = !Grow()       ? Outcome::kUnreadable
                             : IsIn(first) ? Outcome::kIn
                                           : PageInLeaf(first);
+    // Step 4.
     if (outcome == Outcome::kIn) {
       PageEntry& entry = (*this)[first];
       LIBTCMALLOC_ASSERT(kind <= PageEntry::kLarge && !entry.IsSpanHead());
@@ -47,6 +56,8 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
   }
 }
 
+/// Only the first page of a span has a generation of its own at work, so only it can be used up;
+/// the others go back into circulation with theirs.
 void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   PageEntry& entry = (*this)[first];
   LIBTCMALLOC_ASSERT(IsIn(first) && entry.IsSpanHead());
@@ -72,6 +83,8 @@ bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
   return leaf.largeBytes != nullptr || NoteNoMemory();
 }
 
+/// Makes the arrays know all pages that the map knows. New leaves take no memory yet: they stand as
+/// absent and without an image, which PageInLeaf makes a new leaf of.
 bool PageTable::Grow() noexcept {
   const std::uint32_t leaves = m_map.PageCount() / kLeafPages;
   const std::uint32_t known = m_pageCount / kLeafPages;
@@ -101,6 +114,9 @@ bool PageTable::NoteNoMemory() noexcept {
 }
 
 // ---- leaves -------------------------------------------------------------------------------------
+
+// A leaf in memory is either idle, in the list by the time it became so, or holds spans in memory
+// (spansIn > 0), to whose entries others have references. Only idle leaves leave.
 
 void PageTable::OnSpanIn(std::uint32_t page) noexcept {
   Leaf* leaf = m_leaves[page / kLeafPages];
@@ -150,6 +166,7 @@ PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
   return Outcome::kIn;
 }
 
+/// Fills a leaf from its image, or as a new one if it has none. @return whether that was possible
 PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
   MakeNew(leaf, m_firstGeneration);
   if (m_images[leaf.number] == kNoImage) {
@@ -238,6 +255,8 @@ std::uint64_t PageTable::HashOf(const Image& image, std::uint32_t number) {
   const std::uint64_t hash = PageHash(&image, sizeof image, number);
   return hash == kNoImage ? kNoImage + 1 : hash;
 }
+
+// Leaves are made in blocks and used again rather than freed: they would break the heap up.
 
 PageTable::Leaf* PageTable::TakeUnused() noexcept {
   if (m_unused == nullptr) {

@@ -17,11 +17,11 @@ namespace tcmalloc {
 /// levels, leaves of 64 entries; an entry's generation outlives the page's free times.
 ///
 /// The table is larger than memory, too: beyond a limit, leaves that describe nothing in memory
-/// leave for a file of their own, so that 4 GiB of pages cost some 400 KiB and not 16 MiB. A leaf
-/// with a span in memory stays, and its entries do not move. In the place of a leaf that is out
-/// stands one shared leaf whose entries begin no span; so the hot path need not ask, and everybody
-/// else calls Fetch first. Another one stands for all leaves of nothing but retired pages, which
-/// need neither memory nor a place in the file.
+/// are paged out to a file of their own, so that 4 GiB of pages cost some 400 KiB and not 16 MiB. A
+/// leaf with a span in memory stays, and its entries do not move. In the place of a leaf that is
+/// out stands one shared leaf whose entries begin no span; so the hot path need not ask, and
+/// everybody else calls Fetch first. Another one stands for all leaves of nothing but retired
+/// pages, which need neither memory nor a place in the file.
 class PageTable {
  public:
   static constexpr std::uint32_t kLeafPages = 64;
@@ -45,7 +45,7 @@ class PageTable {
     LIBTCMALLOC_ASSERT(Has(page));
     return m_leaves[page / kLeafPages]->entries[page % kLeafPages];
   }
-  /// The same, or null for a page beyond the table.
+  /// The entry of a page, or null for a page beyond the table.
   PageEntry* Find(std::uint32_t page) { return Has(page) ? &(*this)[page] : nullptr; }
   /// Whether the page's leaf, which the table has, is in memory.
   bool IsIn(std::uint32_t page) const {
@@ -117,7 +117,7 @@ class PageTable {
 
   // What m_images says of a leaf that was never written; it is as a new one.
   static constexpr std::uint64_t kNoImage = 0;
-  static constexpr std::uint32_t kBlockLeaves = 64;
+  static constexpr std::uint32_t kBlockLeaves = 64;  // taken from the heap in one; any number does
 
   bool Grow() noexcept;
   Outcome PageInLeaf(std::uint32_t page) noexcept;
@@ -139,13 +139,13 @@ class PageTable {
   std::uint32_t m_leafCapacity = 0;           // room in the two arrays
   std::uint32_t m_pageCount = 0;              // pages of the leaves that the arrays know
   std::uint32_t m_leavesIn = 0;               // leaves in memory
-  std::uint32_t m_leafLimit;
-  std::uint16_t m_firstGeneration;  // of new pages
-  std::uint64_t m_damaged = 0;
+  std::uint32_t m_leafLimit;                  // leaves to stay under in memory
+  std::uint16_t m_firstGeneration;            // of new pages
+  std::uint64_t m_damaged = 0;                // leaves that did not come back as they were written
   Leaf* m_oldestIdle = nullptr;  // list of the leaves in memory without a span in memory
   Leaf* m_newestIdle = nullptr;
   Leaf* m_unused = nullptr;                       // list of memory for leaves
-  std::vector<std::unique_ptr<Leaf[]>> m_blocks;  // that memory
+  std::vector<std::unique_ptr<Leaf[]>> m_blocks;  // memory of all leaves
   BackingStore& m_file;
   StoreError& m_error;
   Leaf m_absent;   // stands for every leaf that is out; never written to

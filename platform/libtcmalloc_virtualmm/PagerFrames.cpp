@@ -31,30 +31,31 @@ constexpr int kMovedFill = 0xDD;
 }  // namespace
 
 /// Takes a run of frames, in the order of what it costs:
-///  1. Evict down to the budget. A new span needs that; one that is stored is read all the same, so
-///     that what is stored stays readable while the disk takes nothing.
+///  1. Evict down to the budget. Where nothing can be written, a new span is refused, but one that
+///     is stored is read all the same: what is stored stays readable while the disk takes nothing.
 ///  2. Take a free run.
-///  3. Where none is long enough and a further chunk would exceed the budget by more than the
-///  slack,
-///     empty chunks: their frames come free together.
+///  3. Where none is long enough and another chunk would exceed the budget and the slack, empty
+///     chunks, so that free frames lie together.
 ///  4. Take a further chunk from the system.
 ///  5. Without memory from the system, evict until a run is free: live with less.
 std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept {
   if (EvictToFit(count) == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
-    return kNoFrame;  // stored spans are read all the same: what is stored stays readable
+    return kNoFrame;
   }
+  // Step 2.
   std::uint32_t frame = m_arena.Allocate(count);
-  // No run is free: move spans together rather than take more memory than the budget.
+  // Step 3.
   const std::uint64_t chunk = std::max(count, FrameArena::kChunkFrames);
   while (frame == kNoFrame &&
          m_arena.MappedFrames() + chunk > m_options.budgetFrames + kSlackFrames &&
          ReleaseOneChunk()) {
     frame = m_arena.Allocate(count);
   }
+  // Step 4.
   if (frame == kNoFrame) {
     frame = m_arena.AllocateInNewChunk(count);
   }
-  // The system has no memory left: live with less.
+  // Step 5.
   while (frame == kNoFrame && count <= FrameArena::kChunkFrames &&
          EvictBatch() == Outcome::kFreed) {
     frame = m_arena.Allocate(count);
@@ -66,7 +67,8 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
   return frame;
 }
 
-/// Evicts until `count` more frames are within the budget.
+/// Evicts until `count` more frames are within the budget. Nothing to free is no failure of the
+/// disk: everything left is pinned, and pins may exceed the budget.
 Pager::Outcome Pager::EvictToFit(std::uint64_t count) noexcept {
   std::uint32_t failures = 0;
   while (m_arena.UsedFrames() + count > m_options.budgetFrames) {
@@ -88,10 +90,13 @@ bool Pager::ReleaseOneChunk() noexcept {
   return m_arena.ReleaseEmptyChunk() || CompactOneChunk();
 }
 
-/// Empties the chunk with the fewest frames in use: spans move where there is room, and leave where
-/// there is none. Where a pinned span is in the way, its last unpin is waited for: that makes at
-/// least one wish for a compaction for each chunk, more than are passed over after one in vain. So
-/// when the last pin has gone the last wish is heard. @return whether the chunk is empty now
+/// Empties the chunk with the fewest frames in use: spans move to other chunks, and leave memory
+/// where those have no run for them. @return whether the chunk is empty now
+///
+/// Why a compaction blocked by pins is not forgotten: where every chunk has a pinned span, one in
+/// each is flagged kNotify, so at least `blockedChunks` last unpins will ask for a compaction.
+/// After such a search only blockedChunks / kChunksPerPause requests are passed over, fewer than
+/// there will be. So the last of the unpins is heard.
 bool Pager::CompactOneChunk() noexcept {
   if (m_compactPause > 0) {
     --m_compactPause;
@@ -99,7 +104,8 @@ bool Pager::CompactOneChunk() noexcept {
   }
   std::uint32_t blockedChunks = 0;
   const std::uint32_t chunk = m_arena.SparsestChunk([&](std::uint32_t frame) {
-    // Outside the queues are spans that are waited for, and frames that are still to be read into.
+    // Outside the queues are spans flagged before, and frames that are still to be read into: their
+    // descriptor names no span yet, and none must be flagged for them.
     const bool queued = m_arena[frame].queue != Frame::Queue::kNone;
     PageEntry::Live& live = m_table[m_arena[frame].page].live;
     if (queued && live.pinned == 0) {
@@ -157,6 +163,8 @@ void Pager::HideObjects(std::uint32_t frame) noexcept {
   }
 }
 
+/// If the policy met the span pinned, it took it out of its queue; it begins there as a new one.
+/// With moveOnUnpin the flag stays, so that every last unpin moves the span.
 void Pager::OnLastUnpin(std::uint32_t page) noexcept {
   m_deferred.Flush();
   PageEntry& entry = m_table[page];

@@ -18,13 +18,13 @@ std::uint32_t Pager::PlaceNew(std::uint32_t page, std::uint32_t pages) noexcept 
 }
 
 /// The life of a fault:
-///  1. Ask the read-ahead how much of a walk this is, and collect the spans to read: the one
-///     asked for and its neighbours in the file that are out.
-///  2. Make room and take frames for them; only the first must succeed.
+///  1. Ask the read-ahead whether this is a step of a sequential scan, and collect the spans to
+///     read: the one asked for and those behind it in the file that are out.
+///  2. Take frames for them, evicting others; only the first must succeed.
 ///  3. Read them in one transfer. If that fails, read the first one alone.
 ///  4. Check each against the hash kept in memory. A neighbour that does not fit stays out: it is
 ///     reported when somebody asks for it.
-///  5. Enter the good ones into the table and the queues.
+///  5. Install the good ones in the table and the queues.
 bool Pager::PageIn(std::uint32_t page) noexcept {
   m_deferred.Flush();
   LIBTCMALLOC_ASSERT(m_table.IsIn(page) && !m_table[page].Resident());
@@ -91,7 +91,7 @@ std::size_t Pager::CollectReads(std::uint32_t page,
     if (frame == kNoFrame) {
       break;
     }
-    // Room was made by others: the span to read is as it was.
+    // The frames came from spans in memory, and this one was out: it is as it was.
     LIBTCMALLOC_ASSERT(!entry->Resident() && (entry->flags & PageEntry::kHasCopy) != 0);
     spans[count++] = {frame, next, own, entry->hash};
     pages += own;
@@ -136,7 +136,8 @@ void Pager::MapSpan(std::uint32_t frame, std::uint32_t page, std::uint32_t evict
   entry.state = entry.Kind();
   entry.flags = flags;
   entry.live = {0, m_clock.Now(), 0, 0};
-  // Beyond the budget, and to catch kept addresses, every last unpin counts.
+  // Beyond the budget every last unpin is a chance to get back to it; to catch kept addresses every
+  // span moves at it.
   if (m_options.moveOnUnpin || m_arena.UsedFrames() > m_options.budgetFrames) {
     entry.live.touched |= PageEntry::kNotify;
   }

@@ -9,7 +9,8 @@ namespace tcmalloc {
 
 namespace {
 
-// A batch of large spans ends after this many pages: beyond, one transfer is long enough.
+// A batch of large spans ends after this many pages: beyond, one transfer is long enough. (How many
+// slices the system takes at once is another limit, which kMaxBatch keeps to.)
 constexpr std::uint32_t kBatchPages = 64;
 
 }  // namespace
@@ -17,10 +18,13 @@ constexpr std::uint32_t kBatchPages = 64;
 /// Makes at least one span leave:
 ///  1. Take the next victim. A slab without objects ends. If the file already has what the victim
 ///     holds, it leaves and that is all.
-///  2. Otherwise take the cold spans behind it in the file along, up to the first that is not
-///     resident, not cold, or did not change (that one just leaves).
+///  2. Otherwise collect the cold spans behind it in the file, up to the first that is not
+///     resident, not cold, or did not change (that one is dropped at once). All of them leave their
+///     queues.
 ///  3. Write them in one transfer.
-///  4. What was written leaves. What could not be written stays, modified and in its queue.
+///  4. What was written is dropped. What could not be written is requeued, modified as it was.
+/// A batch of which one span was dropped unwritten has freed something, whatever became of the
+/// rest.
 Pager::Outcome Pager::EvictBatch() noexcept {
   if (!m_store.IsOurs()) {
     return Outcome::kWriteFailed;  // what left could not come back
@@ -103,7 +107,7 @@ bool Pager::IsUnchanged(MovingSpan& span) noexcept {
 }
 
 /// Writes spans that lie one behind the other, each out of its queue, in one transfer. Those that
-/// were written leave; if the transfer fails, all of them stay. @return whether they were written
+/// were written are dropped; if the transfer fails, all are requeued. @return whether it succeeded
 bool Pager::WriteBatch(const MovingSpan* spans, std::size_t count) noexcept {
   const std::uint32_t pages = m_file.Write(spans, count);
   m_counts.writes += pages;
@@ -113,7 +117,7 @@ bool Pager::WriteBatch(const MovingSpan* spans, std::size_t count) noexcept {
   return pages > 0;
 }
 
-/// Makes a span leave memory whose image in the file is what it holds. Its entry is described by
+/// Drops a span from memory, whose image in the file is what it holds. Its entry is described by
 /// other fields while it is out: `where` turns from a frame into an eviction number, and the free
 /// slots and marks make way for the hash. So the order matters:
 ///  1. Mark it as out and take its marks of a span in memory away: whoever looks it up from now on
@@ -121,7 +125,8 @@ bool Pager::WriteBatch(const MovingSpan* spans, std::size_t count) noexcept {
 ///  2. The slab directory lists it if it has free slots enough. It reads them in the entry, and the
 ///     page in the frame's descriptor, and marks the entry (so it comes after step 1).
 ///  3. Overwrite what step 2 read: eviction number and hash. The entry is whole.
-///  4. Tell the table, whose leaf may leave with the next need: nothing is written to it any more.
+///  4. Tell the table: the leaf may be idle now and leave at the next need, so the entry is not
+///     touched any more.
 ///  5. Give the frames back.
 void Pager::Drop(const MovingSpan& span) noexcept {
   PageEntry& entry = m_table[span.page];

@@ -8,7 +8,7 @@
 
 namespace tcmalloc {
 
-/// A stretch of memory that takes part in one transfer.
+/// A region of memory that takes part in one transfer.
 struct IoSlice {
   char* data;
   std::size_t size;

@@ -6,6 +6,7 @@
 
 namespace tcmalloc {
 
+/// Memory doubles by hand, so that it never exceeds what m_most keys take.
 bool PendingFrees::Add(std::uint64_t offset) noexcept {
   LIBTCMALLOC_ASSERT(!Has(offset));
   if (m_keys.size() == m_most) {
@@ -24,6 +25,8 @@ bool PendingFrees::Add(std::uint64_t offset) noexcept {
   }
 }
 
+/// In turns: from the page after the last one tried, and from the lowest page again at the end.
+/// When no more can be remembered the pauses are over: only a read that succeeds helps then.
 std::uint32_t PendingFrees::PageToTry() noexcept {
   if (m_keys.empty()) {
     return PageTable::kNoPage;

@@ -7,8 +7,8 @@
 
 namespace tcmalloc {
 
-/// Recognises misses that walk up through the page numbers, several walks at a time, and tells how
-/// many pages are worth reading at once.
+/// Recognises sequential scans, which miss at one page number after the other, several scans at a
+/// time, and tells how many pages are worth reading at once.
 class ReadAhead {
  public:
   /// @param maxWindow  most pages to read at once, at least 1
@@ -25,14 +25,14 @@ class ReadAhead {
         return stream.window;
       }
     }
-    // Not part of a known walk: it may be the first step of a new one.
+    // Not part of a known scan: it may be the first step of a new one.
     m_streams[m_oldest] = {page, count};
     m_oldest = (m_oldest + 1) % m_streams.size();
     return count;
   }
 
  private:
-  static constexpr std::uint32_t kTolerance = 4;  // pages a walk may skip: they were in memory
+  static constexpr std::uint32_t kTolerance = 4;  // pages a scan may skip: they were in memory
 
   struct Stream {
     std::uint32_t begin = 0;   // first page of the last step
@@ -40,7 +40,7 @@ class ReadAhead {
   };
 
   std::uint32_t m_maxWindow;          // most pages to read at once
-  std::array<Stream, 8> m_streams{};  // walks under way
+  std::array<Stream, 8> m_streams{};  // scans under way
   std::size_t m_oldest = 0;           // the stream to give up next
 };
 

@@ -19,6 +19,8 @@ ReplacementPolicy::ReplacementPolicy(PageTable& table, FrameArena& arena,
       m_smallTarget(std::max<std::uint64_t>(1, budgetFrames / kSmallShare)),
       m_ghostReach(budgetFrames - budgetFrames / kSmallShare) {}
 
+/// A span is remembered after it left by its eviction number alone, without a list: it left within
+/// the last m_ghostReach evictions if the count has not gone on by more since.
 void ReplacementPolicy::Insert(std::uint32_t frame, std::uint32_t evictedAt) {
   // Sequence numbers wrap around; the difference does not mind.
   const bool remembered = evictedAt != kNeverEvicted && m_evictions - evictedAt <= m_ghostReach;
@@ -59,6 +61,8 @@ void ReplacementPolicy::Remove(std::uint32_t frame) {
   LIBTCMALLOC_ASSERT((list.newest == kNoFrame) == (list.frames == 0));
 }
 
+/// Changes the links that lead to the span. Those that lead on from it are in its descriptor, which
+/// the caller copies.
 void ReplacementPolicy::Replace(std::uint32_t from, std::uint32_t to) {
   const Frame& f = m_arena[from];
   if (f.queue == Frame::Queue::kNone) {
@@ -72,6 +76,9 @@ void ReplacementPolicy::Replace(std::uint32_t from, std::uint32_t to) {
   (f.newer == kNoFrame ? list.newest : m_arena[f.newer].older) = to;
 }
 
+/// The small queue gives while it is over its share; a span touched since it came goes on to the
+/// main queue with its touches forgotten, for they were one use of it. In the main queue a touched
+/// span goes round again, for one touch less.
 std::uint32_t ReplacementPolicy::NextVictim() {
   // Ends: every round takes a span out, moves it from small to main, or uses up one of its touches.
   for (;;) {

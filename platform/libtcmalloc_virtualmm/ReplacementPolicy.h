@@ -14,8 +14,8 @@ namespace tcmalloc {
 /// New spans enter the small queue, a tenth of the frames. Those touched again in a later epoch
 /// move on to the main queue, the rest leave first; a span that comes back soon after it left
 /// enters the main queue at once. The main queue gives each span as many further rounds as it was
-/// touched. An epoch lasts as many misses as an eighth of the frames: a tree walk that pins one
-/// page fifty times in a row counts as one touch and not as fifty.
+/// touched. Touches are counted once an epoch (see EpochClock): a tree walk that pins one page
+/// fifty times in a row counts as one touch and not as fifty.
 class ReplacementPolicy {
  public:
   /// @param budgetFrames  frames that the budget holds
@@ -47,9 +47,9 @@ class ReplacementPolicy {
  private:
   friend class EngineChecker;
   struct List {
-    std::uint32_t oldest = kNoFrame;
-    std::uint32_t newest = kNoFrame;
-    std::uint64_t frames = 0;  // frames of all its spans
+    std::uint32_t oldest = kNoFrame;  // next to be looked at
+    std::uint32_t newest = kNoFrame;  // the last that was entered
+    std::uint64_t frames = 0;         // frames of all its spans
   };
 
   List& ListOf(Frame::Queue queue) { return queue == Frame::Queue::kSmall ? m_small : m_main; }

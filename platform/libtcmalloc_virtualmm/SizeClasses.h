@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "libtcmalloc_virtualmm/EngineAssert.h"
+#include "libtcmalloc_virtualmm/PageEntry.h"
 
 namespace tcmalloc {
 
@@ -28,7 +29,8 @@ struct SizeClass {
 /// their own, and so do those that fill more than four fifths of one page.
 class SizeClasses {
  public:
-  static constexpr std::uint8_t kLarge = 0x7D;  ///< no class: the object gets a span of its own
+  /// No class: the object gets a span of its own. Span kinds are classes and this.
+  static constexpr std::uint8_t kLarge = PageEntry::kLarge;
   static constexpr std::uint32_t kMaxSpanPages = 4;
 
   /// @param pageSize  bytes of a page: a power of two from 4,096 to 16,384

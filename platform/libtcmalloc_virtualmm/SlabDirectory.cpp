@@ -5,6 +5,17 @@
 
 namespace tcmalloc {
 
+// The lists hold hints: a page stays in one when its slab leaves, ends or fills up, for to find it
+// there would cost a search. So each is checked when it is taken. What holds at any time:
+//  - A slab in memory that is neither open nor full nor used up is in `vacant`, flagged kListed,
+//    unless memory for the list could not be had. A page in the list whose entry is not flagged
+//    counts for nothing.
+//  - A slab that is out and flagged kVacant is in `pagedOutVacant`, with that exception and
+//    another: one whose leaf of the page table could not be read is passed over until it is in
+//    memory again.
+//  - The open slab is in memory, not listed, and may be full: it is replaced when the next object
+//    comes.
+
 void SlabDirectory::Open(std::uint32_t page) {
   PageEntry& entry = m_table[page];
   LIBTCMALLOC_ASSERT(entry.Resident() && entry.Kind() < m_classes.Count());
@@ -45,12 +56,15 @@ std::uint32_t SlabDirectory::TakePagedOut(std::uint8_t sizeClass) {
   return PageTable::kNoPage;
 }
 
+/// Free slots of a slab whose generations are used up stay empty: an object in one could not be
+/// told from one that was there before.
 void SlabDirectory::Retire(std::uint32_t page) {
   LIBTCMALLOC_ASSERT(m_table[page].Resident() && m_table[page].IsUsedUp());
   CloseIfOpen(page);
   m_table[page].flags &= static_cast<std::uint8_t>(~PageEntry::kListed);
 }
 
+/// Free slots come back with the slab, where SlabPage::Save left them.
 void SlabDirectory::OnPageIn(std::uint32_t frame) {
   PageEntry& entry = EntryAt(frame);
   entry.flags &= static_cast<std::uint8_t>(~PageEntry::kVacant);
@@ -62,6 +76,7 @@ void SlabDirectory::OnPageIn(std::uint32_t frame) {
   }
 }
 
+/// At this point the entry says that the slab is out, but still holds frame and free slots.
 void SlabDirectory::OnPageOut(std::uint32_t frame) {
   const std::uint32_t page = m_arena[frame].page;
   PageEntry& entry = m_table[page];
@@ -75,6 +90,7 @@ void SlabDirectory::OnPageOut(std::uint32_t frame) {
   }
 }
 
+/// To the far end of the list: taken from the back, a page that cannot be read comes last.
 void SlabDirectory::ReturnPagedOut(std::uint8_t sizeClass, std::uint32_t page) {
   if (NotePagedOut(sizeClass, page)) {
     std::vector<std::uint32_t>& out = m_states[sizeClass].pagedOutVacant;

@@ -68,11 +68,15 @@ class SlabDirectory {
   /// Lets no more objects into a slab in memory whose generations are used up.
   void Retire(std::uint32_t page);
 
-  /// Notes that a slab came into memory, is about to leave it, is about to end, or moved from one
-  /// frame to another (whose descriptor is already a copy of the old one's).
+  /// Notes that the slab at a frame came into memory: takes over its free slots and lists it.
   void OnPageIn(std::uint32_t frame);
+  /// Notes that the slab at a frame is about to leave. Its entry is marked as out already, and else
+  /// as it was in memory: free slots and frame are read from it.
   void OnPageOut(std::uint32_t frame);
+  /// Notes that the slab at a frame is about to end.
   void OnRelease(std::uint32_t frame);
+  /// Notes that a slab moved to the frame `to`, whose descriptor is already a copy of the old
+  /// one's.
   void OnMoved(std::uint32_t from, std::uint32_t to);
 
  private:
