@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -109,52 +110,40 @@ TEST_F(QRTVirtualMemoryMgrTest, AnEngineThatCannotBeMadeIsReportedByTheGuard) {
 
 // alloc
 
-TEST_F(QRTVirtualMemoryMgrTest, AnEmptyItemGetsANewObject) {
+// One object through its life: new, trimmed, moved with its trimmed size, trimmed to nothing.
+TEST_F(QRTVirtualMemoryMgrTest, AllocMakesTrimsOrMoves) {
   QRTVirtualPageItem item(0, 77);  // a size alone names nothing
-  void* const address = manager->alloc(100, item);
-  EXPECT_EQ(address, record.objects.at(1).bytes.data());
-  EXPECT_EQ(item.getOffset(), 1U);
-  EXPECT_EQ(item.getSize(), 100U);
-  EXPECT_EQ(record.objects.at(1).pins, 1U);
-  EXPECT_THAT(record.take(), ElementsAre("Allocate(100)"));
-}
-
-TEST_F(QRTVirtualMemoryMgrTest, ASmallerSizeTrimsInPlace) {
-  QRTVirtualPageItem item = stored("0123456789");
-  EXPECT_EQ(manager->alloc(9, item), record.objects.at(1).bytes.data());
-  EXPECT_EQ(item.getOffset(), 1U);
-  EXPECT_EQ(item.getSize(), 9U);
-  EXPECT_THAT(record.take(), ElementsAre("GetAddress(1, true)"));
-}
-
-TEST_F(QRTVirtualMemoryMgrTest, AnEqualOrLargerSizeMovesTheContent) {
-  QRTVirtualPageItem item = stored("0123456789");
-  manager->alloc(10, item);
-  EXPECT_THAT(record.take(),
-              ElementsAre("Allocate(10)", "GetAddress(1, true)", "Dismiss(1)", "Deallocate(1)"));
-  EXPECT_EQ(item.getOffset(), 2U);
-  EXPECT_EQ(record.text(2), "0123456789");
-
-  manager->alloc(12, item);
-  EXPECT_THAT(record.take(),
-              ElementsAre("Allocate(12)", "GetAddress(2, true)", "Dismiss(2)", "Deallocate(2)"));
-  EXPECT_EQ(item.getOffset(), 3U);
-  EXPECT_EQ(item.getSize(), 12U);
-  EXPECT_EQ(record.text(3), "0123456789??");
-  EXPECT_EQ(record.objects.at(3).pins, 1U);
-}
-
-TEST_F(QRTVirtualMemoryMgrTest, ATrimmedObjectMovesWithItsTrimmedSize) {
-  QRTVirtualPageItem item = stored("0123456789");
-  manager->alloc(4, item);
-  manager->dismiss(item);
-  manager->alloc(10, item);
-  EXPECT_EQ(record.text(item.getOffset()), "0123??????");
-  manager->dismiss(item);
-  manager->alloc(0, item);
-  manager->alloc(3, item);
-  EXPECT_EQ(record.text(item.getOffset()), "???");
-  EXPECT_EQ(record.objects.size(), 1U);
+  std::uint64_t object = 0;
+  const struct {
+    unsigned int size;
+    const char* text;
+    std::vector<std::string> calls;
+  } steps[] = {
+      {10, "??????????", {"Allocate(10)"}},
+      {9, "0123456789", {"GetAddress(1, true)"}},
+      {9, "012345678", {"Allocate(9)", "GetAddress(1, true)", "Dismiss(1)", "Deallocate(1)"}},
+      {4, "012345678", {"GetAddress(2, true)"}},
+      {10, "0123??????", {"Allocate(10)", "GetAddress(2, true)", "Dismiss(2)", "Deallocate(2)"}},
+      {0, "0123??????", {"GetAddress(3, true)"}},
+      {3, "???", {"Allocate(3)", "GetAddress(3, true)", "Dismiss(3)", "Deallocate(3)"}},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.size);
+    void* const address = manager->alloc(step.size, item);
+    EXPECT_EQ(record.take(), step.calls);
+    EXPECT_EQ(item.getSize(), step.size);
+    object += step.calls[0][0] == 'A' ? 1 : 0;
+    ASSERT_EQ(item.getOffset(), object);
+    EXPECT_EQ(address, record.objects.at(object).bytes.data());
+    EXPECT_EQ(record.text(object), step.text);
+    EXPECT_EQ(record.objects.at(object).pins, 1U);
+    EXPECT_EQ(record.objects.size(), 1U);
+    if (object == 1) {
+      std::memcpy(address, "0123456789", 10);
+    }
+    manager->dismiss(item);
+    record.take();
+  }
 }
 
 TEST_F(QRTVirtualMemoryMgrTest, AFailedAllocationLeavesTheItemAndItsObject) {
@@ -221,6 +210,10 @@ TEST_F(QRTVirtualMemoryMgrTest, WhatNamesNothingNeverReachesTheEngine) {
     EXPECT_EQ(item.getSize(), 10U);
   }
   EXPECT_THAT(record.take(), IsEmpty());
+  for (const unsigned long long offset : {1ULL, kInvalid - 1, 0x8000000000000000ULL, 1ULL << 32}) {
+    EXPECT_EQ(manager->getAddress(offset, 1), nullptr);
+    EXPECT_EQ(record.take().size(), 1U) << offset << " is next to a null offset, or looks like one";
+  }
 }
 
 TEST_F(QRTVirtualMemoryMgrTest, OperationsNameTheOffsetAndTheMode) {
@@ -242,19 +235,6 @@ TEST_F(QRTVirtualMemoryMgrTest, OperationsNameTheOffsetAndTheMode) {
   EXPECT_THAT(record.take(), ElementsAre("GetAddress(1, true)", "GetAddress(1, false)",
                                          "GetAddress(1, true)", "GetAddress(1, true)", "Dirty(1)",
                                          "Dismiss(1)", "Dismiss(1)", "Deallocate(1)"));
-}
-
-TEST_F(QRTVirtualMemoryMgrTest, AnAddressNeighbouringTheNullOnesIsNotNull) {
-  for (const unsigned long long offset : {1ULL, kInvalid - 1, 0x8000000000000000ULL, 1ULL << 32}) {
-    EXPECT_EQ(manager->getAddress(offset, 1), nullptr);
-    EXPECT_EQ(record.take().size(), 1U) << offset;
-  }
-}
-
-TEST_F(QRTVirtualMemoryMgrTest, PassesOnTheEnginesLastError) {
-  EXPECT_STREQ(manager->getLastStoreError(), "");
-  record.lastError = "disk full";
-  EXPECT_STREQ(manager->getLastStoreError(), "disk full");
 }
 
 // The leak check.
