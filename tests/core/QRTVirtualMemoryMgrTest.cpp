@@ -269,19 +269,20 @@ TEST_F(QRTVirtualMemoryMgrTest, TheLeakCheckEmptiesThePoolAndCountsPinnedObjects
   manager->allocUsingPool("key", 3, again);
   EXPECT_NE(again.getOffset(), pooled.getOffset());
 
-  for (int i = 0; i < 3; ++i) {
+  for (const std::string leaks : {"1", "2", "3"}) {
     QRTVirtualPageItem leaked;
     manager->alloc(1, leaked);
     manager->getAddress(leaked, 1);
+    const auto error =
+        expectRaised<QRTIllegalStateError>([this] { manager->throwExceptionOnReferenceLeak(); });
+    EXPECT_EQ(error.getCode(), 0);
+    EXPECT_EQ(textOf(error),
+              "Reference Leak Error, total objects with reference count > 0 : " + leaks);
+    EXPECT_EQ(traceOf(error),
+              (std::vector<TraceEntry>{{"QRTVirtualMemoryMgr.cpp",
+                                        "QRTVirtualMemoryMgr::throwExceptionOnReferenceLeak",
+                                        "QRT_THROW"}}));
   }
-  const auto error =
-      expectRaised<QRTIllegalStateError>([this] { manager->throwExceptionOnReferenceLeak(); });
-  EXPECT_EQ(error.getCode(), 0);
-  EXPECT_EQ(textOf(error), "Reference Leak Error, total objects with reference count > 0 : 3");
-  EXPECT_EQ(traceOf(error),
-            (std::vector<TraceEntry>{{"QRTVirtualMemoryMgr.cpp",
-                                      "QRTVirtualMemoryMgr::throwExceptionOnReferenceLeak",
-                                      "QRT_THROW"}}));
   QRTVirtualPageItem fresh;
   manager->allocUsingPool("key", 3, fresh);
   EXPECT_NE(fresh.getOffset(), again.getOffset());
