@@ -2,6 +2,8 @@
 
 namespace tcmalloc {
 
+// An object may stand in several places: the first of them to be counted makes it a pinned object
+// of its span, the others add to its header only.
 void DeferredPins::Flush() noexcept {
   for (std::uint32_t place = 0; place < kPlaces; ++place) {
     if (!IsFree(place)) {

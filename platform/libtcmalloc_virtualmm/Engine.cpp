@@ -22,6 +22,8 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
               m_error),
       m_pendingFrees(options.MostPendingFrees()) {}
 
+/// Marks what holds an object as modified. A handle that names nothing is counted as stale; one of
+/// a slab that is out cannot be told from that without a read, and gets the benefit of the doubt.
 void Engine::Dirty(std::uint64_t offset) noexcept {
   // What is out cannot have been modified, so only what is in memory needs the mark.
   const ObjectHandle handle = ObjectHandle::Decode(offset);
@@ -35,6 +37,8 @@ void Engine::Dirty(std::uint64_t offset) noexcept {
   }
 }
 
+/// The size of an object without a read of its page: that of one in memory, or of a large object,
+/// which the page table has. @return 0 for any other handle
 std::uint32_t Engine::GetSize(std::uint64_t offset) noexcept {
   if (const Slot slot = FindInMemory(offset); slot.entry != nullptr) {
     return SlabPage::SizeOf(slot.header, ClassOf(*slot.entry));
@@ -67,6 +71,8 @@ bool Engine::IsLarge(ObjectHandle handle) const noexcept {
          handle.generation == entry.generation;
 }
 
+/// The entry of the large object that a handle names; null if it names none, or one whose free is
+/// pending. The entry's leaf is in memory.
 PageEntry* Engine::FindLarge(ObjectHandle handle) noexcept {
   const bool found =
       m_table.Has(handle.page) && IsLarge(handle) && !m_pendingFrees.Has(handle.Encode());

@@ -21,7 +21,9 @@
 
 namespace tcmalloc {
 
-/// Where the object at `offset` is if there is one: its header is not looked at.
+/// Where the object at `offset` is if there is one: its header is not looked at. Two tests and a
+/// multiplication make any 64 bits safe: the page is one of the table's, and its span is a slab in
+/// memory with a slot at that byte, which the state byte tells together with the size class.
 inline Slot Engine::Locate(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!m_table.Has(handle.page)) [[unlikely]] {
@@ -34,6 +36,8 @@ inline Slot Engine::Locate(std::uint64_t offset) noexcept {
   return {&entry, SlabPage::At(m_arena.Address(entry.where))->HeaderAt(handle.byte)};
 }
 
+/// Where the object at `offset` is if its slab is in memory, with any number of pins: of its header
+/// only the tag is compared.
 inline Slot Engine::FindInMemory(std::uint64_t offset) noexcept {
   const Slot slot = Locate(offset);
   if (slot.entry == nullptr || std::bit_cast<ObjectHeader>(ObjectGuard::Peek(*slot.header)).tag !=
@@ -49,12 +53,14 @@ inline bool Engine::IsTouched(const PageEntry& entry) const noexcept {
   return entry.live.touched == m_pager.ModifiedEpoch();
 }
 
+/// Notes a pin in a deferred place. The object is one of a touched span and has no counted pin.
 inline void* Engine::PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
   ShowObject(slot);
   m_deferred.Put(place, slot, offset);
   return slot.header + 1;
 }
 
+/// Ends a deferred pin. The object is hidden from memory checkers when it was the last one.
 inline void Engine::UnpinDeferred(std::uint32_t place,
                                   [[maybe_unused]] std::uint64_t offset) noexcept {
   m_deferred.Remove(place);
@@ -65,6 +71,10 @@ inline void Engine::UnpinDeferred(std::uint32_t place,
     }
   }
 }
+
+// The first stages know the first deferred place only: a program that holds one object at a time
+// always finds it free for its pin, and holding that pin at the dismissal. Searching the other
+// places is for the second stages.
 
 inline void* Engine::GetAddress(std::uint64_t offset, bool forWriting) noexcept {
   if (!m_deferred.IsFree(0)) {

@@ -135,15 +135,15 @@ void PageTable::OnSpanOut(std::uint32_t page) noexcept {
   }
 }
 
-/// Makes idle leaves leave until at most `count` are in memory. What cannot be written stays: the
-/// table grows beyond its limit rather than that something is lost.
+/// Pages idle leaves out until at most `count` leaves are in memory. One that cannot be written
+/// stays: the table grows beyond its limit rather than that something is lost.
 void PageTable::PageOutDownTo(std::uint32_t count) noexcept {
   while (m_leavesIn > count && PageOutOldestLeaf()) {
   }
 }
 
 /// Brings a leaf in:
-///  1. Make room for it under the limit.
+///  1. Page others out, so that it fits under the limit.
 ///  2. Take memory.
 ///  3. Read it and compare it with its hash; one that was never written is made as new.
 PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
@@ -196,8 +196,10 @@ PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
   return Outcome::kIn;
 }
 
-/// Makes the leaf that has been idle for longest leave, without a write if the file has it as it
-/// is. @return false when there is none or it cannot be written
+/// Pages out the leaf that has been idle for longest, without a write if the hash says that the
+/// file has it as it is. Eviction numbers are left out of the image, or hardly a leaf would be as
+/// it was.
+/// @return false when there is none or it cannot be written
 bool PageTable::PageOutOldestLeaf() noexcept {
   Leaf* leaf = m_oldestIdle;
   if (leaf == nullptr) {

@@ -60,6 +60,8 @@ bool Pager::IsEmptySlab(const PageEntry& entry) const noexcept {
 
 // ---- the end of spans ---------------------------------------------------------------------------
 
+/// A span flagged kNotify may be what a compaction or memory beyond the budget waits for: with its
+/// end that wait is over, as with its last unpin.
 void Pager::EndSpan(std::uint32_t page) noexcept {
   const bool awaited = m_table[page].Resident() && m_table[page].Notifies();
   RemoveSpan(page);
@@ -69,9 +71,15 @@ void Pager::EndSpan(std::uint32_t page) noexcept {
   }
 }
 
+/// Takes a span apart wherever it is, without a write:
+///  1. In memory: the slab directory, the policy and the arena forget it, in this order, since the
+///     first two look it up by its frame's descriptor. The table counts it out of its leaf.
+///  2. Its page numbers are free again. If the first one is retired instead, its place in the file
+///     is never used again and goes back to the file system.
 void Pager::RemoveSpan(std::uint32_t page) noexcept {
   const PageEntry& entry = m_table[page];
   const std::uint32_t pages = SpanPages(page);
+  // Step 1.
   if (entry.Resident()) {
     LIBTCMALLOC_ASSERT(m_arena[entry.where].page == page && PagesAt(entry.where) == pages);
     LIBTCMALLOC_ASSERT(entry.Kind() == PageEntry::kLarge || IsEmptySlab(entry));
@@ -82,6 +90,7 @@ void Pager::RemoveSpan(std::uint32_t page) noexcept {
     m_arena.Release(entry.where);
     m_table.OnSpanOut(page);
   }
+  // Step 2.
   const bool isRetired = entry.IsUsedUp();
   m_table.Release(page, pages);
   if (isRetired) {
@@ -91,6 +100,9 @@ void Pager::RemoveSpan(std::uint32_t page) noexcept {
 
 // ---- the length of the paging file --------------------------------------------------------------
 
+/// As long as the store fits into the budget nothing needs to be written, so no space is asked for,
+/// and no file is made. After that what has page numbers has disk space: a page that has to leave
+/// finds its place.
 bool Pager::ReserveDiskSpace() noexcept {
   if (m_table.UsedPages() << m_frameShift <= m_options.budgetFrames) {
     return true;
@@ -108,8 +120,9 @@ bool Pager::ReserveDiskSpace() noexcept {
   return true;
 }
 
+/// A slab that a class keeps open without an object in it ends here if it is all that keeps a long
+/// free end of the file in use. Elsewhere such slabs stay: the next object of the class needs one.
 void Pager::CutFile() noexcept {
-  // The empty slab that a class keeps open must not hold the end of a file that is mostly free.
   const auto used = static_cast<std::uint32_t>(m_table.UsedPages() + m_table.RetiredPages());
   if (m_store.WorthCutting(m_file.Offset(used)) &&
       !m_store.WorthCutting(m_file.Offset(m_table.UsedEnd()))) {

@@ -131,13 +131,13 @@ class Pager {
   FrameArena& m_arena;
   SlabDirectory& m_slabs;
   DeferredPins& m_deferred;
-  BackingStore& m_store;
-  SpanFile m_file;
-  StoreError& m_error;
-  ReplacementPolicy m_policy;
-  ReadAhead m_readAhead;
-  EpochClock m_clock;
-  PagerCounts m_counts;
+  BackingStore& m_store;             // the paging file: its length, its space, whether it is ours
+  SpanFile m_file;                   // the paging file: what is read and written of it
+  StoreError& m_error;               // receives failures
+  ReplacementPolicy m_policy;        // what leaves next
+  ReadAhead m_readAhead;             // how much to read at a fault
+  EpochClock m_clock;                // ticks with the misses
+  PagerCounts m_counts;              // what was done so far
   std::uint32_t m_compactPause = 0;  // requests for a compaction to pass over
 };
 

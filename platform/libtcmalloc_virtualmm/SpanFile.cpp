@@ -7,6 +7,9 @@
 
 namespace tcmalloc {
 
+// The frames of one transfer lie anywhere in memory, its pages side by side in the file: a slice
+// for each span brings the two together in one call to the system.
+
 std::uint32_t SpanFile::Read(const MovingSpan* spans, std::size_t count) noexcept {
   std::array<IoSlice, PagingFile::kMaxSlices> slices;
   const std::uint32_t pages = CollectSlices(spans, count, slices.data());
