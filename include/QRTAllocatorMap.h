@@ -41,7 +41,7 @@ class QRT_EXPORT QRTAllocatorMap {
 
   // Neighbouring bytes in one state.
   struct Run {
-    std::uint64_t end;  // behind the last byte, from the row's start
+    std::uint64_t end;  // after the last byte, from the row's start
     State state;
   };
 

@@ -138,7 +138,7 @@ class QRT_EXPORT QRTMemoryPool {
 
   /// Gives a block another size, as C's function of this name does. What is in it stays, up to the
   /// smaller of both sizes. The block stays where it is when it shrinks or keeps its size, and when
-  /// it grows into a free block right behind it; else it is copied to a new one and freed.
+  /// it grows into a free block right after it; else it is copied to a new one and freed.
   /// @param memBlock  a block of this pool; null is `alloc(size)`
   /// @param size      bytes wanted; 0 with a block is `free(memBlock)`, and the result is null
   /// @return the block, in its new place if it moved; null when there is no such block to be had:

@@ -22,7 +22,7 @@ class QRT_EXPORT QRTOverWriteReport {
     int bin;                   ///< bin of the arena, from 0; -1 for a pool or a large block
     unsigned chunk;            ///< chunk in list order, newest first, from 0
     unsigned slot;             ///< slot in the chunk, from 0
-    const void* area;          ///< caller's area behind the damaged header
+    const void* area;          ///< caller's area after the damaged header
     bool isInUse;              ///< whether the element is handed out
     std::uint8_t header[8];    ///< the bytes found
     std::uint8_t expected[8];  ///< the bytes that belong there

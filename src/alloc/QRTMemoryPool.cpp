@@ -36,7 +36,7 @@ bool isPlace(const Header* p, const Header* block) {
   return p < next ? p < block && block < next : p < block || block < next;
 }
 
-/// Whether a block touches no unit of the free block in front of its place and of the one behind.
+/// Whether a block touches no unit of the free block in front of its place and of the one after it.
 /// A block that was freed before and merged lies inside one of them.
 bool isApart(const Header* p, const Header* block, unsigned units) {
   const Header* const next = p->next();
