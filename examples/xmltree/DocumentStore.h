@@ -22,8 +22,7 @@ class DocumentStore {
 
   /// Loads a file as one more document.
   /// @throws XmlError when it cannot be read or is malformed; what the store raises when it is
-  /// full.
-  ///         Nothing of the document is left then but names that it shared.
+  ///         full. Nothing of the document is left then but names that it shared.
   void load(const std::string& path, const Progress& progress);
 
   /// Loads a document from memory, as above.

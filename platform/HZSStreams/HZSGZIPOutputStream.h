@@ -41,8 +41,7 @@ class QRT_EXPORT HZSGZIPOutputStream : public HZSOutputStream {
   /// @param data  the bytes; null only with `n` 0
   /// @param n     how many; 0 does nothing
   /// @throws QRTAssertError without a sink or with null data, QRTIllegalStateError after an error
-  /// of
-  ///         the sink, and what the sink raises
+  ///         of the sink, and what the sink raises
   void write(const char* data, unsigned int n) override;
 
   /// Passes on everything written so far, so that a reader gets all of it, and flushes the sink.

@@ -53,9 +53,8 @@ class QRT_EXPORT QRTFmFile {
   /// Writes at the position and moves it.
   /// @param data  the bytes; null only with `n` 0
   /// @param n     how many, up to 2 GiB - 1
-  /// @return bytes written, fewer than `n` when the rest failed (then the error number tells); -1
-  /// on
-  ///         failure
+  /// @return bytes written, fewer than `n` when the rest failed (then the error number tells);
+  ///         -1 on failure
   virtual int write(const void* data, unsigned int n);
 
   /// Moves the position, also past the end: the file grows when something is written there.

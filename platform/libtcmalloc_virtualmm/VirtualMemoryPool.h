@@ -73,8 +73,7 @@ class VirtualMemoryPool {
   /// @param memorySize  bytes of objects to hold in memory, at least 1; small values are raised to
   ///                    256 pages
   /// @param directory   directory for the paging file, UTF-8, on POSIX systems any bytes; null
-  /// means
-  ///                    the current directory
+  ///                    means the current directory
   /// @throws std::bad_alloc when the engine's own structures cannot be allocated
   VirtualMemoryPool(unsigned int memorySize, const char* directory);
 
