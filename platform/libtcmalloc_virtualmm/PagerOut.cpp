@@ -66,10 +66,17 @@ Pager::Outcome Pager::EvictBatch() noexcept {
   return WriteBatch(batch.data(), count) || freed ? Outcome::kFreed : Outcome::kWriteFailed;
 }
 
-/// Makes the span at a frame leave, whether it was used or not; it is in a queue, so not pinned.
-/// @return false when it cannot be written; it stays
+/// Makes the span at a frame leave, whether it was used or not; it is in a queue, so not pinned. A
+/// slab without objects ends, as in EvictBatch. @return false when it cannot be written; it stays
 bool Pager::EvictOne(std::uint32_t frame) noexcept {
   LIBTCMALLOC_ASSERT(m_arena[frame].queue != Frame::Queue::kNone);
+  if (IsEmptySlab(m_table[m_arena[frame].page])) {
+    RemoveSpan(m_arena[frame].page);
+    return true;
+  }
+  if (!m_store.IsOurs()) {
+    return false;  // what left could not come back
+  }
   m_policy.Remove(frame);
   MovingSpan span{frame, m_arena[frame].page, PagesAt(frame), 0};
   if (!IsUnchanged(span)) {

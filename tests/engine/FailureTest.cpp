@@ -470,6 +470,22 @@ TEST_F(FailureTest, AForeignFileIsNeitherReadNorWritten) {
   EXPECT_EQ(file->reads.made + file->writes.made + file->reserves.made, calls);
 }
 
+// Memory beyond the budget is to be given back, but what left a child's memory could not come back.
+TEST_F(FailureTest, NothingLeavesAChildsMemoryWhenItsChunksAreCleared) {
+  constexpr std::uint32_t kBytes = 300 * kPage;  // two of them do not fit into one chunk
+  Make(512);
+  const std::vector<Object> objects = AddMany(8, kBytes);
+  PushOut();
+  for (const Object& object : objects) {
+    ASSERT_NE(engine->GetAddress(object.offset, false), nullptr) << engine->GetLastError();
+  }
+  file->foreign = true;
+  for (const Object& object : objects) {
+    engine->Dismiss(object.offset);
+  }
+  ExpectIntact(objects);
+}
+
 // Every allocation of the engine's own fails once, then all from there on. Objects may be refused
 // meanwhile; none may be lost.
 TEST_F(FailureTest, NothingIsLostWhereTheEngineGetsNoMemory) {

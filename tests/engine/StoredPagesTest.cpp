@@ -237,4 +237,21 @@ TEST_F(StoredPagesTest, AStoreThatEmptiesGivesTheDiskBack) {
   }
 }
 
+// A class keeps one empty slab open. Where it is in the way of a long span and fits nowhere else,
+// it ends: it has nothing to be written, nor to be read again.
+TEST_F(StoredPagesTest, AnEmptySlabInTheWayOfALongSpanEnds) {
+  for (const std::uint32_t size : {100U, 400U, 700U, 1000U, 1300U}) {
+    SCOPED_TRACE(testing::Message() << "size " << size);
+    Make(900);
+    const std::vector<Object> singles = AddMany(512, kPage);  // a chunk of frames
+    engine->Deallocate(Add(size, 1).offset);
+    for (std::size_t i = 0; i < singles.size(); i += 2) {
+      engine->Deallocate(singles[i].offset);
+    }
+    const Object spanning = Add(511 * kPage, 2);
+    EXPECT_EQ(file->writes.made, 0U);
+    ExpectIntact({spanning, Add(size, 3)});
+  }
+}
+
 }  // namespace
