@@ -14,12 +14,14 @@ class QRTHeapMap;
 /// gives everything back when it is destroyed, including blocks that are still handed out.
 ///
 /// The search for a free block starts where the last one ended (next fit) and takes from the high
-/// end of the block it finds. What the pool may allocUnits in total is limited by an allowance.
+/// end of the block it finds. What the pool may obtain in total is limited by an allowance.
 ///
 /// Blocks are aligned to 8 bytes. A pool is used by one thread at a time.
 class QRT_EXPORT QRTMemoryPool {
  public:
-  /// Heads every block, free or handed out, and is the unit in which sizes are counted.
+  /// Heads every block, free or handed out, and is the unit in which sizes are counted. Programs
+  /// that AddressSanitizer or Valgrind watches may not read it by themselves: it is closed to them.
+  /// `allocSize` reads it for them.
   ///
   ///     handed out     bytes 0-3  zero
   ///                    bytes 4-7  size of the block in units, header included
