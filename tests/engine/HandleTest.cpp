@@ -121,7 +121,7 @@ TEST_F(HandleTest, RetiredPagesAreNeverUsedAgainAndGiveTheirPlaceInTheFileBack) 
     firstGeneration = 0xFFF0;
     Make(8, 4096, false, 2);
     file->discardSupported = canDiscard;
-    std::mt19937 random(1);
+    std::mt19937 random(testSeed());
     std::vector<Object> objects;
     std::vector<std::uint64_t> stale;
     std::set<std::uint64_t> seen;
