@@ -1,3 +1,14 @@
+// The paging file between its first use and its end. Two lengths are kept:
+//
+//     m_fileBytes     the length of the file; grows with what is reserved and what is written
+//     m_reservedEnd   what lies below has disk space or is never used. Where the file system sets
+//                     space aside it is at most m_fileBytes; where it does not, it is a mere
+//                     promise that spares the calls, and may lie beyond
+//
+// What the store's contents depend on (making the file, reserving, reading, writing) is noted when
+// it fails and returns false. What only saves disk space or time (prefetch, discard, cutting) fails
+// in silence. In a child made by fork nothing touches the file, which the parent goes on using.
+
 #include "libtcmalloc_virtualmm/BackingStore.h"
 
 #include <algorithm>
@@ -16,7 +27,8 @@ namespace {
 constexpr std::uint64_t kMinReserveStep = 1U << 20;
 constexpr std::uint64_t kMaxReserveStep = 64U << 20;
 
-// A free end of this size, and a quarter of the file, is cut off.
+// A free end of this size, and a quarter of the file, is cut off. What is cut off has to be set
+// aside again when the store grows, so a store that shrinks and grows by less does neither.
 constexpr std::uint64_t kMinCut = 16U << 20;
 
 constexpr const char* kForeign = "the file belongs to the parent process";
@@ -53,22 +65,28 @@ bool BackingStore::Open(const char* operation) noexcept {
   return true;
 }
 
-/// Asks for a step more than needed first, then for just what is needed: a disk that is nearly full
-/// serves the store up to its last byte. Where the file system sets nothing aside (EOPNOTSUPP,
-/// which it says at the first call), everything counts as reserved, and a full disk shows when a
-/// page is written.
+/// Three steps, when the space is not there already:
+///  1. Make the file.
+///  2. Where the file system sets nothing aside (EOPNOTSUPP, which it says at the first call),
+///     everything counts as reserved, and a full disk shows when a page is written.
+///  3. Ask for a step more than needed, then for just what is needed: a disk that is nearly full
+///     serves the store up to its last byte. Only what is beyond m_reservedEnd is asked for.
+/// On failure m_reservedEnd stays: the next need asks again, by when the disk may have room.
 bool BackingStore::Reserve(std::uint64_t begin, std::uint64_t end, bool ahead) noexcept {
   if (end <= m_reservedEnd) {
     return true;
   }
+  // Step 1.
   constexpr const char* kOperation = "set disk space aside in the paging file";
   if (!Open(kOperation)) {
     return false;
   }
+  // Step 2.
   if (!m_canReserve) {
     m_reservedEnd = end;
     return true;
   }
+  // Step 3. Without `ahead` both targets are the same, and a full disk is asked twice.
   LIBTCMALLOC_ASSERT(m_open && m_reservedEnd < end && begin < end);
   begin = std::max(begin, m_reservedEnd);
   const std::uint64_t step =
@@ -91,7 +109,8 @@ bool BackingStore::Reserve(std::uint64_t begin, std::uint64_t end, bool ahead) n
 
 void BackingStore::Discard(std::uint64_t offset, std::size_t bytes) noexcept {
   if (m_canDiscard && offset < m_fileBytes && !m_file->InForeignProcess()) {
-    // Where space cannot be had back the file keeps it; nothing depends on it.
+    // Where space cannot be had back the file keeps it; nothing depends on it. EOPNOTSUPP is
+    // for good; after another error the next discard is tried.
     m_canDiscard = m_file->Discard(offset, bytes) != EOPNOTSUPP;
   }
 }
@@ -104,8 +123,15 @@ bool BackingStore::Write(std::uint64_t offset, const IoSlice* slices, std::size_
   return Transfer(Direction::kWrite, offset, slices, count);
 }
 
-/// Moves all bytes or fails; the system may move some of them at a time, and be interrupted
-/// (EINTR). A write of no byte is a failure: to try again would not end on a full disk.
+/// Moves all bytes or fails, in as many rounds as it takes: the system may move some of them at a
+/// time, takes at most kMaxSlices slices, and may be interrupted (EINTR).
+///  1. Fill `left` up with slices. It is a copy, for the caller's are not to be changed.
+///  2. Move what the system takes.
+///  3. Interrupted before the first byte: again. An error or no byte: a failure. To try a write of
+///     no byte again would not end on a full disk.
+///  4. Drop the slices that are done and shorten the one it stopped in, which may be anywhere.
+/// A transfer that fails may have moved a part: the memory read into is of no use then, and the
+/// place in the file may be torn, so the caller has to take it that there is no image any more.
 bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoSlice* slices,
                             std::size_t count) noexcept {
   const bool reading = direction == Direction::kRead;
@@ -117,12 +143,15 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
   std::size_t next = 0;  // slices taken over into `left` so far
   std::size_t held = 0;  // of these, slices not done yet, at the front of `left`
   while (next < count || held > 0) {
+    // Step 1.
     while (next < count && held < left.size()) {
       left[held++] = slices[next++];
     }
+    // Step 2.
     LIBTCMALLOC_ASSERT(left[0].data != nullptr && left[0].size > 0);
     const std::int64_t moved = reading ? m_file->ReadSome(offset, left.data(), held)
                                        : m_file->WriteSome(offset, left.data(), held);
+    // Step 3.
     if (moved == -EINTR) {
       continue;
     }
@@ -135,7 +164,7 @@ bool BackingStore::Transfer(Direction direction, std::uint64_t offset, const IoS
       }
       return false;
     }
-    // It may stop anywhere: drop the slices that are done and shorten the one it stopped in.
+    // Step 4. The file's length is noted here, so that it is right when the next round fails.
     offset += static_cast<std::uint64_t>(moved);
     if (!reading) {
       m_fileBytes = std::max(m_fileBytes, offset);
@@ -162,6 +191,8 @@ void BackingStore::Prefetch(std::uint64_t offset, std::size_t bytes) noexcept {
   }
 }
 
+/// Both conditions are needed: the first keeps small files from being cut at all, the second large
+/// ones from being cut again and again for a small part of them.
 bool BackingStore::WorthCutting(std::uint64_t usedEnd) const {
   const std::uint64_t tail = m_fileBytes - std::min(m_fileBytes, usedEnd);
   return tail >= kMinCut && tail >= m_fileBytes / 4;
@@ -175,6 +206,7 @@ void BackingStore::CutTail(std::uint64_t usedEnd) noexcept {
   LIBTCMALLOC_ASSERT(m_open && usedEnd < m_fileBytes);
   if (m_file->Truncate(usedEnd) == 0) {
     m_fileBytes = usedEnd;
+    // The space went with the end of the file; what comes there again has to be reserved again.
     m_reservedEnd = std::min(m_reservedEnd, usedEnd);
   }
 }

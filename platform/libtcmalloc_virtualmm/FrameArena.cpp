@@ -1,3 +1,15 @@
+// Chunks are numbered from 0; a frame number is chunk * 512 + place. Of a chunk's number there is
+// in three arrays what each search reads: where its memory is (m_origins), how many frames are free
+// (m_freeCounts), and all else (m_chunks). Between two calls
+//
+//     m_freeCounts    is freeCount, the number of bits set in `free`, for a chunk of shared use;
+//                     0 for a chunk of one long run and in a gap, so no search takes from there
+//     m_emptyChunks   is 0 or 1
+//     Frame::count    is above 0 in the first frame of a run and 0 in all others
+//
+// A long run goes on beyond the numbers of its chunk, which belong to the next one. Only its first
+// frame is ever named.
+
 #include "libtcmalloc_virtualmm/FrameArena.h"
 
 #include <algorithm>
@@ -29,7 +41,8 @@ FrameArena::~FrameArena() {
 /// Single frames: the lowest chunk with a free one, found from m_firstVacant on, below which there
 /// is none. Runs: the highest chunk whose bits have one long enough; m_freeCounts spares the look
 /// at the bits of chunks that cannot. A chunk of one long run counts no free frames there and is
-/// passed over.
+/// passed over. A run of more than a chunk is never found here: its chunk leaves with it.
+/// @param exceptChunk  the chunk that a compaction empties, which its spans must not move into
 std::uint32_t FrameArena::Allocate(std::uint32_t count, std::uint32_t exceptChunk) noexcept {
   LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
   if (count == 1) {
@@ -74,6 +87,7 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   m_usedFrames += count;
   c.frames[place] = Frame{};
   c.frames[place].count = count & Frame::kMaxCount;
+  // Release hid the frames; who puts objects there hides those again.
   const std::uint32_t frame = chunk * kChunkFrames + place;
   LIBTCMALLOC_ASSERT(m_usedFrames <= m_mappedFrames);
   LIBTCMALLOC_ASSERT(reinterpret_cast<std::uintptr_t>(Address(frame)) % (1U << kFrameShift) == 0);
@@ -81,10 +95,16 @@ std::uint32_t FrameArena::TakeFrom(std::uint32_t chunk, std::uint32_t place, std
   return frame;
 }
 
-/// The lowest chunk number without a chunk is used again, so that numbers stay small. Nothing is
-/// changed before all memory is there: descriptors, then the frames themselves.
+/// Three steps, of which the second changes nothing before all of it is there:
+///  1. Take the lowest number without a chunk, so that numbers stay small and the tables short.
+///     Without one make the tables larger, which is kept if step 2 fails.
+///  2. Obtain the memory: the record, its descriptors, the frames themselves. A long run is asked
+///     for to the frame, and has one descriptor.
+///  3. Enter the chunk, wholly free, and take the run from its start as from any other chunk.
+/// Cost: O(chunks), and that of mapping memory, which is far more.
 std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(count > 0 && count <= Frame::kMaxCount);
+  // Step 1.
   std::uint32_t chunk = 0;
   while (chunk < m_chunkEnd && m_chunks[chunk] != nullptr) {
     ++chunk;
@@ -92,6 +112,7 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   if (chunk == m_chunkCapacity && !GrowTable()) {
     return kNoFrame;
   }
+  // Step 2.
   const bool shared = count <= kChunkFrames;
   const std::uint32_t frameCount = shared ? kChunkFrames : count;
   if (std::uint64_t{frameCount} << kFrameShift > std::numeric_limits<std::size_t>::max()) {
@@ -109,11 +130,13 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   if (made->base == nullptr) {
     return kNoFrame;
   }
+  // Step 3.
   made->frameCount = frameCount;
   made->freeCount = frameCount;
   made->free.Mark(0, kChunkFrames, true);
   // Frame numbers go through all chunks: the origin lies so far before the chunk's memory that
-  // frame << kFrameShift can be added without taking the place in the chunk out first.
+  // frame << kFrameShift can be added without taking the place in the chunk out first. It may wrap
+  // around, and so does the sum.
   m_origins[chunk] = reinterpret_cast<std::uintptr_t>(made->base) -
                      (static_cast<std::uintptr_t>(chunk) * kChunkFrames << kFrameShift);
   m_chunks[chunk] = std::move(made);
@@ -125,7 +148,8 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
 }
 
 /// One empty chunk is kept: a store that goes to and fro over the end of a chunk does not ask the
-/// system each time. A second one goes back, and so does a chunk of one long run.
+/// system each time. A second one goes back, and so does a chunk of one long run, which nothing
+/// else could use. With the chunk `first` is gone, so that its count is read before.
 void FrameArena::Release(std::uint32_t frame) noexcept {
   LIBTCMALLOC_ASSERT(IsMapped(frame));
   const std::uint32_t chunk = frame / kChunkFrames;
@@ -152,6 +176,7 @@ void FrameArena::Release(std::uint32_t frame) noexcept {
   }
 }
 
+/// Cost: O(chunks) when there is one, else constant.
 bool FrameArena::ReleaseEmptyChunk() noexcept {
   for (std::uint32_t chunk = 0; m_emptyChunks > 0 && chunk < m_chunkEnd; ++chunk) {
     if (m_freeCounts[chunk] == kChunkFrames) {
@@ -164,7 +189,8 @@ bool FrameArena::ReleaseEmptyChunk() noexcept {
   return false;
 }
 
-/// Gives a chunk's memory back and leaves a gap in the numbers. m_emptyChunks is the caller's.
+/// Gives a chunk's memory back and leaves a gap in the numbers, which the next new chunk fills:
+/// the other chunks keep theirs, as page entries have them. m_emptyChunks is the caller's.
 void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   const Chunk& c = *m_chunks[chunk];
   LIBTCMALLOC_ASSERT(c.frameCount <= m_mappedFrames);
@@ -176,7 +202,8 @@ void FrameArena::Unmap(std::uint32_t chunk) noexcept {
   m_freeCounts[chunk] = 0;
 }
 
-/// Doubles the three tables by chunk, all of them or none. @return false without memory
+/// Doubles the three tables by chunk, all of them or none. The first ones have room for 32 MiB of
+/// frames; doubling ends below kMaxChunks, at 8 TiB. @return false without memory
 bool FrameArena::GrowTable() noexcept {
   const std::uint32_t capacity = std::max(2 * m_chunkCapacity, 16U);
   if (capacity > kMaxChunks) {

@@ -1,3 +1,19 @@
+// What the bits of a page in its group say:
+//
+//                  Group::free   Group::retired
+//     free              1              0
+//     taken             0              0
+//     retired           0              1         only groups with such pages have this set
+//
+// BitRuns calls a set bit "free", in `retired` as well, where it is a retired page.
+//
+// Two bounds make searches short. They may be too generous and are never too strict:
+//
+//     Group::longestRun   no run of free pages in the group is longer; 0 only when there is none
+//     m_firstVacant       no group below has a free page
+//
+// m_usedEnd is exact, for the paging file is cut off there.
+
 #include "libtcmalloc_virtualmm/PageMap.h"
 
 #include <algorithm>
@@ -18,12 +34,18 @@ constexpr std::size_t kMaxGroups = (1U << 22) - 1;
 
 /// A run up to a group's length lies in one group, which bounds the search to one bit set at a
 /// time. A longer one begins with a group; what is left of its last group is free for shorter ones.
+///  1. Find the lowest run in the groups there are.
+///  2. Without one add groups. A long run starts on the free groups that the map ends with, if
+///     there are any; they are fewer than it needs, or step 1 would have found them.
+///  3. Mark it as taken.
+/// Nothing is changed when step 2 fails but the bounds, which are as true as before.
 std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
   LIBTCMALLOC_ASSERT(count > 0);
   const bool inGroup = count <= kGroupPages;
+  // Step 1.
   std::uint32_t first = inGroup ? FindInGroup(count) : FindWholeGroups(count);
   if (first == kNoPage) {
-    // A long run starts on the free groups that the map ends with, if there are any.
+    // Step 2.
     std::size_t freeTail = 0;
     while (!inGroup && freeTail < m_groups.size() &&
            IsFree(m_groups[m_groups.size() - 1 - freeTail])) {
@@ -35,6 +57,7 @@ std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
       return kNoPage;
     }
   }
+  // Step 3.
   Mark(first, count, false);
   m_usedPages += count;
   m_usedEnd = std::max(m_usedEnd, first + count);
@@ -56,7 +79,8 @@ void PageMap::Release(std::uint32_t first, std::uint32_t count) noexcept {
 
 /// A retired page is neither taken nor free: its bit in `free` says taken and its bit in `retired`
 /// tells it from pages in use. The caller had it as part of a run and gives the rest of that back
-/// itself.
+/// itself. Without memory for the second set of bits the page counts as taken for good: it is not
+/// used again either, but m_usedEnd never falls below it.
 void PageMap::Retire(std::uint32_t page) noexcept {
   LIBTCMALLOC_ASSERT(page < m_usedEnd && m_usedPages > 0);
   Group& group = m_groups[page / kGroupPages];
@@ -67,6 +91,7 @@ void PageMap::Retire(std::uint32_t page) noexcept {
       return;
     }
   }
+  // Before LowerUsedEnd, which would find the page itself otherwise.
   group.retired->Mark(page % kGroupPages, 1, true);
   --m_usedPages;
   ++m_retiredPages;
@@ -76,7 +101,8 @@ void PageMap::Retire(std::uint32_t page) noexcept {
 }
 
 /// Finds m_usedEnd anew after the highest used page was given back: searches down from there,
-/// passing over retired pages, which need no place in the file.
+/// passing over retired pages, which need no place in the file. Cost: 16 words for each group whose
+/// pages are all free or retired, down to the first that has one taken.
 void PageMap::LowerUsedEnd() {
   std::size_t group = (m_usedEnd - 1) / kGroupPages + 1;
   m_usedEnd = 0;
@@ -110,7 +136,8 @@ std::uint32_t PageMap::EndOfRun(std::uint32_t from, bool retired) const {
 
 /// longestRun is a bound, not a count: a release sets it back to a whole group, and a search in
 /// vain lowers it to the longest run met, so that the next one for as long a run passes the group
-/// by.
+/// by. Cost: a look at each group from m_firstVacant on, and at the bits of those whose bound
+/// allows the run.
 std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
   while (m_firstVacant < m_groups.size() && m_groups[m_firstVacant].longestRun == 0) {
     ++m_firstVacant;
@@ -130,7 +157,8 @@ std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
   return kNoPage;
 }
 
-/// The lowest run of free groups that holds `count` pages; cost: O(groups).
+/// The lowest run of free groups that holds `count` pages; cost: O(groups). Free pages at the end
+/// of the group in front of it are left to shorter runs.
 std::uint32_t PageMap::FindWholeGroups(std::uint32_t count) {
   const std::uint32_t wanted = (count + kGroupPages - 1) / kGroupPages;
   std::uint32_t found = 0;
@@ -143,6 +171,8 @@ std::uint32_t PageMap::FindWholeGroups(std::uint32_t count) {
   return kNoPage;
 }
 
+/// Adds groups of free pages at the end. @return false, with nothing changed, when page numbers or
+/// memory run out
 bool PageMap::AddGroups(std::size_t count) noexcept {
   if (count > kMaxGroups - m_groups.size()) {
     return false;
@@ -156,7 +186,9 @@ bool PageMap::AddGroups(std::size_t count) noexcept {
 }
 
 /// Marks a run, group by group, and keeps the bounds true: a release may have made any run, and a
-/// group without a free page has none.
+/// group without a free page has none. Pages between that are taken lower no bound: to find the
+/// longest run that is left would cost each of them a search, and FindInGroup does it when it has
+/// to look anyway.
 void PageMap::Mark(std::uint32_t first, std::uint32_t count, bool free) {
   while (count > 0) {
     Group& group = m_groups[first / kGroupPages];

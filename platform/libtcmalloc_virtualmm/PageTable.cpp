@@ -1,3 +1,17 @@
+// The page table: page numbers from the PageMap, and an entry for each in leaves of 64, which are
+// paged in and out by themselves. By a leaf's number the table has a pointer (m_leaves) and the
+// hash of its image in the file (m_images). A leaf is one of these:
+//
+//     new       m_absent, kNoImage   all entries as MakeNew makes them; takes no memory
+//     out       m_absent, a hash     read from the file when it is needed
+//     idle      a leaf of its own    spansIn is 0; in the idle list; may leave
+//     busy      a leaf of its own    spansIn is above 0; in no list; stays, as the pager and the
+//                                    pins have references to its entries
+//     retired   m_retired            no generation is left in any entry; final
+//
+// The image of a leaf in memory may be out of date: only its hash tells. m_leavesIn counts the idle
+// and the busy ones.
+
 #include "libtcmalloc_virtualmm/PageTable.h"
 
 #include <algorithm>
@@ -27,6 +41,11 @@ PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLi
 ///  3. Bring the first one's leaf in. If it cannot be read now, the numbers are given back. If it
 ///     is damaged, they are lost and others are tried; that ends, since a new leaf needs no read.
 ///  4. Begin a span there, out of memory and without a copy.
+///
+/// Step 1 is not left to PageInLeaf, which need not be called here: leaves that were busy when the
+/// limit was passed became idle since, and OnSpanOut lets none leave, as a caller of it goes on
+/// using the entry. One leaf is enough for a run of any length: the entries of its further pages
+/// are not written, and begin no span whether their leaves are in or out.
 std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcept {
   PageOutDownTo(m_leafLimit);  // step 1
   for (;;) {
@@ -57,7 +76,9 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
 }
 
 /// Only the first page of a span has a generation of its own at work, so only it can be used up;
-/// the others go back into circulation with theirs.
+/// the others go back into circulation with theirs. DropIfRetired comes last, since it may give
+/// back the leaf, and `entry` with it. It relies on OnSpanOut having been called before: a leaf
+/// without a span is idle then.
 void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   PageEntry& entry = (*this)[first];
   LIBTCMALLOC_ASSERT(IsIn(first) && entry.IsSpanHead());
@@ -74,6 +95,8 @@ void PageTable::Release(std::uint32_t first, std::uint32_t count) noexcept {
   DropIfRetired(first / kLeafPages);
 }
 
+/// A leaf keeps this array until it leaves. Sizes of large objects that ended stay in it and are
+/// not written to the image, so a leaf that has no large object any more comes back without one.
 bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
   LIBTCMALLOC_ASSERT(IsIn(page));
   Leaf& leaf = *m_leaves[page / kLeafPages];
@@ -84,7 +107,9 @@ bool PageTable::PrepareLargeBytes(std::uint32_t page) noexcept {
 }
 
 /// Makes the arrays know all pages that the map knows. New leaves take no memory yet: they stand as
-/// absent and without an image, which PageInLeaf makes a new leaf of.
+/// absent and without an image, which PageInLeaf makes a new leaf of. Without memory for both
+/// arrays nothing changes: the map is ahead of the table, Acquire gives its pages back, and the
+/// next one tries again. Half as many leaves again each time make the copies O(1) a leaf.
 bool PageTable::Grow() noexcept {
   const std::uint32_t leaves = m_map.PageCount() / kLeafPages;
   const std::uint32_t known = m_pageCount / kLeafPages;
@@ -95,6 +120,7 @@ bool PageTable::Grow() noexcept {
     if (grown == nullptr || images == nullptr) {
       return NoteNoMemory();
     }
+    // Both are there: from here on nothing fails.
     std::copy_n(m_leaves.get(), known, grown.get());
     std::copy_n(m_images.get(), known, images.get());
     m_leaves = std::move(grown);
@@ -136,7 +162,9 @@ void PageTable::OnSpanOut(std::uint32_t page) noexcept {
 }
 
 /// Pages idle leaves out until at most `count` leaves are in memory. One that cannot be written
-/// stays: the table grows beyond its limit rather than that something is lost.
+/// stays: the table grows beyond its limit rather than that something is lost. It stays the oldest
+/// as well, so no other one leaves before it does; a disk that is full fails once a call and not
+/// once a leaf.
 void PageTable::PageOutDownTo(std::uint32_t count) noexcept {
   while (m_leavesIn > count && PageOutOldestLeaf()) {
   }
@@ -146,19 +174,23 @@ void PageTable::PageOutDownTo(std::uint32_t count) noexcept {
 ///  1. Page others out, so that it fits under the limit.
 ///  2. Take memory.
 ///  3. Read it and compare it with its hash; one that was never written is made as new.
+///  4. Put it in its place, as the newest of the idle ones: the others leave before it.
+/// On failure its image is as it was, and the next Fetch tries again; what left stays out.
 PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
   LIBTCMALLOC_ASSERT(!IsIn(page));
-  PageOutDownTo(m_leafLimit - 1);
-  Leaf* leaf = TakeUnused();
+  PageOutDownTo(m_leafLimit - 1);  // step 1
+  Leaf* leaf = TakeUnused();       // step 2
   if (leaf == nullptr) {
     NoteNoMemory();
     return Outcome::kUnreadable;
   }
+  // Step 3.
   leaf->number = page / kLeafPages;
   if (const Outcome outcome = Read(*leaf); outcome != Outcome::kIn) {
     GiveUnused(leaf);
     return outcome;
   }
+  // Step 4.
   LIBTCMALLOC_ASSERT(leaf->spansIn == 0);
   m_leaves[leaf->number] = leaf;
   ++m_leavesIn;
@@ -166,7 +198,10 @@ PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
   return Outcome::kIn;
 }
 
-/// Fills a leaf from its image, or as a new one if it has none. @return whether that was possible
+/// Fills a leaf from its image, or as a new one if it has none. Nothing of an image is used before
+/// its hash fits: a wrong entry could give out a generation twice. Of a damaged one the hash is
+/// kept: a later read may find it whole, and it is never taken for a new leaf.
+/// @return whether that was possible; after a failure what the leaf holds is of no use
 PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
   MakeNew(leaf, m_firstGeneration);
   if (m_images[leaf.number] == kNoImage) {
@@ -196,16 +231,21 @@ PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
   return Outcome::kIn;
 }
 
-/// Pages out the leaf that has been idle for longest, without a write if the hash says that the
-/// file has it as it is. Eviction numbers are left out of the image, or hardly a leaf would be as
-/// it was.
-/// @return false when there is none or it cannot be written
+/// Pages out the leaf that has been idle for longest:
+///  1. Make its image. Eviction numbers are left out, or hardly a leaf would be as it was: their
+///     place holds 0, ReplacementPolicy::kNeverEvicted, so that spans of a leaf that was out are
+///     new ones to the policy. What is not set stays 0, for the hash goes over all bytes.
+///  2. Write it, unless the hash says that the file has it as it is.
+///  3. Take the leaf out of its place.
+/// Cost: a hash of 1,280 bytes, and at most one write of as many.
+/// @return false, with the leaf in its place, when there is none or it cannot be written
 bool PageTable::PageOutOldestLeaf() noexcept {
   Leaf* leaf = m_oldestIdle;
   if (leaf == nullptr) {
     return false;
   }
   LIBTCMALLOC_ASSERT(m_leaves[leaf->number] == leaf && leaf->spansIn == 0);
+  // Step 1.
   Image image{};
   for (std::uint32_t i = 0; i < kLeafPages; ++i) {
     LIBTCMALLOC_ASSERT(!leaf->entries[i].Resident());
@@ -215,6 +255,7 @@ bool PageTable::PageOutOldestLeaf() noexcept {
       image.largeBytes[i] = leaf->largeBytes[i];
     }
   }
+  // Step 2.
   const std::uint64_t hash = HashOf(image, leaf->number);
   if (hash != m_images[leaf->number]) {
     const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image};
@@ -224,6 +265,7 @@ bool PageTable::PageOutOldestLeaf() noexcept {
     }
     m_images[leaf->number] = hash;
   }
+  // Step 3.
   m_leaves[leaf->number] = &m_absent;
   --m_leavesIn;
   RemoveIdle(leaf);
@@ -231,7 +273,9 @@ bool PageTable::PageOutOldestLeaf() noexcept {
   return true;
 }
 
-/// Gives a leaf's memory back if all of its pages are retired.
+/// Gives a leaf's memory back if all of its pages are retired. No page in it is taken again, so
+/// what the shared leaf answers, "no span and no generation", stays true, and the image in the file
+/// is never read again.
 void PageTable::DropIfRetired(std::uint32_t number) {
   Leaf* leaf = m_leaves[number];
   if (std::all_of(std::begin(leaf->entries), std::end(leaf->entries),
@@ -251,6 +295,8 @@ void PageTable::MakeNew(Leaf& leaf, std::uint16_t generation) {
   }
 }
 
+/// Never kNoImage, so that a leaf with an image is not taken for a new one: the one hash that is
+/// equal to it gives way to the next.
 std::uint64_t PageTable::HashOf(const Image& image, std::uint32_t number) {
   static_assert(std::has_unique_object_representations_v<PageEntry::Live>);
   // The number is the seed: an image that ends up at another leaf's place does not fit.
