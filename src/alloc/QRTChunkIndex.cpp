@@ -4,8 +4,17 @@
 #include <bit>
 #include <cstdlib>
 
+/// The steps:
+///   1. count the chunks by a walk along the list;
+///   2. obtain one block for all parts. They are in the order of falling alignment, so that none
+///      needs padding. Places fit the 32 bits of a slot: as many chunks would take 128 TiB;
+///   3. make all parts empty;
+///   4. enter the chunks. The list begins with the newest, so places ascend along it, and the free
+///      places are below m_first, where newer chunks will come.
+/// Chunks of a pool without headers never have a head in their trailer, so no bit is set for them.
 QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   constexpr std::size_t kSpare = 8;  // places at least, so that few chunks do not remake it often
+  // Step 1
   std::size_t count = 0;
   for (const Chunk* chunk = list; chunk != nullptr; chunk = chunk->next()) {
     ++count;
@@ -13,6 +22,7 @@ QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   if (count < fewest) {
     return nullptr;
   }
+  // Step 2
   const std::size_t capacity = count + std::max(count / 2, kSpare);
   const std::size_t slots = std::bit_ceil(2 * capacity);  // half of them stay empty
   const std::size_t words = capacity / kBits + 1;
@@ -23,6 +33,7 @@ QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   if (memory == nullptr) {
     return nullptr;
   }
+  // Step 3
   auto* const index = static_cast<QRTChunkIndex*>(memory);
   index->m_capacity = capacity;
   index->m_mask = slots - 1;
@@ -40,6 +51,7 @@ QRTChunkIndex* QRTChunkIndex::make(Chunk* list, std::size_t fewest) noexcept {
   index->m_first = capacity - count;
   index->m_newest = capacity;
   index->m_lone = capacity;
+  // Step 4
   std::size_t place = index->m_first;
   for (Chunk* chunk = list; chunk != nullptr; chunk = chunk->next()) {
     index->insert(chunk, place++);
@@ -51,6 +63,8 @@ void QRTChunkIndex::release(QRTChunkIndex* index) noexcept {
   std::free(index);
 }
 
+/// The lone chunk gets its bit first: the new chunk is newer and has free elements, so that the
+/// lone one would not be the answer of findNewest any more.
 bool QRTChunkIndex::add(Chunk* chunk) noexcept {
   if (m_first == 0) {
     return false;
@@ -60,7 +74,9 @@ bool QRTChunkIndex::add(Chunk* chunk) noexcept {
   return true;
 }
 
-/// Enters a chunk at an empty place. At least half of the slots are empty, so the probe ends.
+/// Enters a chunk at an empty place. At least half of the slots are empty, so the probe ends: each
+/// place takes one slot once, removed chunks included. An address that was here before and was
+/// removed gets a second slot; the first one leads to null, which probe passes over.
 void QRTChunkIndex::insert(Chunk* chunk, std::size_t place) noexcept {
   std::size_t slot = firstSlotOf(chunk);
   while (m_slots[slot] != m_capacity) {
@@ -83,11 +99,16 @@ void QRTChunkIndex::remove(const Chunk* chunk) noexcept {
 ///   1. the lowest word of the summary that is not zero, from m_newest on;
 ///   2. the lowest bit of the word of m_hasFree that it names;
 ///   3. the chunk's own trailer, which decides.
+/// A removed chunk has no bit, so no place met here is null. Every bit cleared was set once, so
+/// those out of date cost no more than the calls that set them.
 QRTChunkIndex::Found QRTChunkIndex::findByBits() noexcept {
+  // Step 1
   for (std::size_t top = m_newest / kBits / kBits; top < m_summaryWords; ++top) {
     while (m_summary[top] != 0) {
       const std::size_t word = top * kBits + lowestIn(m_summary[top]);
+      // Step 2
       const std::size_t place = word * kBits + lowestIn(m_hasFree[word]);
+      // Step 3
       if (m_places[place]->head() != 0) {
         m_newest = place;
         return {m_places[place], place};

@@ -1,3 +1,20 @@
+// A pool has one of two shapes, and every operation has a fast path and a checked one:
+//
+//                     with headers                         without headers
+//     free elements   a list for each chunk (its trailer)  one list for all chunks (m_freeList)
+//     next element    of m_current while that has one,     the head of the list
+//                     then of the newest chunk with one
+//     m_index         finds that chunk, and whether an     stores and follows prefetch hints
+//                     address is a chunk of the pool
+//     verified        every header before it is trusted    nothing
+//     chunks leave    wholly free, by reclaim and trim     with the pool
+//
+// Fast paths (alloc, free, takeFromIndex, and QRTFixedMemoryPoolFastPath.h) change no element
+// unless all is well, and otherwise leave the call to the checked path, which says what is wrong.
+// Checked paths test an element before they change it: with an error it is as it was.
+//
+// m_current is null or a chunk of the pool; m_index is null or has every chunk of the pool.
+
 #include "QRTFixedMemoryPool.h"
 
 #include <algorithm>
@@ -70,6 +87,8 @@ QRTFixedMemoryPool::~QRTFixedMemoryPool() {
   QRTChunkIndex::release(m_index);
 }
 
+/// Without headers m_index serves for its hints alone here, and only where an element has room for
+/// one after the link.
 void* QRTFixedMemoryPool::alloc() {
   if (m_useHeaders == 0) {
     char* const p = m_freeList;
@@ -86,6 +105,8 @@ void* QRTFixedMemoryPool::alloc() {
   return p != nullptr ? p : allocFromIndex();
 }
 
+/// Without headers nothing tells a free element from one in use: one that is freed twice is handed
+/// out twice.
 void QRTFixedMemoryPool::free(void* p) {
   if (p == nullptr || !isUnchecked()) {
     freeChecked(p);
@@ -138,7 +159,10 @@ void* QRTFixedMemoryPool::takeFromIndex() {
 ///   1. verify everything, with detection on;
 ///   2. find a free element, growing the pool if it may grow;
 ///   3. verify everything once more, before the element is changed;
-///   4. take the element.
+///   4. take the element, after all tests of it. The index is not told when it is the last one of
+///      its chunk: it finds that out by the trailer.
+/// A growth that fails leaves the pool as it was. One that adds the chunk and then finds damage
+/// leaves the chunk to the next call.
 void* QRTFixedMemoryPool::allocChecked() {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   // Step 1
@@ -184,7 +208,7 @@ void* QRTFixedMemoryPool::allocChecked() {
   return area;
 }
 
-/// Finds the element that is handed out next.
+/// Finds the element that is handed out next. Cost: constant with an index, O(chunks) without.
 /// @param chunk  receives its chunk, with headers
 /// @return null when none is free
 char* QRTFixedMemoryPool::firstFree(Chunk*& chunk) {
@@ -230,7 +254,8 @@ void QRTFixedMemoryPool::freeChecked(void* p) {
 }
 
 /// Puts an element on its chunk's list, if it is one of this pool that is handed out. A damaged
-/// size or offset in its header is no error; the chunk is then found by address.
+/// size or offset in its header is no error; the chunk is then found by address. The offset is
+/// written anew with the free mark. The size is not: it goes on sending the element's frees here.
 void QRTFixedMemoryPool::putChecked(char* area) {
   const ElementHeader* rh = headerOf(area);
   testHeader(rh);
@@ -287,7 +312,14 @@ void* QRTFixedMemoryPool::realloc(void* p, unsigned size) {
   return p != nullptr ? p : alloc();
 }
 
+/// The steps of a growth:
+///   1. obtain a chunk, or test the one given. If it is refused, one that was obtained is released
+///      and one that was given stays the caller's;
+///   2. put it in front of the list, make its elements and enter it into the index, in this order:
+///      the index reads the chunk's trailer, and the list when it is made anew. Nothing fails here;
+///   3. close it to the memory checker, and verify everything with detection on.
 void QRTFixedMemoryPool::grow(void* chunk) {
+  // Step 1
   std::unique_ptr<void, void (*)(void*)> obtained(nullptr, ::operator delete);
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   if (chunk == nullptr) {
@@ -298,12 +330,14 @@ void QRTFixedMemoryPool::grow(void* chunk) {
   }
   QRT_ASSERT_NAMED(Chunk::Trailer::canHold(chunk),
                    "QRTFixedMemoryPool::grow: the chunk's address has more than 48 bits.");
+  // Step 2
   static_cast<void>(obtained.release());
   Chunk* const added = static_cast<Chunk*>(chunk);
   added->setNext(m_chunks);
   m_chunks = added;
   format(added);
   updateIndex(added);
+  // Step 3
   if (m_watched != 0) {
     QRTMemoryChecker::close(added, Chunk::totalSize);
   }
@@ -325,7 +359,8 @@ bool QRTFixedMemoryPool::has(const void* chunk) const {
 }
 
 /// Makes every slot of a new chunk a free element, so that it hands them out in ascending order,
-/// and makes it current. Without headers the elements that were free before follow those.
+/// and makes it current. Without headers the elements that were free before follow those; with
+/// headers m_freeList is always null, which ends the chunk's own list.
 void QRTFixedMemoryPool::format(Chunk* chunk) {
   const unsigned count = elementsPerChunk();
   const unsigned first = headerBytes();
@@ -390,7 +425,8 @@ void QRTFixedMemoryPool::trimInto(int maxChunks, unsigned& released) {
   }
 }
 
-/// Takes the first wholly free chunk after `previous` on the list out of the pool.
+/// Takes the first wholly free chunk after `previous` on the list out of the pool: off the list,
+/// and out of what else names a chunk, m_current and the index.
 /// @param previous  null for the head of the list; receives the chunk in front of the one taken
 /// @param keep      how many to pass over; counted down
 QRTFixedMemoryPool::Chunk* QRTFixedMemoryPool::takeWhollyFree(Chunk*& previous, int& keep) {
@@ -482,7 +518,8 @@ void QRTFixedMemoryPool::info(int* chunkBytes, int* chunkCount, int* elementsInC
   }
 }
 
-/// How many elements are handed out, by their headers.
+/// How many elements are handed out, by their headers. No header is tested: a damaged in-use byte
+/// counts unless it is 0.
 std::uint64_t QRTFixedMemoryPool::countInUse() const {
   const QRTMemoryChecker::Pass pass(m_watched != 0);
   const unsigned count = elementsPerChunk();
@@ -506,6 +543,8 @@ unsigned QRTFixedMemoryPool::allocSize(void* p) {
   return rh->m_size;
 }
 
+/// A damaged size alone ends the process where that was asked for. It raises no error, since alloc
+/// and free do without the size.
 void QRTFixedMemoryPool::checkForMemoryOverWrite() const {
   if (m_useHeaders == 0) {
     return;

@@ -37,7 +37,8 @@ std::size_t firstNotBelow(const std::uint8_t* bounds, std::size_t from, std::siz
   return from;
 }
 
-/// Makes room for more elements, by half as many again at least.
+/// Makes room for more elements, by half as many again at least: exactly as many as needed would
+/// copy all elements at every call.
 template <class Vector>
 void reserveIn(Vector& elements, std::size_t more) {
   if (elements.capacity() - elements.size() < more) {
@@ -49,7 +50,11 @@ void reserveIn(Vector& elements, std::size_t more) {
 
 /// The steps of an entry:
 ///   1. all memory that it needs, so that nothing is changed when there is none;
-///   2. the regions that are new, and the span in each.
+///   2. the regions that are new, and the span in each. A region that other memory of the pool lies
+///      in already gets one span more.
+/// A new region says that no free block is in it, which is so until the caller puts the memory on
+/// the free list and calls noteFree. Regions move up in m_regions, so the one looked up last is
+/// forgotten; the span looked up last is not, as spans are only ever added.
 void QRTHeapMap::add(Header* begin, Header* end) {
   // Step 1
   const std::uintptr_t first = baseOf(begin);
@@ -86,6 +91,7 @@ void QRTHeapMap::add(Header* begin, Header* end) {
   }
 }
 
+/// unitsFrom ends with a region at the latest, so a block takes a step for each region it lies in.
 bool QRTHeapMap::contains(const Header* at, std::size_t units) const {
   for (;;) {
     const std::size_t room = unitsFrom(at);
@@ -97,14 +103,24 @@ bool QRTHeapMap::contains(const Header* at, std::size_t units) const {
   }
 }
 
+/// The steps, each from the nearest on:
+///   1. the first block of the address's own card, if it is below the address;
+///   2. the cards below in the same region;
+///   3. the regions below, then from the highest down to its own once more: there only cards from
+///      its own up are left, and none of them is below the address.
+/// The result is a place to walk the list from: other free blocks may lie between it and the
+/// address, all of them in the result's card.
 QRTHeapMap::Header* QRTHeapMap::freeBelow(const Header* place) const {
+  // Step 1
   const std::size_t own = indexOf(baseOf(place));
   const Region& region = *m_regions[own].region;
   std::size_t card = cardOf(place);
   if (region.firsts[card] < inCard(place)) {
     return firstIn(own, card);
   }
+  // Step 2
   card = filledBelow(region, card);
+  // Step 3
   std::size_t index = own;
   if (card == kNowhere) {
     do {
@@ -120,6 +136,9 @@ QRTHeapMap::Header* QRTHeapMap::freeBelow(const Header* place) const {
 ///   2. the regions above;
 ///   3. the regions from the lowest up to its own. That tries the cards of step 1 once more;
 ///      those that were searched whole have a lowered bound by then.
+/// Step 1 lowers no bound of `after`'s own card and region, as it sees a part of each. In every
+/// card the walk ends where the list goes on below or beyond it, which `before < p` and `p < end`
+/// find.
 QRTHeapMap::Header* QRTHeapMap::find(Header* after, unsigned units, Header*& before) {
   const std::size_t own = indexOf(baseOf(after));
   const std::size_t card = cardOf(after);
@@ -163,7 +182,9 @@ std::vector<QRTHeapMap::Extent> QRTHeapMap::extents() const {
 }
 
 /// Finds the first free block of a card that is large enough; lowers the card's bound when there is
-/// none. The sentinel may lie in the card's addresses as well, where it does no harm.
+/// none. The sentinel may lie in the card's addresses as well, where it does no harm. Only for a
+/// card that is filled: no search enters others, whose bound of 0 is below every size class. It has
+/// a block of one unit at least, so its bound stays above 0.
 QRTHeapMap::Header* QRTHeapMap::findInCard(std::size_t index, std::size_t card, unsigned units,
                                            Header*& before) {
   const Header* const end = endOf(index, card);
@@ -219,7 +240,8 @@ QRTHeapMap::Header* QRTHeapMap::findInRegions(std::size_t from, std::size_t to, 
   return nullptr;
 }
 
-/// The highest card below `end` in which a free block starts, or kNowhere.
+/// The highest card below `end` in which a free block starts, or kNowhere. For an `end` of kCards
+/// there is no word with bits above it to be masked: the search begins with the last word.
 std::size_t QRTHeapMap::filledBelow(const Region& region, std::size_t end) {
   std::size_t word = end / kBits;
   std::uint64_t bits = word < region.filled.size() ? region.filled[word] & (bitOf(end) - 1) : 0;
@@ -243,7 +265,8 @@ std::size_t QRTHeapMap::countUpTo(std::uintptr_t base) const {
 /// Looks a region up by its address and keeps it in m_last, m_lastBase and m_lastRegion.
 /// @return false when there is none at this address
 bool QRTHeapMap::cacheRegionAt(std::uintptr_t base) const {
-  // Where the memory has no hole in between, it is as many regions away as it is in bytes.
+  // Where the memory has no hole in between, it is as many regions away as it is in bytes. This
+  // and the 0 - 1 below may wrap around; both are tested before use, whatever m_lastBase is.
   std::size_t index = m_last + base / kRegionBytes - m_lastBase / kRegionBytes;
   if (index >= m_regions.size() || m_regions[index].base != base) {
     index = countUpTo(base) - 1;
@@ -277,7 +300,8 @@ bool QRTHeapMap::cacheSpanOf(const Header* at) const {
 }
 
 /// Records that the first free block of a card left the free list. The next one is the first now,
-/// unless it lies outside of the card: then no free block starts in the card any more.
+/// unless it lies outside of the card: then no free block starts in the card any more. The region's
+/// bound falls with its last filled card; until then it may be too high, which is allowed.
 void QRTHeapMap::replaceFirst(std::size_t index, std::size_t card, const Header* block,
                               const Header* next) {
   Region& region = *m_regions[index].region;

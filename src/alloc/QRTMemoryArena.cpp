@@ -1,3 +1,15 @@
+// Where a request goes, and on which way:
+//
+//     alloc, a bin's size   takeFromCurrent, allocFromIndex, then allocGrowing
+//     alloc, a larger one   allocLarge: a block of the heap of its own, recorded in m_nonBinBlocks
+//     free                  the size in the block's header names the bin; without one freeLarge
+//
+// What m_remaining counts: m_maxAllowed less m_chunkSize for each chunk in the bins, and less size
+// and header of each block in m_nonBinBlocks. A chunk that moves from bin to bin stays charged.
+// Only freeLarge departs from it: it credits a block that it then finds to be foreign.
+//
+// Detection is on or off in all bins alike, so the first one answers for all.
+
 #include "QRTMemoryArena.h"
 
 #include <algorithm>
@@ -19,8 +31,8 @@ namespace {
 using ElementHeader = QRTFixedMemoryPool::ElementHeader;
 
 constexpr unsigned kHeaderBytes = sizeof(ElementHeader);
-constexpr unsigned kBinStep = 8;  // element sizes of neighbouring bins differ by this
-constexpr unsigned kDefaultBudget = 262144;
+constexpr unsigned kBinStep = 8;             // element sizes of neighbouring bins differ by this
+constexpr unsigned kDefaultBudget = 262144;  // eight chunks
 constexpr unsigned kMostBytes = std::numeric_limits<unsigned>::max();
 
 // Bins to reserve pointers for at most: one more than there can be. A larger count then fails at
@@ -41,7 +53,8 @@ QRTMemoryArena::QRTMemoryArena(int numBins, unsigned maxAllowed, unsigned)
       m_maxNonBin(0),
       m_nonBinBlocks(nullptr),
       m_watched(QRTMemoryChecker::isActive() ? 1 : 0) {
-  // A negative count becomes a length that no vector can have, which reserve reports.
+  // A negative count becomes a length that no vector can have, which reserve reports. With room for
+  // all of them no push_back fails, which would lose the pool it was given.
   const auto wanted = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(numBins));
   m_pools.reserve(numBins < 0 ? wanted : std::min(wanted, kMostReserved));
   try {
@@ -70,6 +83,7 @@ QRTMemoryArena::~QRTMemoryArena() {
   release();
 }
 
+/// For the destructor, and for a constructor that fails with some of the bins made.
 void QRTMemoryArena::release() noexcept {
   for (QRTFixedMemoryPool* pool : m_pools) {
     delete pool;
@@ -95,6 +109,8 @@ void* QRTMemoryArena::alloc(unsigned size) {
   return size != 0 ? allocLarge(size) : nullptr;
 }
 
+/// The header is read before it is known to be one, but it only picks a bin: that one compares size
+/// and mark with its own and refuses what does not fit, and freeChecked finds out why.
 void QRTMemoryArena::free(void* mem) {
   // Under a memory checker the header may not be read without a pass.
   if (mem != nullptr && m_watched == 0) {
@@ -123,6 +139,7 @@ void QRTMemoryArena::free(void* mem) {
 ///   2. from a new chunk, when the budget pays it;
 ///   3. from a wholly free chunk of another bin, each of which keeps one for itself. This is also
 ///      tried when the heap has no new chunk.
+/// With a chunk more the bin's alloc finds an element.
 void* QRTMemoryArena::allocGrowing(unsigned bin) {
   checkForMemoryOverWrite();
   // Step 1
@@ -152,7 +169,9 @@ void* QRTMemoryArena::allocGrowing(unsigned bin) {
 }
 
 /// Moves a wholly free chunk of another bin to a bin and serves a request from it. The budget is
-/// the same before and after: the chunk was charged when it was obtained.
+/// the same before and after: the chunk was charged when it was obtained. It cannot get lost
+/// between the two bins, as grow asks for no memory when it is given a chunk. Cost: O(chunks of all
+/// bins + elements of the free ones) at worst, since the first bin with one serves.
 /// @return null when no bin has one to give up
 void* QRTMemoryArena::allocFromReclaimedChunk(QRTFixedMemoryPool* pool) {
   for (QRTFixedMemoryPool* other : m_pools) {
@@ -171,6 +190,8 @@ void* QRTMemoryArena::allocFromReclaimedChunk(QRTFixedMemoryPool* pool) {
 ///   2. obtain the block and record it;
 ///   3. count and charge it;
 ///   4. write the header.
+/// Until step 3 nothing is charged. Chunks that step 1 released stay released and credited when a
+/// later step fails.
 void* QRTMemoryArena::allocLarge(unsigned size) {
   checkForMemoryOverWrite();
   // Step 1
@@ -178,7 +199,7 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
   if (!makeRoom(wanted)) {
     return nullptr;
   }
-  const unsigned total = static_cast<unsigned>(wanted);
+  const unsigned total = static_cast<unsigned>(wanted);  // the budget has it, so it fits
   // Step 2
   void* const block = std::malloc(total);
   if (block == nullptr) {
@@ -192,6 +213,7 @@ void* QRTMemoryArena::allocLarge(unsigned size) {
     std::free(block);
     return nullptr;
   }
+  // Recorded already: its holder gave it back to the heap and not to the arena.
   QRT_ASSERT(insStatus.second);
   // Step 3
   ++m_nonBinAllocs;
@@ -248,6 +270,8 @@ unsigned QRTMemoryArena::trim() {
   return released;
 }
 
+/// Finds the owner by the size in the header, whose filler allocSize tests. A damaged size leads to
+/// a bin or to the record of large blocks, and what does not have the block reports that.
 void QRTMemoryArena::freeChecked(void* mem) {
   QRT_ASSERT(mem);
   checkForMemoryOverWrite();
@@ -265,6 +289,8 @@ void QRTMemoryArena::freeChecked(void* mem) {
   }
 }
 
+/// The record decides whether the block is the arena's, and is asked before the heap is. The credit
+/// comes before both and stays when the answer is no: see free.
 void QRTMemoryArena::freeLarge(void* mem, unsigned size) {
   m_remaining += size + kHeaderBytes;
   void* const block = static_cast<ElementHeader*>(mem) - 1;
@@ -277,6 +303,13 @@ void QRTMemoryArena::freeLarge(void* mem, unsigned size) {
   std::free(block);
 }
 
+/// The steps, when there is a block and a size:
+///   1. verify the block and stay where the size fits well enough: more than half of the room is
+///      used, or a new block would come from the same bin;
+///   2. obtain a new block. Where that fails a block that shrinks stays where it is after all, and
+///      one that grows is not touched;
+///   3. copy, and free the old one.
+/// A large block has room for the size asked for and no more, so that one that grows always moves.
 void* QRTMemoryArena::realloc(void* mem, unsigned size) {
   if (mem == nullptr) {
     return alloc(size);
@@ -285,11 +318,13 @@ void* QRTMemoryArena::realloc(void* mem, unsigned size) {
     free(mem);
     return nullptr;
   }
+  // Step 1
   checkForMemoryOverWrite();
   const unsigned room = capacityOf(mem);
   if (size <= room && (size > room / 2 || size2Index(size) == size2Index(room))) {
     return mem;
   }
+  // Step 2
   void* moved = nullptr;
   try {
     moved = alloc(size);
@@ -301,6 +336,7 @@ void* QRTMemoryArena::realloc(void* mem, unsigned size) {
   if (moved == nullptr) {
     return size <= room ? mem : nullptr;
   }
+  // Step 3
   std::memcpy(moved, mem, std::min(size, room));
   free(mem);
   return moved;

@@ -1,3 +1,15 @@
+// The free list is circular and ascends by address but for one place, where the highest block links
+// to the lowest. The sentinel m_base is on it by its own address, wherever the pool lies:
+//
+//     lowest -> ... -> m_base (no units) -> ... -> highest -> lowest
+//
+// Between two operations
+//
+//   - no free block touches another: neighbours are merged when they come on the list;
+//   - m_rover is null or on the list: what takes a block off it sets m_rover to the one in front;
+//   - the QRTHeapMap knows where free blocks start. The list is the record, the map an index to it:
+//     whatever the map answers is a block of the list.
+
 #include "QRTMemoryPool.h"
 
 #include <algorithm>
@@ -134,16 +146,23 @@ inline QRTMemoryPool::memheader* QRTMemoryPool::find(unsigned units) {
 }
 
 /// find from the block after `prev` on, by the map of the heap. The map knows the order of
-/// addresses, which is the order of the list but for the sentinel: that is stepped over first.
+/// addresses, which is the order of the list but for the sentinel:
+///   1. step over the sentinel, which the map does not know;
+///   2. search the map;
+///   3. if the map came to the block from elsewhere than the one in front, walk there from the
+///      nearest filled card below: past the free blocks of one card, and the sentinel, at the most.
 QRTMemoryPool::memheader* QRTMemoryPool::findInMap(memheader* prev, unsigned units) {
+  // Step 1
   if (prev == &m_base) {
     prev = prev->next();
     if (prev->units() >= units) {
       return &m_base;
     }
   }
+  // Step 2
   Header* before = nullptr;
   Header* const found = m_heap->find(prev, units, before);
+  // Step 3
   if (found != nullptr && before == nullptr) {
     before = m_heap->freeBelow(found);
     while (before->next() != found) {
@@ -153,7 +172,8 @@ QRTMemoryPool::memheader* QRTMemoryPool::findInMap(memheader* prev, unsigned uni
   return found != nullptr ? before : nullptr;
 }
 
-/// Takes `units` units from the block after `prev`.
+/// Takes `units` units from the block after `prev`, which has as many. A free block that is left is
+/// smaller than the map's bound says, which is allowed; so only one that is used up is noted.
 inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   Header* const p = prev->next();
   const unsigned have = p->units();
@@ -171,10 +191,16 @@ inline void* QRTMemoryPool::take(memheader* prev, unsigned units) {
   return block + 1;
 }
 
-/// Obtains a heap block that can hold a request and puts it on the free list.
+/// Obtains a heap block that can hold a request and puts it on the free list:
+///   1. its size: as many growth steps as the request takes. The last growth may go beyond the
+///      allowance, as a step is rounded up and a request may need several;
+///   2. the memory;
+///   3. its entries in m_blocks, to be released, and in the map; both or neither;
+///   4. the charge and the list. Nothing fails from here on.
 /// @return the rover, after which the search goes on; null, with nothing changed, when the
 ///         allowance is spent or the heap gives nothing
 QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
+  // Step 1
   if (m_remaining == 0) {
     return nullptr;
   }
@@ -184,10 +210,12 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
   if (bytes > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max())) {
     return nullptr;
   }
+  // Step 2
   Header* const block = static_cast<Header*>(std::malloc(static_cast<std::size_t>(bytes)));
   if (block == nullptr) {
     return nullptr;
   }
+  // Step 3
   const std::size_t known = m_blocks.size();
   try {
     m_blocks.push_back(block);
@@ -197,6 +225,7 @@ QRTMemoryPool::memheader* QRTMemoryPool::moreCore(unsigned units) {
     std::free(block);
     return nullptr;
   }
+  // Step 4
   m_remaining = m_remaining > bytes ? m_remaining - static_cast<unsigned>(bytes) : 0;
   insertFree(block, static_cast<unsigned>(count));
   if (m_watched != 0) {
@@ -235,7 +264,8 @@ inline void QRTMemoryPool::insertFree(memheader* bp, unsigned units) {
 
 /// The free block after which another block belongs on the list. That is the rover when blocks are
 /// freed next to each other, and otherwise a few steps from the nearest block below that the map
-/// has: the first one of its card.
+/// has: the first one of its card. Those steps are 64 at the most and one for the sentinel, since
+/// no two of a card's 128 units that begin a free block are next to each other.
 inline QRTMemoryPool::memheader* QRTMemoryPool::predecessorOf(const memheader* bp) const {
   Header* p = m_rover;
   if (!isPlace(p, bp)) {
@@ -275,6 +305,8 @@ inline void QRTMemoryPool::insertAfter(memheader* p, memheader* bp, unsigned uni
   m_rover = p;
 }
 
+/// Only a block that grows moves, so that all of its bytes fit into the new one. The old one is
+/// handed out until they are copied.
 void* QRTMemoryPool::realloc(void* memBlock, unsigned size) {
   if (memBlock == nullptr) {
     return alloc(size);
@@ -307,7 +339,9 @@ void* QRTMemoryPool::realloc(void* memBlock, unsigned size) {
 }
 
 /// Gives a block that is handed out another size in its place. What it loses becomes a free block;
-/// what it gains comes from the low end of the free block right after it.
+/// what it gains comes from the low end of the free block right after it. The start of that one
+/// moves up by as much, or it leaves the list. Its link and size are read first: the header of
+/// what is left may lie on them.
 /// @return false, with nothing changed, when that is no free block or is too small
 bool QRTMemoryPool::resize(memheader* bp, unsigned units) {
   const unsigned had = bp->handedOutUnits();
@@ -360,7 +394,8 @@ void QRTMemoryPool::getStats(unsigned& blockCount, unsigned& increment, unsigned
   remaining = m_remaining;
 }
 
-/// Whether a header lies in the pool's memory and reads as one of a block that is handed out.
+/// Whether a header lies in the pool's memory and reads as one of a block that is handed out. The
+/// map is asked first: it alone tells whether the header may be read at all.
 inline bool QRTMemoryPool::isMine(const memheader* bp) const {
   const std::size_t room = m_heap->unitsFrom(bp);
   if (room == 0 || !bp->isHandedOut() || bp->handedOutUnits() == 0) {
