@@ -6,7 +6,7 @@
 #include <string>
 
 #include "QRTAllocatorChecker.h"
-
+#include "QRTFixedMemoryPool.h"
 #include "QRTMemoryArena.h"
 #include "support/ErrorMatchers.h"
 #include "support/TestSeed.h"
@@ -29,6 +29,23 @@ inline unsigned usedBy(QRTMemoryArena& arena) {
   arena.getPoolStats(count, used, remaining);
   return count == 1 ? used : 0;
 }
+
+/// What a fixed pool tells of itself.
+struct PoolInfo {
+  int chunkBytes = -1;
+  int chunks = -1;
+  int perChunk = -1;
+  int inUse = -1;
+};
+
+inline PoolInfo infoOf(QRTFixedMemoryPool& pool) {
+  PoolInfo info;
+  pool.info(&info.chunkBytes, &info.chunks, &info.perChunk, &info.inUse);
+  return info;
+}
+
+/// Where the errors of a fixed pool are raised.
+inline const TraceEntry kPoolThrows{"QRTFixedMemoryPool.cpp", "", "QRT_THROW"};
 
 /// Random numbers of 32 bits, whatever width the platform gives the standard engine.
 class TestRandom {
