@@ -7,8 +7,8 @@
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "QRTVirtualPageItemPool.h"
-#include "core/RecordingEngine.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 #include "support/TempDirectory.h"
 
 // Every allocation of an operation fails once, one after the other; after each failure everything

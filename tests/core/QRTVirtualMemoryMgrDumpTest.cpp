@@ -12,9 +12,9 @@
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "core/FailingMalloc.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 
 namespace {
 

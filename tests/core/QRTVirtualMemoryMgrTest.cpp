@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "QRTCore/QRTThrowable.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 #include "support/TempDirectory.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "core/FailingMalloc.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
+#include "support/RecordingEngine.h"
 #include "support/TestSeed.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
+#include "support/RecordingEngine.h"
 
 // What pins of plain objects ask of the engine; those of nodes are tested with the nodes.
 

@@ -10,9 +10,9 @@
 #include "HZSStreams/HZSGZIPOutputStream.h"
 #include "QRTVirtualFile.h"
 #include "QRTVirtualMemoryMgr.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 #include "support/TestSeed.h"
 
 namespace {

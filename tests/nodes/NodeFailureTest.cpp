@@ -9,8 +9,8 @@
 #include "QRTCore/QRTUtCrc32.h"
 #include "QRTVirtualPin.h"
 #include "QRTVirtualTree.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
+#include "support/RecordingEngine.h"
 
 // What nodes do when there is nothing to work with, no room, or no way to read a neighbour back.
 

@@ -7,8 +7,8 @@
 
 #include "QRTVirtualPersistNode.h"
 #include "QRTVirtualTree.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
+#include "support/RecordingEngine.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include "QRTVirtualMemoryMgr.h"
 #include "QRTVirtualUTF8Reader.h"
 #include "QRTVirtualUTF8String.h"
-#include "core/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 
 // What the string handles ask of the engine, and what they make of its answers.
 

@@ -1,5 +1,5 @@
-#ifndef TESTS_CORE_RECORDINGENGINE_H
-#define TESTS_CORE_RECORDINGENGINE_H
+#ifndef TESTS_SUPPORT_RECORDINGENGINE_H
+#define TESTS_SUPPORT_RECORDINGENGINE_H
 
 #include <cstdint>
 #include <functional>
@@ -43,4 +43,4 @@ struct EngineRecord {
   std::string text(std::uint64_t offset) const;
 };
 
-#endif  // TESTS_CORE_RECORDINGENGINE_H
+#endif  // TESTS_SUPPORT_RECORDINGENGINE_H

@@ -1,4 +1,4 @@
-#include "core/RecordingEngine.h"
+#include "support/RecordingEngine.h"
 
 #include <algorithm>
 #include <cstring>
