@@ -1,6 +1,7 @@
 """The results as drawings: one SVG a workload, to be read on light and on dark backgrounds."""
 
 import math
+import textwrap
 from pathlib import Path
 
 import matplotlib
@@ -8,14 +9,53 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  (the backend has to be chosen first)
 
-from .figures import Figure, is_bytes, size_value  # noqa: E402
+from .figures import LESS_IS_BETTER, Figure, is_bytes, size_value  # noqa: E402
 from .plan import Workload  # noqa: E402
 from .tables import brief  # noqa: E402
 
 # Halfway between black and white: every colour here stands out against both.
 TEXT = "#7d8590"
-OWN = ("#e8590c", "#f08c3a", "#c2410c", "#f5a524")
-OTHERS = ("#228be6", "#12a37a", "#9c6ade", "#c28a00", "#d6457f", "#1098ad", "#78909c", "#7a9a3a")
+# A peer has one colour in all drawings: this library's are warm, those that take the same part in
+# several drawings, memory as it is first of all, share one.
+COLOURS = {
+    "store": "#e8590c",
+    "store 1/16": "#f5a524",
+    "vector": "#e8590c",
+    "map": "#e8590c",
+    "string map": "#f5a524",
+    "fixed pool": "#e8590c",
+    "fixed pool, no header": "#f08c3a",
+    "arena": "#c2410c",
+    "pool": "#f5a524",
+    "pointer": "#228be6",
+    "malloc": "#228be6",
+    "std": "#228be6",
+    "stdio": "#228be6",
+    "zlib -6": "#228be6",
+    "pointer table": "#5c7cfa",
+    "mimalloc": "#5c7cfa",
+    "zlib -1": "#5c7cfa",
+    "pointer table, called": "#9c6ade",
+    "jemalloc": "#9c6ade",
+    "memfd": "#9c6ade",
+    "bdb pool": "#12a37a",
+    "boost pool": "#12a37a",
+    "isal": "#12a37a",
+    "pread": "#1098ad",
+    "std pmr": "#1098ad",
+    "bdb btree": "#7a9a3a",
+    "stxxl": "#c28a00",
+    "boost interprocess": "#78909c",
+    "chain": "#78909c",
+    "lmdb": "#d6457f",
+    "sqlite": "#a0522d",
+    "rocksdb": "#845ef7",
+}
+# For a peer that the table does not know.
+UNKNOWN = "#78909c"
+
+# Titles are broken before they are wider than their panel.
+TITLE_WIDTH = 40
 
 STYLE = {
     "svg.fonttype": "none",
@@ -52,53 +92,55 @@ def draw(workload: Workload, figures: list[Figure], path: Path) -> None:
         columns = min(COLUMNS, len(panels))
         rows = math.ceil(len(panels) / columns)
         most = max(len({_label(figure) for figure in panel}) for panel in panels.values())
-        height = 2.6 if workload.lines else 0.7 + 0.24 * most
+        height = 2.6 if workload.lines else 0.85 + 0.24 * most
         drawing, axes = plt.subplots(
             rows, columns, figsize=(3.6 * columns, height * rows), squeeze=False
         )
-        colours = _colours(workload, figures)
         for axis in axes.flat[len(panels) :]:
             axis.set_visible(False)
         for axis, (title, panel) in zip(axes.flat, panels.items()):
-            axis.set_title(title)
-            (_lines if workload.lines else _bars)(axis, panel, colours)
+            (_lines if workload.lines else _bars)(axis, panel, title)
         drawing.tight_layout()
         drawing.savefig(path, transparent=True, metadata={"Date": None})
         plt.close(drawing)
 
 
-def _colours(workload: Workload, figures: list[Figure]) -> dict[str, str]:
-    peers = list(dict.fromkeys(figure.key.peer for figure in figures))
-    others = [peer for peer in peers if peer not in workload.own]
-    chosen = {peer: OTHERS[index % len(OTHERS)] for index, peer in enumerate(others)}
-    return {**chosen, **dict(zip(workload.own, OWN))}
+def _colour(figure: Figure) -> str:
+    return COLOURS.get(figure.key.peer, UNKNOWN)
 
 
-def _bar_panels(figures: list[Figure]) -> dict[str, list[Figure]]:
+def _title(title: str, unit: str, *remarks: str) -> str:
+    """A panel's title, with its unit and which way is better, on as many lines as it takes."""
+    said = ", ".join([unit, *([] if LESS_IS_BETTER[unit] else ["more is better"]), *remarks])
+    between = " " if len(title) + len(said) + 3 <= TITLE_WIDTH else "\n"
+    return f"{textwrap.fill(title, TITLE_WIDTH)}{between}({said})"
+
+
+def _bar_panels(figures: list[Figure]) -> dict[tuple[str, str], list[Figure]]:
     """A panel for every variant, size and limit. What was announced stands beside what was not."""
-    panels: dict[str, list[Figure]] = {}
+    panels: dict[tuple[str, str], list[Figure]] = {}
     for figure in figures:
         key = figure.key
         if key.unit == "pages":
             continue  # only some peers count them
         limit = ", limited" if key.limited else ""
         variant = key.variant.replace(ANNOUNCED, "")
-        panels.setdefault(f"{variant}, {key.size}{limit} ({key.unit})", []).append(figure)
+        panels.setdefault((f"{variant}, {key.size}{limit}", key.unit), []).append(figure)
     return panels
 
 
-def _line_panels(figures: list[Figure]) -> dict[str, list[Figure]]:
+def _line_panels(figures: list[Figure]) -> dict[tuple[str, str], list[Figure]]:
     """A panel for every variant, over those sizes that are numbers."""
-    panels: dict[str, list[Figure]] = {}
+    panels: dict[tuple[str, str], list[Figure]] = {}
     for figure in figures:
         if size_value(figure.key.size) is not None:
             of = "bytes" if is_bytes(figure.key.size) else "objects"
-            title = f"{figure.key.variant} over {of} ({figure.key.unit})"
-            panels.setdefault(title, []).append(figure)
+            title = f"{figure.key.variant} over {of}"
+            panels.setdefault((title, figure.key.unit), []).append(figure)
     return panels
 
 
-def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
+def _bars(axis, panel: list[Figure], title: tuple[str, str]) -> None:
     """A bar a peer, with a thin line from the least to the most and the median written behind."""
     names = [_label(figure) for figure in panel]
     medians = [figure.median for figure in panel]
@@ -108,7 +150,7 @@ def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
         names,
         medians,
         xerr=(least, most),
-        color=[colours[figure.key.peer] for figure in panel],
+        color=[_colour(figure) for figure in panel],
         height=0.7,
         error_kw={"ecolor": TEXT, "elinewidth": 1},
     )
@@ -116,10 +158,11 @@ def _bars(axis, panel: list[Figure], colours: dict[str, str]) -> None:
     widest = max(max(figure.values) for figure in panel)
     if positive and max(positive) > WIDE_RANGE * min(positive):
         axis.set_xscale("log")
-        axis.set_title(f"{axis.get_title()}, log scale")
+        axis.set_title(_title(*title, "log scale"))
         low = min(min(figure.values) for figure in panel if figure.median > 0)
         axis.set_xlim(low / 3, widest * 8)
     else:
+        axis.set_title(_title(*title))
         axis.set_xlim(0, widest * 1.3 if widest else 1)
     for row, figure in enumerate(panel):
         axis.annotate(
@@ -139,20 +182,22 @@ def _label(figure: Figure) -> str:
     return figure.key.peer + (", announced" if ANNOUNCED in figure.key.variant else "")
 
 
-def _lines(axis, panel: list[Figure], colours: dict[str, str]) -> None:
+def _lines(axis, panel: list[Figure], title: tuple[str, str]) -> None:
     """A line a peer over the sizes, both axes logarithmic."""
+    axis.set_title(_title(*title))
     for peer in dict.fromkeys(figure.key.peer for figure in panel):
         points = sorted(
             (size_value(figure.key.size), figure) for figure in panel if figure.key.peer == peer
         )
         sizes = [size for size, _ in points]
         medians = [figure.median for _, figure in points]
-        axis.plot(sizes, medians, marker="o", markersize=4, color=colours[peer], label=peer)
+        colour = _colour(points[0][1])
+        axis.plot(sizes, medians, marker="o", markersize=4, color=colour, label=peer)
         axis.fill_between(
             sizes,
             [min(figure.values) for _, figure in points],
             [max(figure.values) for _, figure in points],
-            color=colours[peer],
+            color=colour,
             alpha=0.2,
             linewidth=0,
         )
