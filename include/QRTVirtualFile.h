@@ -1,9 +1,13 @@
 #ifndef QRTVIRTUALFILE_H
 #define QRTVIRTUALFILE_H
 
+#include <climits>
+#include <cstddef>
+#include <type_traits>
 #include <vector>
 
 #include "HZSStreams/HZSOutputStream.h"
+#include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTExport.h"
 #include "QRTCore/QRTFmFile.h"
 #include "QRTCore/QRTStd.h"
@@ -16,9 +20,15 @@ class QRTVirtualMemoryMgr;
 /// object, of which at most one is pinned. Nothing is allocated for a stretch that was never
 /// touched. The content ends with the file.
 ///
-/// Positions and lengths are unsigned 32-bit: a file holds up to 4 GiB - 1. Those from 2 GiB up
-/// come back from `seek` and `getLength` as negative ints; convert to unsigned. Positions there are
-/// reached in steps of `eSeekCurrent`, since a negative offset from the start is refused.
+/// Positions and lengths are unsigned 32-bit: a file holds up to 4 GiB - 1. `seekTo`, `tell`,
+/// `size` and `setLength` take and give them as they are. `seek` and `getLength`, which every
+/// QRTFmFile has, give those from 2 GiB up as negative ints, to be converted to unsigned, and
+/// `seek` gets there in steps of `eSeekCurrent` only, since a negative offset from the start is
+/// refused.
+///
+/// Bytes that were skipped, not written, are zeros where `setLength` lengthened the file and
+/// wherever their page was never touched. A seek past the end skips without clearing: what the rest
+/// of the last page held, and pages that `reset(false)` kept, shows there.
 ///
 /// In compressing mode everything given to `write` is stored in gzip format, and position, length,
 /// `read` and `seek` are about the compressed bytes; QRTVirtualFileGZIPReader reads them back. From
@@ -85,11 +95,20 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   ///         unchanged, when it would end past 4 GiB - 1; what the manager and the compressor raise
   int write(const void* data, unsigned int n) override;
 
-  /// Moves the position. Past the end it lengthens the file, without allocating: what was never
-  /// written reads as the bytes that a fresh page happens to hold.
+  /// Moves the position. Past the end it lengthens the file, without allocating or clearing.
   /// @return the new position; -1, with nothing changed, when that would be below 0 or past
-  ///         4 GiB - 2: the position 4 GiB - 1 looks like a failure. Only a write gets there
+  ///         4 GiB - 2: the position 4 GiB - 1 looks like a failure. Only `seekTo` and a write get
+  ///         there
   int seek(int offset, seekorigin origin) override;
+
+  /// Moves the position to any place from 0 to 4 GiB - 1. Past the end it lengthens the file, as
+  /// `seek` does.
+  /// @param position  bytes from the start
+  /// Cost: O(1), never touches the disk
+  void seekTo(unsigned int position);
+
+  /// @return the position, in bytes from the start
+  unsigned int tell() const noexcept { return m_position; }
 
   // A file of the operating system is opened by these; a virtual file by those below.
   using QRTFmFile::open;
@@ -102,8 +121,23 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   ///         `close` has nothing to report
   int close() override;
 
-  /// @return bytes in the file
+  /// @return bytes in the file, from 2 GiB up as a negative int
   int getLength() override;
+
+  /// @return bytes in the file
+  unsigned int size() const noexcept { return m_length; }
+
+  /// Cuts the file off or lengthens it. Pages that lie wholly behind the new end go back to the
+  /// manager, those that `reset(false)` kept among them; what is added reads as zeros and takes no
+  /// pages before it is touched. A position behind the new end moves to the end, any other stays.
+  /// On a compressing file it counts compressed bytes, as everything does, and is for the time
+  /// between members: cutting back to where a member ended takes back those behind it.
+  /// @param length  bytes that the file shall have
+  /// @throws QRTIllegalStateError while a gzip member is open (`close` first), or when the last
+  ///         page of the old content, whose rest is cleared, cannot be read back; the file is then
+  ///         as it was
+  /// Cost: O(pages given back); lengthening clears up to a page and may read it from the disk
+  void setLength(unsigned int length);
 
   /// Opens the file in a manager that the host keeps. A file that has a manager is reset first and
   /// gives its pages up; a manager of its own is ended.
@@ -113,7 +147,7 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   virtual void open(QRTVirtualMemoryMgr* memMgr, unsigned int, unsigned int pageSize,
                     bool compress);
 
-  /// Opens the file in a manager of its own, by the other `open`.
+  /// Opens the file in a manager of its own, by the `open` above.
   /// @param memorySize  bytes to hold in memory; 0 means the manager's default
   /// @param pageSize    bytes of a page; 0 means kDefaultPageSize
   /// @param compress    true switches compressing on; false leaves it as it is
@@ -121,6 +155,19 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   ///         as it was. What an override of the other `open` raises; a manager that it took by then
   ///         stays the file's own
   virtual void open(unsigned int memorySize, unsigned int, unsigned int pageSize, bool compress);
+
+  /// The same for sizes of every other integer type, so that the literal 0 is a size, here as
+  /// everywhere, and not perhaps a null manager. Integers of up to 32 bits are converted as they
+  /// always were.
+  /// @throws QRTAssertError for a 64-bit size that is negative or past 4 GiB - 1; the file is as it
+  ///         was
+  template <class Integer, std::enable_if_t<std::is_integral<Integer>::value, int> = 0>
+  void open(Integer memorySize, unsigned int unused, unsigned int pageSize, bool compress) {
+    QRT_ASSERT_NAMED(sizeof(Integer) <= sizeof(unsigned int) ||
+                         static_cast<unsigned long long>(memorySize) <= UINT_MAX,
+                     "a memory size is 0 to 4294967295 bytes");
+    open(static_cast<unsigned int>(memorySize), unused, pageSize, compress);
+  }
 
   /// Closes the file and makes it empty. A member that `close` cannot end, or that a `write` has
   /// lost, is dropped without an error, since it would be gone in any case.
@@ -143,6 +190,8 @@ class QRT_EXPORT QRTVirtualFile : public QRTFmFile {
   char* getCurrentBuffer();
   void dismissBuffer(unsigned int position);
   bool inSamePage(unsigned int a, unsigned int b);
+  void clearBehindEnd(unsigned int length);
+  void freePagesFrom(std::size_t index);
 
   QRTVirtualFileOuputStream m_outStream;       // the compressor's sink; bound while compressing
   HZSGZIPOutputStream* m_gzipStream;           // the compressor of the current member, owned

@@ -29,6 +29,15 @@ constexpr unsigned int kMaxSeek = kMaxLength - 1;
   QRT_THROW(QRTOutOfMemoryError(0, text));
 }
 
+[[noreturn]] void raiseMemberOpen(unsigned int length) {
+  char text[160];
+  std::snprintf(text, sizeof text,
+                "QRTVirtualFile: the length cannot be set to %u bytes while a gzip member is open; "
+                "close the file first",
+                length);
+  QRT_THROW(QRTIllegalStateError(0, text));
+}
+
 [[noreturn]] void raiseUnreadable(unsigned int position, const char* reason) {
   char text[400];
   std::snprintf(text, sizeof text,
@@ -203,16 +212,45 @@ int QRTVirtualFile::seek(int offset, seekorigin origin) {
   if (position < 0 || position > kMaxSeek) {
     return -1;
   }
-  if (m_buffer != nullptr && !inSamePage(m_position, static_cast<unsigned int>(position))) {
+  seekTo(static_cast<unsigned int>(position));
+  return static_cast<int>(m_position);
+}
+
+void QRTVirtualFile::seekTo(unsigned int position) {
+  if (m_buffer != nullptr && !inSamePage(m_position, position)) {
     dismissBuffer(m_position);
   }
-  m_position = static_cast<unsigned int>(position);
+  m_position = position;
   m_length = std::max(m_length, m_position);
-  return static_cast<int>(m_position);
 }
 
 int QRTVirtualFile::getLength() {
   return static_cast<int>(m_length);
+}
+
+// 1. Clear what the last page has behind the old end; this is all that can fail.
+// 2. Give back the pages that hold nothing of what stays, unpinned first. Pages of what is added
+// are
+//    not there then, and one that is touched for the first time is cleared.
+// 3. Set the length, and the position where it would lie behind.
+void QRTVirtualFile::setLength(unsigned int length) {
+  if (m_gzipStream != nullptr) {
+    raiseMemberOpen(length);
+  }
+  // Step 1
+  if (length > m_length) {
+    clearBehindEnd(length);
+  }
+  // Step 2
+  const std::uint64_t kept = std::min(length, m_length);
+  const auto pages = static_cast<std::size_t>((kept + m_pageSize - 1) / m_pageSize);
+  if (m_position / m_pageSize >= pages) {
+    dismissBuffer(m_position);
+  }
+  freePagesFrom(pages);
+  // Step 3
+  m_length = length;
+  m_position = std::min(m_position, length);
 }
 
 // The file is closed even when the end of the member cannot be stored.
@@ -253,12 +291,40 @@ void QRTVirtualFile::dispose() {
     m_gzipStream = nullptr;
   }
   dismissBuffer(kCurrentPosition);
-  while (!m_pages.empty()) {
+  freePagesFrom(0);
+}
+
+/// Gives the pages from an index on back and takes them out of the table. None of them is pinned.
+void QRTVirtualFile::freePagesFrom(std::size_t index) {
+  while (m_pages.size() > index) {
     if (m_memMgr != nullptr) {
       m_memMgr->free(m_pages.back());
     }
     m_pages.pop_back();
   }
+}
+
+/// Clears the page of the file's end from there on, if it is allocated, up to a longer length. A
+/// page that is not pinned anyway is pinned for this only, after the one that is.
+void QRTVirtualFile::clearBehindEnd(unsigned int length) {
+  const unsigned int offset = m_length % m_pageSize;
+  const std::size_t index = m_length / m_pageSize;
+  if (offset == 0 || index >= m_pages.size() || m_pages[index].empty() != 0) {
+    return;
+  }
+  const unsigned int count = std::min(m_pageSize - offset, length - m_length);
+  if (m_buffer != nullptr && inSamePage(m_position, m_length)) {
+    std::memset(m_buffer + offset, 0, count);
+    return;
+  }
+  dismissBuffer(kCurrentPosition);
+  QRTVirtualPageItem& page = m_pages[index];
+  char* const bytes = static_cast<char*>(m_memMgr->getAddress(page, 1));
+  if (bytes == nullptr) {
+    raiseUnreadable(m_length, m_memMgr->getLastStoreError());
+  }
+  std::memset(bytes + offset, 0, count);
+  m_memMgr->dismiss(page);
 }
 
 /// The table's entry for the page of a position; the table grows as needed, its pages do not.
@@ -274,13 +340,20 @@ QRTVirtualPageItem& QRTVirtualFile::getCurrentPage() {
   return getPage(m_position);
 }
 
-/// Pins the page of the current position if none is pinned.
+/// Pins the page of the current position if none is pinned. What a new page has of the file is
+/// cleared, which in a file that is written in order is nothing.
 char* QRTVirtualFile::getCurrentBuffer() {
-  if (m_buffer == nullptr) {
-    QRT_ASSERT(m_memMgr);
-    QRTVirtualPageItem& page = getCurrentPage();
-    m_buffer = static_cast<char*>(page.empty() ? m_memMgr->alloc(m_pageSize, page)
-                                               : m_memMgr->getAddress(page, 1));
+  if (m_buffer != nullptr) {
+    return m_buffer;
+  }
+  QRT_ASSERT(m_memMgr);
+  QRTVirtualPageItem& page = getCurrentPage();
+  if (page.empty() != 0) {
+    m_buffer = static_cast<char*>(m_memMgr->alloc(m_pageSize, page));
+    const unsigned int start = m_position - m_position % m_pageSize;
+    std::memset(m_buffer, 0, std::min(m_pageSize, m_length - start));
+  } else {
+    m_buffer = static_cast<char*>(m_memMgr->getAddress(page, 1));
     if (m_buffer == nullptr) {
       raiseUnreadable(m_position, m_memMgr->getLastStoreError());
     }

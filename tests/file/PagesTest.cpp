@@ -8,11 +8,9 @@
 #include <string>
 
 #include "HZSStreams/HZSGZIPOutputStream.h"
-#include "QRTVirtualFile.h"
-#include "QRTVirtualMemoryMgr.h"
+#include "file/PagesTest.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
-#include "support/RecordingEngine.h"
 #include "support/TestSeed.h"
 
 namespace {
@@ -20,33 +18,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr unsigned int kPage = 8192;
-
-class PagesTest : public testing::Test {
- protected:
-  PagesTest() { engine.take(); }
-
-  void openFile(bool compress = false) { file.open(&manager, 0, kPage, compress); }
-  int write(std::size_t n, char fill = 'x') {
-    return file.write(std::string(n, fill).data(), static_cast<unsigned int>(n));
-  }
-  int read(std::size_t n) {
-    buffer.assign(n, '-');
-    return file.read(buffer.data(), static_cast<unsigned int>(n));
-  }
-  unsigned int position() { return static_cast<unsigned int>(file.seek(0, kCurrent)); }
-  unsigned int length() { return static_cast<unsigned int>(file.getLength()); }
-
-  static constexpr auto kSet = QRTFmFile::eSeekSet;
-  static constexpr auto kCurrent = QRTFmFile::eSeekCurrent;
-  static constexpr auto kEnd = QRTFmFile::eSeekEnd;
-
-  EngineRecord& engine = EngineRecord::reset();
-  QRTVirtualMemoryMgr manager{0U, 0U, 64};
-  QRTVirtualFile file;
-  std::string buffer;
-};
 
 TEST_F(PagesTest, AFreshFileWorksWhereverNoPageIsNeeded) {
   EXPECT_EQ(file.getLength(), 0);

@@ -20,8 +20,8 @@ TEST_F(FileTest, BehavesAsAStringOfBytesWhateverThePageSize) {
     const std::size_t most = pageSize == 1 ? 20000 : 3000000;
     for (int step = 0; step < 400; ++step) {
       const std::size_t n = random() % (random() % 4 == 0 ? most / 20 : 300);
-      switch (random() % 4) {
-        case 0:  // not past the end: what a fresh page holds is nobody's business
+      switch (random() % 6) {
+        case 0:  // not past the end: what is behind it is nobody's business
           position = random() % (model.size() + 1);
           ASSERT_EQ(file.seek(static_cast<int>(position), QRTFmFile::eSeekSet),
                     static_cast<int>(position));
@@ -32,6 +32,22 @@ TEST_F(FileTest, BehavesAsAStringOfBytesWhateverThePageSize) {
           position += got.size();
           break;
         }
+        case 2: {
+          const std::size_t length =
+              random() % 3 == 0 ? random() % (model.size() + 1) : std::min(most, model.size() + n);
+          file.setLength(static_cast<unsigned int>(length));
+          model.resize(length);
+          position = std::min(position, length);
+          ASSERT_EQ(file.tell(), position);
+          break;
+        }
+        case 3:
+          if (random() % 8 == 0) {
+            file.reset(random() % 2 == 0);  // pages with other bytes in them
+            model.clear();
+            position = 0;
+          }
+          break;
         default: {
           const std::string bytes = words(std::min(n, most - std::min(most, position)));
           write(file, bytes);
