@@ -8,6 +8,7 @@
 namespace {
 
 using testing::HasSubstr;
+using namespace std::literals;
 
 class CompressingTest : public FileTest {
  protected:
@@ -58,11 +59,12 @@ TEST_F(CompressingTest, ACutOrDamagedStreamGivesWhatIsGoodAndThenAnError) {
 
   QRTVirtualFile cut;
   cut.open(&manager, 0, 4096, false);
-  const auto contentOf = [&](const std::string& bytes, const std::string& problem) {
+  const auto contentOf = [&](const std::string& bytes, const std::string& problem,
+                             unsigned int bufferSize = 16384) {
     cut.reset(false);
     write(cut, bytes);
     cut.seek(0, QRTFmFile::eSeekSet);
-    QRTVirtualFileGZIPReader reader(cut);
+    QRTVirtualFileGZIPReader reader(cut, bufferSize);
     std::string room(text.size() + 1, '\0');
     unsigned int got = 0;
     const auto error = expectRaised<QRTIllegalStateError>([&] {
@@ -81,11 +83,43 @@ TEST_F(CompressingTest, ACutOrDamagedStreamGivesWhatIsGoodAndThenAnError) {
   EXPECT_GT(half.size(), text.size() / 3);
   EXPECT_TRUE(half == text.substr(0, half.size()));
   EXPECT_TRUE(contentOf(gzip.substr(0, gzip.size() - 1), "the file ends inside it") == text);
-  EXPECT_TRUE(contentOf(gzip + "no member", "position " + std::to_string(gzip.size())) == text);
+  EXPECT_TRUE(contentOf(gzip + '\x1F', "position " + std::to_string(gzip.size())) == text)
+      << "which may be how the next member began";
 
   std::string damaged = gzip;
   damaged[damaged.size() - 6] = static_cast<char>(damaged[damaged.size() - 6] ^ 1);
   EXPECT_TRUE(contentOf(damaged, "position 0 ") == text) << "its checksum does not fit";
+
+  const std::string zeros(20000, '\0');
+  for (const std::string& trailing : {"no member"s, "x"s, "\x1F!"s, "\x8B\x1F"s}) {
+    for (const std::size_t padding : {0U, 1U, 20000U}) {
+      for (const unsigned int bufferSize : {0U, 16384U}) {  // also a byte of the two at a time
+        SCOPED_TRACE(testing::Message() << trailing << padding << ' ' << bufferSize);
+        const std::string where = std::to_string(gzip.size() + padding);
+        EXPECT_TRUE(contentOf(gzip + zeros.substr(0, padding) + trailing,
+                              "trailing bytes at position " + where + " ", bufferSize) == text);
+      }
+    }
+  }
+  EXPECT_EQ(contentOf(zeros, "the gzip member at position 0 "), "") << "zeros behind nothing";
+}
+
+TEST_F(CompressingTest, ZerosBehindAMemberArePadding) {
+  write(file, "one");
+  file.close();
+  const unsigned int member = length();
+  for (const unsigned int padding : {1U, 7U, 50000U}) {
+    file.setLength(member + padding);
+    for (const unsigned int buffer : {0U, 7U, 16384U}) {
+      file.seekTo(0);
+      EXPECT_EQ(inflated(file, 5, buffer), "one") << padding << " bytes, " << buffer;
+    }
+  }
+  file.seekTo(length());
+  write(file, "two");
+  file.close();
+  file.seekTo(0);
+  EXPECT_EQ(inflated(file, 5, 0), "onetwo") << "in front of another member as well";
 }
 
 }  // namespace

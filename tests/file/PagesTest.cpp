@@ -8,6 +8,7 @@
 #include <string>
 
 #include "HZSStreams/HZSGZIPOutputStream.h"
+#include "QRTVirtualFileGZIPReader.h"
 #include "file/PagesTest.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
@@ -352,6 +353,34 @@ TEST_F(PagesTest, AMemberThatAWriteLostIsReportedOnceOrGoesWithItsPages) {
   file.reset(true);
   EXPECT_TRUE(engine.objects.empty());
   EXPECT_EQ(file.close(), 1);
+}
+
+// The second page cannot be read when the reader asks for it; the first one has been moved by then.
+TEST_F(PagesTest, AReaderLosesNothingWhenAPageCannotBeReadForAMoment) {
+  openFile(true);
+  const std::string content = noise(5 * kPage);
+  file.write(content.data(), static_cast<unsigned int>(content.size()));
+  file.close();
+  file.seekTo(0);
+  QRTVirtualFileGZIPReader reader(file, kPage + 100);
+  std::string back(content.size(), '-');
+  unsigned int done = reader.read(back.data(), 100);
+  EXPECT_EQ(done, 100U);
+
+  engine.refuseGetAddress = true;
+  const auto room = static_cast<unsigned int>(back.size());
+  done += reader.read(back.data() + done, room - done);
+  EXPECT_GT(done, kPage / 2) << "what was read ahead is given first";
+  for (int again = 0; again < 2; ++again) {
+    const auto error =
+        expectRaised<QRTIllegalStateError>([&] { reader.read(back.data() + done, room - done); });
+    EXPECT_THAT(textOf(error), HasSubstr("cannot be read back"));
+  }
+  engine.refuseGetAddress = false;
+  done += reader.read(back.data() + done, room - done);
+  EXPECT_TRUE(back == content);
+  char more = 0;
+  EXPECT_EQ(reader.read(&more, 1), 0U);
 }
 
 }  // namespace

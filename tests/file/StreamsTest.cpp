@@ -5,6 +5,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "QRTVirtualFileGZIPStreamBuf.h"
 #include "QRTVirtualFileStreamBuf.h"
 #include "file/FileTest.h"
 #include "support/ErrorMatchers.h"
@@ -105,6 +106,86 @@ TEST_F(StreamsTest, ErrorsOfTheFileMakeAStreamBadOrComeThrough) {
   stream.exceptions(std::ios::badbit);
   stream << "waits";
   EXPECT_EQ(textOf(expectRaised<QRTAssertError>([&] { stream.flush(); })), "QRT_ASSERT(m_memMgr);");
+}
+
+class InflatingStreamsTest : public FileTest {
+ protected:
+  InflatingStreamsTest() {
+    file.open(&manager, 0, 1000, true);
+    write(file, text.substr(0, 30000));
+    file.close();
+    write(file, text.substr(30000));
+    file.close();
+    file.seekTo(0);
+  }
+
+  const std::string text = words(100000);
+  QRTVirtualFile file;
+};
+
+TEST_F(InflatingStreamsTest, ReadsLikeAStringStreamOfTheContent) {
+  for (const std::size_t bufferSize : {0U, 3U, 16384U}) {
+    SCOPED_TRACE(bufferSize);
+    file.seekTo(0);
+    QRTVirtualFileGZIPStreamBuf buffer(file, bufferSize);
+    std::istream stream(&buffer);
+    std::istringstream model(text);
+    for (bool more = true; more;) {
+      std::string got(random() % (random() % 9 == 0 ? 30000 : 40), '\0');
+      std::string expected = got;
+      switch (random() % 3) {
+        case 0:
+          std::getline(stream, got);
+          std::getline(model, expected);
+          break;
+        case 1:
+          stream >> got;
+          model >> expected;
+          break;
+        default:
+          stream.read(got.data(), static_cast<std::streamsize>(got.size()));
+          model.read(expected.data(), static_cast<std::streamsize>(got.size()));
+          ASSERT_EQ(stream.gcount(), model.gcount());
+      }
+      ASSERT_EQ(got, expected);
+      ASSERT_EQ(stream.rdstate(), model.rdstate());
+      ASSERT_EQ(stream.tellg(), model.tellg());
+      more = stream.good();
+    }
+    EXPECT_EQ(buffer.getError(), nullptr);
+    stream.clear();
+    EXPECT_FALSE(stream.seekg(0)) << "it goes one way";
+  }
+}
+
+TEST_F(InflatingStreamsTest, DamageMakesAStreamBadAndItsReasonIsKept) {
+  file.setLength(file.size() - 1);
+  const auto expectBad = [&](const QRTVirtualFileGZIPStreamBuf& buffer, std::istream& stream) {
+    EXPECT_TRUE(stream.bad());
+    ASSERT_NE(buffer.getError(), nullptr);
+    EXPECT_THAT(buffer.getError(), testing::HasSubstr("the file ends inside it"));
+  };
+  std::string all;
+  {
+    file.seekTo(0);
+    QRTVirtualFileGZIPStreamBuf buffer(file);
+    std::istream stream(&buffer);
+    for (std::string line; std::getline(stream, line) || !line.empty(); line.clear()) {
+      all += line + '\n';
+    }
+    expectBad(buffer, stream);
+  }
+  EXPECT_EQ(all.substr(0, text.size()), text) << "what comes before it is given";
+
+  std::string room(text.size() + 1, '\0');
+  file.seekTo(0);
+  QRTVirtualFileGZIPStreamBuf buffer(file);
+  std::istream stream(&buffer);
+  stream.read(room.data(), static_cast<std::streamsize>(room.size()));
+  expectBad(buffer, stream);
+  stream.clear();
+  stream.exceptions(std::ios::badbit);
+  expectRaised<QRTIllegalStateError>([&] { stream.get(); });
 }
 
 TEST_F(StreamsTest, CopiesAFileIntoAnother) {
