@@ -1,6 +1,9 @@
 #ifndef QRTVIRTUALI18NSTRING_H
 #define QRTVIRTUALI18NSTRING_H
 
+#include <string>
+#include <string_view>
+
 #include "QRTCore/I18NString.h"
 #include "QRTCore/QRTExport.h"
 #include "QRTVirtualPageItem.h"
@@ -38,10 +41,23 @@ class QRT_EXPORT QRTVirtualI18NString : public QRTVirtualPageItem {
   /// Cost: O(size); may write pages to disk. Allocates nothing outside the store.
   void setString(const I18NString& s, QRTVirtualMemoryMgr* memMgr);
 
+  /// Stores what an I18NString made from UTF-8 holds; empty text changes nothing.
+  /// @throws as above, and std::bad_alloc, since the text is converted outside the store
+  void setString(std::string_view utf8, QRTVirtualMemoryMgr* memMgr);
+
+  /// The same for zero-terminated UTF-8; null is the empty string and changes nothing.
+  void setString(const char* utf8, QRTVirtualMemoryMgr* memMgr);
+
   /// @return the stored string
   /// @throws std::bad_alloc
   /// Cost: O(size), and one read when the string is not in memory
   I18NString getString(QRTVirtualMemoryMgr* memMgr);
+
+  /// @return the stored string in UTF-8, as I18NString::toUtf8 gives it; empty when nothing is
+  ///         stored. A QRTVirtualI18NReader looks at the code units without a copy
+  /// @throws QRTOutOfMemoryError when it has 2 GiB or more in UTF-8; std::bad_alloc
+  /// Cost: O(size), and one read when the string is not in memory
+  std::string getUtf8(QRTVirtualMemoryMgr* memMgr) const;
 
   /// Compares two stored strings of one manager.
   /// @return 1 when both hold the same bytes, else 0; two empty handles are not equal
@@ -54,11 +70,23 @@ class QRT_EXPORT QRTVirtualI18NString : public QRTVirtualPageItem {
   /// Cost: O(1) when the sizes differ, else O(size) and one read
   int isEqual(const I18NString& s, QRTVirtualMemoryMgr* memMgr);
 
+  /// Compares with what an I18NString made from UTF-8 holds; null is the empty string, which
+  /// nothing equals.
+  /// @throws std::bad_alloc
+  /// Cost: as above, and the conversion
+  int isEqual(std::string_view utf8, QRTVirtualMemoryMgr* memMgr) const;
+  int isEqual(const char* utf8, QRTVirtualMemoryMgr* memMgr) const;
+
   /// The same operations with the manager of a container.
   I18NString getString(QRTVirtualContainer* container);
+  std::string getUtf8(QRTVirtualContainer* container) const;
   void setString(const I18NString& s, QRTVirtualContainer* container);
+  void setString(std::string_view utf8, QRTVirtualContainer* container);
+  void setString(const char* utf8, QRTVirtualContainer* container);
   int isEqual(QRTVirtualI18NString& other, QRTVirtualContainer* container);
   int isEqual(const I18NString& s, QRTVirtualContainer* container);
+  int isEqual(std::string_view utf8, QRTVirtualContainer* container) const;
+  int isEqual(const char* utf8, QRTVirtualContainer* container) const;
 };
 
 #endif  // QRTVIRTUALI18NSTRING_H

@@ -1,6 +1,7 @@
 #ifndef QRTVIRTUALUTF8STRING_H
 #define QRTVIRTUALUTF8STRING_H
 
+#include <string>
 #include <string_view>
 
 #include "QRTCore/I18NString.h"
@@ -67,6 +68,13 @@ class QRT_EXPORT QRTVirtualUTF8String : public QRTVirtualPageItem {
   /// Cost: O(length), and one read when the string is not in memory
   I18NString getString(QRTVirtualMemoryMgr* memMgr);
 
+  /// @return a copy of the stored bytes; empty when nothing is stored. A QRTVirtualUTF8Reader looks
+  ///         at them without a copy, while it stands: what is stored has no terminating zero and no
+  ///         address without a pin, so no pointer to it can be given that outlives the call
+  /// @throws std::bad_alloc
+  /// Cost: O(length), and one read when the string is not in memory; nothing is converted
+  std::string getUtf8(QRTVirtualMemoryMgr* memMgr) const;
+
   /// Puts the stored string into a buffer; clears the buffer when nothing is stored.
   /// @throws as `getString`, with the buffer as it was
   void getI18NBuffer(QRTI18NBuffer& buf, QRTVirtualMemoryMgr* memMgr);
@@ -101,6 +109,7 @@ class QRT_EXPORT QRTVirtualUTF8String : public QRTVirtualPageItem {
   void setString(std::string_view utf8, QRTVirtualContainer* container);
   void setString(const char* utf8, QRTVirtualContainer* container);
   I18NString getString(QRTVirtualContainer* container);
+  std::string getUtf8(QRTVirtualContainer* container) const;
   void getI18NBuffer(QRTI18NBuffer& buf, QRTVirtualContainer* container);
   void* getObjectPtr(QRTVirtualContainer* container);
   int isEqual(const QRTVirtualUTF8String& other, QRTVirtualContainer* container) const;

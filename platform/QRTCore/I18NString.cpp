@@ -63,6 +63,13 @@ I18NString::I18NString(const char* utf8)
 
 I18NString::I18NString(std::string_view utf8) : m_units(unitsFromUtf8(utf8)) {}
 
+I18NString::I18NString(std::u16string_view units) {
+  if (units.size() > kMaxUnits) {
+    raiseTooLong();
+  }
+  m_units = units;
+}
+
 I18NString::I18NString(const char* data, const char* encoding, int length,
                        ConversionFunction function, void* /*context*/) {
   requireUtf8(encoding, function != nullptr);
@@ -125,6 +132,18 @@ const char* I18NString::c_str(const char* encoding, int* length, ConversionFunct
   return m_utf8.c_str();
 }
 
+std::string_view I18NString::viewUtf8() const {
+  int length = 0;
+  const char* const bytes = c_str(nullptr, &length, nullptr, nullptr);
+  return {bytes, static_cast<std::size_t>(length - 1)};
+}
+
+std::string I18NString::toUtf8() const {
+  std::string bytes(static_cast<std::size_t>(getUtf8Length()), '\0');
+  copyUtf8(bytes.data());
+  return bytes;
+}
+
 int I18NString::getUtf8Length() const {
   const std::uint64_t length = m_hasUtf8 ? m_utf8.size() : QRTUtUtf8::utf8Length(m_units);
   if (length >= static_cast<std::uint64_t>(INT_MAX)) {
@@ -177,7 +196,5 @@ I18NString& I18NString::append(const I18NString& other) {
 }
 
 std::ostream& operator<<(std::ostream& os, const I18NString& text) {
-  int length = 0;
-  const char* const bytes = text.c_str(nullptr, &length, nullptr, nullptr);
-  return os << std::string_view(bytes, static_cast<std::size_t>(length - 1));
+  return os << text.viewUtf8();
 }

@@ -34,6 +34,10 @@ class QRT_EXPORT I18NString {
   /// @throws QRTOutOfMemoryError when the result would be longer than `size` can tell
   explicit I18NString(std::string_view utf8);
 
+  /// Makes a string from UTF-16 code units without any check.
+  /// @throws QRTOutOfMemoryError when the result would be longer than `size` can tell
+  explicit I18NString(std::u16string_view units);
+
   /// Makes a string from UTF-8 of a given length, zero bytes included; each ill-formed sequence
   /// becomes U+FFFD.
   /// @param data      the bytes; null gives the empty string
@@ -72,6 +76,10 @@ class QRT_EXPORT I18NString {
   ///         moved from or destroyed
   const void* getExternalBuffer() const noexcept { return m_units.data(); }
 
+  /// @return the code units themselves, without a copy; valid until the string is changed, moved
+  ///         from or destroyed, so not behind the statement for a string that a call has returned
+  std::u16string_view viewUnits() const noexcept { return m_units; }
+
   /// Gives the string in UTF-8; an unpaired surrogate becomes U+FFFD.
   /// @param encoding  null or "UTF-8"
   /// @param length    null, or receives the number of bytes, the terminating zero included
@@ -85,6 +93,19 @@ class QRT_EXPORT I18NString {
   /// string, so two threads do not call this on one string at the same time.
   const char* c_str(const char* encoding, int* length, ConversionFunction function,
                     void* context) const;
+
+  /// The same for the default encoding: the string in UTF-8 with a terminating zero.
+  const char* c_str() const { return c_str(nullptr, nullptr, nullptr, nullptr); }
+
+  /// @return the bytes that `c_str` gives, zero bytes among them included and the terminating one
+  ///         not; valid as long as those
+  /// @throws as `c_str`, whose cost and threads it has
+  std::string_view viewUtf8() const;
+
+  /// @return a copy of the string in UTF-8, zero bytes included
+  /// @throws as `getUtf8Length`; std::bad_alloc
+  /// Cost: O(size). Keeps nothing inside the string, unlike `c_str`
+  std::string toUtf8() const;
 
   /// @return bytes of the string in UTF-8, without a terminating zero
   /// @throws QRTOutOfMemoryError when an int cannot tell them

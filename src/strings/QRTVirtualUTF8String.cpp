@@ -77,6 +77,17 @@ I18NString QRTVirtualUTF8String::getString(QRTVirtualMemoryMgr* memMgr) {
   return text;
 }
 
+std::string QRTVirtualUTF8String::getUtf8(QRTVirtualMemoryMgr* memMgr) const {
+  std::string bytes;
+  if (memMgr != nullptr && empty() == 0) {
+    const auto pinned = QRTVirtualPin<const char>::whole(*memMgr, *this);
+    if (pinned) {
+      bytes.assign(pinned.get(), getSize());
+    }
+  }
+  return bytes;
+}
+
 void QRTVirtualUTF8String::getI18NBuffer(QRTI18NBuffer& buf, QRTVirtualMemoryMgr* memMgr) {
   if (memMgr == nullptr || empty() != 0) {
     buf.clear();
@@ -151,6 +162,10 @@ void QRTVirtualUTF8String::setString(const char* utf8, QRTVirtualContainer* cont
 
 I18NString QRTVirtualUTF8String::getString(QRTVirtualContainer* container) {
   return getString(qrtManagerOf(container));
+}
+
+std::string QRTVirtualUTF8String::getUtf8(QRTVirtualContainer* container) const {
+  return getUtf8(qrtManagerOf(container));
 }
 
 void QRTVirtualUTF8String::getI18NBuffer(QRTI18NBuffer& buf, QRTVirtualContainer* container) {

@@ -59,6 +59,14 @@ TEST(I18NString, WellFormedTextConvertsBothWays) {
     EXPECT_EQ(unitsOf(fromUtf8(bytes)), units);
     EXPECT_EQ(bytesOf(fromUnits(units)), bytes);
     EXPECT_EQ(fromUtf8(bytes), fromUnits(units));
+    const I18NString text{units};
+    EXPECT_EQ(text.viewUnits(), units);
+    EXPECT_EQ(text.viewUnits().data(), text.getExternalBuffer());
+    EXPECT_EQ(text.toUtf8(), bytes);
+    EXPECT_EQ(text.viewUtf8(), bytes);
+    EXPECT_EQ(text.viewUtf8().data(), text.c_str()) << "kept inside the string";
+    EXPECT_EQ(text.c_str()[bytes.size()], '\0');
+    EXPECT_EQ(text.toUtf8(), bytes) << "from what was kept";
   }
 }
 
@@ -95,6 +103,7 @@ TEST(I18NString, UnpairedSurrogatesAreKeptButNotConverted) {
   for (const auto& [units, bytes] : cases) {
     EXPECT_EQ(unitsOf(fromUnits(units)), units);
     EXPECT_EQ(bytesOf(fromUnits(units)), bytes);
+    EXPECT_EQ(I18NString(units).toUtf8(), bytes);
   }
 }
 
@@ -118,6 +127,7 @@ TEST(I18NString, NothingGivesTheEmptyString) {
   const I18NString empties[] = {I18NString(),
                                 I18NString(nullptr),
                                 I18NString(""),
+                                I18NString(std::u16string_view()),
                                 I18NString(nullptr, nullptr, 0, nullptr, nullptr),
                                 I18NString(nullptr, nullptr, 5, nullptr, nullptr),
                                 I18NString("abc", nullptr, -1, nullptr, nullptr),
@@ -129,6 +139,8 @@ TEST(I18NString, NothingGivesTheEmptyString) {
     EXPECT_NE(empty.getExternalBuffer(), nullptr);
     EXPECT_STREQ(empty.c_str(nullptr, &length, nullptr, nullptr), "");
     EXPECT_EQ(length, 1);
+    EXPECT_EQ(empty.viewUnits(), u""sv);
+    EXPECT_EQ(empty.toUtf8(), "");
   }
 }
 
@@ -193,6 +205,8 @@ TEST(I18NString, AFailedAllocationChangesNothing) {
     EXPECT_THROW(text = longText, std::bad_alloc);
     EXPECT_THROW(text.append(longText), std::bad_alloc);
     EXPECT_THROW(longText.c_str(nullptr, nullptr, nullptr, nullptr), std::bad_alloc);
+    EXPECT_THROW(longText.viewUtf8(), std::bad_alloc);
+    EXPECT_THROW(longText.toUtf8(), std::bad_alloc);
   }
   EXPECT_EQ(bytesOf(text), "old");
   EXPECT_EQ(bytesOf(longText), "a text that does not fit into the string object itself");

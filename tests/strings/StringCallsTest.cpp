@@ -7,6 +7,7 @@
 
 #include "QRTCore/QRTThrowable.h"
 #include "QRTVirtualContainer.h"
+#include "QRTVirtualI18NReader.h"
 #include "QRTVirtualI18NString.h"
 #include "QRTVirtualMemoryMgr.h"
 #include "QRTVirtualUTF8Reader.h"
@@ -88,7 +89,13 @@ TEST_F(StringCallsTest, AnEmptyStringChangesNothing) {
   utf8.setString(kNoText, &manager);
   utf8.setString(kNoText, &container);
   utf8.setString(QRTI18NBuffer(), &manager);
+  utf8.setString(nullptr, &manager);
   units.setString(I18NString(), &manager);
+  units.setString(""sv, &manager);
+  units.setString(std::string_view(), &container);
+  units.setString(kNoText, &manager);
+  units.setString(kNoText, &container);
+  units.setString(nullptr, &manager);
   EXPECT_TRUE(record.take().empty());
   EXPECT_EQ(utf8.getString(&container), abc);
   EXPECT_EQ(units.getString(&container), abc);
@@ -106,11 +113,19 @@ TEST_F(StringCallsTest, AFreshHandleIsEmpty) {
   EXPECT_TRUE(units.getString(&manager).empty());
   EXPECT_EQ(utf8.getObjectPtr(&manager), nullptr);
   EXPECT_FALSE(QRTVirtualUTF8Reader(utf8, &manager).isPinned());
+  EXPECT_FALSE(QRTVirtualI18NReader(units, &manager).isPinned());
+  EXPECT_EQ(utf8.getUtf8(&manager), "");
+  EXPECT_EQ(units.getUtf8(&manager), "");
   EXPECT_EQ(utf8.isEqual(I18NString(), &manager), 1);
   EXPECT_EQ(utf8.isEqual(""sv, &manager), 1);
   EXPECT_EQ(utf8.isEqual(kNoText, &manager), 1);
   EXPECT_EQ(utf8.isEqual(kNoText, &container), 1);
+  EXPECT_EQ(utf8.isEqual(nullptr, &manager), 1);
   EXPECT_EQ(units.isEqual(I18NString(), &manager), 0);
+  EXPECT_EQ(units.isEqual(""sv, &manager), 0);
+  EXPECT_EQ(units.isEqual(kNoText, &manager), 0);
+  EXPECT_EQ(units.isEqual(kNoText, &container), 0);
+  EXPECT_EQ(units.isEqual(nullptr, &manager), 0);
   EXPECT_EQ(utf8.isEqual(abc, &manager), 0);
   EXPECT_EQ(utf8.isEqual(QRTVirtualUTF8String(), &manager), 0);
   EXPECT_EQ(units.isEqual(units, &manager), 0);
@@ -128,6 +143,8 @@ void expectNothingHappens(QRTVirtualUTF8String utf8, QRTVirtualI18NString units,
   utf8.setString(kNoText, nowhere);
   utf8.setString(buffer, nowhere);
   units.setString(text, nowhere);
+  units.setString("text"sv, nowhere);
+  units.setString(kNoText, nowhere);
   EXPECT_EQ(utf8.getOffset(), sameUtf8.getOffset());
   EXPECT_EQ(units.getOffset(), sameUnits.getOffset());
   EXPECT_TRUE(utf8.getString(nowhere).empty());
@@ -136,6 +153,9 @@ void expectNothingHappens(QRTVirtualUTF8String utf8, QRTVirtualI18NString units,
   EXPECT_EQ(buffer.empty(), 1);
   EXPECT_EQ(utf8.getObjectPtr(nowhere), nullptr);
   EXPECT_EQ(QRTVirtualUTF8Reader(utf8, nowhere).view(), "");
+  EXPECT_EQ(QRTVirtualI18NReader(units, nowhere).view(), u"");
+  EXPECT_EQ(utf8.getUtf8(nowhere), "");
+  EXPECT_EQ(units.getUtf8(nowhere), "");
   EXPECT_EQ(utf8.isEqual(sameUtf8, nowhere), 0);
   EXPECT_EQ(units.isEqual(sameUnits, nowhere), 0);
   EXPECT_EQ(utf8.isEqual(I18NString("abc"), nowhere), 0);
@@ -144,6 +164,8 @@ void expectNothingHappens(QRTVirtualUTF8String utf8, QRTVirtualI18NString units,
   EXPECT_EQ(QRTVirtualUTF8String().isEqual(""sv, nowhere), 0);
   EXPECT_EQ(QRTVirtualUTF8String().isEqual(I18NString(), nowhere), 0);
   EXPECT_EQ(units.isEqual(I18NString("abc"), nowhere), 0);
+  EXPECT_EQ(units.isEqual("abc"sv, nowhere), 0);
+  EXPECT_EQ(units.isEqual("abc", nowhere), 0);
 }
 
 TEST_F(StringCallsTest, WithoutAManagerNothingHappens) {
@@ -172,6 +194,8 @@ TEST_F(StringCallsTest, ComparisonsLookAtTheLengthFirst) {
   EXPECT_EQ(utf8.isEqual(kNoText, &manager), 0);
   EXPECT_EQ(utf8.isEqual(other, &manager), 0);
   EXPECT_EQ(units.isEqual(I18NString("ab"), &manager), 0);
+  EXPECT_EQ(units.isEqual("abcd", &manager), 0);
+  EXPECT_EQ(units.isEqual(kNoText, &manager), 0);
   EXPECT_TRUE(record.take().empty());
 
   other.setString("abd"sv, &manager);
@@ -187,6 +211,37 @@ TEST_F(StringCallsTest, ComparisonsLookAtTheLengthFirst) {
   EXPECT_EQ(utf8.isEqual("abc", &container), 1);
   EXPECT_EQ(units.isEqual(I18NString("abd"), &container), 0);
   EXPECT_EQ(units.isEqual(abc, &container), 1);
+  EXPECT_EQ(units.isEqual("abc"sv, &container), 1);
+  EXPECT_EQ(units.isEqual("abc", &manager), 1);
+  EXPECT_EQ(units.isEqual("abd", &container), 0);
+}
+
+// Both classes take UTF-8 and give it back, whatever is in it; what is ill-formed is replaced.
+TEST_F(StringCallsTest, Utf8GoesInAndOutInOneCall) {
+  const auto check = [&](std::string_view given, std::string_view stored) {
+    QRTVirtualUTF8String utf8;
+    QRTVirtualI18NString units;
+    utf8.setString(given, &container);
+    units.setString(given, &container);
+    EXPECT_EQ(utf8.getUtf8(&manager), stored);
+    EXPECT_EQ(utf8.getUtf8(&container), stored);
+    EXPECT_EQ(units.getUtf8(&manager), stored);
+    EXPECT_EQ(units.getUtf8(&container), stored);
+    EXPECT_EQ(units.isEqual(given, &manager), 1);
+    const I18NString text(given);
+    EXPECT_EQ(units.getString(&manager), text);
+    EXPECT_EQ(QRTVirtualI18NReader(units, &container).view(), text.viewUnits());
+  };
+  for (const std::string_view same : {"a"sv, "a\0b\0"sv, "Stra\xC3\x9F\x65 \xF0\x9F\x98\x80"sv}) {
+    check(same, same);
+  }
+  check("(\xFF)"sv, "(\xEF\xBF\xBD)"sv);
+
+  const char16_t half[] = u"\xD83D";  // which UTF-8 has no form for
+  QRTVirtualI18NString surrogate;
+  surrogate.setString(I18NString(half), &manager);
+  EXPECT_EQ(QRTVirtualI18NReader(surrogate, &manager).view(), half);
+  EXPECT_EQ(surrogate.getUtf8(&manager), "\xEF\xBF\xBD");
 }
 
 TEST_F(StringCallsTest, AReadingPinIsNotAWritingOne) {
@@ -207,6 +262,20 @@ TEST_F(StringCallsTest, AReadingPinIsNotAWritingOne) {
     next.release();
     EXPECT_EQ(next.view(), "");
   }
+  QRTVirtualI18NString units;
+  units.setString(abc, &manager);
+  record.take();
+  {
+    QRTVirtualI18NReader reader(units, &container);
+    EXPECT_EQ(reader.view(), u"abc");
+    QRTVirtualI18NReader next(std::move(reader));
+    EXPECT_EQ(record.take(), Calls{"GetAddress(2, false)"});
+    EXPECT_EQ(next.view(), u"abc");
+    next.release();
+    EXPECT_EQ(next.view(), u"");
+    EXPECT_EQ(units.getUtf8(&manager), "abc");
+    EXPECT_EQ(record.take(), (Calls{"Dismiss(2)", "GetAddress(2, false)", "Dismiss(2)"}));
+  }
 }
 
 TEST_F(StringCallsTest, AnUnreadableStringIsEmptyAndEqualsNothing) {
@@ -221,6 +290,9 @@ TEST_F(StringCallsTest, AnUnreadableStringIsEmptyAndEqualsNothing) {
   utf8.getI18NBuffer(buffer, &manager);
   EXPECT_EQ(buffer.empty(), 1);
   EXPECT_EQ(utf8.getObjectPtr(&manager), nullptr);
+  EXPECT_EQ(utf8.getUtf8(&manager), "");
+  EXPECT_EQ(units.getUtf8(&manager), "");
+  EXPECT_FALSE(QRTVirtualI18NReader(units, &manager).isPinned());
   EXPECT_EQ(utf8.isEqual(utf8, &manager), 0);
   EXPECT_EQ(units.isEqual(units, &manager), 0);
   EXPECT_EQ(utf8.isEqual(abc, &manager), 0);
@@ -267,6 +339,8 @@ TEST_F(StringCallsTest, AFailedFetchGivesItsPinBack) {
     EXPECT_THROW(utf8.getString(&manager), std::bad_alloc);
     EXPECT_THROW(utf8.getI18NBuffer(buffer, &manager), std::bad_alloc);
     EXPECT_THROW(units.getString(&manager), std::bad_alloc);
+    EXPECT_THROW(utf8.getUtf8(&manager), std::bad_alloc);
+    EXPECT_THROW(units.getUtf8(&manager), std::bad_alloc);
     // Comparing needs no memory.
     EXPECT_EQ(utf8.isEqual(text, &manager), 1);
     EXPECT_EQ(units.isEqual(text, &manager), 1);

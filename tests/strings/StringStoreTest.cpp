@@ -56,6 +56,8 @@ TEST_F(StringStoreTest, EveryWayInAgreesWithEveryWayOut) {
     const std::string_view utf8(text.c_str(nullptr, nullptr, nullptr, nullptr),
                                 static_cast<std::size_t>(text.getUtf8Length()));
     ASSERT_EQ(QRTVirtualUTF8Reader(twin.utf8, &manager).view(), utf8);
+    ASSERT_EQ(twin.utf8.getUtf8(&manager), utf8);
+    ASSERT_EQ(twin.units.getUtf8(&manager), utf8);
     ASSERT_EQ(twin.utf8.getString(&manager), text);
     ASSERT_EQ(twin.units.getString(&manager), text);
     ASSERT_EQ(twin.utf8.isEqual(I18NString(twin.given), &manager), 1);
@@ -132,6 +134,8 @@ TEST_F(StringStoreTest, AHandleOfAnotherManagerGivesNothing) {
   units.setString(I18NString("as UTF-16"), &manager);
   EXPECT_TRUE(string.getString(&other).empty());
   EXPECT_TRUE(units.getString(&other).empty());
+  EXPECT_EQ(string.getUtf8(&other), "");
+  EXPECT_EQ(units.getUtf8(&other), "");
   EXPECT_EQ(string.getObjectPtr(&other), nullptr);
   EXPECT_FALSE(QRTVirtualUTF8Reader(string, &other).isPinned());
   EXPECT_EQ(string.isEqual(string, &other), 0);
