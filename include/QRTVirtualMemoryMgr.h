@@ -115,6 +115,12 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Cost: O(1), a few instructions; never touches the disk
   void* getUnpinned(unsigned long long offset);
 
+  /// The same, and what it is for.
+  /// @param mode  as for `getAddress`: with 0, which finds also objects that were pinned for
+  /// reading
+  ///              only, nothing may be changed through the address
+  void* getUnpinned(unsigned long long offset, int mode);
+
   /// Tells how large an object is that is pinned, whatever an item says.
   /// @param offset  offset of a pinned object
   /// @return bytes, as it was allocated; 0 when the offset names nothing

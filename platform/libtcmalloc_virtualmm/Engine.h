@@ -44,7 +44,7 @@ class Engine {
   void* GetAddress(std::uint64_t offset, bool forWriting) noexcept;
   void Dismiss(std::uint64_t offset) noexcept;
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
-  void* GetUnpinned(std::uint64_t offset) noexcept;
+  void* GetUnpinned(std::uint64_t offset, bool forWriting) noexcept;
   void Prefetch(std::uint64_t offset) noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   std::uint32_t GetSize(std::uint64_t offset) noexcept;
@@ -91,16 +91,19 @@ class Engine {
   void UnpinDeferred(std::uint32_t place, std::uint64_t offset) noexcept;
   void* MoveDeferredPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
   bool IsTouched(const PageEntry& entry) const noexcept;
+  bool IsTouchedFor(const PageEntry& entry, bool forWriting) const noexcept;
   void ShowObject(Slot slot) noexcept;
 
   // Its second stages: EnginePins.cpp. They are never inlined, so that the hot path needs no stack.
   // The first three serve objects in memory with any number of pins; the others what has to be
-  // touched or read, large objects, and handles that name nothing.
+  // touched or read, large objects, and handles that name nothing. GetUnpinnedLarge is the one that
+  // neither touches nor reads.
   [[gnu::noinline]] void* PinResident(std::uint64_t offset, bool forWriting) noexcept;
   [[gnu::noinline]] void UnpinResident(std::uint64_t offset) noexcept;
   [[gnu::noinline]] void* MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept;
   [[gnu::noinline, gnu::cold]] void* PinOnFault(std::uint64_t offset, bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void UnpinLarge(std::uint64_t offset) noexcept;
+  [[gnu::noinline]] void* GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept;
   void* PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
 

@@ -9,9 +9,7 @@ namespace tcmalloc {
 /// counted pins; whatever has a touch to count, or is not in memory, faults.
 void* Engine::PinResident(std::uint64_t offset, bool forWriting) noexcept {
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr ||
-      (!IsTouched(*slot.entry) && (forWriting || slot.entry->TouchedEpoch() != m_pager.Epoch())))
-      [[unlikely]] {
+  if (slot.entry == nullptr || !IsTouchedFor(*slot.entry, forWriting)) [[unlikely]] {
     return PinOnFault(offset, forWriting);
   }
   return PinSlot(slot, offset);
@@ -97,6 +95,16 @@ void* Engine::PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) n
     ObjectGuard::Show(address, m_table.LargeBytes(handle.page));
   }
   return address;
+}
+
+/// Finds a large object in memory whose pin would have nothing to note but itself. It has no header
+/// to look at: entry and frame tell all.
+void* Engine::GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept {
+  const PageEntry* entry = FindLarge(ObjectHandle::Decode(offset));
+  if (entry == nullptr || !entry->Resident() || !IsTouchedFor(*entry, forWriting)) {
+    return nullptr;
+  }
+  return m_arena.Address(entry->where);
 }
 
 /// Ends a pin of an object in memory: a deferred one of it if there is one, for it came last, or a

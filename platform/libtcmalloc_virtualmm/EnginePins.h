@@ -53,6 +53,12 @@ inline bool Engine::IsTouched(const PageEntry& entry) const noexcept {
   return entry.live.touched == m_pager.ModifiedEpoch();
 }
 
+/// Whether a pin has nothing to note in the entry, nor its unpin: as above, and a pin for reading
+/// also of a span that was touched in this epoch without being modified.
+inline bool Engine::IsTouchedFor(const PageEntry& entry, bool forWriting) const noexcept {
+  return IsTouched(entry) || (!forWriting && entry.TouchedEpoch() == m_pager.Epoch());
+}
+
 /// Notes a pin in a deferred place. The object is one of a touched span and has no counted pin.
 inline void* Engine::PinDeferred(std::uint32_t place, Slot slot, std::uint64_t offset) noexcept {
   ShowObject(slot);
@@ -123,15 +129,15 @@ inline void* Engine::MoveDeferredPin(std::uint32_t place, std::uint64_t from,
   return GetAddress(to, true);
 }
 
-inline void* Engine::GetUnpinned(std::uint64_t offset) noexcept {
+inline void* Engine::GetUnpinned(std::uint64_t offset, bool forWriting) noexcept {
   if constexpr (ObjectGuard::kActive) {
     return nullptr;  // only pinned objects are to be seen
   }
   const Slot slot = FindInMemory(offset);
-  if (slot.entry == nullptr || !IsTouched(*slot.entry)) [[unlikely]] {
-    return nullptr;
+  if (slot.entry == nullptr) {
+    return GetUnpinnedLarge(offset, forWriting);
   }
-  return slot.header + 1;
+  return IsTouchedFor(*slot.entry, forWriting) ? slot.header + 1 : nullptr;
 }
 
 inline void Engine::Prefetch(std::uint64_t offset) noexcept {

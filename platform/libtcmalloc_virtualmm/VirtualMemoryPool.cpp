@@ -42,8 +42,8 @@ void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
   return m_engine->MovePin(from.offset, to.offset);
 }
 
-void* VirtualMemoryPool::GetUnpinned(PageItem& item) {
-  return m_engine->GetUnpinned(item.offset);
+void* VirtualMemoryPool::GetUnpinned(PageItem& item, bool forWriting) {
+  return m_engine->GetUnpinned(item.offset, forWriting);
 }
 
 void VirtualMemoryPool::Prefetch(PageItem& item) const {

@@ -108,12 +108,13 @@ class VirtualMemoryPool {
   /// @return as GetAddress
   void* MovePin(PageItem& from, PageItem& to);
 
-  /// Looks an object up that is in memory, to be changed before anything else is asked of the pool:
-  /// a pin and its Dismiss at half their cost.
+  /// Looks an object up that is in memory, to be read or changed before anything else is asked of
+  /// the pool: a pin and its Dismiss at half their cost.
+  /// @param forWriting  true when the caller may change the object; with false it must not
   /// @return its address, valid until the next call of any operation but this one; null when the
   ///         object has to be pinned instead, or for a stale or foreign offset. Nothing is owed.
   /// Cost: O(1), a few nanoseconds, never touches the disk.
-  void* GetUnpinned(PageItem& item);
+  void* GetUnpinned(PageItem& item, bool forWriting);
 
   /// Begins to load an object, for a pin that is to come: into the processor's caches if it is in
   /// memory, else from the paging file into the system's memory, where the system can be asked to.

@@ -242,10 +242,14 @@ void* QRTVirtualMemoryMgr::movePin(unsigned long long from, unsigned long long t
   return m_pool->MovePin(fromHandle, toHandle);
 }
 
-// The engine itself finds nothing at offsets that name nothing.
 void* QRTVirtualMemoryMgr::getUnpinned(unsigned long long offset) {
+  return getUnpinned(offset, 1);
+}
+
+// The engine itself finds nothing at offsets that name nothing.
+void* QRTVirtualMemoryMgr::getUnpinned(unsigned long long offset, int mode) {
   tcmalloc::PageItem handle{offset};
-  return m_pool->GetUnpinned(handle);
+  return m_pool->GetUnpinned(handle, mode != 0);
 }
 
 void QRTVirtualMemoryMgr::prefetch(unsigned long long offset) const {

@@ -127,18 +127,31 @@ TEST_F(StoreTest, AnnouncedPinsTakeNoPinAndReadNothing) {
 }
 
 TEST_F(StoreTest, AnObjectIsWhereItIsFoundWithoutAPin) {
-  QRTVirtualPageItem item = stored("near");
-  const void* const address = manager.getAddress(item, 1);
-  // Where every access is watched, unpinned objects are not to be had.
-  const void* const found = manager.getUnpinned(item.getOffset());
-  EXPECT_THAT(found, testing::AnyOf(address, nullptr));
-  manager.dismiss(item);
-  EXPECT_EQ(manager.getUnpinned(item.getOffset()), found);
-  EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
-  pushOut();
-  EXPECT_EQ(manager.getUnpinned(item.getOffset()), nullptr);
-  for (const unsigned long long nothing : {0ULL, QRTVirtualPageItem::getInvalidOffset()}) {
-    EXPECT_EQ(manager.getUnpinned(nothing), nullptr);
+  // In a slot, and with a span of its own.
+  for (const std::string& content : {std::string("near"), std::string(4096, 'n')}) {
+    QRTVirtualPageItem item = stored(content);
+    const unsigned long long offset = item.getOffset();
+    const void* const address = manager.getAddress(item, 1);
+    // Where every access is watched, unpinned objects are not to be had.
+    const void* const found = manager.getUnpinned(offset);
+    EXPECT_THAT(found, testing::AnyOf(address, nullptr));
+    manager.dismiss(item);
+    EXPECT_EQ(manager.getUnpinned(offset), found);
+    EXPECT_EQ(manager.getUnpinned(offset, 0), found);
+    EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
+    pushOut();
+    for (const unsigned long long nothing :
+         {offset, 0ULL, QRTVirtualPageItem::getInvalidOffset()}) {
+      EXPECT_EQ(manager.getUnpinned(nothing), nullptr);
+      EXPECT_EQ(manager.getUnpinned(nothing, 0), nullptr);
+    }
+    // What was pinned for reading only is not there to be changed.
+    ASSERT_NE(manager.getAddress(item, 0), nullptr);
+    manager.dismiss(item);
+    EXPECT_EQ(manager.getUnpinned(offset), nullptr);
+    const auto* const readable = static_cast<const char*>(manager.getUnpinned(offset, 0));
+    ASSERT_EQ(readable == nullptr, found == nullptr);
+    EXPECT_TRUE(readable == nullptr || std::string(readable, content.size()) == content);
   }
 }
 

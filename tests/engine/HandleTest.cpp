@@ -19,7 +19,8 @@ class HandleTest : public EngineFixture {
     const Stats stats = GetStats();
     EXPECT_EQ(engine->GetAddress(offset, true), nullptr) << std::hex << offset;
     EXPECT_EQ(engine->GetAddress(offset, false), nullptr) << std::hex << offset;
-    EXPECT_EQ(engine->GetUnpinned(offset), nullptr) << std::hex << offset;
+    EXPECT_EQ(engine->GetUnpinned(offset, true), nullptr) << std::hex << offset;
+    EXPECT_EQ(engine->GetUnpinned(offset, false), nullptr) << std::hex << offset;
     engine->Prefetch(offset);
     engine->Dismiss(offset);
     engine->Dirty(offset);

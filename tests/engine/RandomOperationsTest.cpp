@@ -84,10 +84,15 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     Pinned(to, true, failures, engine->MovePin(from.offset, to.offset));
   }
 
-  // Changes an object without a pin of its own, if the engine has it at hand.
+  // Reads and changes an object without a pin of its own, if the engine has it at hand.
   void ChangeUnpinned(Live& object) {
     engine->Prefetch(object.offset);
-    if (void* address = engine->GetUnpinned(object.offset)) {
+    if (const void* address = engine->GetUnpinned(object.offset, false)) {
+      ASSERT_TRUE(object.pins.empty() || address == object.address);
+      ASSERT_TRUE(Holds(address, object.size, object.seed)) << "size " << object.size;
+    }
+    if (void* address = engine->GetUnpinned(object.offset, true)) {
+      ASSERT_EQ(address, engine->GetUnpinned(object.offset, false));
       ASSERT_TRUE(object.pins.empty() || address == object.address);
       ASSERT_TRUE(Holds(address, object.size, object.seed)) << "size " << object.size;
       object.seed = Random();

@@ -63,10 +63,11 @@ void* VirtualMemoryPool::Allocate(unsigned int size, PageItem& item) {
   const FailingNew::Pause pause;
   EngineRecord& record = EngineRecord::get();
   record.calls.push_back("Allocate(" + number(size) + ")");
-  if (record.refuseAllocate) {
+  if (record.refuseAllocate || record.allocateUntilRefused == 0) {
     item.offset = 999;  // an engine may leave anything here when it fails
     return nullptr;
   }
+  record.allocateUntilRefused -= record.allocateUntilRefused > 0 ? 1 : 0;
   item.offset = m_engine->next++;
   EngineRecord::Object& object = record.objects[item.offset];
   object.bytes.assign(std::max(size, 1U), '?');
@@ -80,7 +81,8 @@ void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
   record.calls.push_back("GetAddress(" + number(item.offset) +
                          (forWriting ? ", true)" : ", false)"));
   const auto found = record.objects.find(item.offset);
-  if (record.refuseGetAddress || found == record.objects.end()) {
+  if (record.refuseGetAddress || found == record.objects.end() ||
+      record.unreadable.count(item.offset) != 0) {
     return nullptr;
   }
   ++found->second.pins;
@@ -100,7 +102,7 @@ void* VirtualMemoryPool::MovePin(PageItem& from, PageItem& to) {
 }
 
 // What is recorded is pinned: nothing counts as being in memory.
-void* VirtualMemoryPool::GetUnpinned(PageItem&) {
+void* VirtualMemoryPool::GetUnpinned(PageItem&, bool) {
   return nullptr;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,10 +25,12 @@ struct EngineRecord {
   std::string directory;
 
   // What to answer.
-  std::function<void()> onConstruct;  // runs in the engine's constructor, may throw
-  bool refuseAllocate = false;        // Allocate gives null and spoils its handle
-  bool refuseGetAddress = false;      // GetAddress gives null
-  std::vector<unsigned char> stats;   // the bytes of the statistics record
+  std::function<void()> onConstruct;   // runs in the engine's constructor, may throw
+  bool refuseAllocate = false;         // Allocate gives null and spoils its handle
+  bool refuseGetAddress = false;       // GetAddress gives null
+  std::set<std::uint64_t> unreadable;  // objects for which GetAddress gives null
+  int allocateUntilRefused = -1;       // objects until Allocate gives null as above; -1 for never
+  std::vector<unsigned char> stats;    // the bytes of the statistics record
   std::string lastError;
 
   /// Starts afresh.
