@@ -16,6 +16,7 @@
 ///     QRTVirtualPin<Record> record(manager, item);                       // pins an object
 ///     QRTVirtualPin<const Record> constant(manager, item);               // pins it for reading
 ///     QRTVirtualPin<Record> byOffset(manager, item.getOffset());         // of a size you know
+///     QRTVirtualPin<int> count(std::move(record), &record->count);       // names a part of it
 ///
 /// @tparam T  what lives at the object's address: a node class, or any type that may be kept as
 ///            bytes. With a const type the object is pinned for reading only.
@@ -61,6 +62,18 @@ class QRTVirtualPin {
       pin.reset();
     }
     return pin;
+  }
+
+  /// Takes over the pin of an object, to name a part of it from now on.
+  /// @param whole  left empty; an empty one makes an empty pin
+  /// @param part   a part of that object
+  template <class Whole>
+  QRTVirtualPin(QRTVirtualPin<Whole>&& whole, T* part) noexcept
+      : m_memMgr(whole.m_memMgr),
+        m_offset(whole.m_offset),
+        m_object(whole.release() != nullptr ? part : nullptr) {
+    static_assert(std::is_const<T>::value || !std::is_const<Whole>::value,
+                  "a part of what is pinned for reading is for reading, too");
   }
 
   /// Makes an item name an object of `size` bytes and pins it; see QRTVirtualMemoryMgr::alloc.
@@ -122,12 +135,15 @@ class QRTVirtualPin {
   }
 
  private:
+  template <class Part>
+  friend class QRTVirtualPin;
+
   QRTVirtualPin(QRTVirtualMemoryMgr& memMgr, unsigned long long offset, void* address) noexcept
       : m_memMgr(&memMgr), m_offset(offset), m_object(static_cast<T*>(address)) {}
 
   QRTVirtualMemoryMgr* m_memMgr = nullptr;  // whose pin this is; null for a root without a store
   unsigned long long m_offset = 0;          // offset of the object
-  T* m_object = nullptr;                    // its address; null when nothing is pinned
+  T* m_object = nullptr;                    // address of it, or of a part; null for an empty pin
 };
 
 #endif  // QRTVIRTUALPIN_H
