@@ -17,6 +17,14 @@
 ///     for (QRTVirtualTreeNode& child : QRTVirtualChildren<>(*parent)) ...
 ///     for (QRTVirtualTreeNode& node : QRTVirtualSubtree<>(*tree.getRootNode())) ...
 ///
+/// Since C++20 both are input ranges as well, whose iterators are moved and not copied, so that
+/// they serve the algorithms and views of the standard library:
+///
+///     QRTVirtualSubtree<Person> all(*parent);
+///     for (Person& person : all | std::views::filter(isGrown) | std::views::take(10)) ...
+///
+/// A reference that such a pipeline gives is good until it moves on, like the node of a loop.
+///
 /// Where a loop goes next is settled when it reaches a node. Its body may therefore remove or free
 /// the node it is at; nodes that it attaches directly behind or below it may be left out, and those
 /// that follow must stay. A node that cannot be read back ends the loop with QRTAssertError.
@@ -45,6 +53,31 @@ class QRTVirtualTreeWalk {
   /// Dismisses the node the walk is at.
   ~QRTVirtualTreeWalk() { leave(); }
 
+  /// Takes the other walk over, which is at its end then.
+  QRTVirtualTreeWalk(QRTVirtualTreeWalk&& other) noexcept
+      : m_memMgr(other.m_memMgr),
+        m_node(std::exchange(other.m_node, nullptr)),
+        m_offset(std::exchange(other.m_offset, 0)),
+        m_child(std::exchange(other.m_child, 0)),
+        m_sibling(std::exchange(other.m_sibling, 0)),
+        m_depth(other.m_depth),
+        m_pending(std::move(other.m_pending)) {
+    other.m_pending.clear();
+  }
+  QRTVirtualTreeWalk& operator=(QRTVirtualTreeWalk&& other) noexcept {
+    if (this != &other) {
+      leave();
+      m_memMgr = other.m_memMgr;
+      m_node = std::exchange(other.m_node, nullptr);
+      m_offset = std::exchange(other.m_offset, 0);
+      m_child = std::exchange(other.m_child, 0);
+      m_sibling = std::exchange(other.m_sibling, 0);
+      m_depth = other.m_depth;
+      m_pending = std::move(other.m_pending);
+      other.m_pending.clear();
+    }
+    return *this;
+  }
   QRTVirtualTreeWalk(const QRTVirtualTreeWalk&) = delete;
   QRTVirtualTreeWalk& operator=(const QRTVirtualTreeWalk&) = delete;
 
@@ -142,18 +175,19 @@ class QRTVirtualSubtree {
       this->advance();
       return *this;
     }
+    void operator++(int) { this->advance(); }
     friend bool operator!=(const iterator& at, QRTVirtualTreeRangeEnd) { return !at.atEnd(); }
     friend bool operator==(const iterator& at, QRTVirtualTreeRangeEnd) { return at.atEnd(); }
   };
 
   /// @param start  a node pinned by the caller for as long as the range is used, or a root
-  explicit QRTVirtualSubtree(QRTVirtualTreeNode& start) : m_start(start) {}
+  explicit QRTVirtualSubtree(QRTVirtualTreeNode& start) : m_start(&start) {}
 
-  iterator begin() const { return iterator(m_start); }
+  iterator begin() const { return iterator(*m_start); }
   QRTVirtualTreeRangeEnd end() const { return {}; }
 
  private:
-  QRTVirtualTreeNode& m_start;  // not owned
+  QRTVirtualTreeNode* m_start;  // not owned
 };
 
 /// The children of a node from first to last, to be used in a range-based for.
@@ -188,6 +222,7 @@ class QRTVirtualChildren {
       }
       return *this;
     }
+    void operator++(int) { ++*this; }
     friend bool operator!=(const iterator& at, QRTVirtualTreeRangeEnd) { return bool(at.m_node); }
     friend bool operator==(const iterator& at, QRTVirtualTreeRangeEnd) { return !at.m_node; }
 
@@ -198,13 +233,13 @@ class QRTVirtualChildren {
   };
 
   /// @param parent  a node pinned by the caller for as long as the range is used, or a root
-  explicit QRTVirtualChildren(QRTVirtualTreeNode& parent) : m_parent(parent) {}
+  explicit QRTVirtualChildren(QRTVirtualTreeNode& parent) : m_parent(&parent) {}
 
-  iterator begin() const { return iterator(m_parent); }
+  iterator begin() const { return iterator(*m_parent); }
   QRTVirtualTreeRangeEnd end() const { return {}; }
 
  private:
-  QRTVirtualTreeNode& m_parent;  // not owned
+  QRTVirtualTreeNode* m_parent;  // not owned
 };
 
 #endif  // QRTVIRTUALTREERANGE_H

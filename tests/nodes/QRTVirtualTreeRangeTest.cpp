@@ -1,6 +1,9 @@
 #include "QRTVirtualTreeRange.h"
 
+#include <algorithm>
+#include <ranges>
 #include <stdexcept>
+#include <utility>
 
 #include "TreeFixture.h"
 #include "support/ErrorMatchers.h"
@@ -76,6 +79,53 @@ TEST_F(QRTVirtualTreeRangeTest, BodiesMayRemoveAndFreeWhatTheyAreAt) {
     tree.free(freed);
   }
   EXPECT_EQ(children(root), "");
+}
+
+// An iterator owns its pin, so it is moved and never copied: an input range and no more.
+template <class Range>
+constexpr bool kIsInputRange =
+    std::ranges::input_range<Range> && !std::ranges::forward_range<Range> &&
+    std::input_iterator<typename Range::iterator> && !std::copyable<typename Range::iterator> &&
+    std::sentinel_for<QRTVirtualTreeRangeEnd, typename Range::iterator> &&
+    std::ranges::viewable_range<Range> && std::ranges::viewable_range<const Range&>;
+static_assert(kIsInputRange<QRTVirtualSubtree<>> && kIsInputRange<QRTVirtualSubtree<Letter>>);
+static_assert(kIsInputRange<QRTVirtualChildren<>> && kIsInputRange<QRTVirtualChildren<Letter>>);
+
+TEST_F(QRTVirtualTreeRangeTest, ServeAlgorithmsAndViewsOfTheStandardLibrary) {
+  QRTVirtualPin<Letter> a(root.getFirstChild());
+  makeChildren(*b, "xyz");
+  const auto isOdd = [](const Letter& node) { return node.letter % 2 == 1; };
+  std::string all;
+  for (const char letter : QRTVirtualSubtree<Letter>(*a) | std::views::filter(isOdd) |
+                               std::views::transform(&Letter::letter) | std::views::take(3)) {
+    all += letter;
+  }
+  EXPECT_EQ(all, "ayc");
+  all.clear();
+  const QRTVirtualChildren<Letter> children(root);
+  for (Letter& node : children | std::views::drop(1)) {
+    all += node.letter++;
+  }
+  EXPECT_EQ(all, "dg");
+  EXPECT_EQ(std::ranges::count_if(children, isOdd), 2);
+  EXPECT_EQ(std::ranges::find(children, 'e', &Letter::letter)->letter, 'e');
+}
+
+TEST_F(QRTVirtualTreeRangeTest, MovedIteratorsTakeTheirPinAlong) {
+  auto at = QRTVirtualSubtree<Letter>(root).begin();
+  ++at;
+  auto taken = std::move(at);
+  EXPECT_TRUE(at.atEnd());
+  ++at;
+  EXPECT_EQ(taken->letter, 'a');
+  taken++;
+  at = std::move(taken);
+  EXPECT_TRUE(taken.atEnd());
+  std::string all;
+  for (; !at.atEnd(); ++at) {
+    all += at->letter;
+  }
+  EXPECT_EQ(all, "bcdefg");
 }
 
 TEST_F(QRTVirtualTreeRangeTest, SkippedChildrenAreNotVisited) {
