@@ -27,14 +27,23 @@ class QRT_EXPORT QRTVirtualContainer {
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the manager fails otherwise
   QRTVirtualContainer(unsigned int memorySize, unsigned int, int);
 
-  /// The same with the size alone. Any unsigned number that fits; a plain 0 is a null manager, see
-  /// below.
-  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value &&
-                                                 sizeof(Size) <= sizeof(unsigned int)>>
+  /// The same with the size alone. Any unsigned number; a plain 0 is a null manager, see below.
+  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value>>
   explicit QRTVirtualContainer(Size memorySize) : QRTVirtualContainer(memorySize, 0U, 0) {}
+
+  /// The same for a size that may exceed 4 GiB - 1, such as 8ULL << 30.
+  template <class Size, QRTVirtualMemoryMgr::WideSize<Size> = 0>
+  QRTVirtualContainer(Size memorySize, unsigned int, int)
+      : QRTVirtualContainer(static_cast<QRTVirtualMemoryMgr*>(nullptr)) {
+    ownMemoryMgr(static_cast<unsigned long long>(memorySize));
+  }
 
   /// The same; only `memorySize` has an effect.
   QRTVirtualContainer(QRTVirtualMemoryMgr::mappertype, unsigned int memorySize, unsigned int, int);
+
+  template <class Size, QRTVirtualMemoryMgr::WideSize<Size> = 0>
+  QRTVirtualContainer(QRTVirtualMemoryMgr::mappertype, Size memorySize, unsigned int, int)
+      : QRTVirtualContainer(memorySize, 0U, 0) {}
 
   /// Borrows a manager.
   /// @param memMgr  must outlive the container; with null, every operation that needs a manager
@@ -63,6 +72,15 @@ class QRT_EXPORT QRTVirtualContainer {
   /// @throws QRTOutOfMemoryError when the creator gives null, and whatever the creator raises
   /// Cost: O(log classes) plus the creator, which may write pages to disk
   QRTVirtualPersistNode* createNode(unsigned int classId);
+
+  /// Makes a node of a class that has to be registered: `createNode`, but a class that is not ends
+  /// in an assertion that names its identifier. QRTVirtualNodeClass::make is the way to call it.
+  /// @param classId  identifier under which the creator was registered
+  /// @return the node, never null, pinned once, for which the caller owes a dismiss
+  /// @throws QRTAssertError when nothing, or null, is registered for the identifier; what
+  ///         `createNode` throws
+  /// Cost: as `createNode`
+  QRTVirtualPersistNode* createRegisteredNode(unsigned int classId);
 
   /// Pins the node at an offset. What lives there is not checked: the caller knows its class.
   /// @param offset  page offset of a node; 0 gives null
@@ -98,6 +116,7 @@ class QRT_EXPORT QRTVirtualContainer {
   void unMap(unsigned long long offset);
 
  private:
+  void ownMemoryMgr(unsigned long long memorySize);
   void* getAddress(unsigned long long offset, int mode);
 
   QRTStd::map<unsigned int, NodeCreator> m_nodeCreators;  // creators by class identifier

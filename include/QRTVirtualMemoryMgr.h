@@ -2,6 +2,7 @@
 #define QRTVIRTUALMEMORYMGR_H
 
 #include <iosfwd>
+#include <type_traits>
 
 #include "QRTCore/QRTExport.h"
 #include "QRTVirtualPageItem.h"
@@ -35,6 +36,23 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
     eDumpMapper = 2       ///< a notice that mapper records cannot be dumped
   };
 
+  /// What a store takes of memory, in bytes; see `getMemoryInUse`.
+  struct MemoryInUse {
+    unsigned long long frames;      ///< memory that the system gave for stored objects
+    unsigned long long pages;       ///< of it, what pages in memory take; the rest is free
+    unsigned long long pinned;      ///< of those, pages with a pinned object, which cannot leave
+    unsigned long long pageTable;   ///< what tells where each page is, in memory and out
+    unsigned long long beyond;      ///< pages beyond the memory size, which pins keep there
+    unsigned long long pinsBeyond;  ///< no bytes: how many pins so far brought a page into memory
+                                    ///< beyond the memory size; see `getPinsBeyondMemorySize`
+  };
+
+  /// A memory size of more bits than `unsigned int` has, for the constructors: any integer type
+  /// that is wider. Sizes of the other types convert as they always did.
+  template <class Size>
+  using WideSize =
+      std::enable_if_t<std::is_integral<Size>::value && (sizeof(Size) > sizeof(unsigned int)), int>;
+
   /// Makes a store under the temp directory (see QRTFmDir). No file is made before the first page
   /// has to leave memory.
   /// @param memorySize  bytes of stored objects to hold in memory; 0 means 4,194,304
@@ -42,11 +60,26 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the engine fails otherwise
   explicit QRTVirtualMemoryMgr(unsigned int memorySize, unsigned int = 0, int = 0);
 
+  /// The same for a size that may exceed 4 GiB - 1, such as 8ULL << 30; see `setMemorySize`.
+  template <class Size, WideSize<Size> = 0>
+  explicit QRTVirtualMemoryMgr(Size memorySize, unsigned int = 0, int = 0)
+      : m_pool(nullptr), m_pageItemPool(nullptr) {
+    initialize(static_cast<unsigned long long>(memorySize));
+  }
+
   /// The same; only `memorySize` has an effect.
   QRTVirtualMemoryMgr(unsigned int, unsigned int memorySize, unsigned int, int);
 
+  template <class Size, WideSize<Size> = 0>
+  QRTVirtualMemoryMgr(unsigned int, Size memorySize, unsigned int, int)
+      : QRTVirtualMemoryMgr(memorySize) {}
+
   /// The same; only `memorySize` has an effect.
   QRTVirtualMemoryMgr(mappertype, unsigned int, unsigned int memorySize, unsigned int, int);
+
+  template <class Size, WideSize<Size> = 0>
+  QRTVirtualMemoryMgr(mappertype, unsigned int, Size memorySize, unsigned int, int)
+      : QRTVirtualMemoryMgr(memorySize) {}
 
   /// Ends the page item pool, then the engine with every object in it and the paging file. Objects
   /// still pinned are not reported.
@@ -106,6 +139,40 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Pins the object at a bare offset, as above.
   void* getAddress(unsigned long long offset, int mode);
 
+  /// Pins many objects in one call: as `getAddress` for each, but what lies apart is waited for
+  /// together. The pages that are not in memory are all asked of the system before the first of
+  /// them is waited for, 256 handles at a time; of objects in memory, the processor fetches the
+  /// next ones while it pins. Pays from two objects on, most for 32 to 256 on a disk.
+  ///
+  ///     unsigned long long offsets[64] = ...;
+  ///     void* objects[64];
+  ///     if (store.getAddresses(offsets, objects, 64, 1) < 64) ... some of them are null
+  ///     ...
+  ///     store.dismiss(offsets, 64);
+  ///
+  /// @param offsets    `count` offsets in any order; one that stands there several times is pinned
+  ///                   as often. With null, every place gets a null.
+  /// @param addresses  `count` places, every one of which is written: the object's address, or null
+  ///                   where `getAddress` would give null, with nothing owed for that one;
+  ///                   `getLastStoreError` tells why of the last of those. With null, nothing is
+  ///                   pinned.
+  /// @param count      how many, 0 to 2^32 - 1. All are pinned at once: a call for more than the
+  ///                   memory size holds takes memory beyond it until they are dismissed.
+  /// @param mode       as for `getAddress`
+  /// @return how many were pinned: `count` when all were
+  /// Cost: O(count), a few nanoseconds for each object in memory; one read for each page that is
+  /// not
+  unsigned int getAddresses(const unsigned long long* offsets, void** addresses, unsigned int count,
+                            int mode);
+
+  /// Takes one pin away from each of many objects, as `dismiss` does for one. May be handed the
+  /// offsets of `getAddresses` as they are: for those that could not be pinned it does nothing, as
+  /// long as nobody else has pinned them meanwhile.
+  /// @param offsets  `count` offsets; with null, nothing is done
+  /// @param count    how many, 0 to 2^32 - 1
+  /// Cost: O(count), as `dismiss`
+  void dismiss(const unsigned long long* offsets, unsigned int count);
+
   /// Looks an object up without pinning it. For short work on several objects at once, such as
   /// linking one between two others, where pins would take longer than the work.
   /// @param offset  offset of the object
@@ -143,6 +210,29 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// in memory, else one call of the system.
   void prefetch(unsigned long long offset) const;
 
+  /// Sets how many bytes of stored objects to hold in memory, at any time. When it is lowered, what
+  /// is not pinned and exceeds it leaves memory before the call returns, and its memory goes back
+  /// to the system, up to 4 MiB; what is pinned follows at its last `dismiss`.
+  /// @param bytes  as for the constructors: 0 means 4,194,304, less than 1 MiB means 1 MiB. More
+  ///               than the process can address counts as that: 4 GiB - 4096 in a 32-bit process,
+  ///               16 TiB - 4096 otherwise.
+  /// @return 1; 0 when not all that has to leave could be written, and `getLastStoreError` tells
+  ///         why. Where disk space for it could not be set aside, the memory size is then as it
+  ///         was. Where writing failed, the new one holds, what could not be written is still in
+  ///         memory, whole, and is tried again whenever room is needed. `getMemorySize` tells
+  ///         which.
+  /// Cost: O(pages that leave), each of which may be written; O(1) when raised
+  int setMemorySize(unsigned long long bytes);
+
+  /// @return how many bytes of stored objects the store holds in memory: as set or given to the
+  ///         constructor, within the bounds above and rounded down to 4 KiB
+  /// Cost: O(1)
+  unsigned long long getMemorySize() const;
+
+  /// Tells what the store takes of memory now.
+  /// Cost: O(pages in memory + size of the page table)
+  MemoryInUse getMemoryInUse() const;
+
   /// Makes an item name an object that holds the given bytes, shared with every other caller that
   /// gave equal bytes while the pool remembers them; see QRTVirtualPageItemPool::set. The object is
   /// left unpinned and is neither changed nor freed by its holders.
@@ -173,7 +263,8 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// Lists the objects that are pinned, most pins first: offset, size, pins, and the first bytes as
   /// hex and as text. The first hundred are listed, the rest is counted. Pin counts are afterwards
   /// what they were, the stream's format is not touched, and when memory is short the list is made
-  /// from as many objects as fit.
+  /// from as many objects as fit. A last line tells of pins beyond the memory size, if there were
+  /// any; see `getPinsBeyondMemorySize`.
   /// @param os  receives the text
   /// Cost: O(pages in memory + pinned objects)
   void dumpReferences(std::ostream& os);
@@ -185,6 +276,14 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @return UTF-8 text, never null, empty while nothing has failed; valid until the next call of
   ///         an operation of this manager
   const char* getLastStoreError() const;
+
+  /// Tells of pins beyond the memory size. A pin is granted while the system has memory, also when
+  /// everything that the store may hold in memory is pinned already: how many were granted so, of
+  /// the last one, and how many bytes are beyond it now and were at most.
+  /// @return UTF-8 text, never null, empty while there were none; valid until the next call of an
+  ///         operation of this manager. The figures alone are in `getMemoryInUse`.
+  /// Cost: O(1)
+  const char* getPinsBeyondMemorySize() const;
 
   /// @return whether the leak check is on, for every manager of the process; 0 at first
   static int getExceptionOnReferenceLeak();
@@ -201,6 +300,7 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
 
  private:
   void initialize(unsigned int memorySize);
+  void initialize(unsigned long long memorySize);
   [[gnu::noinline]] void* allocAgain(unsigned int size, QRTVirtualPageItem& item);
   [[noreturn, gnu::noinline, gnu::cold]] static void throwNoRoom();
 

@@ -17,14 +17,23 @@ class QRT_EXPORT QRTVirtualTree : public QRTVirtualContainer {
   /// @throws QRTOutOfMemoryError, or QRTStdExceptionError when the manager fails otherwise
   QRTVirtualTree(unsigned int memorySize, unsigned int, int);
 
-  /// The same with the size alone. Any unsigned number that fits; a plain 0 is a null manager, see
-  /// below.
-  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value &&
-                                                 sizeof(Size) <= sizeof(unsigned int)>>
+  /// The same with the size alone. Any unsigned number; a plain 0 is a null manager, see below.
+  template <class Size, class = std::enable_if_t<std::is_unsigned<Size>::value>>
   explicit QRTVirtualTree(Size memorySize) : QRTVirtualTree(memorySize, 0U, 0) {}
+
+  /// The same for a size that may exceed 4 GiB - 1, such as 8ULL << 30.
+  template <class Size, QRTVirtualMemoryMgr::WideSize<Size> = 0>
+  QRTVirtualTree(Size memorySize, unsigned int, int)
+      : QRTVirtualContainer(memorySize, 0U, 0), m_rootNode(nullptr) {
+    createRootNode();
+  }
 
   /// The same; only `memorySize` has an effect.
   QRTVirtualTree(QRTVirtualMemoryMgr::mappertype, unsigned int memorySize, unsigned int, int);
+
+  template <class Size, QRTVirtualMemoryMgr::WideSize<Size> = 0>
+  QRTVirtualTree(QRTVirtualMemoryMgr::mappertype, Size memorySize, unsigned int, int)
+      : QRTVirtualTree(memorySize, 0U, 0) {}
 
   /// Makes a tree in a borrowed store, where its nodes stay when the tree goes.
   /// @param memMgr  must outlive the tree

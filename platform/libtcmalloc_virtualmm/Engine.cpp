@@ -20,7 +20,25 @@ Engine::Engine(const EngineOptions& options, std::unique_ptr<PagingFile> file,
       m_store(std::move(file), m_error),
       m_pager(options.ForPager(), m_classes, m_table, m_arena, m_slabs, m_deferred, m_store,
               m_error),
-      m_pendingFrees(options.MostPendingFrees()) {}
+      m_pendingFrees(options.MostPendingFrees()),
+      m_options(options) {}
+
+/// Pages keep their size, and chunks that there are stay as they are; all else that follows from
+/// the budget follows it.
+bool Engine::SetMemorySize(std::uint64_t bytes) noexcept {
+  const EngineOptions options = m_options.WithBudget(bytes);
+  const Pager::Change change = m_pager.SetBudget(options.ForPager());
+  if (change != Pager::Change::kRefused) {
+    m_options.budgetBytes = options.budgetBytes;
+    m_table.SetLeafLimit(options.TableLeaves());
+    m_arena.SetHugePages(options.HugePages());
+    m_pendingFrees.SetMost(options.MostPendingFrees());
+  }
+  if (change != Pager::Change::kDone) {
+    Fail(0);
+  }
+  return change == Pager::Change::kDone;
+}
 
 /// Marks what holds an object as modified. A handle that names nothing is counted as stale; one of
 /// a slab that is out cannot be told from that without a read, and gets the benefit of the doubt.

@@ -25,9 +25,10 @@ namespace tcmalloc {
 /// handled here, in a few nanoseconds; the pager does the rest.
 ///
 /// One class in several files, one idea a file: this one and Engine.cpp hold the parts together,
-/// EnginePins.h and .cpp pin, EngineObjects.cpp allocates and frees, EnginePendingFrees.cpp frees
-/// what is out, EngineReports.cpp reports. They are one class because all of them work on all parts
-/// at once, and pins must not pay for a way from one to another.
+/// EnginePins.h and .cpp pin, EngineBulkPins.cpp pins many at once, EngineObjects.cpp allocates and
+/// frees, EnginePendingFrees.cpp frees what is out, EngineReports.cpp reports. They are one class
+/// because all of them work on all parts at once, and pins must not pay for a way from one to
+/// another.
 class Engine {
  public:
   /// @param options    the set-up
@@ -46,12 +47,19 @@ class Engine {
   void* MovePin(std::uint64_t from, std::uint64_t to) noexcept;
   void* GetUnpinned(std::uint64_t offset, bool forWriting) noexcept;
   void Prefetch(std::uint64_t offset) noexcept;
+  std::uint32_t GetAddresses(const unsigned long long* offsets, void** addresses,
+                             std::uint32_t count, bool forWriting) noexcept;
+  void DismissAll(const unsigned long long* offsets, std::uint32_t count) noexcept;
   void Dirty(std::uint64_t offset) noexcept;
   std::uint32_t GetSize(std::uint64_t offset) noexcept;
   void Deallocate(std::uint64_t offset) noexcept;
   void ExtractStats(VirtualMemoryStats* stats, std::uint32_t size, std::uint32_t& needed) noexcept;
   std::uint32_t GetOutstandingReferences(VirtualMemoryReferenceInfo* list, std::uint32_t capacity,
                                          std::uint32_t* written) noexcept;
+  bool SetMemorySize(std::uint64_t bytes) noexcept;
+  std::uint64_t GetMemorySize() const { return m_pager.BudgetFrames() << FrameArena::kFrameShift; }
+  void GetMemoryInUse(VirtualMemoryInUse& use) noexcept;
+  const char* GetBudgetExcess() noexcept;
   const char* GetLastError() const { return m_error.Text(); }
 
   /// Bytes of memory that the system gave for pages, the free frames among them.
@@ -92,6 +100,7 @@ class Engine {
   void* MoveDeferredPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
   bool IsTouched(const PageEntry& entry) const noexcept;
   bool IsTouchedFor(const PageEntry& entry, bool forWriting) const noexcept;
+  bool PrefetchObject(std::uint64_t offset) noexcept;
   void ShowObject(Slot slot) noexcept;
 
   // Its second stages: EnginePins.cpp. They are never inlined, so that the hot path needs no stack.
@@ -106,6 +115,14 @@ class Engine {
   [[gnu::noinline]] void* GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept;
   void* PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
+  void* CountPin(Slot slot, std::uint64_t offset) noexcept;
+
+  // Many pins in one call: EngineBulkPins.cpp. So many handles are worked on at a time.
+  static constexpr std::uint32_t kBulkWindow = 256;
+  std::uint32_t PinWindow(const unsigned long long* offsets, void** addresses, std::uint32_t count,
+                          bool forWriting) noexcept;
+  void PrefetchPages(const unsigned long long* offsets, const std::uint32_t* places,
+                     std::uint32_t count) noexcept;
 
   // Allocation and freeing: EngineObjects.cpp.
   void* TakeSlot(std::uint8_t sizeClass, std::uint32_t size, std::uint64_t& offset) noexcept;
@@ -150,6 +167,9 @@ class Engine {
   BackingStore m_store;         // the paging file
   Pager m_pager;                // what is in memory
   PendingFrees m_pendingFrees;  // frees that wait for their page
+
+  EngineOptions m_options;      // the set-up, with the budget as it is now
+  char m_excessText[256] = "";  // what GetBudgetExcess gave last
 };
 
 }  // namespace tcmalloc

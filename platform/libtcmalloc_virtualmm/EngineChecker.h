@@ -55,6 +55,7 @@ class EngineChecker {
   void CheckPendingFrees();
   void CheckCounts();
   void CheckFiles();
+  void CheckBudget();
 
   const Frame& FrameAt(std::uint32_t frame) const;
   bool IsTaken(std::uint32_t page) const;
@@ -80,6 +81,14 @@ class EngineChecker {
   std::uint32_t m_findings = 0;       // contradictions so far
   std::ostringstream m_report;        // the lines about them
 };
+
+template <typename... Parts>
+bool EngineChecker::Require(bool holds, const Parts&... parts) {
+  if (!holds && m_findings++ < kMostFindings) {
+    (m_report << ... << parts) << '\n';
+  }
+  return holds;
+}
 
 }  // namespace tcmalloc
 

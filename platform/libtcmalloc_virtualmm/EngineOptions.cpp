@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 
 #include "libtcmalloc_virtualmm/FrameArena.h"
 #include "libtcmalloc_virtualmm/ObjectHandle.h"
@@ -32,7 +33,18 @@ constexpr std::uint64_t kPendingFreesShare = 16;
 constexpr std::uint64_t kLeastPendingFreesBytes = 64U << 10;
 constexpr std::uint64_t kMostPendingFreesBytes = 1U << 20;
 
+// A budget above this is as good as this one: frame numbers end here, and in a 32-bit process its
+// addresses do. The cut also keeps what is reckoned from budgets within its types.
+constexpr std::uint64_t kMostBudget = std::min<std::uint64_t>(
+    std::uint64_t{kNoFrame} << FrameArena::kFrameShift, std::numeric_limits<std::size_t>::max());
+
 }  // namespace
+
+EngineOptions EngineOptions::WithBudget(std::uint64_t bytes) const {
+  EngineOptions changed = *this;
+  changed.budgetBytes = std::min(bytes, kMostBudget);
+  return changed;
+}
 
 std::uint32_t EngineOptions::PageShift() const {
   const bool large = sizeof(void*) == 4 && budgetBytes >= kLargePageBudget;

@@ -21,6 +21,9 @@ struct EngineOptions {
   bool moveOnUnpin = false;  ///< move every span at its last unpin, to catch kept addresses
   std::optional<std::uint16_t> firstGeneration;  ///< below kFirstGenerations; none draws one
 
+  /// The set-up with another budget, cut to what an engine can make use of.
+  EngineOptions WithBudget(std::uint64_t bytes) const;
+
   /// log2 of the page size.
   std::uint32_t PageShift() const;
   /// Whether memory comes in huge pages.

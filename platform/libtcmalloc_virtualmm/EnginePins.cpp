@@ -26,14 +26,7 @@ void* Engine::PinSlot(Slot slot, std::uint64_t offset) noexcept {
     }
     m_deferred.Flush();
   }
-  if (slot.header->pins == 0) {
-    ++slot.entry->live.pinned;
-    ShowObject(slot);
-  } else if (slot.header->pins >= kMaxPins || slot.entry->live.pinned == 0) [[unlikely]] {
-    return RefusePin(offset, slot.header->pins);
-  }
-  ++slot.header->pins;
-  return slot.header + 1;
+  return CountPin(slot, offset);
 }
 
 /// Pins an object that the hot path cannot: its span has a touch to count, or has to be read, or it

@@ -141,10 +141,16 @@ inline void* Engine::GetUnpinned(std::uint64_t offset, bool forWriting) noexcept
 }
 
 inline void Engine::Prefetch(std::uint64_t offset) noexcept {
+  if (!PrefetchObject(offset)) [[unlikely]] {
+    m_pager.Prefetch(ObjectHandle::Decode(offset).page);
+  }
+}
+
+/// Fetches an object's header and first bytes if its page is in memory. @return whether it is
+inline bool Engine::PrefetchObject(std::uint64_t offset) noexcept {
   const ObjectHandle handle = ObjectHandle::Decode(offset);
   if (!m_table.Has(handle.page) || !m_table[handle.page].Resident()) [[unlikely]] {
-    m_pager.Prefetch(handle.page);
-    return;
+    return false;
   }
   // A forged handle may name any place near the span: a prefetch harms nowhere.
   const char* object = m_arena.Address(m_table[handle.page].where) + (handle.byte & ~7U);
@@ -152,6 +158,20 @@ inline void Engine::Prefetch(std::uint64_t offset) noexcept {
   __builtin_prefetch(object + kPrefetchAhead, 1);
   // To compilers a function that only prefetches has no effect, and they leave calls of it out.
   asm volatile("" : : "r"(object));
+  return true;
+}
+
+/// Counts a pin of an object in memory, which has no deferred one.
+inline void* Engine::CountPin(Slot slot, std::uint64_t offset) noexcept {
+  LIBTCMALLOC_ASSERT(m_deferred.Find(offset) == DeferredPins::kPlaces);
+  if (slot.header->pins == 0) {
+    ++slot.entry->live.pinned;
+    ShowObject(slot);
+  } else if (slot.header->pins >= kMaxPins || slot.entry->live.pinned == 0) [[unlikely]] {
+    return RefusePin(offset, slot.header->pins);
+  }
+  ++slot.header->pins;
+  return slot.header + 1;
 }
 
 inline void Engine::ShowObject([[maybe_unused]] Slot slot) noexcept {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
@@ -74,6 +75,40 @@ void Engine::ExtractStats(VirtualMemoryStats* stats, std::uint32_t size,
     std::memcpy(out, &pool, sizeof pool);
     out += sizeof pool;
   }
+}
+
+void Engine::GetMemoryInUse(VirtualMemoryInUse& use) noexcept {
+  const auto bytes = [](std::uint64_t frames) { return frames << FrameArena::kFrameShift; };
+  const std::uint64_t used = m_arena.UsedFrames();
+  const std::uint64_t budget = m_pager.BudgetFrames();
+  m_deferred.Flush();
+  std::uint64_t pinned = 0;
+  m_arena.ForEachRun([&](std::uint32_t frame) {
+    pinned += m_table[m_arena[frame].page].live.pinned > 0 ? m_arena[frame].count : 0;
+  });
+  use.budgetBytes = bytes(budget);
+  use.frameBytes = MappedBytes();
+  use.residentBytes = bytes(used);
+  use.pinnedBytes = bytes(pinned);
+  use.tableBytes = m_table.Bytes() + m_arena.RecordBytes();
+  use.excessBytes = bytes(used - std::min(used, budget));
+  use.excessPins = m_pager.Excess().times;
+}
+
+const char* Engine::GetBudgetExcess() noexcept {
+  const BudgetExcess& excess = m_pager.Excess();
+  if (excess.times != 0) {
+    const auto bytes = [](std::uint64_t frames) { return frames << FrameArena::kFrameShift; };
+    const std::uint64_t used = m_arena.UsedFrames();
+    std::snprintf(
+        m_excessText, sizeof m_excessText,
+        "pins that took memory beyond the budget: %" PRIu64 ", the last one %" PRIu64
+        " bytes when %" PRIu64 " of %" PRIu64 " bytes were pinned; beyond it now: %" PRIu64
+        " bytes, at most: %" PRIu64 " bytes",
+        excess.times, bytes(excess.lastFrames), bytes(excess.lastUsed), bytes(excess.lastBudget),
+        bytes(used - std::min(used, m_pager.BudgetFrames())), bytes(excess.mostFrames));
+  }
+  return m_excessText;
 }
 
 std::uint32_t Engine::GetOutstandingReferences(VirtualMemoryReferenceInfo* list,

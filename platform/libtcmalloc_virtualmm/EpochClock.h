@@ -13,8 +13,12 @@ namespace tcmalloc {
 class EpochClock {
  public:
   /// @param budgetFrames  frames that the budget holds: an epoch is an eighth of them in misses
-  explicit EpochClock(std::uint64_t budgetFrames)
-      : m_length(std::max<std::uint64_t>(1, budgetFrames / kShare)) {}
+  explicit EpochClock(std::uint64_t budgetFrames) { SetBudget(budgetFrames); }
+
+  /// Goes on in the current epoch with another length.
+  void SetBudget(std::uint64_t budgetFrames) {
+    m_length = std::max<std::uint64_t>(1, budgetFrames / kShare);
+  }
 
   /// The current epoch, as PageEntry::Live::touched has it: a multiple of kEpochStep, wrapping
   /// round.
@@ -34,7 +38,7 @@ class EpochClock {
   friend class EngineChecker;
   static constexpr std::uint64_t kShare = 8;
 
-  std::uint64_t m_length;                           // misses in an epoch
+  std::uint64_t m_length = 1;                       // misses in an epoch
   std::uint64_t m_misses = 0;                       // misses of this epoch so far
   std::uint16_t m_now = 0;                          // the current epoch
   std::uint16_t m_modified = PageEntry::kModified;  // m_now with kModified, for the hot path

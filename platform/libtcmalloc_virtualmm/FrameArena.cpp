@@ -147,6 +147,17 @@ std::uint32_t FrameArena::AllocateInNewChunk(std::uint32_t count) noexcept {
   return TakeFrom(chunk, 0, count);
 }
 
+std::uint64_t FrameArena::RecordBytes() const {
+  std::uint64_t bytes =
+      m_chunkCapacity * (sizeof m_origins[0] + sizeof m_chunks[0] + sizeof m_freeCounts[0]);
+  for (std::uint32_t chunk = 0; chunk < m_chunkEnd; ++chunk) {
+    if (m_chunks[chunk] != nullptr) {
+      bytes += sizeof(Chunk) + (m_chunks[chunk]->Shared() ? kChunkFrames : 1) * sizeof(Frame);
+    }
+  }
+  return bytes;
+}
+
 /// One empty chunk is kept: a store that goes to and fro over the end of a chunk does not ask the
 /// system each time. A second one goes back, and so does a chunk of one long run, which nothing
 /// else could use. With the chunk `first` is gone, so that its count is read before.

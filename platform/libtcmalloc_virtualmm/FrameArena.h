@@ -86,6 +86,12 @@ class FrameArena {
   template <typename Visitor>
   void ForEachRunInChunk(std::uint32_t chunk, Visitor visit) const;
 
+  /// From the next chunk on, whether chunks are to be huge pages.
+  void SetHugePages(bool hugePages) { m_hugePages = hugePages; }
+
+  /// Bytes of memory beside the frames: what describes them.
+  std::uint64_t RecordBytes() const;
+
   std::uint64_t UsedFrames() const { return m_usedFrames; }
   std::uint64_t MappedFrames() const { return m_mappedFrames; }
 

@@ -32,6 +32,14 @@ constexpr std::size_t kMaxGroups = (1U << 22) - 1;
 
 }  // namespace
 
+std::uint64_t PageMap::Bytes() const {
+  const auto withRetired = std::count_if(m_groups.begin(), m_groups.end(), [](const Group& group) {
+    return group.retired != nullptr;
+  });
+  return m_groups.capacity() * sizeof(Group) +
+         static_cast<std::uint64_t>(withRetired) * sizeof(Pages);
+}
+
 /// A run up to a group's length lies in one group, which bounds the search to one bit set at a
 /// time. A longer one begins with a group; what is left of its last group is free for shorter ones.
 ///  1. Find the lowest run in the groups there are.

@@ -36,6 +36,9 @@ class PageMap {
   std::uint32_t PageCount() const {
     return static_cast<std::uint32_t>(m_groups.size()) * kGroupPages;
   }
+  /// Bytes of memory that the map takes.
+  std::uint64_t Bytes() const;
+
   /// Pages taken.
   std::uint64_t UsedPages() const { return m_usedPages; }
   /// Pages retired.

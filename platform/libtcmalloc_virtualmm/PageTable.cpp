@@ -32,6 +32,15 @@ PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLi
   MakeNew(m_retired, kNoGeneration);
 }
 
+std::uint64_t PageTable::Bytes() const {
+  std::uint64_t bytes = m_map.Bytes() + m_blocks.size() * kBlockLeaves * sizeof(Leaf) +
+                        std::uint64_t{m_leafCapacity} * (sizeof(Leaf*) + sizeof(std::uint64_t));
+  for (std::uint32_t i = 0; i < m_pageCount / kLeafPages; ++i) {
+    bytes += m_leaves[i]->largeBytes != nullptr ? kLeafPages * sizeof(std::uint32_t) : 0;
+  }
+  return bytes;
+}
+
 // ---- pages --------------------------------------------------------------------------------------
 
 /// A page that was used before goes on with the generation that its leaf holds, so the leaf has to
@@ -196,6 +205,14 @@ PageTable::Outcome PageTable::PageInLeaf(std::uint32_t page) noexcept {
   ++m_leavesIn;
   AppendIdle(leaf);
   return Outcome::kIn;
+}
+
+bool PageTable::PrefetchLeaf(std::uint32_t page) noexcept {
+  const bool isOut = !IsIn(page) && m_images[page / kLeafPages] != kNoImage;
+  if (isOut) {
+    m_file.Prefetch(std::uint64_t{page / kLeafPages} * sizeof(Image), sizeof(Image));
+  }
+  return isOut;
 }
 
 /// Fills a leaf from its image, or as a new one if it has none. Nothing of an image is used before

@@ -34,6 +34,15 @@ class PageTable {
   PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLimit,
             std::uint16_t firstGeneration);
 
+  /// Takes another limit of leaves, and pages idle ones out down to it.
+  void SetLeafLimit(std::uint32_t leafLimit) noexcept {
+    m_leafLimit = leafLimit;
+    PageOutDownTo(m_leafLimit);
+  }
+
+  /// Bytes of memory that the table takes. Cost: O(leaves of the table).
+  std::uint64_t Bytes() const;
+
   /// Whether the table has the page.
   bool Has(std::uint32_t page) const { return page < m_pageCount; }
   /// The entry of a page that the table has; while its leaf is out, one that begins no span.
@@ -59,6 +68,10 @@ class PageTable {
   PageEntry* Fetch(std::uint32_t page) noexcept {
     return Has(page) && (IsIn(page) || PageInLeaf(page) == Outcome::kIn) ? &(*this)[page] : nullptr;
   }
+
+  /// Tells the system that the leaf of a page that the table has will be read soon, if it is out.
+  /// @return whether it is
+  bool PrefetchLeaf(std::uint32_t page) noexcept;
 
   /// Takes the lowest run of `count` free pages (see PageMap) for a span of kind `kind` that is
   /// out. The first page's entry keeps its generation.

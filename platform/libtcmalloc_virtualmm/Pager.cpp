@@ -1,6 +1,7 @@
 #include "libtcmalloc_virtualmm/Pager.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "libtcmalloc_virtualmm/EngineAssert.h"
 
@@ -33,13 +34,43 @@ Pager::Pager(const PagerOptions& options, const SizeClasses& classes, PageTable&
       m_file(store, arena, options.pageShift),
       m_error(error),
       m_policy(table, arena, options.budgetFrames),
-      m_readAhead(Share(options.budgetFrames, kReadAheadShare, options.readAhead)),
+      m_readAhead(1),
       m_clock(options.budgetFrames) {
   LIBTCMALLOC_ASSERT(options.pageShift >= 12 && options.pageShift <= 14);
   LIBTCMALLOC_ASSERT(options.budgetFrames > 0 && options.batch > 0 && options.readAhead > 0);
   LIBTCMALLOC_ASSERT(options.readAhead <= PagingFile::kMaxSlices);
-  m_options.batch =
-      Share(options.budgetFrames, kBatchShare, std::min(options.batch, std::uint32_t{kMaxBatch}));
+  TakeShares(options);
+}
+
+/// Takes the budget over, and what is a share of it.
+void Pager::TakeShares(const PagerOptions& options) noexcept {
+  const std::uint64_t frames = options.budgetFrames;
+  m_options.budgetFrames = frames;
+  m_options.batch = Share(frames, kBatchShare, std::min(options.batch, std::uint32_t{kMaxBatch}));
+  m_options.readAhead = Share(frames, kReadAheadShare, options.readAhead);
+  m_readAhead.SetMaxWindow(m_options.readAhead);
+  m_policy.SetBudget(frames);
+  m_clock.SetBudget(frames);
+}
+
+///  1. Of a smaller budget, what is stored may be larger, so that it needs disk space from now on.
+///     Without it the budget stays: what had to leave could not, and new objects would find no
+///     place in memory or in the file.
+///  2. Take the budget over.
+///  3. Go down to it. A compaction that was given up before is tried again: much may be free now.
+Pager::Change Pager::SetBudget(const PagerOptions& options) noexcept {
+  LIBTCMALLOC_ASSERT(options.budgetFrames > 0);
+  m_deferred.Flush();
+  // Step 1.
+  const std::uint64_t before = std::exchange(m_options.budgetFrames, options.budgetFrames);
+  if (options.budgetFrames < before && !ReserveDiskSpace()) {
+    m_options.budgetFrames = before;
+    return Change::kRefused;
+  }
+  // Steps 2 and 3.
+  TakeShares(options);
+  m_compactPause = 0;
+  return TrimExcess() == Outcome::kWriteFailed ? Change::kBehind : Change::kDone;
 }
 
 std::uint32_t Pager::SpanPages(std::uint32_t page) noexcept {

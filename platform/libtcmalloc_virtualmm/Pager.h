@@ -26,6 +26,15 @@ struct PagerCounts {
   std::uint64_t damaged = 0;  ///< spans that did not come back as they were written
 };
 
+/// The times that memory beyond the budget was taken because all of it was pinned.
+struct BudgetExcess {
+  std::uint64_t times = 0;       ///< spans brought in or made so
+  std::uint64_t mostFrames = 0;  ///< most frames beyond the budget at one time
+  std::uint64_t lastFrames = 0;  ///< the last time: frames of the span,
+  std::uint64_t lastUsed = 0;    ///< frames in use before it,
+  std::uint64_t lastBudget = 0;  ///< and frames of the budget
+};
+
 /// What the pager works with.
 struct PagerOptions {
   std::uint32_t pageShift = 12;    ///< log2 of the page size, 12 to 14
@@ -46,6 +55,16 @@ class Pager {
         FrameArena& arena, SlabDirectory& slabs, DeferredPins& deferred, BackingStore& store,
         StoreError& error);
 
+  /// What came of a change of the budget: done; done, but what should leave cannot be written; or
+  /// refused, since it finds no disk space.
+  enum class Change { kDone, kBehind, kRefused };
+
+  /// Takes another budget and what follows from it. Lowering it makes what is not pinned leave now,
+  /// down to the budget; what is pinned follows at its last unpin, and what cannot be written is
+  /// tried again at the next need. When that is refused, nothing has changed.
+  /// @param options  the engine's set-up for that budget, but for the page size
+  Change SetBudget(const PagerOptions& options) noexcept;
+
   /// Gives frames to a new span of `pages` pages whose kind is set, enters it as modified and, as
   /// long as its objects are not counted yet, unpinned.
   /// @return its first frame, or kNoFrame without memory or when room cannot be made
@@ -58,7 +77,11 @@ class Pager {
 
   /// Tells the system that a span will be brought in soon; ignored for anything but a page that
   /// begins a span that is out, and while that span's leaf of the page table is out as well.
-  [[gnu::cold]] void Prefetch(std::uint32_t page) noexcept;
+  [[gnu::cold]] void Prefetch(std::uint32_t page) noexcept { Prefetch(&page, 1); }
+
+  /// The same for several pages, in ascending order; spans that lie side by side are asked for at
+  /// once.
+  void Prefetch(const std::uint32_t* pages, std::uint32_t count) noexcept;
 
   /// Ends a span without objects, or a large object's: it leaves memory, without a write, and its
   /// pages are free. If the pager waited for its last unpin, this is it.
@@ -84,10 +107,11 @@ class Pager {
   std::uint16_t ModifiedEpoch() const { return m_clock.Modified(); }
   const PagerCounts& Counts() const { return m_counts; }
   std::uint64_t BudgetFrames() const { return m_options.budgetFrames; }
+  const BudgetExcess& Excess() const { return m_excess; }
 
  private:
   friend class EngineChecker;
-  enum class Purpose { kNewSpan, kStoredSpan };
+  enum class Purpose { kNewSpan, kStoredSpan, kReadAhead };
   enum class Outcome { kFreed, kNothingToFree, kWriteFailed };
   static constexpr std::uint32_t kMaxBatch = 16;
 
@@ -116,7 +140,10 @@ class Pager {
   bool CompactOneChunk() noexcept;
   void MoveSpan(std::uint32_t from, std::uint32_t to) noexcept;
   void HideObjects(std::uint32_t frame) noexcept;
-  void TrimExcess() noexcept;
+  void NoteExcess(std::uint32_t frames) noexcept;
+  Outcome TrimExcess() noexcept;
+
+  void TakeShares(const PagerOptions& options) noexcept;
 
   // The end of spans, and what several of the above need: Pager.cpp.
   void RemoveSpan(std::uint32_t page) noexcept;
@@ -138,6 +165,7 @@ class Pager {
   ReadAhead m_readAhead;             // how much to read at a fault
   EpochClock m_clock;                // ticks with the misses
   PagerCounts m_counts;              // what was done so far
+  BudgetExcess m_excess;             // what pins took beyond the budget
   std::uint32_t m_compactPause = 0;  // requests for a compaction to pass over
 };
 

@@ -33,13 +33,18 @@ constexpr int kMovedFill = 0xDD;
 /// Takes a run of frames, in the order of what it costs:
 ///  1. Evict down to the budget. Where nothing can be written, a new span is refused, but one that
 ///     is stored is read all the same: what is stored stays readable while the disk takes nothing.
+///     Where all is pinned, the budget is exceeded, which is noted, but not to read ahead.
 ///  2. Take a free run.
 ///  3. Where none is long enough and another chunk would exceed the budget and the slack, empty
 ///     chunks, so that free frames lie together.
 ///  4. Take a further chunk from the system.
 ///  5. Without memory from the system, evict until a run is free: live with less.
 std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept {
-  if (EvictToFit(count) == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
+  const Outcome evicted = EvictToFit(count);
+  if (evicted == Outcome::kWriteFailed && purpose == Purpose::kNewSpan) {
+    return kNoFrame;
+  }
+  if (evicted == Outcome::kNothingToFree && purpose == Purpose::kReadAhead) {
     return kNoFrame;
   }
   // Step 2.
@@ -63,6 +68,8 @@ std::uint32_t Pager::ObtainFrames(std::uint32_t count, Purpose purpose) noexcept
   LIBTCMALLOC_ASSERT(frame == kNoFrame || m_arena[frame].count == count);
   if (frame == kNoFrame) {
     m_error.NoteReason("hold another page", nullptr, "the system has no memory left");
+  } else if (evicted == Outcome::kNothingToFree) {
+    NoteExcess(count);
   }
   return frame;
 }
@@ -185,10 +192,21 @@ void Pager::OnLastUnpin(std::uint32_t page) noexcept {
   TrimExcess();
 }
 
+/// Notes that a span of so many frames, which are taken, is in memory beyond the budget.
+void Pager::NoteExcess(std::uint32_t frames) noexcept {
+  const std::uint64_t used = m_arena.UsedFrames();
+  LIBTCMALLOC_ASSERT(used > m_options.budgetFrames && used >= frames);
+  ++m_excess.times;
+  m_excess.mostFrames = std::max(m_excess.mostFrames, used - m_options.budgetFrames);
+  m_excess.lastFrames = frames;
+  m_excess.lastUsed = used - frames;
+  m_excess.lastBudget = m_options.budgetFrames;
+}
+
 /// Gives back what exceeds the budget: frames, then chunks while two chunks' worth of what is
-/// mapped is unused.
-void Pager::TrimExcess() noexcept {
-  EvictToFit(0);
+/// mapped is unused. @return what came of the frames
+Pager::Outcome Pager::TrimExcess() noexcept {
+  const Outcome outcome = EvictToFit(0);
   const auto wasted = [this] {
     return m_arena.MappedFrames() > m_options.budgetFrames + kSlackFrames &&
            m_arena.MappedFrames() - m_arena.UsedFrames() >= 2 * kSlackFrames;
@@ -198,6 +216,7 @@ void Pager::TrimExcess() noexcept {
   if (!wasted()) {
     m_compactPause = 0;  // what was in vain before says nothing about the next need
   }
+  return outcome;
 }
 
 }  // namespace tcmalloc

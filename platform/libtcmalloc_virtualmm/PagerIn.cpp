@@ -59,12 +59,28 @@ bool Pager::PageIn(std::uint32_t page) noexcept {
   return true;
 }
 
-void Pager::Prefetch(std::uint32_t page) noexcept {
-  const PageEntry* entry = m_table.Find(page);
-  if (entry != nullptr && entry->IsSpanHead() && !entry->Resident() &&
-      (entry->flags & PageEntry::kHasCopy) != 0) {
-    m_store.Prefetch(m_file.Offset(page), m_file.Bytes(SpanPages(page)));
+void Pager::Prefetch(const std::uint32_t* pages, std::uint32_t count) noexcept {
+  std::uint32_t begin = 0;  // the pages [begin, end) are to be asked for, none at first
+  std::uint32_t end = 0;
+  const auto ask = [&] {
+    if (begin < end) {
+      m_store.Prefetch(m_file.Offset(begin), m_file.Bytes(end - begin));
+    }
+  };
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const std::uint32_t page = pages[i];
+    const PageEntry* entry = m_table.Find(page);
+    if (entry == nullptr || !entry->IsSpanHead() || entry->Resident() ||
+        (entry->flags & PageEntry::kHasCopy) == 0) {
+      continue;
+    }
+    if (page != end) {
+      ask();
+      begin = page;
+    }
+    end = page + SpanPages(page);
   }
+  ask();
 }
 
 /// Takes frames for the span at `page` and for those behind it in the file that are out as well, up
@@ -87,7 +103,8 @@ std::size_t Pager::CollectReads(std::uint32_t page,
     if (count > 0 && pages + own > wanted) {
       break;
     }
-    const std::uint32_t frame = ObtainFrames(FramesOf(own), Purpose::kStoredSpan);
+    const Purpose purpose = count == 0 ? Purpose::kStoredSpan : Purpose::kReadAhead;
+    const std::uint32_t frame = ObtainFrames(FramesOf(own), purpose);
     if (frame == kNoFrame) {
       break;
     }

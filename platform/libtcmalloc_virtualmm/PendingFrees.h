@@ -25,6 +25,9 @@ class PendingFrees {
   /// @param most  frees to remember at a time, at least 1
   explicit PendingFrees(std::size_t most) : m_most(most) {}
 
+  /// Takes another limit. No fewer than are remembered now: none is forgotten for it.
+  void SetMost(std::size_t most) { m_most = std::max(most, m_keys.size()); }
+
   bool Empty() const { return m_keys.empty(); }
   std::size_t Count() const { return m_keys.size(); }
 

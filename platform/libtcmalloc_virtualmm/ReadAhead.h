@@ -14,6 +14,9 @@ class ReadAhead {
   /// @param maxWindow  most pages to read at once, at least 1
   explicit ReadAhead(std::uint32_t maxWindow) : m_maxWindow(maxWindow) {}
 
+  /// Takes another limit, from the next step of each scan on.
+  void SetMaxWindow(std::uint32_t maxWindow) { m_maxWindow = maxWindow; }
+
   /// Notes a miss at `page` that has to read `count` pages.
   /// @return the pages to read from `page` on, at least `count`
   std::uint32_t OnMiss(std::uint32_t page, std::uint32_t count) {

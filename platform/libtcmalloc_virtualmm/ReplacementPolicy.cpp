@@ -31,10 +31,14 @@ constexpr std::uint64_t kSmallShare = 10;  // the small queue holds one frame in
 
 ReplacementPolicy::ReplacementPolicy(PageTable& table, FrameArena& arena,
                                      std::uint64_t budgetFrames)
-    : m_table(table),
-      m_arena(arena),
-      m_smallTarget(std::max<std::uint64_t>(1, budgetFrames / kSmallShare)),
-      m_ghostReach(budgetFrames - budgetFrames / kSmallShare) {}
+    : m_table(table), m_arena(arena) {
+  SetBudget(budgetFrames);
+}
+
+void ReplacementPolicy::SetBudget(std::uint64_t budgetFrames) {
+  m_smallTarget = std::max<std::uint64_t>(1, budgetFrames / kSmallShare);
+  m_ghostReach = budgetFrames - budgetFrames / kSmallShare;
+}
 
 /// A span is remembered after it left by its eviction number alone, without a list: it left within
 /// the last m_ghostReach evictions if the count has not gone on by more since. That is as many as

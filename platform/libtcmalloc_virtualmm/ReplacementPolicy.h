@@ -21,6 +21,9 @@ class ReplacementPolicy {
   /// @param budgetFrames  frames that the budget holds
   ReplacementPolicy(PageTable& table, FrameArena& arena, std::uint64_t budgetFrames);
 
+  /// Takes another budget. The queues find to their new shares as spans come and go.
+  void SetBudget(std::uint64_t budgetFrames);
+
   /// Enters a span that came into memory.
   /// @param evictedAt  its eviction sequence number, or kNeverEvicted for a new span
   void Insert(std::uint32_t frame, std::uint32_t evictedAt);
@@ -58,11 +61,11 @@ class ReplacementPolicy {
 
   PageTable& m_table;
   FrameArena& m_arena;
-  List m_small;                   // on probation
-  List m_main;                    // proved to be used again
-  std::uint64_t m_smallTarget;    // frames the small queue may hold before it gives up the next
-  std::uint64_t m_ghostReach;     // evictions after which a span is forgotten
-  std::uint32_t m_evictions = 0;  // the last eviction's sequence number
+  List m_small;                     // on probation
+  List m_main;                      // proved to be used again
+  std::uint64_t m_smallTarget = 1;  // frames the small queue may hold before it gives up the next
+  std::uint64_t m_ghostReach = 0;   // evictions after which a span is forgotten
+  std::uint32_t m_evictions = 0;    // the last eviction's sequence number
 };
 
 }  // namespace tcmalloc

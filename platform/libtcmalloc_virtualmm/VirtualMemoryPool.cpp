@@ -34,6 +34,15 @@ void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
   return m_engine->GetAddress(item.offset, forWriting);
 }
 
+unsigned int VirtualMemoryPool::GetAddresses(const unsigned long long* offsets, void** addresses,
+                                             unsigned int count, bool forWriting) {
+  return m_engine->GetAddresses(offsets, addresses, count, forWriting);
+}
+
+void VirtualMemoryPool::DismissAll(const unsigned long long* offsets, unsigned int count) {
+  m_engine->DismissAll(offsets, count);
+}
+
 void VirtualMemoryPool::Dismiss(PageItem& item) {
   m_engine->Dismiss(item.offset);
 }
@@ -71,6 +80,22 @@ unsigned int VirtualMemoryPool::GetOutstandingReferences(VirtualMemoryReferenceI
                                                          unsigned int capacity,
                                                          unsigned int* written) {
   return m_engine->GetOutstandingReferences(list, capacity, written);
+}
+
+bool VirtualMemoryPool::SetMemorySize(unsigned long long bytes) {
+  return m_engine->SetMemorySize(bytes);
+}
+
+unsigned long long VirtualMemoryPool::GetMemorySize() const {
+  return m_engine->GetMemorySize();
+}
+
+void VirtualMemoryPool::GetMemoryInUse(VirtualMemoryInUse& use) {
+  m_engine->GetMemoryInUse(use);
+}
+
+const char* VirtualMemoryPool::GetBudgetExcess() {
+  return m_engine->GetBudgetExcess();
 }
 
 const char* VirtualMemoryPool::GetLastError() const {

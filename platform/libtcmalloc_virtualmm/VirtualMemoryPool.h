@@ -64,6 +64,18 @@ struct VirtualMemoryReferenceInfo {
   std::uint32_t pins;    ///< its pin count, above zero
 };
 
+/// What an engine takes of memory, in bytes.
+struct VirtualMemoryInUse {
+  std::uint64_t budgetBytes;    ///< resident bytes the engine aims to stay under
+  std::uint64_t frameBytes;     ///< memory that the system gave for pages
+  std::uint64_t residentBytes;  ///< of it, pages in memory; the rest is free
+  std::uint64_t pinnedBytes;    ///< of those, pages with a pinned object
+  std::uint64_t tableBytes;     ///< the page table and what describes frames
+  std::uint64_t excessBytes;    ///< resident bytes beyond the budget
+  std::uint64_t excessPins;     ///< pins so far, those of new objects among them, that brought a
+                                ///< page into memory beyond the budget since all else was pinned
+};
+
 /// A pageable object store under a memory budget. One engine is used by one thread at a time; it
 /// has no locks, threads or global state. In a child made by fork the engine keeps serving what is
 /// in memory but neither reads nor writes the parent's paging file.
@@ -99,6 +111,21 @@ class VirtualMemoryPool {
   ///         GetLastError tells which. The caller owes one Dismiss for a non-null.
   /// Cost: O(1), a few nanoseconds when the object is in memory; otherwise one read.
   void* GetAddress(PageItem& item, bool forWriting);
+
+  /// Pins many objects, each once more for every place where its offset stands. Pages that are out
+  /// are all asked of the system before the first of them is waited for, within every 256 offsets;
+  /// of what is in memory, entries and headers are fetched ahead.
+  /// @param offsets     `count` offsets; 0 and all-ones get a null and are not looked at
+  /// @param addresses   `count` places, all of which are written: the address as GetAddress gives
+  ///                    it, or null where it would; GetLastError tells of the last of those
+  /// @param forWriting  as for GetAddress
+  /// @return how many were pinned. The caller owes one Dismiss for each non-null.
+  /// Cost: O(count); one read for each page that is out.
+  unsigned int GetAddresses(const unsigned long long* offsets, void** addresses, unsigned int count,
+                            bool forWriting);
+
+  /// Takes one pin away from each of `count` objects, as Dismiss; 0 and all-ones are passed over.
+  void DismissAll(const unsigned long long* offsets, unsigned int count);
 
   /// Takes one pin away; ignored for an unpinned object and for a stale or foreign offset.
   void Dismiss(PageItem& item);
@@ -151,6 +178,27 @@ class VirtualMemoryPool {
   /// Cost: O(pages in memory).
   unsigned int GetOutstandingReferences(VirtualMemoryReferenceInfo* list, unsigned int capacity,
                                         unsigned int* written);
+
+  /// Sets the bytes of objects to hold in memory, as the constructor's `memorySize`, cut to what
+  /// the process can address (16 TiB in a 64-bit one). When it is lowered, what is not pinned
+  /// leaves memory now. Pages keep their size.
+  /// @return false, and GetLastError tells why, when disk space could not be set aside for what has
+  ///         to leave, and then nothing has changed; or when some of it could not be written: it
+  ///         stays in memory and is tried again at the next need, under the new budget
+  /// Cost: O(what leaves).
+  bool SetMemorySize(unsigned long long bytes);
+
+  /// @return the bytes of objects to hold in memory: as set, but 256 pages at the least, and whole
+  ///         frames of 4 KiB
+  unsigned long long GetMemorySize() const;
+
+  /// Reports what the engine takes of memory. Cost: O(pages in memory + leaves of the page table).
+  void GetMemoryInUse(VirtualMemoryInUse& use);
+
+  /// Tells how often pins took memory beyond the budget, of the last time that they did, and how
+  /// much is beyond it now.
+  /// @return UTF-8 text, never null, empty when none did; valid until the next call
+  const char* GetBudgetExcess();
 
   /// Tells why the engine last failed: the operation, the file, the system's message, the bytes
   /// asked for and the budget in use; or the offset and why there is no address for it.

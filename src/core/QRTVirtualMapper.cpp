@@ -25,7 +25,7 @@ using Reference = tcmalloc::VirtualMemoryReferenceInfo;
 // Writes past the stream's format, so that a host's width, base or fill neither shows nor changes.
 template <class... Values>
 void writeLine(std::ostream& os, const char* format, Values... values) {
-  char line[160];
+  char line[320];
   const int length = std::snprintf(line, sizeof line, format, values...);
   os.write(line, std::min<std::streamsize>(length, sizeof line - 1));
 }
@@ -64,6 +64,7 @@ QRTVirtualMapper* QRTVirtualMemoryMgr::getMapper(unsigned long long) const {
 // 4. Write them. The bytes are copied out under a pin that is dropped before the stream, which may
 //    throw, is touched.
 // 5. Count what is not listed.
+// 6. Tell of pins beyond the memory size, if there were any.
 void QRTVirtualMemoryMgr::dumpReferences(std::ostream& os) {
   // Step 1
   const unsigned int pinned = m_pool->GetOutstandingReferences(nullptr, 0, nullptr);
@@ -118,5 +119,10 @@ void QRTVirtualMemoryMgr::dumpReferences(std::ostream& os) {
   }
   if (known < pinned) {
     writeLine(os, "  (memory was short: only %u objects were looked at)\n", known);
+  }
+
+  // Step 6
+  if (const char* const beyond = getPinsBeyondMemorySize(); beyond[0] != '\0') {
+    writeLine(os, "%s\n", beyond);
   }
 }

@@ -1,8 +1,10 @@
 #include "QRTVirtualMemoryMgr.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <ostream>
 
@@ -116,6 +118,16 @@ void QRTVirtualMemoryMgr::initialize(unsigned int memorySize) {
   m_pool = engine.release();
 }
 
+// The engine is made with as much as its constructor takes, and the rest set afterwards, which
+// cannot fail: nothing is stored yet.
+void QRTVirtualMemoryMgr::initialize(unsigned long long memorySize) {
+  constexpr unsigned long long kMost = std::numeric_limits<unsigned int>::max();
+  initialize(static_cast<unsigned int>(std::min(memorySize, kMost)));
+  if (memorySize > kMost) {
+    setMemorySize(memorySize);
+  }
+}
+
 // 1. A live item is trimmed or moved.
 // 2. Otherwise make a new object.
 // 3. No address means no room.
@@ -224,6 +236,24 @@ void* QRTVirtualMemoryMgr::getAddress(unsigned long long offset, int mode) {
   return m_pool->GetAddress(handle, mode != 0);
 }
 
+unsigned int QRTVirtualMemoryMgr::getAddresses(const unsigned long long* offsets, void** addresses,
+                                               unsigned int count, int mode) {
+  if (addresses == nullptr) {
+    return 0;
+  }
+  if (offsets == nullptr) {
+    std::fill_n(addresses, count, nullptr);
+    return 0;
+  }
+  return m_pool->GetAddresses(offsets, addresses, count, mode != 0);
+}
+
+void QRTVirtualMemoryMgr::dismiss(const unsigned long long* offsets, unsigned int count) {
+  if (offsets != nullptr) {
+    m_pool->DismissAll(offsets, count);
+  }
+}
+
 unsigned int QRTVirtualMemoryMgr::getObjectSize(unsigned long long offset) const {
   if (isNull(offset)) {
     return 0;
@@ -257,6 +287,25 @@ void QRTVirtualMemoryMgr::prefetch(unsigned long long offset) const {
     tcmalloc::PageItem handle{offset};
     m_pool->Prefetch(handle);
   }
+}
+
+int QRTVirtualMemoryMgr::setMemorySize(unsigned long long bytes) {
+  return m_pool->SetMemorySize(bytes != 0 ? bytes : kDefaultMemorySize) ? 1 : 0;
+}
+
+unsigned long long QRTVirtualMemoryMgr::getMemorySize() const {
+  return m_pool->GetMemorySize();
+}
+
+QRTVirtualMemoryMgr::MemoryInUse QRTVirtualMemoryMgr::getMemoryInUse() const {
+  tcmalloc::VirtualMemoryInUse use{};
+  m_pool->GetMemoryInUse(use);
+  return {use.frameBytes, use.residentBytes, use.pinnedBytes,
+          use.tableBytes, use.excessBytes,   use.excessPins};
+}
+
+const char* QRTVirtualMemoryMgr::getPinsBeyondMemorySize() const {
+  return m_pool->GetBudgetExcess();
 }
 
 void QRTVirtualMemoryMgr::allocUsingPool(const void* data, unsigned int size,

@@ -1,5 +1,7 @@
 #include "QRTVirtualContainer.h"
 
+#include <cstdio>
+
 #include "QRTCore/QRTAssert.h"
 
 QRTVirtualContainer::QRTVirtualContainer(unsigned int memorySize, unsigned int second, int third)
@@ -12,6 +14,12 @@ QRTVirtualContainer::QRTVirtualContainer(QRTVirtualMemoryMgr::mappertype type,
                                          unsigned int memorySize, unsigned int second, int third)
     : m_ownsMemMgr(0), m_memMgr(nullptr) {
   m_memMgr = QRT_GUARD_ALLOC(new QRTVirtualMemoryMgr(type, memorySize, memorySize, second, third));
+  m_ownsMemMgr = 1;
+}
+
+// Makes the manager of a container that was made without one.
+void QRTVirtualContainer::ownMemoryMgr(unsigned long long memorySize) {
+  m_memMgr = QRT_GUARD_ALLOC(new QRTVirtualMemoryMgr(memorySize));
   m_ownsMemMgr = 1;
 }
 
@@ -41,6 +49,19 @@ QRTVirtualPersistNode* QRTVirtualContainer::createNode(unsigned int classId) {
   QRTVirtualPersistNode* const node = found->second(this);
   if (node == nullptr) {
     QRT_THROW_FROM("QRTVirtualContainer::createNode", QRTOutOfMemoryError(0, nullptr));
+  }
+  return node;
+}
+
+QRTVirtualPersistNode* QRTVirtualContainer::createRegisteredNode(unsigned int classId) {
+  QRTVirtualPersistNode* const node = createNode(classId);
+  if (node == nullptr) {
+    char text[200];
+    std::snprintf(text, sizeof text,
+                  "no creator is registered for the class identifier %u (0x%08x): call "
+                  "registerNodeCreator with the class's getClassId() and create first",
+                  classId, classId);
+    QRT_THROW_FROM("QRTVirtualContainer::createRegisteredNode", QRTAssertError(0, text));
   }
   return node;
 }

@@ -202,6 +202,9 @@ TEST_F(QRTVirtualMemoryMgrDumpTest, ListsPinnedObjectsMostPinsFirst) {
   EXPECT_EQ(record.take(),
             (std::vector<std::string>{"GetAddress(2, false)", "Dismiss(2)", "GetAddress(1, false)",
                                       "Dismiss(1)", "GetAddress(4, false)", "Dismiss(4)"}));
+  record.budgetExcess = "pins that took memory beyond the budget: 1";
+  EXPECT_NE(references().find("|z|\npins that took memory beyond the budget: 1\n"),
+            std::string::npos);
   record.refuseGetAddress = true;
   EXPECT_NE(references().find("  offset 4, 1 bytes, pins 1: not readable\n"), std::string::npos);
 }

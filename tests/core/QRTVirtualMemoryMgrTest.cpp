@@ -87,6 +87,55 @@ TEST_F(QRTVirtualMemoryMgrTest, EveryConstructorTakesItsMemorySize) {
               ElementsAre("VirtualMemoryPool(4194304)", end));
 }
 
+// Sizes of every integer type, of which only those that need more than 32 bits are set afterwards.
+TEST_F(QRTVirtualMemoryMgrTest, SizesBeyondFourGibibytesArriveWhole) {
+  const auto calls = [&](QRTVirtualMemoryMgr* made) {
+    delete made;
+    std::vector<std::string> all = record.take();
+    all.pop_back();
+    return all;
+  };
+  const auto defaultMapper = QRTVirtualMemoryMgr::eMapperDefault;
+  const char* const four = "VirtualMemoryPool(4194304)";
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(0)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(0U)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(0UL)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(0ULL, 1)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4 << 20, 1)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4U << 20)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4L << 20, 1, 2)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4UL << 20, 1U)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4ULL << 20)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(std::size_t{4} << 20)), ElementsAre(four));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(static_cast<unsigned short>(9))),
+              ElementsAre("VirtualMemoryPool(9)"));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(1, 2, 3, 4)), ElementsAre("VirtualMemoryPool(2)"));
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(4294967295ULL)),
+              ElementsAre("VirtualMemoryPool(4294967295)"));
+
+  const auto eight = ElementsAre("VirtualMemoryPool(4294967295)", "SetMemorySize(8589934592)");
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(8ULL << 30)), eight);
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(8LL << 30)), eight);
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(std::uint64_t{8} << 30, 1U, 2)), eight);
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(1, 8ULL << 30, 3, 4)), eight);
+  EXPECT_THAT(calls(new QRTVirtualMemoryMgr(defaultMapper, 1, 8ULL << 30, 3, 4)), eight);
+}
+
+TEST_F(QRTVirtualMemoryMgrTest, TheMemorySizeAndWhatIsInUseAreTheEngines) {
+  EXPECT_EQ(manager->getMemorySize(), 1000000U);
+  EXPECT_EQ(manager->setMemorySize(8ULL << 30), 1);
+  EXPECT_EQ(manager->getMemorySize(), 8ULL << 30);
+  record.lastError = "the disk is full";
+  EXPECT_EQ(manager->setMemorySize(0), 0);
+  EXPECT_THAT(record.take(), ElementsAre("SetMemorySize(8589934592)", "SetMemorySize(4194304)"));
+  const QRTVirtualMemoryMgr::MemoryInUse use = manager->getMemoryInUse();
+  EXPECT_THAT(
+      (std::vector{use.frames, use.pages, use.pinned, use.pageTable, use.beyond, use.pinsBeyond}),
+      ElementsAre(2, 3, 4, 5, 6, 7));
+  record.budgetExcess = "3 pins";
+  EXPECT_STREQ(manager->getPinsBeyondMemorySize(), "3 pins");
+}
+
 TEST_F(QRTVirtualMemoryMgrTest, AnEngineThatCannotBeMadeIsReportedByTheGuard) {
   const auto construct = [] { QRTVirtualMemoryMgr(1, 2, 3); };
 

@@ -101,6 +101,9 @@ TEST_F(StoreTest, KeepsEveryByteWhateverHappensToTheObjects) {
       manager.free(twin.item);
       twin = Twin();
     }
+    if (random() % 1000 == 0) {
+      ASSERT_EQ(manager.setMemorySize(1ULL << (20 + random() % 4)), 1);
+    }
     if (step % 300 == 0) {
       ASSERT_EQ(figure("(Current/Max/Cumulative): "), before + live()) << "step " << step;
     }
@@ -124,6 +127,76 @@ TEST_F(StoreTest, AnnouncedPinsTakeNoPinAndReadNothing) {
   EXPECT_EQ(figure("Paging Statistics - Reads: "), reads);
   EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
   EXPECT_EQ(text(item), "near");
+}
+
+TEST_F(StoreTest, TheMemorySizeIsSetAtAnyTime) {
+  EXPECT_EQ(manager.getMemorySize(), 1U << 20);
+  EXPECT_EQ(manager.setMemorySize(64ULL << 20), 1);
+  pushOut();
+  const QRTVirtualMemoryMgr::MemoryInUse full = manager.getMemoryInUse();
+  EXPECT_EQ(figure("Page Outs: "), 0U) << "all fits";
+  EXPECT_GE(full.pages, 3000U * 1024);
+  EXPECT_GE(full.frames, full.pages);
+  EXPECT_EQ(full.beyond, 0U);
+  EXPECT_EQ(manager.setMemorySize(1), 1);
+  EXPECT_EQ(manager.getMemorySize(), 1U << 20) << "the least";
+  EXPECT_LE(manager.getMemoryInUse().pages, 1U << 20);
+  EXPECT_GT(figure("Page Outs: "), 0U);
+  EXPECT_EQ(manager.setMemorySize(0), 1);
+  EXPECT_EQ(manager.getMemorySize(), 4U << 20);
+
+  // Everything pinned and more: told by a text of its own, a figure and a line of the list.
+  manager.setMemorySize(1);
+  std::vector<QRTVirtualPageItem> items(400);
+  for (QRTVirtualPageItem& item : items) {
+    manager.alloc(4096, item);
+  }
+  EXPECT_EQ(manager.getMemoryInUse().pinsBeyond, 144U);
+  EXPECT_EQ(manager.getMemoryInUse().beyond, 144U * 4096);
+  const std::string told = manager.getPinsBeyondMemorySize();
+  EXPECT_NE(told.find("beyond the budget: 144,"), std::string::npos) << told;
+  std::ostringstream list;
+  manager.dumpReferences(list);
+  EXPECT_NE(list.str().find("\n" + told + "\n"), std::string::npos);
+  for (QRTVirtualPageItem& item : items) {
+    manager.dismiss(item);
+  }
+  EXPECT_EQ(manager.getMemoryInUse().beyond, 0U);
+}
+
+TEST_F(StoreTest, ManyPinsInOneCallArePinsAndDismissalsLikeAnyOther) {
+  std::vector<unsigned long long> offsets;
+  for (int i = 0; i < 300; ++i) {
+    offsets.push_back(stored("object " + std::to_string(i)).getOffset());
+  }
+  pushOut();
+  offsets[7] = 0;
+  offsets[8] = QRTVirtualPageItem::getInvalidOffset();
+  offsets[9] = offsets[299];
+  std::vector<void*> addresses(offsets.size(), this);
+  EXPECT_EQ(manager.getAddresses(offsets.data(), addresses.data(), 300, 1), 298U);
+  EXPECT_STREQ(manager.getLastStoreError(), "") << "0 and kInvalidOffset are no failures";
+  for (std::size_t i = 0; i < offsets.size(); ++i) {
+    const std::string content = "object " + std::to_string(i == 9 ? 299 : i);
+    ASSERT_EQ(addresses[i] == nullptr, i == 7 || i == 8) << i;
+    ASSERT_TRUE(addresses[i] == nullptr ||
+                std::memcmp(addresses[i], content.data(), content.size()) == 0)
+        << i;
+  }
+  manager.dismiss(offsets[299]);
+  EXPECT_NE(dump(0).find("reference count > 0 : 297"), std::string::npos) << "pinned twice";
+  manager.getAddress(offsets[299], 0);
+  manager.dismiss(offsets.data(), 300);
+  EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
+
+  // Nothing to work on.
+  EXPECT_EQ(manager.getAddresses(offsets.data(), addresses.data(), 0, 1), 0U);
+  EXPECT_EQ(manager.getAddresses(offsets.data(), nullptr, 300, 1), 0U);
+  addresses.assign(300, this);
+  EXPECT_EQ(manager.getAddresses(nullptr, addresses.data(), 300, 1), 0U);
+  EXPECT_EQ(std::count(addresses.begin(), addresses.end(), nullptr), 300);
+  manager.dismiss(nullptr, 300);
+  EXPECT_EQ(dump(0).find("reference count > 0"), std::string::npos);
 }
 
 TEST_F(StoreTest, AnObjectIsWhereItIsFoundWithoutAPin) {

@@ -221,6 +221,15 @@ std::vector<EngineChecker::Damage::Case> EngineChecker::Damage::Cases() {
       {"large objects are counted", [](Damage& d) { d.Add(d.e.m_largeObjects, 1); }},
       {"pages of large objects are counted", [](Damage& d) { d.Add(d.e.m_largePages, 1); }},
       {"the pager's epoch", [](Damage& d) { d.Add(d.e.m_pager.m_clock.m_modified, 1); }},
+      // Shares of the budget.
+      {"the budget is", [](Damage& d) { d.Add(d.e.m_options.budgetBytes, 8192); }},
+      {"an epoch has", [](Damage& d) { d.Add(d.e.m_pager.m_clock.m_length, 1); }},
+      {"the queues' shares", [](Damage& d) { d.Add(d.policy.m_smallTarget, 1); }},
+      {"the queues' shares", [](Damage& d) { d.Add(d.policy.m_ghostReach, 1); }},
+      {"in one go", [](Damage& d) { d.Set(d.e.m_pager.m_options.batch, 16); }},
+      {"in one go", [](Damage& d) { d.Set(d.e.m_pager.m_options.readAhead, 16); }},
+      {"the page table's limit", [](Damage& d) { d.Add(d.table.m_leafLimit, 1); }},
+      {"frees to remember", [](Damage& d) { d.Set(d.e.m_pendingFrees.m_most, 8191); }},
   };
 }
 

@@ -100,6 +100,41 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     }
   }
 
+  // Pins several objects at once, some of them twice, or unpins them.
+  void PinMany() {
+    std::vector<std::size_t> places;
+    std::vector<unsigned long long> offsets;
+    for (std::uint32_t left = 1 + Below(Below(8) == 0 ? 300 : 12); left > 0; --left) {
+      places.push_back(Below(static_cast<std::uint32_t>(m_live.size())));
+      offsets.push_back(m_live[places.back()].offset);
+    }
+    const auto count = static_cast<std::uint32_t>(places.size());
+    if (Below(2) == 0) {
+      engine->DismissAll(offsets.data(), count);
+      for (const std::size_t place : places) {
+        if (!m_live[place].pins.empty()) {
+          m_live[place].pins.pop_back();
+        }
+      }
+      return;
+    }
+    const bool forWriting = Below(2) == 0;
+    const std::size_t failures = Failures();
+    std::vector<void*> addresses(count);
+    const std::uint32_t pinned =
+        engine->GetAddresses(offsets.data(), addresses.data(), count, forWriting);
+    ASSERT_EQ(pinned, count - std::count(addresses.begin(), addresses.end(), nullptr));
+    // What came in memory first was pinned first: a null may stand before an address.
+    for (std::uint32_t i = 0; i < count; ++i) {
+      if (addresses[i] != nullptr) {
+        Pinned(m_live[places[i]], forWriting, failures, addresses[i]);
+      } else {
+        ASSERT_TRUE(m_live[places[i]].pins.empty());
+        ASSERT_GT(Failures(), failures) << engine->GetLastError();
+      }
+    }
+  }
+
   // Notes in the model what came of a pin.
   void Pinned(Live& object, bool forWriting, std::size_t failures, void* address) {
     if (address == nullptr) {
@@ -158,6 +193,8 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
       Pin(Any());
     } else if (choice < 50) {
       MovePin(Any(), Any());
+    } else if (choice < 51) {
+      PinMany();
     } else if (choice < 55) {
       Change(Any());
     } else if (choice < 60) {
@@ -172,6 +209,19 @@ class RandomOperationsTest : public EngineFixture, public testing::WithParamInte
     if (Below(300) == 0) {
       UnpinAll();
     }
+    if (Below(200) == 0) {
+      ChangeBudget();
+    }
+  }
+
+  // Any budget from one frame to a mebibyte.
+  void ChangeBudget() {
+    const std::uint64_t bytes = std::uint64_t{4096} << Below(9);
+    const std::size_t failures = Failures();
+    if (!engine->SetMemorySize(bytes)) {
+      ASSERT_GT(Failures(), failures) << engine->GetLastError();
+    }
+    ASSERT_EQ(engine->Check(), "");
   }
 
   void UnpinAll() {

@@ -95,6 +95,7 @@ void ScriptedPagingFile::DeliverLost() {
 void ScriptedPagingFile::Prefetch(std::uint64_t offset, std::size_t bytes) {
   const FailingNew::Pause pause;
   expected.emplace_back(offset, bytes);
+  readsAtLastExpected = reads.made;
 }
 
 int ScriptedPagingFile::Reserve(std::uint64_t begin, std::uint64_t end) {

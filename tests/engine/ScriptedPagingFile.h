@@ -51,7 +51,8 @@ class ScriptedPagingFile final : public tcmalloc::PagingFile {
   bool reserveSupported = true;          // whether disk space can be set aside
   bool loseWrites = false;               // writes succeed, but reach the file with DeliverLost
   bool foreign = false;                  // the process is a child of the file's owner
-  std::vector<std::pair<std::uint64_t, std::size_t>> expected;   // offset and bytes announced
+  std::vector<std::pair<std::uint64_t, std::size_t>> expected;  // offset and bytes announced
+  std::size_t readsAtLastExpected = 0;  // reads made before the last of these
   std::vector<std::pair<std::uint64_t, std::size_t>> discarded;  // offset and bytes given back
   bool discardSupported = true;                                  // whether they can be
   std::uint64_t reservedBytes = 0;                               // disk space set aside, in all

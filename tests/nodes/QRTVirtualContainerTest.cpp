@@ -52,6 +52,16 @@ TEST_F(QRTVirtualContainerTest, ASizeAloneMakesAStoreAndAPlainZeroIsANullManager
                             "VirtualMemoryPool(1048576)"));
   }
   engine.take();
+  {
+    QRTVirtualContainer container(8ULL << 30);
+    QRTVirtualTree tree(8ULL << 30, 0, 0);
+    QRTVirtualTree mapped(QRTVirtualMemoryMgr::eMapperDefault, 8ULL << 30, 0, 0);
+    ASSERT_NE(tree.getRootNode(), nullptr);
+    const std::string made = "VirtualMemoryPool(4294967295)";
+    const std::string set = "SetMemorySize(8589934592)";
+    EXPECT_THAT(engine.take(), ElementsAre(made, set, made, set, made, set));
+  }
+  EXPECT_EQ(engine.take().size(), 3U) << "owned, all of them";
   QRTVirtualContainer none(0);
   EXPECT_EQ(none.getMemoryMgr(), nullptr);
   EXPECT_THAT(engine.take(), IsEmpty());

@@ -39,6 +39,7 @@ namespace tcmalloc {
 class Engine {
  public:
   std::uint64_t next = 1;
+  unsigned long long memorySize = 0;
 };
 
 VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory) {
@@ -50,6 +51,7 @@ VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* direct
     record.onConstruct();
   }
   m_engine = new Engine;
+  m_engine->memorySize = memorySize;
 }
 
 VirtualMemoryPool::~VirtualMemoryPool() {
@@ -87,6 +89,27 @@ void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
   }
   ++found->second.pins;
   return found->second.bytes.data();
+}
+
+// As one call after the other, which is what the record shows.
+unsigned int VirtualMemoryPool::GetAddresses(const unsigned long long* offsets, void** addresses,
+                                             unsigned int count, bool forWriting) {
+  unsigned int pinned = 0;
+  for (unsigned int i = 0; i < count; ++i) {
+    PageItem item{offsets[i]};
+    addresses[i] = offsets[i] + 1 <= 1 ? nullptr : GetAddress(item, forWriting);
+    pinned += addresses[i] != nullptr ? 1 : 0;
+  }
+  return pinned;
+}
+
+void VirtualMemoryPool::DismissAll(const unsigned long long* offsets, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    if (offsets[i] + 1 > 1) {
+      PageItem item{offsets[i]};
+      Dismiss(item);
+    }
+  }
 }
 
 void VirtualMemoryPool::Dismiss(PageItem& item) {
@@ -154,6 +177,25 @@ unsigned int VirtualMemoryPool::GetOutstandingReferences(VirtualMemoryReferenceI
     *written = listed;
   }
   return pinned;
+}
+
+bool VirtualMemoryPool::SetMemorySize(unsigned long long bytes) {
+  const FailingNew::Pause pause;
+  EngineRecord::get().calls.push_back("SetMemorySize(" + number(bytes) + ")");
+  m_engine->memorySize = bytes;
+  return EngineRecord::get().lastError.empty();
+}
+
+unsigned long long VirtualMemoryPool::GetMemorySize() const {
+  return m_engine->memorySize;
+}
+
+void VirtualMemoryPool::GetMemoryInUse(VirtualMemoryInUse& use) {
+  use = {m_engine->memorySize, 2, 3, 4, 5, 6, 7};
+}
+
+const char* VirtualMemoryPool::GetBudgetExcess() {
+  return EngineRecord::get().budgetExcess.c_str();
 }
 
 const char* VirtualMemoryPool::GetLastError() const {

@@ -32,6 +32,7 @@ struct EngineRecord {
   int allocateUntilRefused = -1;       // objects until Allocate gives null as above; -1 for never
   std::vector<unsigned char> stats;    // the bytes of the statistics record
   std::string lastError;
+  std::string budgetExcess;
 
   /// Starts afresh.
   static EngineRecord& reset();

@@ -36,6 +36,7 @@ class HotPath:
 HOT_PATHS = (
     HotPath("pin", 1_000, 10_000_000, 1_000, 100_000),
     HotPath("pin", 1_000_000, 3_000_000, 0, 0),
+    HotPath("pin in groups of 32", 1_000_000, 3_000_000, 1_000, 96_000),
     HotPath("follow", 1_000_000, 1_000_000, 1_000, 100_000),
     HotPath("walk", 1_000_000, 10_000_000, 10_000, 100_000),
     HotPath("allocate and free", 1_000, 5_000_000, 1_000, 100_000),

@@ -48,11 +48,11 @@ class Random {
   std::uint64_t m_state = 88172645463325252ULL;
 };
 
-/// Times `step()` as often as wanted and prints what one took.
+/// Times `step()`, which does so many operations, as often as wanted and prints what one took.
 template <typename Step>
-void measure(const Work& work, Step step) {
+void measure(const Work& work, Step step, unsigned operations = 1) {
   const suite::Meter meter;
-  for (std::uint64_t i = 0; i < work.count; ++i) {
+  for (std::uint64_t i = 0; i < work.count; i += operations) {
     step();
   }
   const double seconds = meter.wallSeconds();
@@ -108,6 +108,32 @@ std::uint64_t pinAny(const Work& work, unsigned budget, unsigned objectBytes) {
     stored.manager().dismiss(offset);
   });
   return sum;
+}
+
+/// Pins random objects in groups, reads and dismisses them; one operation is one object's part.
+/// @return false when this revision of the library has no such call
+template <typename Manager>
+bool pinGroups(const Work& work, Stored& stored, Manager& manager, unsigned group) {
+  if constexpr (requires { manager.dismiss(static_cast<unsigned long long*>(nullptr), group); }) {
+    std::vector<unsigned long long> offsets(group);
+    std::vector<void*> objects(group);
+    std::uint64_t sum = 0;
+    const auto step = [&] {
+      for (unsigned long long& offset : offsets) {
+        offset = stored.anyOffset();
+      }
+      if (manager.getAddresses(offsets.data(), objects.data(), group, 0) != group) {
+        suite::fail("an object could not be pinned");
+      }
+      for (const void* object : objects) {
+        sum += word(object);
+      }
+      manager.dismiss(offsets.data(), group);
+    };
+    measure(work, step, group);
+    return sum != 0;
+  }
+  return false;
 }
 
 /// Changes a random object of a store larger than its budget, so that pages go out and come back.
@@ -235,6 +261,11 @@ bool run(const Work& work) {
   const std::string operation = work.operation;
   if (operation == "pin") {
     return pinAny(work, kAmpleBudget, kSmallObject) != 0;
+  }
+  if (operation.rfind("pin in groups of ", 0) == 0) {
+    const auto group = static_cast<unsigned>(std::strtoul(work.operation + 17, nullptr, 10));
+    Stored stored(work, kAmpleBudget, kSmallObject);
+    return group > 0 && pinGroups(work, stored, stored.manager(), group);
   }
   if (operation == "page in") {
     return pinAny(work, kSmallBudget, kPagedObject) != 0;

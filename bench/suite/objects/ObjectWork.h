@@ -41,6 +41,8 @@ struct Settings {
 ///     void update(handle, change);      // calls change(void*) and keeps what it made of it
 ///     void finish();                    // ends a series of adds or of updates
 ///     void announce(handle);            // if there is such a thing: the object is used soon
+///     void readAll(handles, count, use) // likewise: calls use(place, const void*) for each of up
+///                                       // to kMostAtOnce objects that are in place at once
 ///
 /// Everything is scratch data: no peer logs or synchronises. Whatever fails ends the program.
 struct Space {

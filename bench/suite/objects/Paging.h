@@ -50,6 +50,12 @@ class Paging {
       suite::Lookahead ahead(uniform, Announcement<P>{&m_peer});
       phase("uniform read announced", repeat(ahead, read));
     }
+    if constexpr (requires { P::kMostAtOnce; }) {
+      for (const std::uint32_t atOnce : {1U, 8U, 32U, 128U, P::kMostAtOnce}) {
+        phase("uniform read, " + std::to_string(atOnce) + " at once",
+              [&](const auto& inTime) { return this->readAtOnce(uniform, atOnce, inTime); });
+      }
+    }
     phase("zipf read", repeat(zipf, read));
     m_settings.check(m_wrong == 0);
     print();
@@ -154,6 +160,27 @@ class Paging {
       }
       return operations;
     };
+  }
+
+  /// Reads objects with keys from `pick`, so many in one call of the peer.
+  template <class Pick, class InTime>
+  std::uint64_t readAtOnce(Pick& pick, std::uint32_t atOnce, const InTime& inTime) {
+    std::vector<std::uint64_t> keys(atOnce);
+    std::vector<unsigned long long> handles(atOnce);
+    std::uint64_t operations = 0;
+    while (inTime()) {
+      for (std::uint64_t i = 0; i < kChunk; i += atOnce) {
+        for (std::uint32_t place = 0; place < atOnce; ++place) {
+          keys[place] = pick();
+          handles[place] = m_peer.handle(keys[place]);
+        }
+        m_peer.readAll(handles.data(), atOnce, [&](std::uint32_t place, const void* object) {
+          check(object, keys[place]);
+        });
+        operations += atOnce;
+      }
+    }
+    return operations;
   }
 
   void check(const void* object, std::uint64_t key) {

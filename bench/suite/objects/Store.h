@@ -39,6 +39,20 @@ class Store {
     m_manager.dismiss(handle);
   }
 
+  /// Uses several objects that are pinned in one call.
+  template <class Use>
+  void readAll(const unsigned long long* handles, std::uint32_t count, Use use) {
+    void* objects[kMostAtOnce];
+    if (m_manager.getAddresses(handles, objects, count, 1) != count) [[unlikely]] {
+      suite::require(false, m_manager.getLastStoreError());
+    }
+    for (std::uint32_t i = 0; i < count; ++i) {
+      use(i, objects[i]);
+    }
+    m_manager.dismiss(handles, count);
+  }
+  static constexpr std::uint32_t kMostAtOnce = 1024;
+
   /// Tells that an object will be used soon.
   void announce(std::uint64_t handle) { m_manager.prefetch(handle); }
 
