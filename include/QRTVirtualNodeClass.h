@@ -7,6 +7,7 @@
 #include "QRTCore/QRTUtCrc32.h"
 #include "QRTVirtualContainer.h"
 #include "QRTVirtualMemoryMgr.h"
+#include "QRTVirtualPin.h"
 #include "QRTVirtualTreeNode.h"
 
 /// Writes what every node class of a host has to say about itself: creator, identifier, size, name
@@ -52,6 +53,15 @@ class QRTVirtualNodeClass : public Base {
     node->setContainer(container);
     node->onInit();
     return node;
+  }
+
+  /// Makes a node through the container's registry, so by another creator than the class's own if
+  /// that is what the host registered.
+  /// @return the node's pin, not empty
+  /// @throws QRTAssertError, which names the class identifier, when the class is not registered;
+  ///         what QRTVirtualContainer::createNode throws
+  static QRTVirtualPin<Node> make(QRTVirtualContainer& container) {
+    return QRTVirtualPin<Node>(container.createRegisteredNode(Node::getClassId()));
   }
 
   unsigned int getSize() override { return sizeof(Node); }

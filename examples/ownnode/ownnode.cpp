@@ -18,10 +18,10 @@ int main() {
   QRTVirtualTree tree(16U << 20);  // keeps at most 16 MiB in memory
   tree.registerNodeCreator(Person::getClassId(), Person::create);
 
-  QRTVirtualPin<Person> mother(tree.createNode(Person::getClassId()));
+  QRTVirtualPin<Person> mother = Person::make(tree);
   tree.getRootNode()->appendChild(mother.get());
   for (int i = 0; i < 3; ++i) {
-    QRTVirtualPin<Person> child(tree.createNode(Person::getClassId()));
+    QRTVirtualPin<Person> child = Person::make(tree);
     child->born = mother->born + 25 + 2 * i;
     mother->appendChild(child.get());
   }  // each pin goes by itself, and the child may leave memory

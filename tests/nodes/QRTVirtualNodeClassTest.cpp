@@ -65,6 +65,26 @@ TEST_F(QRTVirtualNodeClassTest, ClassesWrittenByHandWork) {
                "QRTVirtualPersistNode");
 }
 
+TEST_F(QRTVirtualNodeClassTest, ACreatorThatWasNeverRegisteredIsNamed) {
+  const unsigned int id = Unwilling::getClassId();
+  EXPECT_EQ(tree.createNode(id), nullptr);
+  for (const bool registered : {false, true}) {
+    if (registered) {
+      tree.registerNodeCreator(id, nullptr);
+    }
+    const auto error = expectRaised<QRTAssertError>([&] { Unwilling::make(tree); });
+    EXPECT_NE(textOf(error).find("class identifier " + std::to_string(id) + " ("),
+              std::string::npos)
+        << textOf(error);
+    EXPECT_EQ(traceOf(error), (std::vector<TraceEntry>{{"QRTVirtualContainer.cpp",
+                                                        "QRTVirtualContainer::createRegisteredNode",
+                                                        "QRT_THROW"}}));
+  }
+  const QRTVirtualPin<Letter> made = Letter::make(tree);
+  EXPECT_EQ(made->letter, '?');
+  EXPECT_EQ(made->getContainer(), &tree);
+}
+
 TEST_F(QRTVirtualNodeClassTest, ConstructorsThatRaiseLeaveNothingAllocated) {
   const auto objects = [this] {
     std::ostringstream os;
