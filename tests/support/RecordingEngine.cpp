@@ -11,6 +11,11 @@ std::string number(std::uint64_t value) {
   return std::to_string(value);
 }
 
+// Counts one call of those that are made until one is refused. A negative number counts nothing.
+bool isRefused(int& callsLeft) {
+  return callsLeft >= 0 && callsLeft-- == 0;
+}
+
 }  // namespace
 
 EngineRecord& EngineRecord::get() {
@@ -84,7 +89,7 @@ void* VirtualMemoryPool::GetAddress(PageItem& item, bool forWriting) {
                          (forWriting ? ", true)" : ", false)"));
   const auto found = record.objects.find(item.offset);
   if (record.refuseGetAddress || found == record.objects.end() ||
-      record.unreadable.count(item.offset) != 0) {
+      record.unreadable.count(item.offset) != 0 || isRefused(record.pinsUntilRefused)) {
     return nullptr;
   }
   ++found->second.pins;

@@ -30,6 +30,7 @@ struct EngineRecord {
   bool refuseGetAddress = false;       // GetAddress gives null
   std::set<std::uint64_t> unreadable;  // objects for which GetAddress gives null
   int allocateUntilRefused = -1;       // objects until Allocate gives null as above; -1 for never
+  int pinsUntilRefused = -1;           // pins until one GetAddress gives null; -1 for never
   std::vector<unsigned char> stats;    // the bytes of the statistics record
   std::string lastError;
   std::string budgetExcess;
