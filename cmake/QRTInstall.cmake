@@ -32,6 +32,15 @@ install(FILES ${PROJECT_BINARY_DIR}/QRTVirtualMemMgmtConfig.cmake
               ${PROJECT_BINARY_DIR}/QRTVirtualMemMgmtConfigVersion.cmake
         DESTINATION ${QRT_INSTALL_CMAKEDIR})
 
+# What the library itself stands on, for who links everything statically.
+set(QRT_PKGCONFIG_LIBS_PRIVATE -lz)
+if(QRT_GZIP_USABLE MATCHES Isal AND NOT QRT_GZIP STREQUAL Zlib)
+  string(PREPEND QRT_PKGCONFIG_LIBS_PRIVATE "-lisal ")
+endif()
+if(QRT_HAVE_ENCRYPTION)
+  string(APPEND QRT_PKGCONFIG_LIBS_PRIVATE " -lcrypto")
+endif()
+
 # The prefix is found from the file's own place, so that an installed tree may be moved.
 set(QRT_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX

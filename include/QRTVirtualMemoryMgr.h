@@ -293,6 +293,21 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   /// @param on  0 for off, anything else for on
   static void setExceptionOnReferenceLeak(int on);
 
+  /// @return whether managers made from now on encrypt their paging files; 0 at first
+  static int getPagingFileEncryption();
+
+  /// Switches the encryption of paging files on or off for every manager made from now on, by
+  /// whoever makes it; one that is there keeps what it was made with. With it nobody who can read
+  /// the disk learns what was stored: each file has a random key of its own, which never leaves
+  /// memory and ends with the manager (docs/promises.md has the whole of it). Not guarded: set it
+  /// before managers are made.
+  /// @param on  0 for off, anything else for on
+  /// @throws QRTIllegalStateError when it is to be on and this build of the library has no cipher,
+  /// or
+  ///         the cipher's library does not work in this process; the switch is as it was
+  /// Cost: none here; each page that leaves memory is encrypted, and decrypted when it comes back.
+  static void setPagingFileEncryption(int on);
+
   /// The leak check: does nothing while the switch is off. Otherwise empties the page item pool and
   /// raises an error when objects are pinned, whose pins stay.
   /// @throws QRTIllegalStateError with the number of pinned objects in its text
@@ -308,6 +323,7 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   QRTVirtualPageItemPool* m_pageItemPool;  // shares equal byte strings, owned
 
   static int m_exceptionOnReferenceLeak;  // whether the leak check is on
+  static int m_pagingFileEncryption;      // whether new managers encrypt
 };
 
 #endif  // QRTVIRTUALMEMORYMGR_H

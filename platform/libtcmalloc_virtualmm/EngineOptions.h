@@ -18,6 +18,7 @@ struct EngineOptions {
   std::uint32_t batch = 8;            ///< most spans written in one go, 1 to 16
   std::uint32_t readAhead = 16;       ///< most pages read in one go, 1 to 64
   std::uint32_t tableLeaves = 0;      ///< leaves of the page table in memory; 0 chooses by budget
+  bool encrypted = false;             ///< encrypt what is written, see MakeStoreFiles
   bool moveOnUnpin = false;  ///< move every span at its last unpin, to catch kept addresses
   std::optional<std::uint16_t> firstGeneration;  ///< below kFirstGenerations; none draws one
 

@@ -225,7 +225,7 @@ PageTable::Outcome PageTable::Read(Leaf& leaf) noexcept {
     return Outcome::kIn;
   }
   Image image;
-  const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image};
+  const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image, m_images[leaf.number]};
   if (!m_file.Read(std::uint64_t{leaf.number} * sizeof image, &slice, 1)) {
     return Outcome::kUnreadable;
   }
@@ -275,7 +275,7 @@ bool PageTable::PageOutOldestLeaf() noexcept {
   // Step 2.
   const std::uint64_t hash = HashOf(image, leaf->number);
   if (hash != m_images[leaf->number]) {
-    const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image};
+    const IoSlice slice{reinterpret_cast<char*>(&image), sizeof image, hash};
     if (!m_file.Write(std::uint64_t{leaf->number} * sizeof image, &slice, 1)) {
       m_images[leaf->number] = kNoImage;  // it may be torn; nobody reads it while the leaf is here
       return false;

@@ -1,6 +1,7 @@
 #ifndef LIBTCMALLOC_VIRTUALMM_PAGETABLE_H
 #define LIBTCMALLOC_VIRTUALMM_PAGETABLE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -26,6 +27,9 @@ class PageTable {
  public:
   static constexpr std::uint32_t kLeafPages = 64;
   static constexpr std::uint32_t kNoPage = PageMap::kNoPage;
+  /// Bytes of a leaf in the file, whose place is its number times this.
+  static constexpr std::size_t kImageBytes =
+      kLeafPages * (sizeof(PageEntry) + sizeof(std::uint32_t));
 
   /// @param file       where leaves go; outlives the table
   /// @param error      receives failures; outlives the table
@@ -127,6 +131,7 @@ class PageTable {
     PageEntry entries[kLeafPages];
     std::uint32_t largeBytes[kLeafPages];
   };
+  static_assert(sizeof(Image) == kImageBytes);
 
   // What m_images says of a leaf that was never written; it is as a new one.
   static constexpr std::uint64_t kNoImage = 0;

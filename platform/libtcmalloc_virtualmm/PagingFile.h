@@ -12,10 +12,14 @@ namespace tcmalloc {
 struct IoSlice {
   char* data;
   std::size_t size;
+  std::uint64_t contentHash = 0;  ///< of the image that the slice belongs to; the same at its reads
 };
 
+/// What an encrypted paging file tells in place of an errno value.
+constexpr int kCipherFailed = 1 << 20;
+
 /// The paging file as the operating system sees it: bare calls, each of which may fail or move
-/// fewer bytes than asked. Errors are errno values (<cerrno>) on every system.
+/// fewer bytes than asked. Errors are errno values (<cerrno>) on every system, or kCipherFailed.
 ///
 /// The file is private: nobody else can open it, it is not inherited, and nothing of it is left
 /// when the process ends, however it ends.

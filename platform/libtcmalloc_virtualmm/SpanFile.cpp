@@ -35,7 +35,7 @@ std::uint32_t SpanFile::CollectSlices(const MovingSpan* spans, std::size_t count
   LIBTCMALLOC_ASSERT(count > 0 && count <= PagingFile::kMaxSlices);
   for (std::size_t i = 0; i < count; ++i) {
     LIBTCMALLOC_ASSERT(spans[i].page == spans[0].page + pages);
-    slices[i] = {m_arena.Address(spans[i].frame), Bytes(spans[i].pages)};
+    slices[i] = {m_arena.Address(spans[i].frame), Bytes(spans[i].pages), spans[i].hash};
     pages += spans[i].pages;
   }
   return pages;

@@ -13,12 +13,15 @@ namespace {
 // A path is cut before it can push the figures out of the text.
 constexpr int kPathRoom = 600;
 
+constexpr const char* kCipherReason =
+    "libcrypto, which encrypts it, refused; it does so when the system has no memory left";
+
 }  // namespace
 
 void StoreError::NoteSystem(const char* operation, const char* path, int error) noexcept {
   char reason[128];
   DescribeSystemError(error, reason, sizeof reason);
-  NoteReason(operation, path, reason);
+  NoteReason(operation, path, error == kCipherFailed ? kCipherReason : reason);
 }
 
 void StoreError::NoteReason(const char* operation, const char* path, const char* reason) noexcept {

@@ -16,7 +16,7 @@ class StoreError {
   /// Notes a failed system call on the paging file.
   /// @param operation  what was tried, for example "write the paging file"
   /// @param path       file or directory
-  /// @param error      errno value
+  /// @param error      errno value, or kCipherFailed
   void NoteSystem(const char* operation, const char* path, int error) noexcept;
 
   /// Notes a failure that is no system call's.

@@ -1,26 +1,34 @@
 #include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
 
+#include <utility>
+
 #include "libtcmalloc_virtualmm/Engine.h"
-#include "libtcmalloc_virtualmm/PagingFile.h"
+#include "libtcmalloc_virtualmm/PageCipher.h"
+#include "libtcmalloc_virtualmm/StoreFiles.h"
 
 namespace tcmalloc {
 
 namespace {
 
-EngineOptions MakeOptions(unsigned int memorySize) {
+EngineOptions MakeOptions(unsigned int memorySize, bool encrypted) {
   EngineOptions options;
   options.budgetBytes = memorySize;
+  options.encrypted = encrypted;
 #if defined(LIBTCMALLOC_VIRTUALMM_CHECK_PINS)
   options.moveOnUnpin = true;
 #endif
   return options;
 }
 
+Engine* MakeEngine(const EngineOptions& options, const char* directory) {
+  StoreFiles files = MakeStoreFiles(options, directory);
+  return new Engine(options, std::move(files.pages), std::move(files.table));
+}
+
 }  // namespace
 
-VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory)
-    : m_engine(new Engine(MakeOptions(memorySize), MakePagingFile(directory),
-                          MakePagingFile(directory))) {}
+VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory, bool encrypted)
+    : m_engine(MakeEngine(MakeOptions(memorySize, encrypted), directory)) {}
 
 VirtualMemoryPool::~VirtualMemoryPool() {
   delete m_engine;
@@ -100,6 +108,10 @@ const char* VirtualMemoryPool::GetBudgetExcess() {
 
 const char* VirtualMemoryPool::GetLastError() const {
   return m_engine->GetLastError();
+}
+
+bool VirtualMemoryPool::CanEncrypt() noexcept {
+  return tcmalloc::CanEncrypt();
 }
 
 }  // namespace tcmalloc

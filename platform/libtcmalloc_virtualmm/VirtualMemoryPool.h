@@ -86,8 +86,10 @@ class VirtualMemoryPool {
   ///                    256 pages
   /// @param directory   directory for the paging file, UTF-8, on POSIX systems any bytes; null
   ///                    means the current directory
+  /// @param encrypted   whether what is written to disk is encrypted, with keys that are drawn when
+  ///                    the first page leaves; where CanEncrypt is false, no page can leave then
   /// @throws std::bad_alloc when the engine's own structures cannot be allocated
-  VirtualMemoryPool(unsigned int memorySize, const char* directory);
+  VirtualMemoryPool(unsigned int memorySize, const char* directory, bool encrypted = false);
 
   /// Ends every object and removes the paging file.
   ~VirtualMemoryPool();
@@ -204,6 +206,10 @@ class VirtualMemoryPool {
   /// asked for and the budget in use; or the offset and why there is no address for it.
   /// @return UTF-8 text, never null, empty when nothing ever failed; valid until the next call
   const char* GetLastError() const;
+
+  /// @return whether this build of the library can encrypt what it writes; to be asked before an
+  ///         engine is made that does
+  static bool CanEncrypt() noexcept;
 
  private:
   Engine* m_engine;  // owned

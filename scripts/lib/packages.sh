@@ -8,6 +8,7 @@ QRT_BUILD_PACKAGES=(
   g++ cmake ninja-build
   libxxhash-dev   # content hashes of the paging engine
   libisal-dev     # gzip on x86-64, several times faster than zlib
+  libssl-dev      # libcrypto, which encrypts paging files on request
   zlib1g-dev      # gzip everywhere else, the check value that names a node class, and an example
   libutfcpp-dev   # conversion between UTF-8 and UTF-16
   libcli11-dev    # command lines of the example programs

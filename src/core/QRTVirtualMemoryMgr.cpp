@@ -66,6 +66,7 @@ void dumpStatistics(std::ostream& os, const tcmalloc::VirtualMemoryStats& stats,
 }  // namespace
 
 int QRTVirtualMemoryMgr::m_exceptionOnReferenceLeak = 0;
+int QRTVirtualMemoryMgr::m_pagingFileEncryption = 0;
 
 QRTVirtualMemoryMgr::QRTVirtualMemoryMgr(unsigned int memorySize, unsigned int, int)
     : m_pool(nullptr), m_pageItemPool(nullptr) {
@@ -110,8 +111,9 @@ void QRTVirtualMemoryMgr::initialize(unsigned int memorySize) {
   QRTFmDir::getTempPath(directory);
 
   // Step 4
-  std::unique_ptr<tcmalloc::VirtualMemoryPool> engine(QRT_GUARD_ALLOC(
-      new tcmalloc::VirtualMemoryPool(memorySize, QRTFmDir::getNarrowPath(directory).c_str())));
+  std::unique_ptr<tcmalloc::VirtualMemoryPool> engine(
+      QRT_GUARD_ALLOC(new tcmalloc::VirtualMemoryPool(
+          memorySize, QRTFmDir::getNarrowPath(directory).c_str(), m_pagingFileEncryption != 0)));
 
   // Step 5
   m_pageItemPool = QRT_GUARD_ALLOC(new QRTVirtualPageItemPool(this));
@@ -331,6 +333,21 @@ int QRTVirtualMemoryMgr::getExceptionOnReferenceLeak() {
 
 void QRTVirtualMemoryMgr::setExceptionOnReferenceLeak(int on) {
   m_exceptionOnReferenceLeak = on;
+}
+
+int QRTVirtualMemoryMgr::getPagingFileEncryption() {
+  return m_pagingFileEncryption;
+}
+
+void QRTVirtualMemoryMgr::setPagingFileEncryption(int on) {
+  if (on != 0 && !tcmalloc::VirtualMemoryPool::CanEncrypt()) {
+    QRT_THROW_FROM("QRTVirtualMemoryMgr::setPagingFileEncryption",
+                   QRTIllegalStateError(0,
+                                        "Paging files cannot be encrypted: this library was built "
+                                        "without libcrypto (QRT_WITH_ENCRYPTION), or libcrypto "
+                                        "did not start"));
+  }
+  m_pagingFileEncryption = on;
 }
 
 void QRTVirtualMemoryMgr::throwExceptionOnReferenceLeak() {

@@ -157,6 +157,24 @@ TEST_F(QRTVirtualMemoryMgrTest, AnEngineThatCannotBeMadeIsReportedByTheGuard) {
             (std::vector<TraceEntry>{{"engine.cpp", "", "QRT_THROW"}, kPassedOn}));
 }
 
+TEST_F(QRTVirtualMemoryMgrTest, NewManagersEncryptWhenTheSwitchIsOnAndTheEngineCan) {
+  EXPECT_FALSE(record.encrypted) << "off at first";
+  QRTVirtualMemoryMgr::setPagingFileEncryption(7);
+  EXPECT_NE(QRTVirtualMemoryMgr::getPagingFileEncryption(), 0);
+  delete new QRTVirtualMemoryMgr(5, 6, 7);
+  EXPECT_TRUE(record.encrypted);
+  QRTVirtualMemoryMgr::setPagingFileEncryption(0);
+  delete new QRTVirtualMemoryMgr(5, 6, 7);
+  EXPECT_FALSE(record.encrypted);
+
+  record.canEncrypt = false;
+  const auto error =
+      expectRaised<QRTIllegalStateError>([] { QRTVirtualMemoryMgr::setPagingFileEncryption(1); });
+  EXPECT_THAT(textOf(error), testing::HasSubstr("built without libcrypto"));
+  EXPECT_EQ(QRTVirtualMemoryMgr::getPagingFileEncryption(), 0);
+  QRTVirtualMemoryMgr::setPagingFileEncryption(0);
+}
+
 // alloc
 
 // One object through its life: new, trimmed, moved with its trimmed size, trimmed to nothing.

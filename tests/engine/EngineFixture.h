@@ -14,6 +14,8 @@
 
 #include "engine/ScriptedPagingFile.h"
 #include "libtcmalloc_virtualmm/Engine.h"
+#include "libtcmalloc_virtualmm/PageCipher.h"
+#include "libtcmalloc_virtualmm/StoreFiles.h"
 #include "support/FailingNew.h"
 
 /// One object as its test knows it: the seed tells its content.
@@ -46,6 +48,11 @@ inline bool Holds(const void* address, std::uint32_t size, std::uint32_t seed) {
   return std::memcmp(address, expected.data(), size) == 0;
 }
 
+/// The values of EngineFixture::encrypted that this build of the library serves.
+inline std::vector<bool> WithAndWithoutEncryption() {
+  return tcmalloc::CanEncrypt() ? std::vector<bool>{false, true} : std::vector<bool>{false};
+}
+
 /// An engine of a few frames over a scripted file.
 class EngineFixture : public testing::Test {
  protected:
@@ -76,11 +83,27 @@ class EngineFixture : public testing::Test {
     options.moveOnUnpin = moveOnUnpin;
     options.tableLeaves = tableLeaves;
     options.firstGeneration = firstGeneration;
+    options.encrypted = encrypted;
     auto owned = std::make_unique<ScriptedPagingFile>();
     auto ownedTable = std::make_unique<ScriptedPagingFile>();
     file = owned.get();
     tableFile = ownedTable.get();
-    engine = std::make_unique<Engine>(options, std::move(owned), std::move(ownedTable));
+    tcmalloc::StoreFiles files =
+        tcmalloc::EncryptIfWanted(options, {std::move(owned), std::move(ownedTable)});
+    engine = std::make_unique<Engine>(options, std::move(files.pages), std::move(files.table));
+  }
+
+  /// The same over the operating system's files in `path`.
+  void MakeReal(std::uint32_t frames, const std::string& path, std::uint32_t tableLeaves = 0) {
+    tcmalloc::EngineOptions options;
+    options.budgetBytes = frames * 4096;
+    options.minimumFrames = 1;
+    options.tableLeaves = tableLeaves;
+    options.firstGeneration = firstGeneration;
+    options.encrypted = encrypted;
+    file = tableFile = &idle;
+    tcmalloc::StoreFiles files = tcmalloc::MakeStoreFiles(options, path.c_str());
+    engine = std::make_unique<Engine>(options, std::move(files.pages), std::move(files.table));
   }
 
   /// Makes an object and unpins it; its offset is 0 when the engine has no room.
@@ -198,10 +221,12 @@ class EngineFixture : public testing::Test {
   }
 
   std::uint16_t firstGeneration = 0x1234;  // of the engine that Make makes
+  bool encrypted = false;                  // whether it encrypts its files
   std::unique_ptr<Engine> engine;
   bool wasShortOfMemory = false;            // whether an allocation of the engine's own failed
   ScriptedPagingFile* file = nullptr;       // the engine's
   ScriptedPagingFile* tableFile = nullptr;  // its page table's
+  ScriptedPagingFile idle;                  // stands for both while the files are real ones
 };
 
 #endif  // TESTS_ENGINE_ENGINEFIXTURE_H

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "engine/EngineFixture.h"
+#include "support/TempDirectory.h"
 #include "support/TestSeed.h"
 
 // Random operations, side by side with a model that cannot page.
@@ -14,14 +15,15 @@ struct Setup {
   std::uint32_t frames;
   std::uint32_t pageSize;
   bool moveOnUnpin;
-  enum class File { kGood, kShort, kFailing } file;
+  enum class File { kGood, kShort, kFailing, kReal } file;
   std::uint32_t tableLeaves = 0;
+  bool encrypted = false;
 };
 
 std::ostream& operator<<(std::ostream& os, const Setup& setup) {
   return os << setup.frames << " frames, pages of " << setup.pageSize
             << (setup.moveOnUnpin ? ", moving" : "") << ", file " << static_cast<int>(setup.file)
-            << ", leaves " << setup.tableLeaves;
+            << ", leaves " << setup.tableLeaves << (setup.encrypted ? ", encrypted" : "");
 }
 
 class RandomOperationsTest : public EngineFixture, public testing::WithParamInterface<Setup> {
@@ -286,7 +288,13 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
   if (GetParam().frames == 8) {
     firstGeneration = tcmalloc::kNoGeneration - 15;  // pages are retired after 15 frees
   }
-  Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin, GetParam().tableLeaves);
+  encrypted = GetParam().encrypted;
+  const TempDirectory directory;
+  if (GetParam().file == Setup::File::kReal) {
+    MakeReal(GetParam().frames, directory.path().string(), GetParam().tableLeaves);
+  } else {
+    Make(GetParam().frames, GetParam().pageSize, GetParam().moveOnUnpin, GetParam().tableLeaves);
+  }
   if (GetParam().file == Setup::File::kShort) {
     file->interrupted = tableFile->interrupted = true;
     file->transferLimit = 5000;
@@ -314,7 +322,8 @@ TEST_P(RandomOperationsTest, AgreeWithAModelThatCannotPage) {
     each->reads.Mend();
     each->writes.Mend();
   }
-  if (GetParam().file != Setup::File::kFailing) {  // which can keep all leaves in memory
+  if (GetParam().file == Setup::File::kGood || GetParam().file == Setup::File::kShort) {
+    // A failing file can keep all leaves in memory.
     EXPECT_EQ(tableFile->reads.made > 0, GetParam().tableLeaves != 0);
   }
   ASSERT_NO_FATAL_FAILURE(UnpinAll());
@@ -344,6 +353,15 @@ std::vector<Setup> AllSetups() {
     for (const Setup::File file :
          {Setup::File::kGood, Setup::File::kShort, Setup::File::kFailing}) {
       setups.push_back({frames, 4096, false, file, 1});
+    }
+  }
+  for (const bool encrypted : WithAndWithoutEncryption()) {
+    setups.push_back({8, 4096, false, Setup::File::kReal, 1, encrypted});
+    setups.push_back({256, 4096, false, Setup::File::kReal, 0, encrypted});
+    if (encrypted) {
+      setups.push_back({8, 16384, true, Setup::File::kGood, 1, true});
+      setups.push_back({8, 4096, false, Setup::File::kShort, 1, true});
+      setups.push_back({64, 8192, false, Setup::File::kFailing, 1, true});
     }
   }
   return setups;

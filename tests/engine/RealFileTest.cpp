@@ -24,18 +24,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class RealFileTest : public EngineFixture {
+// With the parameter true the files are encrypted.
+class RealFileTest : public EngineFixture, public testing::WithParamInterface<bool> {
  protected:
   static constexpr std::uint32_t kPage = 4096;
 
-  void MakeReal(std::uint32_t frames, const std::string& path) {
-    tcmalloc::EngineOptions options;
-    options.budgetBytes = frames * kPage;
-    options.minimumFrames = 1;
-    options.firstGeneration = firstGeneration;
-    engine = std::make_unique<Engine>(options, tcmalloc::MakePagingFile(path.c_str()),
-                                      tcmalloc::MakePagingFile(path.c_str()));
-  }
+  RealFileTest() { encrypted = GetParam(); }
 
   /// Runs `body` in a child process, which fails by returning a reason.
   template <typename Body>
@@ -72,7 +66,7 @@ std::vector<int> DescriptorsIn(const fs::path& path) {
   return descriptors;
 }
 
-TEST_F(RealFileTest, IsSeenAndReachedByNobodyElse) {
+TEST_P(RealFileTest, IsSeenAndReachedByNobodyElse) {
   const mode_t before = umask(0);
   MakeReal(8, directory.path().string());
   EXPECT_TRUE(DescriptorsIn(directory.path()).empty()) << "not made before it is needed";
@@ -96,7 +90,7 @@ TEST_F(RealFileTest, IsSeenAndReachedByNobodyElse) {
   EXPECT_TRUE(fs::is_empty(directory.path()));
 }
 
-TEST_F(RealFileTest, PagesThatAreNeverUsedAgainTakeNoDiskSpace) {
+TEST_P(RealFileTest, PagesThatAreNeverUsedAgainTakeNoDiskSpace) {
   const int probe = open((directory.path() / "probe").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(probe, 0);
   const bool canPunch = ftruncate(probe, kPage) == 0 &&
@@ -121,7 +115,7 @@ TEST_F(RealFileTest, PagesThatAreNeverUsedAgainTakeNoDiskSpace) {
   EXPECT_LE(status.st_blocks * 512, 101 * kPage + (3 << 20)) << "and what is set aside ahead";
 }
 
-TEST_F(RealFileTest, NothingIsLeftOfAKilledProcess) {
+TEST_P(RealFileTest, NothingIsLeftOfAKilledProcess) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
@@ -135,7 +129,7 @@ TEST_F(RealFileTest, NothingIsLeftOfAKilledProcess) {
   EXPECT_TRUE(fs::is_empty(directory.path()));
 }
 
-TEST_F(RealFileTest, AForkedChildHasWhatIsInMemoryAndDisturbsNothing) {
+TEST_P(RealFileTest, AForkedChildHasWhatIsInMemoryAndDisturbsNothing) {
   MakeReal(32, directory.path().string());
   std::vector<Object> objects = AddMany(200, kPage);
   const std::vector<Object> small = AddMany(50, 100);
@@ -172,7 +166,7 @@ TEST_F(RealFileTest, AForkedChildHasWhatIsInMemoryAndDisturbsNothing) {
   ExpectIntact(objects);
 }
 
-TEST_F(RealFileTest, AChildForkedBeforeThereIsAFileMakesItsOwn) {
+TEST_P(RealFileTest, AChildForkedBeforeThereIsAFileMakesItsOwn) {
   MakeReal(16, directory.path().string());
   const std::vector<Object> objects = AddMany(10, kPage);
   ExpectInChild([&]() -> const char* {
@@ -208,7 +202,7 @@ class SmallDisk {
   bool m_mounted = false;
 };
 
-TEST_F(RealFileTest, AFullDiskRefusesNewObjectsAndNothingElse) {
+TEST_P(RealFileTest, AFullDiskRefusesNewObjectsAndNothingElse) {
   const SmallDisk disk(directory.path());
   if (disk.Mounted()) {
     MakeReal(32, directory.path().string());
@@ -232,7 +226,7 @@ TEST_F(RealFileTest, AFullDiskRefusesNewObjectsAndNothingElse) {
   }
 }
 
-TEST_F(RealFileTest, ALimitOfTheFilesSizeIsAFullDiskAndNoSignal) {
+TEST_P(RealFileTest, ALimitOfTheFilesSizeIsAFullDiskAndNoSignal) {
   ExpectInChild([&]() -> const char* {
     const auto limitTo = [](rlim_t bytes) {
       const struct rlimit limit { bytes, RLIM_INFINITY };
@@ -300,7 +294,7 @@ bool RefuseNamelessFiles(bool andRemoval) {
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-TEST_F(RealFileTest, WithoutNamelessFilesTheNameIsGoneAtOnceOrThereIsNoFile) {
+TEST_P(RealFileTest, WithoutNamelessFilesTheNameIsGoneAtOnceOrThereIsNoFile) {
   for (const bool removable : {true, false}) {
     SCOPED_TRACE(testing::Message() << "files can be removed: " << removable);
     ExpectInChild([&]() -> const char* {
@@ -318,5 +312,8 @@ TEST_F(RealFileTest, WithoutNamelessFilesTheNameIsGoneAtOnceOrThereIsNoFile) {
     });
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Engine, RealFileTest, testing::ValuesIn(WithAndWithoutEncryption()),
+                         [](const auto& setup) { return setup.param ? "Encrypted" : "Plain"; });
 
 }  // namespace

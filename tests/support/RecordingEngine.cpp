@@ -47,11 +47,13 @@ class Engine {
   unsigned long long memorySize = 0;
 };
 
-VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory) {
+VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory,
+                                     bool encrypted) {
   const FailingNew::Pause pause;
   EngineRecord& record = EngineRecord::get();
   record.calls.push_back("VirtualMemoryPool(" + number(memorySize) + ")");
   record.directory = directory;
+  record.encrypted = encrypted;
   if (record.onConstruct) {
     record.onConstruct();
   }
@@ -205,6 +207,10 @@ const char* VirtualMemoryPool::GetBudgetExcess() {
 
 const char* VirtualMemoryPool::GetLastError() const {
   return EngineRecord::get().lastError.c_str();
+}
+
+bool VirtualMemoryPool::CanEncrypt() noexcept {
+  return EngineRecord::get().canEncrypt;
 }
 
 }  // namespace tcmalloc

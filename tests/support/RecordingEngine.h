@@ -23,6 +23,7 @@ struct EngineRecord {
   std::vector<std::string> calls;
   std::map<std::uint64_t, Object> objects;
   std::string directory;
+  bool encrypted = false;  // whether the engine was to encrypt
 
   // What to answer.
   std::function<void()> onConstruct;   // runs in the engine's constructor, may throw
@@ -34,6 +35,7 @@ struct EngineRecord {
   std::vector<unsigned char> stats;    // the bytes of the statistics record
   std::string lastError;
   std::string budgetExcess;
+  bool canEncrypt = true;
 
   /// Starts afresh.
   static EngineRecord& reset();

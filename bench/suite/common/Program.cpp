@@ -76,6 +76,10 @@ void Program::option(const char* name, double& seconds, const char* help) {
       ->check(CLI::NonNegativeNumber);
 }
 
+void Program::flag(const char* name, bool& on, const char* help) {
+  m_parts->command.add_flag(name, on, help);
+}
+
 void Program::add(const std::string& workload, const std::string& peer, std::function<void()> run) {
   m_parts->peers.push_back({workload, peer, std::move(run)});
 }

@@ -24,6 +24,9 @@ class Program {
   void option(const char* name, Budget& budget, const char* help);
   void option(const char* name, double& seconds, const char* help);
 
+  /// Adds an option without a value, which sets `on` to true.
+  void flag(const char* name, bool& on, const char* help);
+
   /// Adds a peer. @param run  measures one round and prints its figures
   void add(const std::string& workload, const std::string& peer, std::function<void()> run);
 

@@ -17,6 +17,7 @@ struct Settings {
   suite::Amount bytes;    ///< of all objects; none where a number was asked for
   suite::Amount budget;   ///< bytes of memory the peer may use
   double seconds = 5;     ///< after which a measured phase ends
+  bool encrypt = false;   ///< whether the store encrypts its paging file; for paging
 
   void print(std::string_view variant, std::string_view unit, double value) const {
     suite::print(

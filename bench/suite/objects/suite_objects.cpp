@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   program.option("--bytes", settings.bytes, "bytes of all objects, for paging and growth");
   program.option("--budget", settings.budget, "memory of the peer, instead of 256M, growth 64M");
   program.option("--seconds", settings.seconds, "after which a phase ends");
+  program.flag("--encrypt", settings.encrypt, "the store encrypts what leaves memory; for paging");
   const AddPeer add = [&](const char* workload, const char* peer, auto measure) {
     program.add(workload, peer, [=, &settings] {
       settings.workload = workload;

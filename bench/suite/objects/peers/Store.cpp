@@ -15,6 +15,7 @@ void measurePagingStore(const Settings& settings) {
   const std::uint64_t handles = PackedHandles::bytesFor(settings.bytes.value / 256);
   suite::require(handles < settings.budget.value, "the budget does not even hold the handles");
   shared.budget.value -= handles;
+  QRTVirtualMemoryMgr::setPagingFileEncryption(settings.encrypt ? 1 : 0);
   measurePaging<ByHandle<Store, PackedHandles>>(shared);
 }
 
