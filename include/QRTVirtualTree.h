@@ -54,8 +54,9 @@ class QRT_EXPORT QRTVirtualTree : public QRTVirtualContainer {
   /// and as much stack for a deep tree as for a flat one. The stream's format stays as it was.
   /// @param node  where to begin, a node of this tree; null or the root for the whole tree
   /// @param os    receives the text; every line is flushed
-  /// @throws QRTAssertError when a node cannot be read back; std::bad_alloc; what a node's `dump`
-  ///         or the stream raises. All pins are back by then.
+  /// @throws QRTAssertError when a node cannot be read back, or when links that damage has tied to
+  ///         a ring have led around; std::bad_alloc; what a node's `dump` or the stream raises. All
+  ///         pins are back by then.
   /// Cost: O(nodes written) plus one dash per level and node; may read pages back
   void dumpTree(QRTVirtualTreeNode* node, std::ostream& os);
 

@@ -27,7 +27,33 @@
 ///
 /// Where a loop goes next is settled when it reaches a node. Its body may therefore remove or free
 /// the node it is at; nodes that it attaches directly behind or below it may be left out, and those
-/// that follow must stay. A node that cannot be read back ends the loop with QRTAssertError.
+/// that follow must stay. A node that cannot be read back ends the loop with QRTAssertError, and so
+/// do links that lead around in a ring, as damage may tie them, once the loop came around.
+
+/// Notices that a walk comes back to a node. It keeps one node in mind, and another one whenever
+/// twice as many steps have been made, so that a ring of r nodes that begins after s steps is
+/// noticed within 3 * (s + r) steps, in no memory at all.
+class QRTVirtualRingCheck {
+ public:
+  /// @param offset  the node that is reached next, not 0
+  /// @return whether it is the node kept in mind
+  bool isBack(unsigned long long offset) noexcept {
+    if (offset == m_kept) {
+      return true;
+    }
+    if (--m_left == 0) {
+      m_kept = offset;
+      m_steps *= 2;
+      m_left = m_steps;
+    }
+    return false;
+  }
+
+ private:
+  unsigned long long m_kept = 0;  // the node kept in mind; 0 at first
+  std::size_t m_steps = 4;        // steps for which it is kept; any number does to begin with
+  std::size_t m_left = 4;         // of these, steps to come
+};
 
 /// Goes through a node and everything below it in document order: a node before its children,
 /// children from first to last. Holds one pin, and 16 bytes for each node on the way down that has
@@ -61,7 +87,8 @@ class QRTVirtualTreeWalk {
         m_child(std::exchange(other.m_child, 0)),
         m_sibling(std::exchange(other.m_sibling, 0)),
         m_depth(other.m_depth),
-        m_pending(std::move(other.m_pending)) {
+        m_pending(std::move(other.m_pending)),
+        m_ring(other.m_ring) {
     other.m_pending.clear();
   }
   QRTVirtualTreeWalk& operator=(QRTVirtualTreeWalk&& other) noexcept {
@@ -74,6 +101,7 @@ class QRTVirtualTreeWalk {
       m_sibling = std::exchange(other.m_sibling, 0);
       m_depth = other.m_depth;
       m_pending = std::move(other.m_pending);
+      m_ring = other.m_ring;
       other.m_pending.clear();
     }
     return *this;
@@ -94,7 +122,8 @@ class QRTVirtualTreeWalk {
   void skipChildren() noexcept { m_child = 0; }
 
   /// Moves on; does nothing at the end.
-  /// @throws QRTAssertError when the next node cannot be read back; the walk is at its end then
+  /// @throws QRTAssertError when the next node cannot be read back, or when the links lead around
+  ///         in a ring; the walk is at its end then
   /// Cost: O(1); may read a page back
   void advance() {
     if (m_child != 0) {
@@ -120,6 +149,28 @@ class QRTVirtualTreeWalk {
     unsigned int depth;
   };
 
+  // A walk that goes on from another one's place, for lookAhead.
+  explicit QRTVirtualTreeWalk(const QRTVirtualTreeWalk* of, unsigned long long offset)
+      : m_memMgr(of->m_memMgr), m_pending(of->m_pending), m_looksAhead(true) {
+    moveTo(offset, 0);
+  }
+
+  // Finds out whether the links lead around in a ring: at a node that was reached before, which a
+  // loop's body may have moved. So the nodes to come are walked through without the body.
+  // Throws QRTAssertError when they do, with this walk at its end.
+  [[gnu::noinline, gnu::cold]] void lookAhead(unsigned long long offset) {
+    try {
+      QRT_ASSERT_NAMED(!m_looksAhead, "the links of the tree lead around in a ring");
+      QRTVirtualTreeWalk walk(this, offset);
+      while (!walk.atEnd()) {
+        walk.advance();
+      }
+    } catch (...) {
+      leave();
+      throw;
+    }
+  }
+
   // Gives the pin back. A root has none, and its offset stays 0 here, which every manager ignores.
   void leave() noexcept {
     if (m_offset != 0) {
@@ -132,6 +183,9 @@ class QRTVirtualTreeWalk {
   // Moves the pin to a node and reads what follows it. Done by hand rather than with a
   // QRTVirtualPin, since a walk does little else.
   void moveTo(unsigned long long offset, unsigned int depth) {
+    if (m_ring.isBack(offset)) {
+      lookAhead(offset);
+    }
     auto* const node = static_cast<QRTVirtualTreeNode*>(
         static_cast<QRTVirtualPersistNode*>(m_memMgr->movePin(m_offset, offset)));
     m_node = node;
@@ -149,6 +203,8 @@ class QRTVirtualTreeWalk {
   unsigned long long m_sibling = 0;         // offset of the sibling behind it, likewise
   unsigned int m_depth = 0;                 // levels below the start
   std::vector<Pending> m_pending;           // siblings to come back to, deepest last
+  QRTVirtualRingCheck m_ring;               // whether the links lead around
+  bool m_looksAhead = false;                // whether this is a walk of lookAhead's
 };
 
 /// The end of either loop below.
@@ -216,6 +272,9 @@ class QRTVirtualChildren {
       m_node.reset();
       if (m_next != 0) {
         QRT_ASSERT(m_container && m_container->getMemoryMgr());
+        if (m_ring.isBack(m_next)) {
+          lookAhead();
+        }
         m_node = QRTVirtualPin<Node>(*m_container->getMemoryMgr(), m_next);
         QRT_ASSERT_NAMED(m_node, "a node cannot be read back");
         m_next = m_node->getNextSiblingPageItem().getOffset();
@@ -227,9 +286,21 @@ class QRTVirtualChildren {
     friend bool operator==(const iterator& at, QRTVirtualTreeRangeEnd) { return !at.m_node; }
 
    private:
+    // As that of a walk, along the siblings to come.
+    [[gnu::noinline, gnu::cold]] void lookAhead() const {
+      QRTVirtualRingCheck ring;
+      for (unsigned long long at = m_next; at != 0;) {
+        QRT_ASSERT_NAMED(!ring.isBack(at), "the links of the tree lead around in a ring");
+        const QRTVirtualPin<QRTVirtualTreeNode> node(*m_container->getMemoryMgr(), at);
+        QRT_ASSERT_NAMED(node, "a node cannot be read back");
+        at = node->getNextSiblingPageItem().getOffset();
+      }
+    }
+
     QRTVirtualContainer* m_container;  // whose nodes are walked, not owned
     unsigned long long m_next;         // offset of the child after this one; 0 for none
     QRTVirtualPin<Node> m_node;        // the child the loop is at
+    QRTVirtualRingCheck m_ring;        // whether the links lead around
   };
 
   /// @param parent  a node pinned by the caller for as long as the range is used, or a root

@@ -7,12 +7,13 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTDecimalFormat.h"
+#include "QRTVirtualTreeRange.h"
 
 namespace {
 
 // The nodes that a dump is at, one on each level of the tree and each pinned once. They stand in
-// memory instead of the call stack, so that a tree may be of any depth. However the dump ends, the
-// pins go back.
+// memory instead of the call stack, so that a tree may be of any depth. Links that damage has tied
+// to a ring, along siblings or downwards, raise an error. However the dump ends, the pins go back.
 class DumpPath {
  public:
   explicit DumpPath(QRTVirtualContainer& container) : m_container(container) {}
@@ -33,6 +34,7 @@ class DumpPath {
 
   // Goes one level down, to the node at an offset.
   void descend(unsigned long long offset) {
+    checkRing(offset);
     m_levels.push_back({nullptr, offset});
     Level& level = m_levels.back();
     level.node = static_cast<QRTVirtualTreeNode*>(m_container.getNode(offset));
@@ -45,6 +47,7 @@ class DumpPath {
     while (!m_levels.empty()) {
       Level& level = m_levels.back();
       const unsigned long long next = level.node->getNextSiblingPageItem().getOffset();
+      checkRing(next);
       level.node = static_cast<QRTVirtualTreeNode*>(static_cast<QRTVirtualPersistNode*>(
           m_container.getMemoryMgr()->movePin(level.offset, next)));
       level.offset = next;
@@ -57,6 +60,11 @@ class DumpPath {
   }
 
  private:
+  void checkRing(unsigned long long next) {
+    QRT_ASSERT_NAMED(next == 0 || !m_ring.isBack(next),
+                     "the links of the tree lead around in a ring");
+  }
+
   struct Level {
     QRTVirtualTreeNode* node;   // the node, pinned; null when it could not be
     unsigned long long offset;  // its offset
@@ -64,6 +72,7 @@ class DumpPath {
 
   QRTVirtualContainer& m_container;  // whose nodes are dumped
   std::vector<Level> m_levels;       // the path, deepest last
+  QRTVirtualRingCheck m_ring;        // whether the links lead around
 };
 
 // Writes one node's line. A node's own text begins in decimal, whatever the one before has left.

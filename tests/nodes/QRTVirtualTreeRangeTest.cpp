@@ -1,7 +1,9 @@
 #include "QRTVirtualTreeRange.h"
 
 #include <algorithm>
+#include <functional>
 #include <ranges>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -139,6 +141,87 @@ TEST_F(QRTVirtualTreeRangeTest, SkippedChildrenAreNotVisited) {
     }
   }
   EXPECT_EQ(all, "adg");
+}
+
+// Mistakes that no edit notices tie rings: of siblings, and downwards. What goes through the tree
+// comes around a few times and then says so.
+TEST_F(QRTVirtualTreeRangeTest, RingsOfLinksEndLoopsAndDumps) {
+  QRTVirtualTreeNode& first = *root.getFirstChild();
+  first.dismiss();
+  const auto expectRing = [&](const std::function<void(std::size_t&)>& go) {
+    std::size_t visited = 0;
+    const auto error = expectRaised<QRTAssertError>([&] { go(visited); });
+    EXPECT_NE(textOf(error).find("lead around in a ring"), std::string::npos) << textOf(error);
+    EXPECT_GE(visited, 4U);
+    EXPECT_LE(visited, 200U);
+  };
+  const auto expectRings = [&] {
+    expectRing([&](std::size_t& visited) {
+      for ([[maybe_unused]] QRTVirtualTreeNode& node : QRTVirtualSubtree<>(root)) {
+        ++visited;
+      }
+    });
+    expectRing([&](std::size_t& visited) {
+      std::ostringstream os;
+      try {
+        tree.dumpTree(nullptr, os);
+      } catch (...) {
+        const std::string text = os.str();
+        visited = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+        throw;
+      }
+    });
+  };
+  QRTVirtualTreeNode* const second = first.getNextSibling(0);
+  QRTVirtualTreeNode* const third = second->getNextSibling(0);
+  QRTVirtualTreeNode& fourth = *make('h');
+  root.appendChild(&fourth);
+  second->insertBefore(&fourth);  // a, h, d, g, h, d, g, h ...
+  expectRings();
+  expectRing([&](std::size_t& visited) {
+    for ([[maybe_unused]] QRTVirtualTreeNode& node : QRTVirtualChildren<>(root)) {
+      ++visited;
+    }
+  });
+  second->dismiss();
+  third->dismiss();
+
+  root.removeChildren(nullptr, nullptr);
+  std::vector<QRTVirtualTreeNode*> path;
+  for (const char letter : {'1', '2', '3', '4', '5'}) {
+    path.push_back(make(letter));
+    (path.size() == 1 ? root : *path[path.size() - 2]).appendChild(path.back());
+  }
+  path.back()->appendChild(path[1]);
+  expectRings();
+}
+
+// A body that moves what it is at to the end comes to it again, which is no ring.
+TEST_F(QRTVirtualTreeRangeTest, WhatABodyMovesOnIsVisitedAgain) {
+  root.removeChildren(nullptr, nullptr);
+  const std::string letters = "abcdefghijklmnopqrstuvwxyz";
+  makeChildren(root, letters);
+  for (const bool alsoBelow : {false, true}) {
+    std::string visited;
+    const auto visit = [&](Letter& node) {
+      visited += node.letter;
+      if (visited.size() <= 2 * letters.size()) {
+        root.removeChild(&node);
+        root.appendChild(&node);
+      }
+    };
+    if (alsoBelow) {
+      auto at = QRTVirtualSubtree<Letter>(root).begin();
+      while (!(++at).atEnd()) {
+        visit(*at);
+      }
+    } else {
+      for (Letter& node : QRTVirtualChildren<Letter>(root)) {
+        visit(node);
+      }
+    }
+    EXPECT_EQ(visited, letters + letters + letters);
+  }
 }
 
 }  // namespace
