@@ -138,7 +138,7 @@ void QRTMemoryArena::free(void* mem) {
 ///   1. from the bin itself, by its checked path;
 ///   2. from a new chunk, when the budget pays it;
 ///   3. from a wholly free chunk of another bin, each of which keeps one for itself. This is also
-///      tried when the heap has no new chunk.
+///      tried when the heap has no new chunk, or none that a bin can take.
 /// With a chunk more the bin's alloc finds an element.
 void* QRTMemoryArena::allocGrowing(unsigned bin) {
   checkForMemoryOverWrite();
@@ -151,11 +151,13 @@ void* QRTMemoryArena::allocGrowing(unsigned bin) {
   if (m_remaining >= m_chunkSize) {
     // Charged first: when detection finds damage after the chunk came in, the charge stays.
     m_remaining -= m_chunkSize;
+    const void* const newest = pool->m_chunks;
     try {
       pool->grow(nullptr);
-    } catch (const QRTAssertError&) {
-      throw;
     } catch (...) {
+      if (pool->m_chunks != newest) {
+        throw;
+      }
       m_remaining += m_chunkSize;
       if (void* const p = allocFromReclaimedChunk(pool)) {
         return p;

@@ -202,6 +202,33 @@ TEST(QRTMemoryArena, AFailedChunkOrRecordIsNotCharged) {
   }
 }
 
+// The heap gives a chunk where no trailer can name it; another bin's serves, or nothing is charged.
+TEST(QRTMemoryArena, AChunkOutOfReachIsNotCharged) {
+  if (sizeof(void*) < 8) {
+    GTEST_SKIP() << "every address of 32 bits is within reach";
+  }
+  QRTMemoryArena arena(2, 0, 0);
+  const auto error = expectRaised<QRTAssertError>([&] {
+    const FailingNew outOfReach(1, FailingNew::eOutOfReach);
+    arena.alloc(8);
+  });
+  EXPECT_NE(textOf(error).find("more than 48 bits"), std::string::npos);
+  EXPECT_EQ(usedBy(arena), 0u);
+  EXPECT_NE(arena.alloc(8), nullptr);
+
+  std::vector<void*> blocks;
+  for (int i = 0; i < 2 * 2047; ++i) {
+    blocks.push_back(arena.alloc(8));
+  }
+  for (void* p : blocks) {
+    arena.free(p);
+  }
+  const unsigned used = usedBy(arena);
+  const FailingNew outOfReach(1, FailingNew::eOutOfReach);
+  EXPECT_NE(arena.alloc(16), nullptr);
+  EXPECT_EQ(usedBy(arena), used);
+}
+
 // Requests to the heap fail in turn: for chunks, for what is kept beside them, for large blocks and
 // for their record.
 TEST(QRTMemoryArena, AFailedRequestChangesNothingWhicheverItIs) {

@@ -1,5 +1,6 @@
 #include "support/FailingNew.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -11,15 +12,24 @@ std::size_t failing = 0;
 FailingNew::Mode failingMode = FailingNew::eOnce;
 int pauses = 0;
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): it is to be the address of nothing
+void* const kOutOfReach = reinterpret_cast<void*>(static_cast<std::uintptr_t>(1ULL << 48));
+
 void* allocate(std::size_t size) {
   if (counting && pauses == 0) {
     ++counted;
     if (failing != 0 &&
         (counted == failing || (failingMode == FailingNew::eFromThenOn && counted > failing))) {
-      return nullptr;
+      return failingMode == FailingNew::eOutOfReach ? kOutOfReach : nullptr;
     }
   }
   return std::malloc(size != 0 ? size : 1);
+}
+
+void release(void* block) {
+  if (block != kOutOfReach) {
+    std::free(block);
+  }
 }
 
 }  // namespace
@@ -65,20 +75,20 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return allocate(size);
 }
 void operator delete(void* block) noexcept {
-  std::free(block);
+  release(block);
 }
 void operator delete[](void* block) noexcept {
-  std::free(block);
+  release(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
+  release(block);
 }
 void operator delete[](void* block, std::size_t) noexcept {
-  std::free(block);
+  release(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
+  release(block);
 }
 void operator delete[](void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
+  release(block);
 }

@@ -8,7 +8,11 @@
 /// not disturb the count.
 class FailingNew {
  public:
-  enum Mode { eOnce, eFromThenOn };
+  enum Mode {
+    eOnce,        ///< the nth fails
+    eFromThenOn,  ///< and those after it
+    eOutOfReach   ///< the nth gets an address of more than 48 bits, where nothing is; 64-bit only
+  };
 
   /// @param nth   the allocation that fails, from 1; 0 for none
   /// @param mode  whether later ones work again
