@@ -42,11 +42,11 @@ class BitRuns {
     return (free ? NextTaken(first) : NextFree(first)) >= first + count;
   }
 
-  /// The lowest run of at least `count` free places, or kNone.
+  /// The lowest run of at least `count` free places at or after `from`, or kNone.
   /// @param longest  receives the longest run met on the way; all of them when there is none
-  std::uint32_t Find(std::uint32_t count, std::uint32_t& longest) const {
+  std::uint32_t Find(std::uint32_t count, std::uint32_t& longest, std::uint32_t from = 0) const {
     longest = 0;
-    for (std::uint32_t at = NextFree(0); at < kBits;) {
+    for (std::uint32_t at = NextFree(from); at < kBits;) {
       const std::uint32_t end = NextTaken(at);
       longest = std::max(longest, end - at);
       if (end - at >= count) {

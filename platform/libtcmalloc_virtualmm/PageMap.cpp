@@ -44,18 +44,20 @@ std::uint64_t PageMap::Bytes() const {
 /// time. A longer one begins with a group; what is left of its last group is free for shorter ones.
 ///  1. Find the lowest run in the groups there are.
 ///  2. Without one add groups. A long run starts on the free groups that the map ends with, if
-///     there are any; they are fewer than it needs, or step 1 would have found them.
+///     there are any and it may begin there; they are fewer than it needs, or step 1 would have
+///     found them.
 ///  3. Mark it as taken.
 /// Nothing is changed when step 2 fails but the bounds, which are as true as before.
-std::uint32_t PageMap::Acquire(std::uint32_t count) noexcept {
-  LIBTCMALLOC_ASSERT(count > 0);
+std::uint32_t PageMap::Acquire(std::uint32_t count, std::uint32_t from) noexcept {
+  LIBTCMALLOC_ASSERT(count > 0 && from <= PageCount());
   const bool inGroup = count <= kGroupPages;
   // Step 1.
-  std::uint32_t first = inGroup ? FindInGroup(count) : FindWholeGroups(count);
+  std::uint32_t first = inGroup ? FindInGroup(count, from) : FindWholeGroups(count, from);
   if (first == kNoPage) {
     // Step 2.
     std::size_t freeTail = 0;
-    while (!inGroup && freeTail < m_groups.size() &&
+    while (!inGroup &&
+           m_groups.size() - freeTail > from / kGroupPages + (from % kGroupPages != 0 ? 1 : 0) &&
            IsFree(m_groups[m_groups.size() - 1 - freeTail])) {
       ++freeTail;
     }
@@ -143,34 +145,38 @@ std::uint32_t PageMap::EndOfRun(std::uint32_t from, bool retired) const {
 }
 
 /// longestRun is a bound, not a count: a release sets it back to a whole group, and a search in
-/// vain lowers it to the longest run met, so that the next one for as long a run passes the group
-/// by. Cost: a look at each group from m_firstVacant on, and at the bits of those whose bound
-/// allows the run.
-std::uint32_t PageMap::FindInGroup(std::uint32_t count) {
+/// vain over all of it lowers it to the longest run met, so that the next one for as long a run
+/// passes the group by. Cost: a look at each group from m_firstVacant on, and at the bits of those
+/// whose bound allows the run.
+std::uint32_t PageMap::FindInGroup(std::uint32_t count, std::uint32_t from) {
   while (m_firstVacant < m_groups.size() && m_groups[m_firstVacant].longestRun == 0) {
     ++m_firstVacant;
   }
-  for (std::size_t i = m_firstVacant; i < m_groups.size(); ++i) {
+  const std::size_t fromGroup = from / kGroupPages;
+  for (std::size_t i = std::max(m_firstVacant, fromGroup); i < m_groups.size(); ++i) {
     Group& group = m_groups[i];
     if (group.longestRun < count) {
       continue;
     }
     std::uint32_t longest = 0;
-    const std::uint32_t at = group.free.Find(count, longest);
+    const std::uint32_t begin = i == fromGroup ? from % kGroupPages : 0;
+    const std::uint32_t at = group.free.Find(count, longest, begin);
     if (at != Pages::kNone) {
       return static_cast<std::uint32_t>(i) * kGroupPages + at;
     }
-    group.longestRun = longest;
+    if (begin == 0) {
+      group.longestRun = longest;
+    }
   }
   return kNoPage;
 }
 
 /// The lowest run of free groups that holds `count` pages; cost: O(groups). Free pages at the end
 /// of the group in front of it are left to shorter runs.
-std::uint32_t PageMap::FindWholeGroups(std::uint32_t count) {
+std::uint32_t PageMap::FindWholeGroups(std::uint32_t count, std::uint32_t from) {
   const std::uint32_t wanted = (count + kGroupPages - 1) / kGroupPages;
   std::uint32_t found = 0;
-  for (std::uint32_t i = 0; i < m_groups.size(); ++i) {
+  for (std::uint32_t i = (from + kGroupPages - 1) / kGroupPages; i < m_groups.size(); ++i) {
     found = IsFree(m_groups[i]) ? found + 1 : 0;
     if (found == wanted) {
       return (i + 1 - wanted) * kGroupPages;

@@ -19,8 +19,9 @@ class PageMap {
 
   /// Takes the lowest run of `count` free pages (at least 1); it crosses a group only when it is
   /// longer than one, and begins with a group then.
+  /// @param from  where the run may begin, or later
   /// @return the first page, or kNoPage when memory for the map or page numbers run out
-  std::uint32_t Acquire(std::uint32_t count) noexcept;
+  std::uint32_t Acquire(std::uint32_t count, std::uint32_t from = 0) noexcept;
 
   /// Gives a run back. Cannot fail.
   void Release(std::uint32_t first, std::uint32_t count) noexcept;
@@ -62,8 +63,8 @@ class PageMap {
   bool IsFree(const Group& group) const {
     return group.longestRun == kGroupPages && group.free.NextTaken(0) == kGroupPages;
   }
-  std::uint32_t FindInGroup(std::uint32_t count);
-  std::uint32_t FindWholeGroups(std::uint32_t count);
+  std::uint32_t FindInGroup(std::uint32_t count, std::uint32_t from);
+  std::uint32_t FindWholeGroups(std::uint32_t count, std::uint32_t from);
   bool AddGroups(std::size_t count) noexcept;
   void LowerUsedEnd();
   void Mark(std::uint32_t first, std::uint32_t count, bool free);

@@ -47,8 +47,9 @@ std::uint64_t PageTable::Bytes() const {
 /// be in memory before the number is given out:
 ///  1. Keep to the limit of leaves: idle ones leave.
 ///  2. Take the lowest free page numbers.
-///  3. Bring the first one's leaf in. If it cannot be read now, the numbers are given back. If it
-///     is damaged, they are lost and others are tried; that ends, since a new leaf needs no read.
+///  3. Bring the first one's leaf in. If that fails, the numbers are given back. Of a damaged leaf
+///     they stay unused, as without their generations handles of objects that ended there would fit
+///     new ones: those behind the leaf are tried. That ends, since a new leaf needs no read.
 ///  4. Begin a span there, out of memory and without a copy.
 ///
 /// Step 1 is not left to PageInLeaf, which need not be called here: leaves that were busy when the
@@ -57,9 +58,10 @@ std::uint64_t PageTable::Bytes() const {
 /// are not written, and begin no span whether their leaves are in or out.
 std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcept {
   PageOutDownTo(m_leafLimit);  // step 1
+  std::uint32_t from = 0;      // behind the leaves that turned out damaged
   for (;;) {
     // Steps 2 and 3.
-    const std::uint32_t first = m_map.Acquire(count);
+    const std::uint32_t first = m_map.Acquire(count, from);
     if (first == kNoPage) {
       NoteNoMemory();
       return kNoPage;
@@ -75,12 +77,11 @@ std::uint32_t PageTable::Acquire(std::uint32_t count, std::uint8_t kind) noexcep
       entry.flags = 0;
       return first;
     }
+    m_map.Release(first, count);
     if (outcome == Outcome::kUnreadable) {
-      m_map.Release(first, count);
       return kNoPage;
     }
-    // Of damage the pages stay taken: their generations are lost, and handles of objects that
-    // ended there would fit new ones.
+    from = (first / kLeafPages + 1) * kLeafPages;
   }
 }
 
