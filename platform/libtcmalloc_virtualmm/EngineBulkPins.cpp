@@ -81,7 +81,9 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
     }
   }
   // Step 2.
-  PrefetchPages(offsets, absent.data(), absentCount);
+  if (absentCount != 0) {
+    PrefetchPages(offsets, absent.data(), absentCount);
+  }
   // Step 3.
   for (std::uint32_t i = 0; i < absentCount; ++i) {
     const std::uint64_t offset = offsets[absent[i]];
