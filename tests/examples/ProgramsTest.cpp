@@ -34,21 +34,29 @@ class ProgramsTest : public testing::Test {
   }
   ~ProgramsTest() override { ::unsetenv("TMPDIR"); }
 
-  /// Runs a command in the test's directory. What it writes to standard error is in `m_errors`.
+  /// Runs a command in the test's directory. What it writes is in `m_output` and
+  /// `m_errors`.
   /// @return its exit status; 124 when it had to be ended
   int run(const std::string& command) {
     const std::string line =
         "cd " + m_files.root() + " && { " + kHung + command + "; } >out 2>errors </dev/null";
     const int status = std::system(line.c_str());
-    std::ifstream file(m_files.path("errors"));
-    m_errors.assign(std::istreambuf_iterator<char>(file), {});
+    m_output = contentOf("out");
+    m_errors = contentOf("errors");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
+  std::string contentOf(const char* name) const {
+    std::ifstream file(m_files.path(name));
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
   TemporaryTree m_files;
+  std::string m_output;
   std::string m_errors;
 };
 
+const std::string kCache = QRT_CACHE;
 const std::string kXmltree = QRT_XMLTREE;
 const std::string kPoolmap = QRT_POOLMAP;
 const std::string kExternalsort = QRT_EXTERNALSORT;
@@ -71,7 +79,8 @@ TEST_F(ProgramsTest, an_output_that_cannot_be_written_ends_with_1_and_a_sentence
   for (const std::string& command :
        {kXmltree + " export a.xml", kXmltree + " load a.xml", kXmltree + " --help",
         kExternalsort + " lines", kConcordance + " lines", kFilestore + " .",
-        kPoolmap + " --rounds 1 --trace kept.trace", kLargestore + " --help"}) {
+        kPoolmap + " --rounds 1 --trace kept.trace", kLargestore + " --help",
+        kCache + " --items 10"}) {
     EXPECT_EQ(run("sh -c '" + command + " >/dev/full'"), 1) << command;
     EXPECT_THAT(m_errors, HasSubstr("standard output")) << command;
   }
@@ -103,7 +112,17 @@ TEST_F(ProgramsTest, a_recording_that_is_killed_leaves_no_file) {
   EXPECT_TRUE(fs::is_empty(m_files.path("tmp")));
 }
 
+TEST_F(ProgramsTest, a_cache_may_be_larger_than_its_memory) {
+  EXPECT_EQ(run(kCache + " --items 40000 --budget 1"), 0) << m_errors;
+  EXPECT_THAT(m_output, HasSubstr("% found in the cache"));
+  EXPECT_THAT(m_output, HasSubstr("2.6 MiB")) << "half of all values";
+}
+
 TEST_F(ProgramsTest, wrong_arguments_end_with_2) {
+  for (const char* arguments :
+       {" --items 0", " --items -1", " --items many", " --items 1e99", " --budget 0", " 5"}) {
+    EXPECT_EQ(run(kCache + arguments), 2) << arguments << m_errors;
+  }
   for (const char* arguments : {" --size 1X", " --budget 0", " --limit -1", " --none"}) {
     EXPECT_EQ(run(kLargestore + arguments), 2) << arguments << m_errors;
   }
