@@ -22,6 +22,9 @@ std::uint64_t residentBytes();
 /// is no terminal and a progress bar makes no sense.
 unsigned int standardErrorColumns();
 
+/// The same for standard output; 0 when it is a file or a pipe, whose lines may have any length.
+unsigned int standardOutputColumns();
+
 }  // namespace example
 
 #endif  // EXAMPLES_COMMON_HOSTPROCESS_H

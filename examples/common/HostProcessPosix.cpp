@@ -46,12 +46,24 @@ std::uint64_t residentBytes() {
   return statusBytes("VmRSS:");
 }
 
-unsigned int standardErrorColumns() {
-  if (isatty(STDERR_FILENO) == 0) {
+namespace {
+
+unsigned int columnsOf(int file) {
+  if (isatty(file) == 0) {
     return 0;
   }
   winsize size{};
-  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+  return ioctl(file, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
+
+}  // namespace
+
+unsigned int standardErrorColumns() {
+  return columnsOf(STDERR_FILENO);
+}
+
+unsigned int standardOutputColumns() {
+  return columnsOf(STDOUT_FILENO);
 }
 
 }  // namespace example

@@ -42,8 +42,10 @@ bool limitMappedBytes(std::uint64_t bytes) {
          AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 }
 
-unsigned int standardErrorColumns() {
-  const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
+namespace {
+
+unsigned int columnsOf(DWORD standardHandle) {
+  const HANDLE handle = GetStdHandle(standardHandle);
   DWORD mode = 0;
   if (GetConsoleMode(handle, &mode) == FALSE) {
     return 0;
@@ -52,6 +54,16 @@ unsigned int standardErrorColumns() {
   return GetConsoleScreenBufferInfo(handle, &info) != FALSE
              ? static_cast<unsigned int>(info.srWindow.Right - info.srWindow.Left + 1)
              : 80;
+}
+
+}  // namespace
+
+unsigned int standardErrorColumns() {
+  return columnsOf(STD_ERROR_HANDLE);
+}
+
+unsigned int standardOutputColumns() {
+  return columnsOf(STD_OUTPUT_HANDLE);
 }
 
 }  // namespace example

@@ -179,7 +179,7 @@ void ConcordanceRun::printTable() {
   table.add("speed", formatSpeed(m_concordance.textBytes(), m_reading.seconds()),
             "reading the files included");
   std::cout << '\n';
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
   std::cout.flush();
 }
 

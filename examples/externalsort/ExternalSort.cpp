@@ -186,7 +186,7 @@ void ExternalSort::printTable() {
   table.add("lines lost or changed", m_output.sum() == m_sum ? "none" : "SOME",
             "by their number, bytes and hashes");
   std::cout << '\n';
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
 }
 
 }  // namespace example

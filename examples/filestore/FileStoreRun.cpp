@@ -156,7 +156,7 @@ void FileStoreRun::printTable() {
             "comparing included, reading the files not");
   table.add("mismatches", formatCount(mismatches()));
   std::cout << '\n';
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
   std::cout.flush();
   if (statistics.pinnedObjects != 0) {
     std::cerr << "objects left pinned: " << formatCount(statistics.pinnedObjects) << '\n';

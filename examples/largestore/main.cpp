@@ -104,7 +104,7 @@ int run(const Options& options) {
   table.add("most ever mapped", formatBytes(mapped),
             limit != 0 ? "of " + formatBytes(limit) + " allowed" : "");
   table.add("most ever resident", formatBytes(peakResidentBytes()));
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
   return statistics.pinnedObjects == 0 && (limit == 0 || mapped <= limit) ? 0 : 1;
 }
 

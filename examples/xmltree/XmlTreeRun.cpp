@@ -245,7 +245,7 @@ void XmlTreeRun::printTable() {
     table.add("differences", formatCount(m_different.count()));
   }
   std::cout << '\n';
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
   std::cout.flush();
 }
 

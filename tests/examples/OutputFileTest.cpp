@@ -13,9 +13,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 #include "ProgressBar.h"
+#include "ResultTable.h"
 #include "TemporaryTree.h"
 
 namespace {
@@ -137,6 +139,26 @@ TEST_F(OutputFileTest, a_progress_bar_fits_the_terminal_it_is_drawn_on) {
       EXPECT_LT(example::progressLine("a long title", 57, total, columns).size(), columns);
     }
   }
+}
+
+TEST(ResultTable, RowsFitTheColumnsThatThereAre) {
+  example::ResultTable table;
+  table.add("documents", "2,039", "of them 7 with a document type");
+  table.add("peak of resident memory", "1,234,567 bytes");
+  const auto printed = [&table](unsigned int columns) {
+    std::ostringstream text;
+    table.print(text, columns);
+    return text.str();
+  };
+  EXPECT_EQ(printed(0),
+            "  documents                          2,039  of them 7 with a document type\n"
+            "  peak of resident memory  1,234,567 bytes\n");
+  EXPECT_EQ(printed(50),
+            "  documents                          2,039\n    of them 7 with a document type\n"
+            "  peak of resident memory  1,234,567 bytes\n");
+  EXPECT_EQ(printed(40),
+            "  documents\n    2,039\n    of them 7 with a document type\n"
+            "  peak of resident memory\n    1,234,567 bytes\n");
 }
 
 }  // namespace
