@@ -1,6 +1,7 @@
 # Compiler settings shared by every target of the project.
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+# As part of another project the build type is that project's.
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
 endif()
 
@@ -41,9 +42,10 @@ if(QRT_SANITIZE)
 endif()
 
 # Interprocedural optimisation in Release folds the manager and the engine into one hot path. It is
-# set on the library's own targets only: tests and examples link faster without it.
+# set on the library's own targets only: tests and examples link faster without it. A static library
+# goes without: its objects would be readable by one version of one compiler.
 function(qrt_optimise_whole_program target)
-  if(QRT_HAVE_IPO)
+  if(QRT_HAVE_IPO AND QRT_BUILD_SHARED)
     set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
   endif()
 endfunction()

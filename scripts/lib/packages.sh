@@ -58,6 +58,14 @@ QRT_CI_PACKAGES=(
   git pkg-config shellcheck
 )
 
+# For scripts/package.sh.
+# shellcheck disable=SC2034
+QRT_PACKAGE_PACKAGES=(
+  dpkg-dev file    # what a library depends on, and its symbols' versions
+  lintian          # what Debian asks of a package
+  debootstrap      # an empty system to try them in
+)
+
 # Installs those of the packages given that are missing; does nothing when all are there.
 qrt_install_packages() {
   local package status missing=()

@@ -16,10 +16,10 @@ symbols() {
       awk '/Name Pointer\] Table/ { inside = 1; next } !/\[/ { inside = 0 } inside { print $NF }' |
       grep -v '^_ZT[IS]St'
   else
-    # Clang also exports the weak instances of standard templates that the library makes; every
+    # A is the version itself. Clang also exports the weak instances of standard templates that the library makes; every
     # library has those.
     "$nm" -D --defined-only "$library" |
-      awk '!($2 ~ /[WVu]/ && $3 ~ /^_ZZ?N?K?St/) { print $NF }' | sed 's/@.*//'
+      awk '$2 != "A" && !($2 ~ /[WVu]/ && $3 ~ /^_ZZ?N?K?St/) { print $NF }' | sed 's/@.*//'
   fi | c++filt
 }
 

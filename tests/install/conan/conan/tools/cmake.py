@@ -1,0 +1,3 @@
+"""What the recipe imports; building with it takes the real tool."""
+
+CMake = CMakeToolchain = cmake_layout = None
