@@ -125,7 +125,7 @@ static void run(std::uint64_t items, unsigned int budget) {
   table.add("memory budget", formatBytes(budget));
   table.add("peak process memory", formatBytes(peak), formatBytes(before) + " before the cache");
   table.add("beside the budget", formatBytes(peak - std::min(peak, before + budget)));
-  table.print(std::cout);
+  table.print(std::cout, standardOutputColumns());
 }
 
 int main(int argc, char** argv) {
