@@ -49,7 +49,9 @@ class QRT_EXPORT QRTFixedMemoryPool {
   /// Takes an element back; null is ignored.
   /// @param p  an element that `alloc` of this pool handed out
   /// @throws QRTAssertError  with headers: the header is damaged, says that the element is free
-  ///                         already, or belongs to another pool; nothing is changed
+  ///                         already, or belongs to a pool of another size; nothing is changed. An
+  ///                         element of another pool of this size goes back to that one's chunk;
+  ///                         with detection on it is refused.
   /// Cost: constant. With detection on, O(elements).
   void free(void* p);
 

@@ -6,6 +6,7 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTUtUtf8.h"
+#include "QRTKeptSize.h"
 #include "QRTManagerOf.h"
 #include "QRTSameBytes.h"
 #include "QRTVirtualI18NReader.h"
@@ -31,7 +32,9 @@ void QRTVirtualI18NString::setString(const I18NString& s, QRTVirtualMemoryMgr* m
   if (memMgr == nullptr || s.empty()) {
     return;
   }
+  QRTKeptSize kept(*this);
   void* const block = QRT_GUARD_ALLOC(memMgr->alloc(static_cast<unsigned int>(s.size()), *this));
+  kept.give();
   std::memcpy(block, s.getExternalBuffer(), getSize());
   memMgr->dismiss(*this);
 }

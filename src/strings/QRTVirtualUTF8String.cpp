@@ -6,6 +6,7 @@
 
 #include "QRTCore/QRTAssert.h"
 #include "QRTCore/QRTUtUtf8.h"
+#include "QRTKeptSize.h"
 #include "QRTManagerOf.h"
 #include "QRTSameBytes.h"
 #include "QRTVirtualPin.h"
@@ -22,7 +23,7 @@ std::string_view viewOf(const char* utf8) {
 QRTVirtualUTF8String::~QRTVirtualUTF8String() = default;
 
 // 1. Nothing to store, or nowhere: what is stored stays.
-// 2. Ask for room for the string's UTF-8; this is what can fail.
+// 2. Ask for room for the string's UTF-8; this is what can fail, and then the handle is as it was.
 // 3. Write the UTF-8 straight into the store.
 // 4. Unpin.
 void QRTVirtualUTF8String::setString(const I18NString& s, QRTVirtualMemoryMgr* memMgr) {
@@ -32,7 +33,9 @@ void QRTVirtualUTF8String::setString(const I18NString& s, QRTVirtualMemoryMgr* m
   }
   // Step 2
   const auto length = static_cast<unsigned int>(s.getUtf8Length());
+  QRTKeptSize kept(*this);
   void* const block = QRT_GUARD_ALLOC(memMgr->alloc(length, *this));
+  kept.give();
   // Step 3
   s.copyUtf8(static_cast<char*>(block));
   // Step 4
@@ -55,7 +58,9 @@ void QRTVirtualUTF8String::setString(std::string_view utf8, QRTVirtualMemoryMgr*
     QRT_THROW(QRTOutOfMemoryError(
         0, "QRTVirtualUTF8String: a stored string is limited to 4294967295 bytes"));
   }
+  QRTKeptSize kept(*this);
   void* const block = QRT_GUARD_ALLOC(memMgr->alloc(static_cast<unsigned int>(length), *this));
+  kept.give();
   // Step 3
   QRTUtUtf8::repair(utf8, static_cast<char*>(block));
   // Step 4

@@ -300,8 +300,13 @@ TEST_F(StringCallsTest, AnUnreadableStringIsEmptyAndEqualsNothing) {
   EXPECT_EQ(units.isEqual(abc, &manager), 0);
   const auto error = expectRaised<QRTAssertError>([&] { utf8.setString("longer"sv, &manager); });
   EXPECT_EQ(textOf(error), "QRT_ASSERT(old_ptr);");
+  // A shorter string would take the place of the old one, which is not to be had.
+  expectRaised<QRTOutOfMemoryError>([&] { utf8.setString("a"sv, &manager); });
+  expectRaised<QRTOutOfMemoryError>([&] { utf8.setString(I18NString("a"), &manager); });
+  expectRaised<QRTOutOfMemoryError>([&] { units.setString(I18NString("a"), &manager); });
   record.refuseGetAddress = false;
   EXPECT_EQ(utf8.getString(&manager), abc);
+  EXPECT_EQ(units.getString(&manager), abc);
 }
 
 TEST_F(StringCallsTest, AFullStoreLeavesTheOldString) {
