@@ -56,7 +56,7 @@ class ObjectGuard {
   /// Reads what a handle takes for a header. Under a forged handle it may lie in a hidden object.
   template <class Header>
 #if defined(LIBTCMALLOC_VIRTUALMM_ASAN)
-  [[gnu::noinline, gnu::no_sanitize("address")]]
+  [[gnu::noinline, gnu::no_sanitize_address]]
 #endif
   static std::uint64_t
   Peek(const Header& header) {
