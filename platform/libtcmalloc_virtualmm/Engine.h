@@ -101,18 +101,17 @@ class Engine {
   bool IsTouched(const PageEntry& entry) const noexcept;
   bool IsTouchedFor(const PageEntry& entry, bool forWriting) const noexcept;
   bool PrefetchObject(std::uint64_t offset) noexcept;
+  void* GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept;
   void ShowObject(Slot slot) noexcept;
 
   // Its second stages: EnginePins.cpp. They are never inlined, so that the hot path needs no stack.
   // The first three serve objects in memory with any number of pins; the others what has to be
-  // touched or read, large objects, and handles that name nothing. GetUnpinnedLarge is the one that
-  // neither touches nor reads.
+  // touched or read, large objects, and handles that name nothing.
   [[gnu::noinline]] void* PinResident(std::uint64_t offset, bool forWriting) noexcept;
   [[gnu::noinline]] void UnpinResident(std::uint64_t offset) noexcept;
   [[gnu::noinline]] void* MoveResidentPin(std::uint64_t from, std::uint64_t to) noexcept;
   [[gnu::noinline, gnu::cold]] void* PinOnFault(std::uint64_t offset, bool forWriting) noexcept;
   [[gnu::noinline, gnu::cold]] void UnpinLarge(std::uint64_t offset) noexcept;
-  [[gnu::noinline]] void* GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept;
   void* PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void* CountPin(Slot slot, std::uint64_t offset) noexcept;

@@ -90,16 +90,6 @@ void* Engine::PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) n
   return address;
 }
 
-/// Finds a large object in memory whose pin would have nothing to note but itself. It has no header
-/// to look at: entry and frame tell all.
-void* Engine::GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept {
-  const PageEntry* entry = FindLarge(ObjectHandle::Decode(offset));
-  if (entry == nullptr || !entry->Resident() || !IsTouchedFor(*entry, forWriting)) {
-    return nullptr;
-  }
-  return m_arena.Address(entry->where);
-}
-
 /// Ends a pin of an object in memory: a deferred one of it if there is one, for it came last, or a
 /// counted one. Large objects have no header, and neither have handles that name nothing.
 void Engine::UnpinResident(std::uint64_t offset) noexcept {

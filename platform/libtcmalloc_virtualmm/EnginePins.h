@@ -140,6 +140,21 @@ inline void* Engine::GetUnpinned(std::uint64_t offset, bool forWriting) noexcept
   return IsTouchedFor(*slot.entry, forWriting) ? slot.header + 1 : nullptr;
 }
 
+/// Finds a large object in memory that was touched. It has no header: the entry tells all, its
+/// state that the object is in memory. While frees are pending, one of them may be the object's.
+inline void* Engine::GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept {
+  const ObjectHandle handle = ObjectHandle::Decode(offset);
+  if (!m_table.Has(handle.page) || !m_pendingFrees.Empty()) {
+    return nullptr;
+  }
+  const PageEntry& entry = m_table[handle.page];
+  if (entry.state != PageEntry::kLarge || handle.byte != kLargeByte ||
+      handle.generation != entry.generation || !IsTouchedFor(entry, forWriting)) {
+    return nullptr;
+  }
+  return m_arena.Address(entry.where);
+}
+
 inline void Engine::Prefetch(std::uint64_t offset) noexcept {
   if (!PrefetchObject(offset)) [[unlikely]] {
     m_pager.Prefetch(ObjectHandle::Decode(offset).page);
