@@ -14,7 +14,7 @@ Concordance::Concordance(QRTVirtualMemoryMgr& manager)
 void Concordance::addFile(const std::string& path) {
   QRTVirtualUTF8String stored;
   stored.setString(path, &m_manager);
-  m_files.append(stored);
+  m_files.push_back(stored);
 }
 
 void Concordance::addLine(std::string_view text, std::uint32_t number) {
@@ -28,7 +28,7 @@ void Concordance::addLine(std::string_view text, std::uint32_t number) {
   record.file = static_cast<std::uint32_t>(m_files.size() - 1);
   record.number = number;
   const auto line = static_cast<std::uint32_t>(m_lines.size());
-  m_lines.append(record);
+  m_lines.push_back(record);
   m_textBytes += text.size();
   // The words are those of the text as it is stored: what was ill-formed in the file is not.
   const QRTVirtualUTF8Reader reader(stored, &m_manager);
@@ -43,15 +43,11 @@ void Concordance::addLine(std::string_view text, std::uint32_t number) {
 }
 
 Concordance::Line Concordance::line(std::uint32_t line) const {
-  const LineRecord record = m_lines.read(line);
+  const LineRecord record = m_lines.get(line);
   const QRTVirtualUTF8String text(record.text);
-  const QRTVirtualUTF8String file(m_files.read(record.file));
+  const QRTVirtualUTF8String file(m_files.get(record.file));
   return {std::string(QRTVirtualUTF8Reader(text, &m_manager).view()),
           std::string(QRTVirtualUTF8Reader(file, &m_manager).view()), record.number};
-}
-
-std::uint64_t Concordance::memoryBytes() const {
-  return m_files.memoryBytes() + m_lines.memoryBytes() + m_words.memoryBytes();
 }
 
 }  // namespace example

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "QRTVirtualMemoryMgr.h"
-#include "StoredArray.h"
+#include "QRTVirtualVector.h"
 #include "WordIndex.h"
 
 namespace example {
@@ -40,7 +40,8 @@ class Concordance {
   std::uint64_t lines() const { return m_lines.size(); }       ///< lines added
   std::uint64_t occurrences() const { return m_occurrences; }  ///< words in them
   std::uint64_t textBytes() const { return m_textBytes; }      ///< bytes of the lines
-  std::uint64_t memoryBytes() const;  ///< bytes that the process itself keeps
+  /// Bytes that the process itself keeps.
+  std::uint64_t memoryBytes() const { return m_words.memoryBytes(); }
 
  private:
   struct LineRecord {
@@ -49,12 +50,12 @@ class Concordance {
     std::uint32_t number = 0;  // see Line
   };
 
-  QRTVirtualMemoryMgr& m_manager;           // not owned
-  StoredArray<QRTVirtualPageItem> m_files;  // paths, as stored strings
-  StoredArray<LineRecord> m_lines;          // the lines
-  WordIndex m_words;                        // which lines hold which words
-  std::uint64_t m_occurrences = 0;          // words in the lines
-  std::uint64_t m_textBytes = 0;            // bytes of the lines
+  QRTVirtualMemoryMgr& m_manager;                // not owned
+  QRTVirtualVector<QRTVirtualPageItem> m_files;  // paths, as stored strings
+  QRTVirtualVector<LineRecord> m_lines;          // the lines
+  WordIndex m_words;                             // which lines hold which words
+  std::uint64_t m_occurrences = 0;               // words in the lines
+  std::uint64_t m_textBytes = 0;                 // bytes of the lines
 };
 
 }  // namespace example

@@ -42,7 +42,7 @@ void WordIndex::add(std::string_view word, std::uint32_t line) {
   if (number == kNone) {
     number = insert(word, hash);
   }
-  WordRecord record = m_records.read(number);
+  WordRecord record = m_records.get(number);
   if (record.lines == 0) {
     record.firstLine = line;
     record.lines = 1;
@@ -52,7 +52,7 @@ void WordIndex::add(std::string_view word, std::uint32_t line) {
   }
   record.lastLine = line;
   ++record.occurrences;
-  m_records.write(number, record);
+  m_records.set(number, record);
 }
 
 std::uint32_t WordIndex::find(std::string_view word) const {
@@ -65,7 +65,7 @@ std::uint32_t WordIndex::findHashed(std::string_view word, std::uint32_t hash) c
   for (std::uint32_t i = 0; i < bucket->used; ++i) {
     const Entry& entry = bucket->entries[i];
     if (entry.hash == hash) {
-      const QRTVirtualUTF8String text(m_records.read(entry.word).text);
+      const QRTVirtualUTF8String text(m_records.get(entry.word).text);
       if (text.isEqual(word, &m_manager) != 0) {
         return entry.word;
       }
@@ -91,7 +91,7 @@ std::uint32_t WordIndex::insert(std::string_view word, std::uint32_t hash) {
   text.setString(word, &m_manager);
   record.text = text;
   const std::uint32_t number = size();
-  m_records.append(record);
+  m_records.push_back(record);
   // Step 3
   const auto bucket = pinValue<Bucket>(m_manager, bucketOf(hash));
   bucket->entries[bucket->used++] = {hash, number};
@@ -177,10 +177,6 @@ void WordIndex::forEachLine(std::uint32_t word,
     }
     offset = chunk->next;
   }
-}
-
-std::uint64_t WordIndex::memoryBytes() const {
-  return m_directory.size() * sizeof(std::uint64_t) + m_records.memoryBytes();
 }
 
 }  // namespace example

@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "QRTVirtualMemoryMgr.h"
-#include "StoredArray.h"
+#include "QRTVirtualVector.h"
+#include "StoredValue.h"
 
 namespace example {
 
@@ -26,8 +27,7 @@ struct WordRecord {
 
 /// Which lines hold which words. All of it lives in a store: the words as strings, their records in
 /// an array, the numbers of their lines in chained chunks, and a hash table of buckets of a page's
-/// half each. The process keeps the table's directory, 8 bytes for about 170 words, and that of the
-/// array.
+/// half each. The process keeps the table's directory, 8 bytes for about 170 words.
 ///
 /// The table is an extendible hash: a bucket holds the words whose hashes agree in its `depth` low
 /// bits, the directory has one entry for every value of the deepest bucket's bits, and a full
@@ -49,7 +49,7 @@ class WordIndex {
   /// @return the word's number, kNone when no line holds it
   std::uint32_t find(std::string_view word) const;
 
-  WordRecord record(std::uint32_t word) const { return m_records.read(word); }
+  WordRecord record(std::uint32_t word) const { return m_records.get(word); }
   std::string text(std::uint32_t word) const;
 
   /// Visits the lines that hold a word, in order, until the visitor returns false.
@@ -59,7 +59,7 @@ class WordIndex {
   std::uint32_t size() const { return static_cast<std::uint32_t>(m_records.size()); }
 
   /// Bytes that the process keeps for the index.
-  std::uint64_t memoryBytes() const;
+  std::uint64_t memoryBytes() const { return m_directory.size() * sizeof(std::uint64_t); }
 
  private:
   struct Entry {
@@ -89,7 +89,7 @@ class WordIndex {
   std::uint64_t makeChunk(std::uint32_t capacity, std::uint32_t line);
 
   QRTVirtualMemoryMgr& m_manager;          // not owned
-  StoredArray<WordRecord> m_records;       // by word number
+  QRTVirtualVector<WordRecord> m_records;  // by word number
   std::vector<std::uint64_t> m_directory;  // offset of the bucket for each value of the low bits
   std::uint32_t m_depth = 0;               // how many low bits those are
 };

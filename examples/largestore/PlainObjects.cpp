@@ -1,6 +1,7 @@
 #include "PlainObjects.h"
 
 #include <string>
+#include <utility>
 
 #include "Pattern.h"
 #include "QRTVirtualMemoryMgr.h"
@@ -12,8 +13,6 @@ namespace {
 // Every eighth object is written anew by an edit, every 64th is moved into a new object as well.
 constexpr std::uint32_t kObjectEditStep = 8;
 constexpr std::uint32_t kObjectMoveStep = 64;
-
-constexpr std::uint64_t kAverageObjectBytes = 4400;
 
 }  // namespace
 
@@ -27,7 +26,6 @@ bool PlainObjects::isEdited(std::uint32_t number) const {
 }
 
 void PlainObjects::build(std::uint64_t bytes) {
-  m_offsets.reserve(static_cast<std::size_t>(bytes / kAverageObjectBytes));
   while (m_bytes < bytes) {
     const auto number = static_cast<std::uint32_t>(m_offsets.size());
     const std::uint32_t words = wordsOf(number);
@@ -42,7 +40,7 @@ void PlainObjects::build(std::uint64_t bytes) {
 void PlainObjects::edit() {
   for (std::uint32_t number = 0; number < m_offsets.size(); number += kObjectEditStep) {
     const std::uint32_t words = wordsOf(number);
-    QRTVirtualPageItem item(m_offsets[number], words * 4);
+    QRTVirtualPageItem item(m_offsets.get(number), words * 4);
     void* const address = number % kObjectMoveStep == 0 ? m_manager.alloc(words * 4, item)
                                                         : m_manager.getAddress(item, 1);
     if (address == nullptr) {
@@ -50,20 +48,21 @@ void PlainObjects::edit() {
     }
     Pattern(number, 1).fill(static_cast<std::uint32_t*>(address), words);
     m_manager.dismiss(item);
-    m_offsets[number] = item.getOffset();
+    m_offsets.set(number, item.getOffset());
   }
   m_edited = true;
 }
 
 void PlainObjects::verify() {
-  for (std::uint32_t number = 0; number < m_offsets.size(); ++number) {
-    const auto* const words =
-        static_cast<const std::uint32_t*>(m_manager.getAddress(m_offsets[number], 0));
+  std::uint32_t number = 0;
+  for (const std::uint64_t offset : std::as_const(m_offsets)) {
+    const auto* const words = static_cast<const std::uint32_t*>(m_manager.getAddress(offset, 0));
     if (words == nullptr ||
         !Pattern(number, isEdited(number) ? 1 : 0).matches(words, wordsOf(number))) {
       throw Mismatch("object " + std::to_string(number) + " is not what was stored");
     }
-    m_manager.dismiss(m_offsets[number]);
+    m_manager.dismiss(offset);
+    ++number;
   }
 }
 

@@ -1,9 +1,8 @@
 #ifndef EXAMPLES_LARGESTORE_PLAINOBJECTS_H
 #define EXAMPLES_LARGESTORE_PLAINOBJECTS_H
 
-#include <vector>
-
 #include "Content.h"
+#include "QRTVirtualVector.h"
 
 namespace example {
 
@@ -11,7 +10,7 @@ namespace example {
 class PlainObjects final : public Content {
  public:
   /// @param manager  the store; outlives this
-  explicit PlainObjects(QRTVirtualMemoryMgr& manager) : m_manager(manager) {}
+  explicit PlainObjects(QRTVirtualMemoryMgr& manager) : m_manager(manager), m_offsets(manager) {}
 
   const char* name() const override { return "plain objects"; }
   void build(std::uint64_t bytes) override;
@@ -25,9 +24,9 @@ class PlainObjects final : public Content {
   bool isEdited(std::uint32_t number) const;
 
   QRTVirtualMemoryMgr& m_manager;
-  std::vector<std::uint64_t> m_offsets;  // of the handles, by number
-  std::uint64_t m_bytes = 0;             // of all objects
-  bool m_edited = false;                 // whether edit was called
+  QRTVirtualVector<std::uint64_t> m_offsets;  // of the handles, by number
+  std::uint64_t m_bytes = 0;                  // of all objects
+  bool m_edited = false;                      // whether edit was called
 };
 
 }  // namespace example

@@ -11,38 +11,35 @@
 namespace example {
 
 std::uint64_t DocumentEditor::remove(const PathExpression& path) {
-  OffsetList matches(m_store.manager());
-  collect(path, matches);
-  matches.forEach([&](std::uint64_t offset) {
+  const Offsets matches = collect(path);
+  for (const std::uint64_t offset : matches) {
     takeOut(*pinned(offset));
     freeSubtree(m_store.tree(), offset);
-  });
+  }
   return matches.size();
 }
 
 std::uint64_t DocumentEditor::move(const PathExpression& path, const PathExpression& to) {
-  OffsetList matches(m_store.manager());
-  collect(path, matches);
+  const Offsets matches = collect(path);
   const std::uint64_t target = firstElement(to);
-  matches.forEach([&](std::uint64_t offset) {
+  for (const std::uint64_t offset : matches) {
     if (liesIn(target, offset)) {
       throw XmlError("an element cannot be moved into itself");
     }
-  });
-  matches.forEach([&](std::uint64_t offset) {
+  }
+  for (const std::uint64_t offset : matches) {
     const QRTVirtualPin<XmlNode> node = pinned(offset);
     takeOut(*node);
     pinned(target)->appendChild(node.get());
-  });
+  }
   return matches.size();
 }
 
 // The element is parsed once for every match, as a document of its own from which it is taken.
 std::uint64_t DocumentEditor::append(const PathExpression& path, const std::string& xml) {
-  OffsetList matches(m_store.manager());
-  collect(path, matches);
+  const Offsets matches = collect(path);
   QRTVirtualTreeNode* const root = m_store.tree().getRootNode();
-  matches.forEach([&](std::uint64_t offset) {
+  for (const std::uint64_t offset : matches) {
     const QRTVirtualPin<XmlNode> parent = pinned(offset);
     if (parent->kind() != NodeKind::eElement) {
       throw XmlError("only elements can be appended to");
@@ -59,18 +56,20 @@ std::uint64_t DocumentEditor::append(const PathExpression& path, const std::stri
     root->removeChild(document.get());
     document.reset();
     freeSubtree(m_store.tree(), documentOffset);
-  });
+  }
   return matches.size();
 }
 
-void DocumentEditor::collect(const PathExpression& path, OffsetList& matches) {
+DocumentEditor::Offsets DocumentEditor::collect(const PathExpression& path) {
+  Offsets matches(m_store.manager());
   PathFinder finder(path, true);
   for (XmlNode& document : QRTVirtualChildren<XmlNode>(*m_store.tree().getRootNode())) {
     finder.search(document, [&](XmlNode& match) {
-      matches.add(match.getPageOffset());
+      matches.push_back(match.getPageOffset());
       return true;
     });
   }
+  return matches;
 }
 
 std::uint64_t DocumentEditor::firstElement(const PathExpression& path) {

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "DocumentStore.h"
-#include "OffsetList.h"
 #include "PathExpression.h"
 #include "QRTVirtualPin.h"
+#include "QRTVirtualVector.h"
 #include "XmlNode.h"
 
 namespace example {
@@ -37,7 +37,9 @@ class DocumentEditor {
   std::uint64_t append(const PathExpression& path, const std::string& xml);
 
  private:
-  void collect(const PathExpression& path, OffsetList& matches);
+  using Offsets = QRTVirtualVector<std::uint64_t>;  // of nodes; as many as there may be
+
+  Offsets collect(const PathExpression& path);
   std::uint64_t firstElement(const PathExpression& path);
   QRTVirtualPin<XmlNode> pinned(std::uint64_t offset);
   void takeOut(XmlNode& node);
