@@ -11,6 +11,7 @@ ROOM_BEYOND_BUDGET = 64 * MIB
 
 # What a budget of "1/8" is an eighth of.
 NODE_BYTES = 72
+ELEMENT_BYTES = 8
 STRING_BYTES = 1005  # on average: 10 to 2,000
 
 
@@ -73,6 +74,7 @@ class Scale:
     phase: str  # seconds that a phase of reads may take
     nodes: str
     moves: tuple[str, str]  # in memory, and with a budget, when each may wait for the disk
+    elements: str
     strings: str
     string_reads: str
     scratch: tuple[str, str]  # bytes, random accesses
@@ -95,6 +97,7 @@ FULL = Scale(
     phase="1",
     nodes="5e6",
     moves=("1e6", "1e5"),
+    elements="1e7",
     strings="1e6",
     string_reads="1e6",
     scratch=("1G", "4e5"),
@@ -116,6 +119,7 @@ QUICK = Scale(
     phase="0.3",
     nodes="2e6",
     moves=("3e5", "2e4"),
+    elements="2e6",
     strings="1e5",
     string_reads="1e6",
     scratch=("128M", "1e5"),
@@ -137,6 +141,7 @@ SMOKE = Scale(
     phase="0.05",
     nodes="1e4",
     moves=("1e3", "1e3"),
+    elements="1e4",
     strings="1e3",
     string_reads="1e3",
     scratch=("4M", "1e3"),
@@ -154,6 +159,7 @@ WORKLOADS = {
         Workload("paging", "Larger than memory", "suite_objects"),
         Workload("growth", "From few objects to many", "suite_objects", lines=True),
         Workload("tree", "Trees", "suite_trees"),
+        Workload("vector", "Vectors", "suite_vectors", own=("store", "store, pins")),
         Workload("strings", "Strings", "suite_strings"),
         Workload("scratch", "Scratch files", "suite_files", own=("store", "store 1/16")),
         Workload("gzip", "Gzip while writing", "suite_files"),
@@ -234,6 +240,10 @@ def cases(scale: Scale, large: bool) -> list[Case]:
             disk=stored * 3,
         )
     )
+    elements = ("--elements", scale.elements)
+    stored = int(float(scale.elements)) * ELEMENT_BYTES
+    found.append(Case(WORKLOADS["vector"], elements))
+    found.append(Case(WORKLOADS["vector"], (*elements, "--budget", "1/8"), disk=stored * 4))
     strings = ("--strings", scale.strings, "--reads", scale.string_reads)
     stored = int(float(scale.strings)) * STRING_BYTES
     found.append(Case(WORKLOADS["strings"], strings))
