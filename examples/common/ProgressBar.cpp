@@ -1,6 +1,7 @@
 #include "ProgressBar.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -21,7 +22,7 @@ std::string progressLine(const std::string& title, std::uint64_t done, std::uint
     line.append(" ").append(formatCount(done));
   } else {
     const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
-    const std::string number = std::to_string(static_cast<int>(part * 100 + 0.5));
+    const std::string number = std::to_string(std::lround(part * 100));
     std::string percent(4 - number.size(), ' ');
     percent.append(number).append(" %");
     const std::size_t others = line.size() + 3 + percent.size();

@@ -14,7 +14,7 @@ namespace example {
 /// than kLongestLine comes in pieces, so that memory stays bounded whatever the file holds.
 class LineReader {
  public:
-  static constexpr std::size_t kLongestLine = 64 * 1024;
+  static constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 
   LineReader();
   ~LineReader();

@@ -111,24 +111,25 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Fills a store with more than a 32-bit process can address and verifies it.");
-  Options options;
-  app.footer("\nExit status: 0 all came back, 1 a failure, 2 wrong arguments, 77 no room for it.");
-  app.add_option("--size", options.size, "Bytes to store, at least")
-      ->check(checkedBy(parseByteSize))
-      ->capture_default_str();
-  app.add_option("--budget", options.budget, "Memory budget of the store")
-      ->check(checkedBy(parseBudget))
-      ->capture_default_str();
-  app.add_option("--limit", options.limit, "Memory the process may map; 0 for no limit")
-      ->check(checkedBy(parseByteSize))
-      ->capture_default_str();
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return exitStatus("largestore", app.exit(error) == 0 ? 0 : kWrongArguments);
-  }
-  try {
+    CLI::App app("Fills a store with more than a 32-bit process can address and verifies it.");
+    Options options;
+    app.footer(
+        "\nExit status: 0 all came back, 1 a failure, 2 wrong arguments, 77 no room for it.");
+    app.add_option("--size", options.size, "Bytes to store, at least")
+        ->check(checkedBy(parseByteSize))
+        ->capture_default_str();
+    app.add_option("--budget", options.budget, "Memory budget of the store")
+        ->check(checkedBy(parseBudget))
+        ->capture_default_str();
+    app.add_option("--limit", options.limit, "Memory the process may map; 0 for no limit")
+        ->check(checkedBy(parseByteSize))
+        ->capture_default_str();
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      return exitStatus("largestore", app.exit(error) == 0 ? 0 : kWrongArguments);
+    }
     return exitStatus("largestore", run(options));
   } catch (const std::exception& error) {
     std::cerr << "largestore: " << error.what() << '\n';

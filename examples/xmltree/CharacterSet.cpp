@@ -18,7 +18,8 @@ constexpr int kLast = 0xFFFF;  // the last character that the parser takes
 
 const char* const kCodePoints = std::endian::native == std::endian::little ? "UCS-4LE" : "UCS-4BE";
 
-const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
+// What iconv_open gives in the place of a converter.
+const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr)
 
 }  // namespace
 

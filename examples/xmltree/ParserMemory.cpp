@@ -55,7 +55,8 @@ void* allocate(std::size_t size) {
     return nullptr;
   }
   g_used += whole;
-  return new (memory) BlockHeader{whole} + 1;
+  auto* const header = new (memory) BlockHeader{whole};
+  return header + 1;
 }
 
 void* reallocate(void* block, std::size_t size) {
@@ -75,7 +76,8 @@ void* reallocate(void* block, std::size_t size) {
     return nullptr;
   }
   g_used = g_used - before + whole;
-  return new (memory) BlockHeader{whole} + 1;
+  auto* const moved = new (memory) BlockHeader{whole};
+  return moved + 1;
 }
 
 void release(void* block) {

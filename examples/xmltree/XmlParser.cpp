@@ -43,13 +43,15 @@ std::string markupOf(std::string_view raw, bool isLiteral) {
   return text;
 }
 
+constexpr XML_Memory_Handling_Suite kMemory{parser_memory::allocate, parser_memory::reallocate,
+                                            parser_memory::release};
+
 }  // namespace
 
 XmlParser::XmlParser(std::string source, XmlHandler& handler)
-    : m_source(std::move(source)), m_handler(handler) {
-  const XML_Memory_Handling_Suite memory{parser_memory::allocate, parser_memory::reallocate,
-                                         parser_memory::release};
-  m_parser = XML_ParserCreate_MM(nullptr, &memory, nullptr);
+    : m_source(std::move(source)),
+      m_handler(handler),
+      m_parser(XML_ParserCreate_MM(nullptr, &kMemory, nullptr)) {
   if (m_parser == nullptr) {
     throw std::bad_alloc();
   }
