@@ -16,12 +16,12 @@ namespace {
 TEST(QRTFmDirPosix, EveryNameSurvivesAsText) {
   const TempDirectory directory;
   const std::string names[] = {
-      "latin \xE9t\xE9",                  // Latin-1
-      "\xFF\xFE",                         // never part of UTF-8
-      "\xC3\xA9\xC3",                     // well-formed, then cut short
-      "\xED\xA0\x80\xED\xB2\x80",         // surrogates in UTF-8
-      "\xF0\x9F\x98\x80\x80\xF0\x9F\x98"  // a pair of surrogates, a stray byte, a part
-      "\xC3\xA9",
+      "latin \xE9t\xE9",           // Latin-1
+      "\xFF\xFE",                  // never part of UTF-8
+      "\xC3\xA9\xC3",              // well-formed, then cut short
+      "\xED\xA0\x80\xED\xB2\x80",  // surrogates in UTF-8
+      // a pair of surrogates, a stray byte, a part
+      "\xF0\x9F\x98\x80\x80\xF0\x9F\x98\xC3\xA9",
       "\xC0\xAF\xF5\xC3\xA9",  // overlong, beyond Unicode
   };
   for (const std::string& name : names) {

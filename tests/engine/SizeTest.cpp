@@ -165,7 +165,8 @@ TEST(SizeClassesTest, EverySizeFitsItsClassAndLittleIsWasted) {
     const auto cost = [&](std::uint32_t size) {  // bytes of pages for one object
       const std::uint8_t sizeClass = classes.ClassFor(size);
       if (sizeClass == SizeClasses::kLarge) {
-        return static_cast<double>((size + pageSize - 1) / pageSize * pageSize);
+        const std::uint32_t pages = (size + pageSize - 1) / pageSize;
+        return static_cast<double>(pages * pageSize);
       }
       const SizeClass& c = classes[sizeClass];
       return static_cast<double>(c.pages * pageSize) / c.slots;

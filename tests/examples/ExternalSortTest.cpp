@@ -21,7 +21,7 @@ using example::Options;
 class ExternalSortTest : public testing::Test {
  protected:
   std::string make(const std::string& name, const std::string& content) {
-    const std::string path = (directory.path() / name).string();
+    std::string path = (directory.path() / name).string();
     std::ofstream(path, std::ios::binary) << content;
     return path;
   }

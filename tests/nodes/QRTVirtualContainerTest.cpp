@@ -62,7 +62,7 @@ TEST_F(QRTVirtualContainerTest, ASizeAloneMakesAStoreAndAPlainZeroIsANullManager
     EXPECT_THAT(engine.take(), ElementsAre(made, set, made, set, made, set));
   }
   EXPECT_EQ(engine.take().size(), 3U) << "owned, all of them";
-  QRTVirtualContainer none(0);
+  QRTVirtualContainer none(0);  // NOLINT(modernize-use-nullptr): hosts write it
   EXPECT_EQ(none.getMemoryMgr(), nullptr);
   EXPECT_THAT(engine.take(), IsEmpty());
 }
