@@ -33,7 +33,7 @@ void PlainObjects::build(std::uint64_t bytes) {
     Pattern(number, 0).fill(static_cast<std::uint32_t*>(m_manager.alloc(words * 4, item)), words);
     m_manager.dismiss(item);
     m_offsets.push_back(item.getOffset());
-    m_bytes += words * 4;
+    m_bytes += std::uint64_t{words} * 4;
   }
 }
 

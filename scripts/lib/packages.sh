@@ -54,6 +54,7 @@ QRT_BENCH_PACKAGES=(
 # shellcheck disable=SC2034
 QRT_CI_PACKAGES=(
   clang clang-format clang-tidy libclang-rt-dev
+  cppcheck
   llvm            # llvm-ar and llvm-ranlib, for interprocedural optimisation with clang
   git pkg-config shellcheck
 )
