@@ -76,11 +76,11 @@ class QRTVirtualStringTable::Keys final : public QRTVirtualHashTable::Keys {
     const auto& [text, hash] = *static_cast<const Wanted*>(wanted);
     const auto* const from = static_cast<const unsigned char*>(key);
     if (from[0] == kShort) {
-      return text.size() == bytes - 1 && std::memcmp(text.data(), from + 1, bytes - 1) == 0;
+      return text == std::string_view(static_cast<const char*>(key) + 1, bytes - 1);
     }
     const LongKey found = LongKey::read(from);
     return found.hash == hash && found.length == text.size() &&
-           std::memcmp(text.data(), pinKey(m_memMgr, found).get(), text.size()) == 0;
+           text == std::string_view(pinKey(m_memMgr, found).get(), text.size());
   }
 
  private:
