@@ -49,7 +49,7 @@ class QRTVirtualHashMap {
   ~QRTVirtualHashMap() = default;
 
   /// Takes the pairs; the other map is empty then and can be used.
-  QRTVirtualHashMap(QRTVirtualHashMap&& other) = default;
+  QRTVirtualHashMap(QRTVirtualHashMap&& other) noexcept = default;
   QRTVirtualHashMap& operator=(QRTVirtualHashMap&& other) noexcept {
     QRTVirtualHashMap(std::move(other)).swap(*this);
     return *this;

@@ -43,7 +43,8 @@ class QRTVirtualVector {
                 "QRTVirtualVector keeps elements as bytes: their class must be trivially copyable");
   static_assert(alignof(T) <= 8,
                 "QRTVirtualVector aligns elements to 8 bytes: their class must not ask for more");
-  static_assert(sizeof(T) <= 0xFFFFFFFFU, "an element is at most what one object can hold");
+  static_assert(static_cast<unsigned long long>(sizeof(T)) <= 0xFFFFFFFFULL,
+                "an element is at most what one object can hold");
 
  public:
   using value_type = T;

@@ -174,7 +174,7 @@ void QRTVirtualBlocks::removeBlock() noexcept {
   // Step 2
   for (unsigned int i = 0; i < size; ++i) {
     QRTVirtualPageItem item(ending[i], 0);
-    m_memMgr->free(item);
+    m_memMgr->free(item);  // NOLINT(clang-analyzer-unix.Malloc): not the heap's
   }
   m_count = block;
   if (m_count == 0) {

@@ -488,7 +488,7 @@ void QRTVirtualHashTable::freeChain(unsigned long long head, Visitor* removed,
       }
       head = block->next;
     }
-    m_memMgr->free(item);
+    m_memMgr->free(item);  // NOLINT(clang-analyzer-unix.Malloc): not the heap's
   }
 }
 
