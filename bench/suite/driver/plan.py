@@ -13,6 +13,7 @@ ROOM_BEYOND_BUDGET = 64 * MIB
 NODE_BYTES = 72
 ELEMENT_BYTES = 8
 STRING_BYTES = 1005  # on average: 10 to 2,000
+PAIR_BYTES = 16
 
 
 @dataclass(frozen=True)
@@ -77,6 +78,7 @@ class Scale:
     elements: str
     strings: str
     string_reads: str
+    map_pairs: str
     scratch: tuple[str, str]  # bytes, random accesses
     text: str  # bytes to compress
     pairs: str  # allocations and frees
@@ -100,6 +102,7 @@ FULL = Scale(
     elements="1e7",
     strings="1e6",
     string_reads="1e6",
+    map_pairs="1e7",
     scratch=("1G", "4e5"),
     text="64M",
     pairs="4e6",
@@ -122,6 +125,7 @@ QUICK = Scale(
     elements="2e6",
     strings="1e5",
     string_reads="1e6",
+    map_pairs="1e6",
     scratch=("128M", "1e5"),
     text="16M",
     pairs="1e6",
@@ -144,6 +148,7 @@ SMOKE = Scale(
     elements="1e4",
     strings="1e3",
     string_reads="1e3",
+    map_pairs="1e4",
     scratch=("4M", "1e3"),
     text="1M",
     pairs="1e4",
@@ -161,6 +166,7 @@ WORKLOADS = {
         Workload("tree", "Trees", "suite_trees"),
         Workload("vector", "Vectors", "suite_vectors", own=("store", "store, pins")),
         Workload("strings", "Strings", "suite_strings"),
+        Workload("map", "Maps", "suite_maps"),
         Workload("scratch", "Scratch files", "suite_files", own=("store", "store 1/16")),
         Workload("gzip", "Gzip while writing", "suite_files"),
         Workload(
@@ -248,6 +254,13 @@ def cases(scale: Scale, large: bool) -> list[Case]:
     stored = int(float(scale.strings)) * STRING_BYTES
     found.append(Case(WORKLOADS["strings"], strings))
     found.append(Case(WORKLOADS["strings"], (*strings, "--budget", "1/8"), disk=stored * 3))
+    maps = ("--pairs", scale.map_pairs, *phase)
+    stored = int(float(scale.map_pairs)) * PAIR_BYTES
+    found.append(Case(WORKLOADS["map"], maps, peers=("store", "std::unordered_map")))
+    for limit in (0, stored // 8 + ROOM_BEYOND_BUDGET):
+        found.append(
+            Case(WORKLOADS["map"], (*maps, "--budget", "1/8"), limit=limit, disk=stored * 8)
+        )
     size, accesses = scale.scratch
     found.append(
         Case(

@@ -30,6 +30,7 @@ COLOURS = {
     "pointer": "#228be6",
     "malloc": "#228be6",
     "std": "#228be6",
+    "std::unordered_map": "#228be6",
     "stdio": "#228be6",
     "zlib -6": "#228be6",
     "pointer table": "#5c7cfa",
