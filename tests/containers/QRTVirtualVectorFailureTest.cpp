@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "QRTVirtualVector.h"
-#include "support/RecordingEngine.h"
 #include "support/ErrorMatchers.h"
 #include "support/FailingNew.h"
+#include "support/RecordingEngine.h"
 
 // A vector whose store has no room, or does not give back what is in it.
 
