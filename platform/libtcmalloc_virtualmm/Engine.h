@@ -80,6 +80,7 @@ class Engine {
 
   // Finding objects: Engine.cpp, and what the hot path needs in EnginePins.h.
   Slot Locate(std::uint64_t offset) noexcept;
+  static bool IsOf(Slot slot, std::uint64_t offset) noexcept;
   Slot FindInMemory(std::uint64_t offset) noexcept;
   bool FetchEntry(std::uint64_t offset) noexcept;
   bool IsLarge(ObjectHandle handle) const noexcept;
@@ -100,7 +101,7 @@ class Engine {
   void* MoveDeferredPin(std::uint32_t place, std::uint64_t from, std::uint64_t to) noexcept;
   bool IsTouched(const PageEntry& entry) const noexcept;
   bool IsTouchedFor(const PageEntry& entry, bool forWriting) const noexcept;
-  bool PrefetchObject(std::uint64_t offset) noexcept;
+  static void PrefetchObject(const char* object) noexcept;
   void* GetUnpinnedLarge(std::uint64_t offset, bool forWriting) noexcept;
   void ShowObject(Slot slot) noexcept;
 
@@ -115,6 +116,7 @@ class Engine {
   void* PinLarge(ObjectHandle handle, PageEntry& entry, bool forWriting) noexcept;
   void* PinSlot(Slot slot, std::uint64_t offset) noexcept;
   void* CountPin(Slot slot, std::uint64_t offset) noexcept;
+  void CountUnpin(Slot slot, std::uint64_t offset) noexcept;
 
   // Many pins in one call: EngineBulkPins.cpp. So many handles are worked on at a time.
   static constexpr std::uint32_t kBulkWindow = 256;

@@ -42,8 +42,9 @@ std::uint32_t Engine::GetAddresses(const unsigned long long* offsets, void** add
 
 /// Pins the objects of a window:
 ///  1. What is in memory is pinned first, so that no page read for one handle pushes out another's.
-///     In groups, and each group stage by stage: entries, headers, pins. More pins than there are
-///     deferred places are counted at once, which the flush before allows (see PinSlot).
+///     In groups, and each group stage by stage: entries, headers, pins. These are counted at once:
+///     there would not be places enough to defer them, and the flush before allows it (see
+///     PinSlot).
 ///  2. Of the rest, all pages are asked of the system, once each.
 ///  3. Then they are pinned one after the other, in the order in which they stand: a scan is seen
 ///     to be one. What names nothing gets its null and its reason here.
@@ -51,11 +52,10 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
                                 std::uint32_t count, bool forWriting) noexcept {
   std::array<std::uint32_t, kBulkWindow> absent;  // places of the handles for steps 2 and 3
   std::uint32_t absentCount = 0;
-  const bool countsPins = count > DeferredPins::kPlaces;
-  if (countsPins) {
-    m_deferred.Flush();
-  }
+  std::uint32_t pinned = 0;
   // Step 1.
+  m_deferred.Flush();
+  std::array<Slot, kGroup> slots;
   for (std::uint32_t first = 0; first < count; first += kGroup) {
     const std::uint32_t end = std::min(first + kGroup, count);
     for (std::uint32_t i = first; i < end; ++i) {
@@ -65,11 +65,14 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
       }
     }
     for (std::uint32_t i = first; i < end; ++i) {
-      PrefetchObject(offsets[i]);
+      const Slot slot = slots[i - first] = Locate(offsets[i]);
+      if (slot.entry != nullptr) {
+        PrefetchObject(reinterpret_cast<const char*>(slot.header + 1));
+      }
     }
     for (std::uint32_t i = first; i < end; ++i) {
-      const Slot slot = FindInMemory(offsets[i]);
-      if (slot.entry == nullptr) {
+      const Slot slot = slots[i - first];
+      if (slot.entry == nullptr || !IsOf(slot, offsets[i])) {
         addresses[i] = nullptr;
         absent[absentCount++] = i;
         continue;
@@ -77,8 +80,12 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
       if (!IsTouchedFor(*slot.entry, forWriting)) {
         slot.entry->Touch(m_pager.Epoch(), forWriting);
       }
-      addresses[i] = countsPins ? CountPin(slot, offsets[i]) : PinSlot(slot, offsets[i]);
+      addresses[i] = CountPin(slot, offsets[i]);
+      pinned += addresses[i] != nullptr ? 1 : 0;
     }
+  }
+  if (absentCount == 0) {
+    return pinned;
   }
   // Step 2.
   if (absentCount != 0) {
@@ -89,9 +96,10 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
     const std::uint64_t offset = offsets[absent[i]];
     if (!IsNull(offset)) {
       addresses[absent[i]] = GetAddress(offset, forWriting);
+      pinned += addresses[absent[i]] != nullptr ? 1 : 0;
     }
   }
-  return count - static_cast<std::uint32_t>(std::count(addresses, addresses + count, nullptr));
+  return pinned;
 }
 
 /// Asks the system for the pages of handles at the given places that are out:
@@ -132,9 +140,22 @@ void Engine::PrefetchPages(const unsigned long long* offsets, const std::uint32_
   m_pager.Prefetch(pages.data(), found);
 }
 
+/// A flush first: then all pins of slab objects are counted, and none has to be looked for among
+/// the deferred ones.
 void Engine::DismissAll(const unsigned long long* offsets, std::uint32_t count) noexcept {
+  if (count == 1) {
+    if (!IsNull(offsets[0])) {
+      Dismiss(offsets[0]);
+    }
+    return;
+  }
+  m_deferred.Flush();
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (!IsNull(offsets[i])) {
+    const Slot slot = FindInMemory(offsets[i]);
+    if (slot.entry != nullptr && slot.header->IsPinned()) {
+      LIBTCMALLOC_ASSERT(m_deferred.Find(offsets[i]) == DeferredPins::kPlaces);
+      CountUnpin(slot, offsets[i]);
+    } else if (!IsNull(offsets[i])) {
       Dismiss(offsets[i]);
     }
   }

@@ -102,13 +102,7 @@ void Engine::UnpinResident(std::uint64_t offset) noexcept {
     UnpinLarge(offset);
     return;
   }
-  if (--slot.header->pins == 0) {
-    ObjectGuard::Hide(slot.header + 1, ClassOf(*slot.entry).capacity);
-    LIBTCMALLOC_ASSERT(slot.entry->live.pinned > 0);
-    if (--slot.entry->live.pinned == 0 && slot.entry->Notifies()) {
-      m_pager.OnLastUnpin(ObjectHandle::Decode(offset).page);
-    }
-  }
+  CountUnpin(slot, offset);
 }
 
 /// Moves a pin that is not in the first deferred place: in its place if it is deferred, else as

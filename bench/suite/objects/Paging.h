@@ -51,9 +51,10 @@ class Paging {
       phase("uniform read announced", repeat(ahead, read));
     }
     if constexpr (requires { P::kMostAtOnce; }) {
+      suite::Uniform others(m_objects, suite::Random(5));  // not what was just announced and read
       for (const std::uint32_t atOnce : {1U, 8U, 32U, 128U, P::kMostAtOnce}) {
         phase("uniform read, " + std::to_string(atOnce) + " at once",
-              [&](const auto& inTime) { return this->readAtOnce(uniform, atOnce, inTime); });
+              [&](const auto& inTime) { return this->readAtOnce(others, atOnce, inTime); });
       }
     }
     phase("zipf read", repeat(zipf, read));
