@@ -154,8 +154,8 @@ class QRT_EXPORT QRTVirtualMemoryMgr {
   ///                   as often. With null, every place gets a null.
   /// @param addresses  `count` places, every one of which is written: the object's address, or null
   ///                   where `getAddress` would give null, with nothing owed for that one;
-  ///                   `getLastStoreError` tells why of the last of those. With null, nothing is
-  ///                   pinned.
+  ///                   `getLastStoreError` tells why, of one where there are several. With null,
+  ///                   nothing is pinned.
   /// @param count      how many, 0 to 2^32 - 1. All are pinned at once: a call for more than the
   ///                   memory size holds takes memory beyond it until they are dismissed.
   /// @param mode       as for `getAddress`

@@ -106,7 +106,7 @@ std::int64_t EncryptedPagingFile::WriteSome(std::uint64_t offset, const IoSlice*
   std::size_t done = 0;
   std::int64_t moved = 0;
   do {
-    const IoSlice left{m_buffer.get() + done, bytes - done};
+    const IoSlice left{m_buffer.get() + done, bytes - done, 0};
     moved = m_file->WriteSome(offset + done, &left, 1);
     done += moved > 0 ? static_cast<std::size_t>(moved) : 0;
   } while (done % m_unit != 0 && (moved > 0 || moved == -EINTR));

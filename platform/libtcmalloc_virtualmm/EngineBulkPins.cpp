@@ -45,9 +45,10 @@ std::uint32_t Engine::GetAddresses(const unsigned long long* offsets, void** add
 ///     In groups, and each group stage by stage: entries, headers, pins. These are counted at once:
 ///     there would not be places enough to defer them, and the flush before allows it (see
 ///     PinSlot).
-///  2. Of the rest, all pages are asked of the system, once each.
-///  3. Then they are pinned one after the other, in the order in which they stand: a scan is seen
-///     to be one. What names nothing gets its null and its reason here.
+///  2. The rest is put in the order of the pages, and all pages are asked of the system, once each.
+///  3. Then it is pinned in the same order: what was asked for first is likely there first, so that
+///     the work on it goes on while the disk reads the others, and a scan is seen to be one. What
+///     names nothing gets its null and its reason here.
 std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addresses,
                                 std::uint32_t count, bool forWriting) noexcept {
   std::array<std::uint32_t, kBulkWindow> absent;  // places of the handles for steps 2 and 3
@@ -87,10 +88,13 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
   if (absentCount == 0) {
     return pinned;
   }
-  // Step 2.
-  if (absentCount != 0) {
-    PrefetchPages(offsets, absent.data(), absentCount);
-  }
+  // Step 2. Places of one page keep their order: the first of them reads it.
+  std::sort(absent.data(), absent.data() + absentCount, [&](std::uint32_t a, std::uint32_t b) {
+    const std::uint32_t pageA = ObjectHandle::Decode(offsets[a]).page;
+    const std::uint32_t pageB = ObjectHandle::Decode(offsets[b]).page;
+    return pageA != pageB ? pageA < pageB : a < b;
+  });
+  PrefetchPages(offsets, absent.data(), absentCount);
   // Step 3.
   for (std::uint32_t i = 0; i < absentCount; ++i) {
     const std::uint64_t offset = offsets[absent[i]];
@@ -102,8 +106,9 @@ std::uint32_t Engine::PinWindow(const unsigned long long* offsets, void** addres
   return pinned;
 }
 
-/// Asks the system for the pages of handles at the given places that are out:
-///  1. Collect the pages, each once and in the order of the file.
+/// Asks the system for the pages of handles at the given places, in the order of pages, that are
+/// out:
+///  1. Collect the pages, each once.
 ///  2. Where the table's own leaf is out, ask for that, and then bring it in: only it knows which
 ///     pages to ask for.
 ///  3. Ask for the pages.
@@ -120,9 +125,6 @@ void Engine::PrefetchPages(const unsigned long long* offsets, const std::uint32_
       pages[found++] = handle.page;
     }
   }
-  std::sort(pages.data(), pages.data() + found);
-  found =
-      static_cast<std::uint32_t>(std::unique(pages.data(), pages.data() + found) - pages.data());
   if (found < 2) {
     return;
   }

@@ -12,7 +12,7 @@ namespace tcmalloc {
 struct IoSlice {
   char* data;
   std::size_t size;
-  std::uint64_t contentHash = 0;  ///< of the image that the slice belongs to; the same at its reads
+  std::uint64_t contentHash;  ///< of the image that the slice belongs to; the same at its reads
 };
 
 /// What an encrypted paging file tells in place of an errno value.

@@ -119,7 +119,7 @@ class VirtualMemoryPool {
   /// of what is in memory, entries and headers are fetched ahead.
   /// @param offsets     `count` offsets; 0 and all-ones get a null and are not looked at
   /// @param addresses   `count` places, all of which are written: the address as GetAddress gives
-  ///                    it, or null where it would; GetLastError tells of the last of those
+  ///                    it, or null where it would; GetLastError tells of one of those
   /// @param forWriting  as for GetAddress
   /// @return how many were pinned. The caller owes one Dismiss for each non-null.
   /// Cost: O(count); one read for each page that is out.

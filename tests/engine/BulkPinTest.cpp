@@ -114,13 +114,17 @@ TEST_F(BulkPinTest, WhatCannotBePinnedIsNullAndTheRestIsPinned) {
   file->FlipBit(std::uint64_t{PageOf(objects[20].offset)} * 4096 + 99);
   const std::uint32_t size = std::exchange(objects[20].size, 0);
   EXPECT_EQ(Pin(objects), 35U);
+  DismissAll();
+  const std::vector<unsigned long long> all = m_offsets;
+  EXPECT_EQ(Pin({objects[21], objects[20], objects[19]}), 2U);
   EXPECT_THAT(engine->GetLastError(), testing::HasSubstr("not what was written"));
   DismissAll();
   file->Restore(image);
   objects[20].size = size;
   PushOut();
   file->reads.Fail(EIO);
-  EXPECT_EQ(engine->GetAddresses(m_offsets.data(), m_addresses.data(), 40, true), 0U);
+  m_addresses.assign(40, this);
+  EXPECT_EQ(engine->GetAddresses(all.data(), m_addresses.data(), 40, true), 0U);
   EXPECT_EQ(std::count(m_addresses.begin(), m_addresses.end(), nullptr), 40);
   file->reads.Mend();
   EXPECT_EQ(Pin(objects), 36U);

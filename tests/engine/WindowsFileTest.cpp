@@ -41,10 +41,10 @@ TEST(WindowsFileTest, ReadsAndWritesBeyondFourGigabytes) {
   ASSERT_EQ(file->Open(), 0);
   constexpr std::uint64_t kFar = (std::uint64_t{5} << 30) + 123;
   char out[] = "abcdefgh";
-  const tcmalloc::IoSlice parts[] = {{out, 3}, {out + 3, 5}};
+  const tcmalloc::IoSlice parts[] = {{out, 3, 0}, {out + 3, 5, 0}};
   ASSERT_EQ(file->WriteSome(kFar, parts, 2), 8);
   char in[16] = "";
-  const tcmalloc::IoSlice room[] = {{in, 5}, {in + 5, 9}};
+  const tcmalloc::IoSlice room[] = {{in, 5, 0}, {in + 5, 9, 0}};
   EXPECT_EQ(file->ReadSome(kFar, room, 2), 8) << "the file ends in the second slice";
   EXPECT_STREQ(in, out);
   EXPECT_EQ(file->ReadSome(kFar + 8, room, 2), 0);
