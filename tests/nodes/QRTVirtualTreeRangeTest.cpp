@@ -93,7 +93,18 @@ constexpr bool kIsInputRange =
 static_assert(kIsInputRange<QRTVirtualSubtree<>> && kIsInputRange<QRTVirtualSubtree<Letter>>);
 static_assert(kIsInputRange<QRTVirtualChildren<>> && kIsInputRange<QRTVirtualChildren<Letter>>);
 
-TEST_F(QRTVirtualTreeRangeTest, ServeAlgorithmsAndViewsOfTheStandardLibrary) {
+TEST_F(QRTVirtualTreeRangeTest, ServeAlgorithmsOfTheStandardLibrary) {
+  const auto isOdd = [](const Letter& node) { return node.letter % 2 == 1; };
+  const QRTVirtualChildren<Letter> children(root);
+  EXPECT_EQ(std::ranges::count_if(children, isOdd), 2);
+  QRTVirtualPin<Letter> a(root.getFirstChild());
+  const QRTVirtualSubtree<Letter> below(*a);
+  EXPECT_EQ(std::ranges::find(below, 'c', &Letter::letter)->letter, 'c');
+}
+
+// Clang before 16 takes no view of g++'s standard library, not even of a vector.
+#if !defined(__clang__) || __clang_major__ >= 16
+TEST_F(QRTVirtualTreeRangeTest, ServeViewsOfTheStandardLibrary) {
   QRTVirtualPin<Letter> a(root.getFirstChild());
   makeChildren(*b, "xyz");
   const auto isOdd = [](const Letter& node) { return node.letter % 2 == 1; };
@@ -109,9 +120,8 @@ TEST_F(QRTVirtualTreeRangeTest, ServeAlgorithmsAndViewsOfTheStandardLibrary) {
     all += node.letter++;
   }
   EXPECT_EQ(all, "dg");
-  EXPECT_EQ(std::ranges::count_if(children, isOdd), 2);
-  EXPECT_EQ(std::ranges::find(children, 'e', &Letter::letter)->letter, 'e');
 }
+#endif
 
 TEST_F(QRTVirtualTreeRangeTest, MovedIteratorsTakeTheirPinAlong) {
   auto at = QRTVirtualSubtree<Letter>(root).begin();
