@@ -16,7 +16,7 @@ constexpr std::uint32_t kBudget = 600000;
 }  // namespace
 
 ArenaArea::ArenaArea(ModelWorld& world)
-    : ModelArea(world),
+    : ModelArea(world, world.choices.fork()),
       m_bins(static_cast<int>(choices().below(40))),
       m_arena(m_bins, kBudget, 0),
       m_expanded(kBudget) {

@@ -8,9 +8,7 @@ namespace model {
 Faults::Faults(const Kinds& kinds, ModelStore& store) : m_kinds(kinds), m_store(store) {}
 
 void Faults::draw(Choices& choices) {
-  if (m_kinds.memory && choices.oneIn(12)) {
-    m_memoryFault = 1 + choices.below(4);
-  }
+  m_memoryFault = m_kinds.memory && choices.oneIn(12) ? 1 + choices.below(4) : 0;
   if (!m_kinds.transfers) {
     return;
   }

@@ -16,7 +16,7 @@ constexpr std::size_t kMostElements = 4000;
 }  // namespace
 
 FixedPoolArea::FixedPoolArea(ModelWorld& world)
-    : ModelArea(world),
+    : ModelArea(world, world.choices.fork()),
       m_size(1 + choices().size(3000)),
       m_grows(choices().oneIn(2)),
       m_hasHeaders(!choices().oneIn(4)),

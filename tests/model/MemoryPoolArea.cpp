@@ -19,7 +19,7 @@ std::uint32_t rounded(std::uint32_t size) {
 }  // namespace
 
 MemoryPoolArea::MemoryPoolArea(ModelWorld& world)
-    : ModelArea(world),
+    : ModelArea(world, world.choices.fork()),
       m_increment(1024 + choices().size(65536)),
       m_pool(choices().oneIn(4) ? 100000 : 1U << 30U, m_increment) {}
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "model/ModelWorld.h"
@@ -16,6 +17,10 @@ class ModelArea {
   using Pins = std::map<std::uint64_t, std::uint32_t>;
 
   explicit ModelArea(ModelWorld& world) : m_world(world) {}
+
+  /// For an area whose work depends on more than its choices, such as the addresses that the heap
+  /// gives: with choices of its own it does not change what the others do.
+  ModelArea(ModelWorld& world, Choices own) : m_world(world), m_own(own) {}
   virtual ~ModelArea() = default;
   ModelArea(const ModelArea&) = delete;
   ModelArea& operator=(const ModelArea&) = delete;
@@ -52,7 +57,7 @@ class ModelArea {
   virtual bool owns(std::uint64_t) const { return false; }
 
  protected:
-  Choices& choices() { return m_world.choices; }
+  Choices& choices() { return m_own ? *m_own : m_world.choices; }
   QRTVirtualMemoryMgr& manager() { return m_world.manager(); }
   void note(const char* operation, std::uint64_t a = 0, std::uint64_t b = 0) {
     m_world.history.note(name(), operation, a, b);
@@ -73,6 +78,9 @@ class ModelArea {
   }
 
   ModelWorld& m_world;
+
+ private:
+  std::optional<Choices> m_own;  // nothing for an area that draws from the run's
 };
 
 }  // namespace model

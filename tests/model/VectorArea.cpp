@@ -63,7 +63,8 @@ bool VectorArea::reads(Pair<T>& pair, Call call) {
 
 template <class T>
 void VectorArea::step(Pair<T>& pair, std::uint32_t most) {
-  auto& [stored, model] = pair;
+  QRTVirtualVector<T>& stored = pair.stored;
+  std::vector<T>& model = pair.model;
   const auto size = static_cast<std::uint32_t>(model.size());
   const std::uint32_t choice = choices().below(32);
   if (choice < 8) {
