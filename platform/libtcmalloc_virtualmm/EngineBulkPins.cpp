@@ -142,16 +142,13 @@ void Engine::PrefetchPages(const unsigned long long* offsets, const std::uint32_
   m_pager.Prefetch(pages.data(), found);
 }
 
-/// A flush first: then all pins of slab objects are counted, and none has to be looked for among
-/// the deferred ones.
+/// Counted pins first, which most are. An object with a deferred pin has no counted one, so it is
+/// left to Dismiss, as are large ones. A pin taken alone is mostly a deferred one.
 void Engine::DismissAll(const unsigned long long* offsets, std::uint32_t count) noexcept {
-  if (count == 1) {
-    if (!IsNull(offsets[0])) {
-      Dismiss(offsets[0]);
-    }
+  if (count == 1 && !IsNull(offsets[0])) {
+    Dismiss(offsets[0]);
     return;
   }
-  m_deferred.Flush();
   for (std::uint32_t i = 0; i < count; ++i) {
     const Slot slot = FindInMemory(offsets[i]);
     if (slot.entry != nullptr && slot.header->IsPinned()) {

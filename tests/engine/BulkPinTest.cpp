@@ -191,21 +191,27 @@ TEST_F(BulkPinTest, WhatIsInMemoryIsNotPushedOutByWhatIsNot) {
 }
 
 TEST_F(BulkPinTest, ChangesAreKeptIfTheyArePinnedForWriting) {
-  Make(16);
-  std::vector<Object> objects = AddMany(64, kOnePage);
-  PushOut();
-  for (const bool forWriting : {true, false}) {
-    const std::uint64_t writes = GetStats().pageWrites;
-    EXPECT_EQ(Pin(objects, forWriting), 64U);
-    for (std::size_t i = 0; forWriting && i < objects.size(); ++i) {
-      objects[i].seed += 1000;
-      Fill(m_addresses[i], objects[i].size, objects[i].seed);
+  Make(100);
+  std::vector<Object> objects = AddApart(32);
+  const std::vector<Object> large = AddMany(32, kOnePage);
+  objects.insert(objects.end(), large.begin(), large.end());
+  for (const bool inMemory : {false, true}) {
+    for (const bool forWriting : {true, false}) {
+      PushOut();
+      for (std::size_t i = 0; inMemory && i < objects.size(); ++i) {
+        ASSERT_EQ(Look(objects[i], false), Read::kIntact);  // in memory, and not modified
+      }
+      const std::uint64_t writes = GetStats().pageWrites;
+      EXPECT_EQ(Pin(objects, forWriting), 64U);
+      for (std::size_t i = 0; forWriting && i < objects.size(); ++i) {
+        objects[i].seed += 1000;
+        Fill(m_addresses[i], objects[i].size, objects[i].seed);
+      }
+      DismissAll();
+      PushOut();
+      EXPECT_EQ(GetStats().pageWrites - writes, forWriting ? 64U : 0U);
+      ExpectIntact(objects);
     }
-    DismissAll();
-    PushOut();
-    EXPECT_EQ(GetStats().pageWrites - writes, forWriting ? 64U : 0U);
-    ExpectIntact(objects);
-    PushOut();
   }
 }
 

@@ -126,18 +126,32 @@ TEST_F(QRTVirtualTreeRangeTest, ServeViewsOfTheStandardLibrary) {
 TEST_F(QRTVirtualTreeRangeTest, MovedIteratorsTakeTheirPinAlong) {
   auto at = QRTVirtualSubtree<Letter>(root).begin();
   ++at;
+  const unsigned long long a = at->getPageOffset();
+  EXPECT_EQ(pinsOf(tree, a), 2U) << "the test's and the walk's";
   auto taken = std::move(at);
   EXPECT_TRUE(at.atEnd());
   ++at;
+  EXPECT_EQ(pinsOf(tree, a), 2U);
   EXPECT_EQ(taken->letter, 'a');
+  auto other = QRTVirtualSubtree<Letter>(root).begin();
+  other++;
+  EXPECT_EQ(pinsOf(tree, a), 3U);
   taken++;
-  at = std::move(taken);
+  other = std::move(taken);
   EXPECT_TRUE(taken.atEnd());
+  EXPECT_EQ(pinsOf(tree, a), 1U) << "what was assigned to has left its node";
   std::string all;
-  for (; !at.atEnd(); ++at) {
-    all += at->letter;
+  for (; !other.atEnd(); ++other) {
+    all += other->letter;
   }
   EXPECT_EQ(all, "bcdefg");
+
+  auto child = QRTVirtualChildren<Letter>(root).begin();
+  auto next = std::move(child);
+  EXPECT_EQ(pinsOf(tree, a), 2U);
+  next++;
+  EXPECT_EQ(next->letter, 'd');
+  EXPECT_EQ(pinsOf(tree, a), 1U);
 }
 
 TEST_F(QRTVirtualTreeRangeTest, SkippedChildrenAreNotVisited) {
