@@ -11,7 +11,8 @@ namespace example {
 class ResultTable {
  public:
   void add(const std::string& name, const std::string& value, const std::string& remark = "");
-  /// @param columns  what the rows have to fit: a remark that does not goes below its row, and so does
+  /// @param columns  what the rows have to fit: a remark that does not goes below its row, and so
+  /// does
   ///                 a value where even a name and a value are too much. 0 for any width
   void print(std::ostream& os, unsigned int columns) const;
 

@@ -3,8 +3,8 @@
 
 /// @file
 /// QRT_EXPORT marks what the shared library shows to its hosts; everything else stays hidden.
-/// QRT_BUILDING_LIBRARY is defined while the library itself is compiled, QRT_STATIC_LIBRARY for hosts
-/// of a static one; the build systems' packages set it.
+/// QRT_BUILDING_LIBRARY is defined while the library itself is compiled, QRT_STATIC_LIBRARY for
+/// hosts of a static one; the build systems' packages set it.
 
 #if defined(_WIN32) && defined(QRT_STATIC_LIBRARY)
 #define QRT_EXPORT
