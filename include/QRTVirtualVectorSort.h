@@ -18,16 +18,22 @@ class QRTVirtualVector;
 /// Each step reads the vector and writes another one, which takes its place when it is complete:
 /// whatever fails on the way, no element is lost.
 ///
-/// Takes, while it runs: in the store room for a second copy of the elements; of the budget a
-/// buffer of up to 256 KiB, or of one element, and a block for each of the runs that are merged; of
-/// the process some 5 KiB on the stack.
+/// Takes, while it runs: in the store room for a second copy of the elements; of the memory size a
+/// quarter for the buffer, up to 64 MiB, and a block for each of the runs that are merged; of the
+/// process some 5 KiB on the stack. Elements that are larger than these shares still get a buffer
+/// of one, and two runs.
 template <class T, class Compare>
 class QRTVirtualVectorSort {
  public:
   /// @param vector  what is to be sorted
   /// @param before  whether one element belongs before another
   QRTVirtualVectorSort(QRTVirtualVector<T>& vector, Compare& before)
-      : m_vector(vector), m_before(before) {}
+      : m_vector(vector),
+        m_before(before),
+        m_shareBlocks(static_cast<unsigned int>(
+            std::min(vector.getMemoryMgr().getMemorySize() / 4, kLargestShare) /
+            Vector::kBlockBytes)),
+        m_mergedTogether(std::min(kMostMerged, std::max(2U, m_shareBlocks))) {}
 
   QRTVirtualVectorSort(const QRTVirtualVectorSort&) = delete;
   QRTVirtualVectorSort& operator=(const QRTVirtualVectorSort&) = delete;
@@ -43,11 +49,13 @@ class QRTVirtualVectorSort {
     if (m_vector.size() < 2) {
       return;
     }
-    unsigned long long length = std::min<unsigned long long>(kRunElements, m_vector.size());
+    // Runs are whole blocks, so that merging reads none twice.
+    const unsigned int most = std::max(1U, m_shareBlocks) * Vector::kPerBlock;
+    unsigned long long length = std::min<unsigned long long>(most, m_vector.size());
     m_buffer = QRTVirtualPin<T>::alloc(m_vector.getMemoryMgr(),
                                        static_cast<unsigned int>(length * sizeof(T)), m_bufferItem);
     makeRuns(length);
-    for (; length < m_vector.size(); length *= kMergedTogether) {
+    for (; length < m_vector.size(); length *= m_mergedTogether) {
       mergeRuns(length);
     }
   }
@@ -56,14 +64,9 @@ class QRTVirtualVectorSort {
   using Vector = QRTVirtualVector<T>;
   using Cursor = typename Vector::const_iterator;
 
-  // The share of the budget that each of the two steps takes: a quarter of the smallest there is.
-  static constexpr unsigned int kShare = 256U << 10;
-
-  // Runs are whole blocks, so that merging reads none twice.
-  static constexpr unsigned int kRunElements =
-      std::max(1U, kShare / Vector::kBlockBytes) * Vector::kPerBlock;
-  static constexpr unsigned int kMergedTogether =
-      std::min(64U, std::max(2U, kShare / Vector::kBlockBytes));
+  // With runs of 64 MiB, 64 at a time, 4 GiB are sorted in one merge and 256 GiB in two.
+  static constexpr unsigned long long kLargestShare = 64U << 20;
+  static constexpr unsigned int kMostMerged = 64;
 
   // Step 1: sorts the elements, `length` at a time.
   void makeRuns(unsigned long long length) {
@@ -81,7 +84,7 @@ class QRTVirtualVectorSort {
   // Step 2: makes one run of as many as can be merged together, throughout the vector.
   void mergeRuns(unsigned long long length) {
     Vector merged(m_vector.getMemoryMgr());
-    for (unsigned long long at = 0; at < m_vector.size(); at += length * kMergedTogether) {
+    for (unsigned long long at = 0; at < m_vector.size(); at += length * m_mergedTogether) {
       mergeInto(merged, at, length);
     }
     m_vector.swap(merged);
@@ -92,10 +95,10 @@ class QRTVirtualVectorSort {
   // played again. Leaf r of n is number n + r, the root 1, the node above i number i / 2.
   void mergeInto(Vector& merged, unsigned long long at, unsigned long long length) {
     const Vector& vector = m_vector;
-    Cursor runs[kMergedTogether];
-    unsigned int losers[kMergedTogether];
+    Cursor runs[kMostMerged];
+    unsigned int losers[kMostMerged];
     unsigned int n = 0;
-    for (; n < kMergedTogether && at < vector.size(); ++n) {
+    for (; n < m_mergedTogether && at < vector.size(); ++n) {
       const unsigned long long end = at + std::min(length, vector.size() - at);
       runs[n] = Cursor(vector, at, end);
       at = end;
@@ -143,6 +146,8 @@ class QRTVirtualVectorSort {
 
   Vector& m_vector;                 // what is sorted
   Compare& m_before;                // its order
+  unsigned int m_shareBlocks;       // blocks that each of the two steps may take of the memory size
+  unsigned int m_mergedTogether;    // runs that are merged at a time
   QRTVirtualPageItem m_bufferItem;  // room for a run, an object of the store
   QRTVirtualPin<T> m_buffer;        // pinned while the sort runs
 };
