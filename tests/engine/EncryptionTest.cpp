@@ -94,12 +94,15 @@ TEST_F(EncryptionTest, NeitherFileShowsWhatIsStored) {
     encrypted = on;
     Make(8, kPage, false, 1);
     std::vector<Object> objects = AddMany(200, kPage);
-    for (int i = 0; i < 200; ++i) {  // alike, so that equal plain blocks are many
-      std::uint64_t offset = 0;
-      void* address = engine->Allocate(kPage, offset);
-      ASSERT_NE(address, nullptr);
-      std::memset(address, 0, kPage);
-      engine->Dismiss(offset);
+    // All alike, on pages of their own and on the pages of one span, which have one hash.
+    for (const std::uint32_t size : {kPage, 3 * kPage}) {
+      for (int i = 0; i < 100; ++i) {
+        std::uint64_t offset = 0;
+        void* address = engine->Allocate(size, offset);
+        ASSERT_NE(address, nullptr);
+        std::memset(address, 0, size);
+        engine->Dismiss(offset);
+      }
     }
     PushOut();
     for (const Object& object : objects) {
