@@ -25,11 +25,12 @@ qrt_install_packages "${QRT_BUILD_PACKAGES[@]}" "${QRT_I386_PACKAGES[@]}" abigai
 describe() {
   local build=build/abi-$1
   cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQRT_BUILD_TESTS=OFF \
-    -DQRT_BUILD_EXAMPLES=OFF "${@:2}" >/dev/null
+    -DQRT_BUILD_EXAMPLES=OFF "${@:2}" >/dev/null 2>&1
   cmake --build "$build" --target QRTVirtualMemMgmt >/dev/null
   # Only what the public headers show: what stands behind a pointer is the library's own affair.
   abidw --headers-dir include --headers-dir platform/QRTCore --headers-dir platform/HZSStreams \
-    --drop-private-types --no-show-locs --no-corpus-path --no-comp-dir-path --type-id-style hash \
+    --drop-private-types --exported-interfaces-only --no-parameter-names --no-show-locs \
+    --no-corpus-path --no-comp-dir-path --type-id-style hash \
     --out-file "$build/now.abi" "$build/src/libQRTVirtualMemMgmt.so"
 }
 
