@@ -33,7 +33,11 @@ double best(Step step) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char**) {
+  if (argc > 1) {
+    std::puts("pin_time: a pin and an allocation in nanoseconds. It takes no options.");
+    return 0;
+  }
   QRTVirtualMemoryMgr manager(16U << 20);
   std::vector<QRTVirtualPageItem> items(kObjects);
   for (QRTVirtualPageItem& item : items) {
