@@ -71,7 +71,7 @@ class QRTVirtualHashMap {
     return m_table.find(m_keys.hash(key), m_keys, &key, &value);
   }
 
-  /// @return whether the key is there. @throws, cost: as find
+  /// @return whether the key is there. @throws as find, at the same cost
   bool contains(const K& key) const {
     return m_table.find(m_keys.hash(key), m_keys, &key, nullptr);
   }
@@ -86,7 +86,7 @@ class QRTVirtualHashMap {
                           QRTVirtualHashTable::eKeep);
   }
 
-  /// Adds a pair, or gives the one with the key another value. @throws, cost: as insert
+  /// Adds a pair, or gives the one with the key another value. @throws as insert, at the same cost
   void insertOrAssign(const K& key, const V& value) {
     m_table.insert(m_keys.hash(key), m_keys, &key, &key, sizeof(K), &value,
                    QRTVirtualHashTable::eReplace);

@@ -53,7 +53,7 @@ class QRTVirtualStringMap {
   /// Cost: O(bytes of the key); beyond memory one read of a page, and one of a long key
   bool find(std::string_view key, V& value) const { return m_table.find(key, &value); }
 
-  /// @return whether the key is there. @throws, cost: as find
+  /// @return whether the key is there. @throws as find, at the same cost
   bool contains(std::string_view key) const { return m_table.find(key, nullptr); }
 
   /// Adds a pair, unless there is one with the key.
@@ -65,7 +65,7 @@ class QRTVirtualStringMap {
     return m_table.insert(key, &value, QRTVirtualHashTable::eKeep);
   }
 
-  /// Adds a pair, or gives the one with the key another value. @throws, cost: as insert
+  /// Adds a pair, or gives the one with the key another value. @throws as insert, at the same cost
   void insertOrAssign(std::string_view key, const V& value) {
     m_table.insert(key, &value, QRTVirtualHashTable::eReplace);
   }

@@ -59,6 +59,15 @@ QRT_CI_PACKAGES=(
   git pkg-config shellcheck
 )
 
+# For scripts/docs.sh.
+# shellcheck disable=SC2034
+QRT_DOCS_PACKAGES=(
+  git
+  doxygen doxygen-awesome-css  # the reference
+  mkdocs mkdocs-material       # the pages
+  linkchecker
+)
+
 # For scripts/package.sh.
 # shellcheck disable=SC2034
 QRT_PACKAGE_PACKAGES=(
