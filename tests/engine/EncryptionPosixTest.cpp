@@ -139,13 +139,18 @@ TEST_F(EncryptionPosixTest, TheKeyIsInOnePageOfItsOwnAndNowhereElse) {
 }
 
 TEST_F(EncryptionPosixTest, TheKeysPageIsLockedInMemoryWhereThatIsAllowed) {
+  // A limit may forbid it, and AddressSanitizer makes nothing of it: what a page of our own gets.
   void* probe = mmap(nullptr, kPage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  const bool mayLock = mlock(probe, kPage) == 0;
+  mlock(probe, kPage);
+  const auto isLocked = [](const Mapping& mapping) { return mapping.Has(" lo"); };
+  std::vector<Mapping> mappings = MappingsOfThisProcess();
+  const bool mayLock = std::any_of(mappings.begin(), mappings.end(), isLocked);
   munmap(probe, kPage);
   MakeReal(8, directory.path().string());
   AddMany(20, kPage);
-  for (const Mapping& mapping : MappingsOfThisProcess()) {
-    EXPECT_TRUE(!mapping.IsSecret() || mapping.Has(" lo") == mayLock);
+  mappings = MappingsOfThisProcess();
+  for (const Mapping& mapping : mappings) {
+    EXPECT_TRUE(!mapping.IsSecret() || isLocked(mapping) == mayLock);
   }
 }
 

@@ -53,7 +53,8 @@ class EncryptionTest : public EngineFixture {
   EncryptionTest() { encrypted = true; }
 
   std::string PageInFile(const Object& object) const {
-    const std::vector<char>& block = file->Save().blocks.at(PageOf(object.offset));
+    const ScriptedPagingFile::Image image = file->Save();
+    const std::vector<char>& block = image.blocks.at(PageOf(object.offset));
     return {block.begin(), block.end()};
   }
 
