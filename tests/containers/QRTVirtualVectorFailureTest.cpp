@@ -52,7 +52,7 @@ TEST_F(QRTVirtualVectorFailureTest, GrowthThatFindsNoRoomChangesNothing) {
       [&](Vector& vector) { vector.resize(vector.size() + 514); },
   };
   // Where the first block comes, the directory, another level, another node.
-  for (const unsigned long long size : {0, 1, 2, 512, 1024}) {
+  for (const unsigned long long size : {0ULL, 1ULL, 2ULL, 512ULL, 1024ULL}) {
     for (const auto& operation : operations) {
       Vector vector(manager);
       for (unsigned long long i = 0; i < size; ++i) {

@@ -62,7 +62,7 @@ std::vector<std::uintptr_t> SecretPages() {
 
 /// Where in writable memory `count` bytes lie that are those at `bytes`, all turned over.
 std::vector<std::uintptr_t> FindTurnedOver(const unsigned char* bytes, std::size_t count) {
-  constexpr std::size_t kMostBytes = std::size_t{1} << 30;  // a sanitizer's own are larger
+  constexpr std::size_t kMostBytes = std::size_t{1} << 27;  // a sanitizer's own are larger
   std::vector<std::uintptr_t> found;
   std::vector<unsigned char> part(1 << 16);
   const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
