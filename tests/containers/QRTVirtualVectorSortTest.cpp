@@ -52,7 +52,7 @@ struct Large {
 TEST(QRTVirtualVectorSortTest, MergesUntilOneRunIsLeft) {
   QRTVirtualMemoryMgr manager(kSortBudget);
   std::mt19937_64 random(testSeed());
-  for (const std::size_t size : {0, 1, 2, 4, 5, 16, 17, 150, 321}) {
+  for (const unsigned int size : {0U, 1U, 2U, 4U, 5U, 16U, 17U, 150U, 321U}) {
     QRTVirtualVector<Large> vector(manager);
     std::vector<std::uint64_t> twin;
     for (std::size_t i = 0; i < size; ++i) {
