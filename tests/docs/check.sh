@@ -54,7 +54,7 @@ for page in "$@"; do
         awk 'NR == 1 { outside = /^(class|struct|template)/; if (!outside) print begin }
              outside && /^$/ && last !~ /^ / { outside = 0; print begin }
              { print; last = $0 }
-             END { print outside ? "" : "}}" }' begin="void fragment(QRTVirtualMemoryMgr& store) {{" "$source"
+             END { print outside ? "" : "}}" }' begin="void fragment([[maybe_unused]] QRTVirtualMemoryMgr& store) {{" "$source"
       } >"$folder/fragment.cpp"
       if ! "$compiler" -std=c++20 "${flags[@]}" -Wno-unused -fsyntax-only "$folder/fragment.cpp"; then
         echo "$page:$line: this does not compile"
