@@ -144,8 +144,9 @@ TEST_F(LongKeyTest, ABucketThatCannotBeReadIsNamedWithItsReason) {
   this->engine.lastError = "the disk is on fire";
   this->engine.pinsUntilRefused = pins - 1;
   auto error = expectRaised<QRTAssertError>([&] { map.contains("a"); });
-  EXPECT_THAT(textOf(error), testing::MatchesRegex("bucket 0 of a map, at offset [0-9]+, cannot be "
-                                                   "read back: the disk is on fire"));
+  EXPECT_THAT(textOf(error), testing::AllOf(testing::StartsWith("bucket 0 of a map, at offset "),
+                                            testing::EndsWith(", cannot be read back: the disk is "
+                                                              "on fire")));
   this->engine.pinsUntilRefused = pins;
   error = expectRaised<QRTAssertError>([&] { map.contains(std::string(1000, 'l')); });
   EXPECT_THAT(textOf(error), testing::StartsWith("a key of a map, at offset "));

@@ -41,7 +41,7 @@ installed() {
   libdir=$(dirname "$(find "$prefix" -name 'QRTVirtualMemMgmtConfig.cmake')")/../..
 
   echo "find_package"
-  cmake -S "$here" -B "$scratch/consumer" -G Ninja -DQRTVirtualMemMgmt_ROOT="$prefix" "$@" >/dev/null
+  cmake -S "$here" -B "$scratch/consumer" -G Ninja -DQRTVirtualMemMgmt_DIR="$libdir/cmake/QRTVirtualMemMgmt" "$@" >/dev/null
   cmake --build "$scratch/consumer" >/dev/null
   if [[ -d $prefix/bin ]]; then
     cp "$prefix"/bin/*.dll "$scratch/consumer/" # a DLL is found beside its program
