@@ -1,34 +1,13 @@
 #include "libtcmalloc_virtualmm/VirtualMemoryPool.h"
 
-#include <utility>
-
 #include "libtcmalloc_virtualmm/Engine.h"
+#include "libtcmalloc_virtualmm/HostEngine.h"
 #include "libtcmalloc_virtualmm/PageCipher.h"
-#include "libtcmalloc_virtualmm/StoreFiles.h"
 
 namespace tcmalloc {
 
-namespace {
-
-EngineOptions MakeOptions(unsigned int memorySize, bool encrypted) {
-  EngineOptions options;
-  options.budgetBytes = memorySize;
-  options.encrypted = encrypted;
-#if defined(LIBTCMALLOC_VIRTUALMM_CHECK_PINS)
-  options.moveOnUnpin = true;
-#endif
-  return options;
-}
-
-Engine* MakeEngine(const EngineOptions& options, const char* directory) {
-  StoreFiles files = MakeStoreFiles(options, directory);
-  return new Engine(options, std::move(files.pages), std::move(files.table));
-}
-
-}  // namespace
-
 VirtualMemoryPool::VirtualMemoryPool(unsigned int memorySize, const char* directory, bool encrypted)
-    : m_engine(MakeEngine(MakeOptions(memorySize, encrypted), directory)) {}
+    : m_engine(MakeHostEngine(memorySize, directory, encrypted).release()) {}
 
 VirtualMemoryPool::~VirtualMemoryPool() {
   delete m_engine;
