@@ -34,7 +34,7 @@ PageTable::PageTable(BackingStore& file, StoreError& error, std::uint32_t leafLi
 
 std::uint64_t PageTable::Bytes() const {
   std::uint64_t bytes = m_map.Bytes() + m_blocks.size() * kBlockLeaves * sizeof(Leaf) +
-                        std::uint64_t{m_leafCapacity} * (sizeof m_leaves[0] + sizeof(std::uint64_t));
+                        std::uint64_t{m_leafCapacity} * (sizeof(void*) + sizeof(std::uint64_t));
   for (std::uint32_t i = 0; i < m_pageCount / kLeafPages; ++i) {
     bytes += m_leaves[i]->largeBytes != nullptr ? kLeafPages * sizeof(std::uint32_t) : 0;
   }
