@@ -2,9 +2,9 @@
 # Builds the library and runs its tests.
 #   scripts/test.sh [preset] [ctest options]
 # The presets are release (the default), debug, asan-ubsan and clang, the same for 32-bit x86:
-# linux-i386, asan-ubsan-i386 and clang-i386, and windows-x86_64 and windows-i686. One builds and
-# runs a part: tsan what threads may do at once. Ends with status 77 where programs of a preset can be
-# built but do not run.
+# linux-i386, asan-ubsan-i386 and clang-i386, and windows-x86_64 and windows-i686. Two build and run a
+# part: tsan what threads may do at once, check-pins the examples under Valgrind with unpinned objects
+# hidden. Ends with status 77 where programs of a preset can be built but do not run.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

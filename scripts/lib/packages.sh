@@ -50,6 +50,10 @@ QRT_BENCH_PACKAGES=(
   python3 python3-matplotlib
 )
 
+# What tells which lines tests reach, for scripts/coverage.sh.
+# shellcheck disable=SC2034
+QRT_COVERAGE_PACKAGES=(gcovr)
+
 # What continuous integration uses on top.
 # shellcheck disable=SC2034
 QRT_CI_PACKAGES=(
