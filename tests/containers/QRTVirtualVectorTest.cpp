@@ -105,7 +105,7 @@ class Twins {
         ASSERT_TRUE(m_vector.empty());
         m_vector.push_back(T(1));
         m_vector = std::move(moved);
-        ASSERT_TRUE(moved.empty());
+        ASSERT_TRUE(moved.empty());  // NOLINT(bugprone-use-after-move): that is asked
         moved.push_back(T(1));
         break;
       }

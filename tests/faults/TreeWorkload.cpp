@@ -205,10 +205,8 @@ class Tree : public RandomWorkload {
     std::vector<int> chain;
     for (int i = 0; i < 6; ++i) {
       const int made = create(trial);
-      if (made != 0 && chain.empty()) {
-        chain.push_back(made);
-      } else if (made != 0 && edit(trial, chain.back(), made, 0,
-                                   [](auto& n, auto& m, auto*) { n.insertAfter(&m); })) {
+      const auto append = [](auto& n, auto& m, auto*) { n.insertAfter(&m); };
+      if (made != 0 && (chain.empty() || edit(trial, chain.back(), made, 0, append))) {
         chain.push_back(made);
       }
     }

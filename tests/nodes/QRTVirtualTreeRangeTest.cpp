@@ -129,7 +129,7 @@ TEST_F(QRTVirtualTreeRangeTest, MovedIteratorsTakeTheirPinAlong) {
   const unsigned long long a = at->getPageOffset();
   EXPECT_EQ(pinsOf(tree, a), 2U) << "the test's and the walk's";
   auto taken = std::move(at);
-  EXPECT_TRUE(at.atEnd());
+  EXPECT_TRUE(at.atEnd());  // NOLINT(bugprone-use-after-move): that is asked
   ++at;
   EXPECT_EQ(pinsOf(tree, a), 2U);
   EXPECT_EQ(taken->letter, 'a');
@@ -138,7 +138,7 @@ TEST_F(QRTVirtualTreeRangeTest, MovedIteratorsTakeTheirPinAlong) {
   EXPECT_EQ(pinsOf(tree, a), 3U);
   taken++;
   other = std::move(taken);
-  EXPECT_TRUE(taken.atEnd());
+  EXPECT_TRUE(taken.atEnd());  // NOLINT(bugprone-use-after-move): that is asked
   EXPECT_EQ(pinsOf(tree, a), 1U) << "what was assigned to has left its node";
   std::string all;
   for (; !other.atEnd(); ++other) {
