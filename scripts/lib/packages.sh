@@ -57,8 +57,8 @@ QRT_COVERAGE_PACKAGES=(gcovr)
 # What continuous integration uses on top.
 # shellcheck disable=SC2034
 QRT_CI_PACKAGES=(
-  clang clang-format clang-tidy libclang-rt-dev
-  cppcheck
+  clang clang-format clang-tidy cppcheck
+  libclang-rt-dev # sanitizers and libFuzzer
   llvm            # llvm-ar and llvm-ranlib, for interprocedural optimisation with clang
   git pkg-config shellcheck
 )
